@@ -1,0 +1,384 @@
+/*
+ * kvMAP1905.h - the plug-in's entry points, callback table, globals and the records that cross the boundary.
+ *
+ * Conventions
+ *   Threads    Every entry point runs on the host's thread, one call at a time. Nothing is locked. The host
+ *              must not call into the plug-in from two threads at once.
+ *   Re-entry   A callback of Kv1905BcmCbs runs inside an entry point and must not call an entry point again.
+ *   Ownership  Blocks that change hands come from malloc/calloc and go to free. Unless a function says
+ *              otherwise, arguments stay the caller's and are only read during the call.
+ *   MACs       6 bytes in transmission order. An "AL MAC" is the IEEE 1905.1 abstraction-layer address of a device.
+ *   Integers   Host byte order in every record on this page; wire fields are big-endian and never seen here.
+ *   Text       Fixed-size, NUL-terminated char arrays; a text that does not fit is cut to the field.
+ *   Results    0 for success and KV_RET_ERR for failure, unless a function says otherwise. Failures are logged
+ *              where they happen, through kvMAP_syslog (kvlog.h).
+ *   Exceptions None leaves an entry point; the plug-in neither aborts nor exits.
+ *
+ * Order of calls: kvMAP1905_Func_reg before anything else, then kvMAP1905_ApCfg_reg, KvDevAlMac filled by the host,
+ * kvMAP1905_DeviceDm_init for the local device, kvMAP1905_DevIntfDm_init for each interface and
+ * kvMAP1905_param_update; from then on kvMAP1905_MainLoop about once a second and
+ * kvMAP1905_VendSpecTlv_handle for every received vendor-specific TLV.
+ */
+#ifndef KV1905_KVMAP1905_H
+#define KV1905_KVMAP1905_H
+
+#include <stddef.h>
+#include <stdint.h>
+#ifndef __cplusplus
+#include <assert.h>
+#endif
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+#define KVMAP1905_API __attribute__((visibility("default")))
+
+/* Results of operations. */
+#define KV_RET_OK 0
+#define KV_RET_NOT_FOUND 7 /* the AL MAC is not this device's, or not in the topology */
+#define KV_RET_ERR 16      /* every other failure */
+
+#define KV_MAC_LEN 6
+#define KV_OUI_LEN 3
+
+/* Size of the buffer that carries one encoded vendor-specific TLV value; larger messages are refused. */
+#define KV_VEND_MSG_BUFFER_LEN 1514
+
+/* ---- Records of the callback table ---- */
+
+/* A received vendor-specific TLV (IEEE 1905.1 TLV type 0x0B), as the host hands it to the receive entries. */
+typedef struct {
+    uint8_t srcMac[KV_MAC_LEN]; /* source of the message; for a relayed message the originator's AL MAC */
+    const uint8_t *value;       /* first byte of the TLV value, which starts with the OUI; the host's memory */
+} KvRecvVendTlv;
+
+/* One encoded vendor-specific TLV value on its way to the host's send slots. */
+typedef struct {
+    uint8_t dstMac[KV_MAC_LEN];
+    uint8_t *buffer; /* the plug-in's memory, valid during the callback alone */
+    uint32_t length; /* bytes in buffer */
+} KvVendMsgDest;
+
+/* Query codes of dmDataGet, with argument, second argument and result. */
+enum {
+    DM_QUERY_DEVICE = 0,          /* AL MAC, 0: KV_RET_ERR when no such device is in the topology, else anything */
+    DM_QUERY_ALMAC_BY_IFMAC = 1,  /* interface MAC, uint8_t[6] to fill: KV_RET_ERR when nobody owns it, else 0 */
+    DM_QUERY_DEV_VENDOR_DATA = 2, /* AL MAC or null for the local device, 0: KvDevVendorData * or 0 */
+    DM_QUERY_INTF_LIST = 3,       /* AL MAC or null, 0: KvIntfList * or 0; the caller frees entries and head */
+    DM_QUERY_DEV_WIFI_NBR = 4     /* as DM_QUERY_DEV_VENDOR_DATA; asked where the neighbour table is meant */
+};
+
+/*
+ * What the host does for the plug-in. A slot may be null; the plug-in then logs and fails the operation.
+ * Message identifiers: the IEEE 1905.1 message identifier of the frame that carries the TLV. *msgId == 0 asks
+ * the host to choose one and write it back; any other value is the identifier of the message being answered and
+ * must be used as it is. A null msgId means that the plug-in does not care.
+ */
+typedef struct {
+    /* Ask the topology database; see DM_QUERY_*. Pointers travel as uintptr_t. */
+    uintptr_t (*dmDataGet)(uint32_t code, void *argument, uintptr_t argument2);
+    /* Rewrite the JSON data-model file. 0 on success. */
+    int (*jsonDataModelWrite)(uint32_t unused);
+    /* Send the TLV value in a message of type 0x0004 to dest->dstMac. 0 when sent. */
+    int (*vendMsgSend)(KvVendMsgDest *dest, uint16_t *msgId);
+    /* The same to the IEEE 1905.1 multicast address, neighbours only. */
+    int (*vendMcastMsgSend)(KvVendMsgDest *dest, uint16_t *msgId);
+    /* The same as relayed multicast: every device of the network receives it once. */
+    int (*vendRelayMcastMsgSend)(KvVendMsgDest *dest, uint16_t *msgId);
+    /* Post an operator command (code, buffer of size bytes) to the daemon; set in the command tool. */
+    int (*cmdSend)(uint32_t code, void *buffer, uint32_t size);
+    /* Written by kvMAP1905_ApCfg_reg for the host; the plug-in never calls it. */
+    int (*apCfgSet)(void *argument);
+} Kv1905BcmCbs;
+
+/* Interfaces of one device, the result of DM_QUERY_INTF_LIST. The caller frees every entry and the head. */
+typedef struct KvIntfEntry {
+    struct KvIntfEntry *next;
+    uint8_t mac[KV_MAC_LEN];
+    uint32_t mediaType; /* IEEE 1905.1 media type in the low 16 bits */
+} KvIntfEntry;
+
+typedef struct {
+    uint32_t count;
+    KvIntfEntry *head;
+} KvIntfList;
+
+/* ---- Records inside the host's topology database ---- */
+
+/* One associated Wi-Fi station, or a station that another device reported. */
+typedef struct WIFINeighborEntry {
+    struct WIFINeighborEntry *next;
+    uint8_t mac[KV_MAC_LEN];
+    uint16_t mediaType;
+    uint16_t Rate; /* Mbit/s */
+    int16_t RSSI;  /* dBm */
+    int16_t SNR;   /* dB */
+    uint16_t signalLevel; /* 0 to 5 */
+    uint32_t Tx;
+    uint32_t Rx;
+    uint16_t tx_rate; /* Mbit/s */
+    uint16_t rx_rate; /* Mbit/s */
+    uint32_t lastSeen; /* seconds since the epoch; 0 in the local list */
+    uint8_t Band;      /* 1 = 2.4 GHz, 6 = 5 GHz */
+} WIFINeighborEntry;
+
+/* Security configuration of a device. secData holds secLen bytes from malloc, owned by the record, or is null. */
+typedef struct {
+    uint32_t secType;
+    uint16_t secLen;
+    uint8_t *secData;
+} SecurityConfig;
+
+/*
+ * The plug-in's block in the host's device record. The host allocates it zero-filled and frees it, together with
+ * security.secData and, for a remote device, the entries of wifiNbrHead. Texts that arrive longer than their
+ * field are cut to it.
+ */
+typedef struct {
+    uint8_t cfgAttrCount;          /* attributes of the last configuration response */
+    uint8_t rebootFromNbrCap;      /* non-zero: the controller may reboot or reset this device */
+    uint8_t intfPwrCtrlFromNbrCap; /* non-zero: the controller may switch its Wi-Fi interfaces' power */
+    char fwVersion[128];
+    char newFwVersion[128];
+    char newFwDate[128];
+    uint8_t auxStatus;
+    uint8_t fwUpgradeStatus; /* 0 none, 1 newer known, 2 downloading, 3 downloaded, 4 writing, 5 written */
+    char modelName[128];
+    char ipAddr[128];    /* dotted text */
+    char opMode[32];     /* "AP", "Repeater" or "Router" */
+    char buildNum[32];   /* decimal text */
+    char protoVersion[32]; /* empty for a device that never reported one */
+    char ledStatus[32];  /* "ON" or "OFF" */
+    char appVersion[32];
+    char l2DevCtrl[32];
+    char wifiAutoCfg[32];
+    char wifiOnOff[32];
+    char fwUpgrade[32];
+    char ledOnOff[32];
+    char channel24G[16];
+    char channel5G[16];
+    char channelExtra[16];
+    uint32_t confFileMtime;    /* seconds since the epoch */
+    uint32_t versionFileMtime; /* seconds since the epoch */
+    char uptime[16];           /* seconds, decimal text */
+    uint32_t uptimeRecvTime;   /* seconds since the epoch */
+    uint32_t wifiNbrNum;
+    WIFINeighborEntry *wifiNbrHead;
+    SecurityConfig security;
+} KvDevVendorData;
+
+/* The plug-in's block in the host's interface record. */
+typedef struct {
+    uint32_t pwrState; /* IEEE 1905.1 power state: 0 on, 2 off, 255 unknown */
+} KvIntfVendorData;
+
+/* ---- Messages in memory ---- */
+
+/* One message of the maker's set (IEEE 1905.1 vendor-specific TLV, OUI 02:4E:A7). */
+typedef struct {
+    uint8_t oui[KV_OUI_LEN];
+    uint8_t alMac[KV_MAC_LEN]; /* AL MAC of the device that built the message */
+    uint8_t marker[2];         /* 0x00 0x01 in every message sent; kept as received, never checked */
+    uint16_t msgType;
+    uint16_t payloadLen; /* exact number of payload bytes on the wire */
+    void *payload;       /* the type's payload record, or null */
+} KvVendMsg;
+
+/* Signal measurement of one station, the payload record of Intel's RSSI messages. */
+typedef struct {
+    uint8_t staMac[KV_MAC_LEN];
+    uint16_t rxRate10; /* 100 kbit/s */
+    uint16_t txRate10; /* 100 kbit/s */
+    uint8_t rssi;      /* low 8 bits of the signed dBm value */
+    uint8_t snr;
+} KvRssiMeasurement;
+
+/* One message of Intel's set (IEEE 1905.1 vendor-specific TLV, OUI 00:03:47). */
+typedef struct {
+    uint8_t oui[KV_OUI_LEN];
+    uint8_t field3[4];
+    uint8_t field7[2];
+    uint8_t msgType;
+    uint8_t field10;
+    uint8_t field11[6];
+    uint8_t field18[2]; /* wire order */
+    KvRssiMeasurement *payload;
+} KvIntelVendMsg;
+
+/* The layouts are a promise to hosts that were built earlier: a change must be deliberate. */
+#define KV_LAYOUT(condition) static_assert(condition, "binary layout of a boundary record changed")
+#define KV_LP(on64, on32) (sizeof(void *) == 8 ? (size_t)(on64) : (size_t)(on32))
+KV_LAYOUT(offsetof(KvRecvVendTlv, value) == 8 && sizeof(KvRecvVendTlv) == KV_LP(16, 12));
+KV_LAYOUT(offsetof(KvVendMsgDest, buffer) == 8 && offsetof(KvVendMsgDest, length) == KV_LP(16, 12) &&
+          sizeof(KvVendMsgDest) == KV_LP(24, 16));
+KV_LAYOUT(offsetof(Kv1905BcmCbs, apCfgSet) == 6 * sizeof(void *) && sizeof(Kv1905BcmCbs) == 7 * sizeof(void *));
+KV_LAYOUT(offsetof(KvIntfEntry, mac) == sizeof(void *) && offsetof(KvIntfEntry, mediaType) == KV_LP(16, 12) &&
+          sizeof(KvIntfEntry) == KV_LP(24, 16));
+KV_LAYOUT(offsetof(KvIntfList, head) == sizeof(void *) && sizeof(KvIntfList) == 2 * sizeof(void *));
+KV_LAYOUT(offsetof(WIFINeighborEntry, mac) == KV_LP(8, 4) && offsetof(WIFINeighborEntry, mediaType) == KV_LP(14, 10) &&
+          offsetof(WIFINeighborEntry, RSSI) == KV_LP(18, 14) && offsetof(WIFINeighborEntry, Tx) == KV_LP(24, 20) &&
+          offsetof(WIFINeighborEntry, lastSeen) == KV_LP(36, 32) && offsetof(WIFINeighborEntry, Band) == KV_LP(40, 36) &&
+          sizeof(WIFINeighborEntry) == KV_LP(48, 40));
+KV_LAYOUT(offsetof(SecurityConfig, secLen) == 4 && offsetof(SecurityConfig, secData) == 8 &&
+          sizeof(SecurityConfig) == KV_LP(16, 12));
+KV_LAYOUT(offsetof(KvDevVendorData, fwVersion) == 3 && offsetof(KvDevVendorData, auxStatus) == 387 &&
+          offsetof(KvDevVendorData, modelName) == 389 && offsetof(KvDevVendorData, ipAddr) == 517 &&
+          offsetof(KvDevVendorData, opMode) == 645 && offsetof(KvDevVendorData, ledStatus) == 741 &&
+          offsetof(KvDevVendorData, appVersion) == 773 && offsetof(KvDevVendorData, channel24G) == 965);
+KV_LAYOUT(offsetof(KvDevVendorData, confFileMtime) == 1016 && offsetof(KvDevVendorData, uptime) == 1024 &&
+          offsetof(KvDevVendorData, uptimeRecvTime) == 1040 && offsetof(KvDevVendorData, wifiNbrNum) == 1044 &&
+          offsetof(KvDevVendorData, wifiNbrHead) == 1048 && offsetof(KvDevVendorData, security) == KV_LP(1056, 1052) &&
+          sizeof(KvDevVendorData) == KV_LP(1072, 1064));
+KV_LAYOUT(sizeof(KvIntfVendorData) == 4);
+KV_LAYOUT(offsetof(KvVendMsg, alMac) == 3 && offsetof(KvVendMsg, marker) == 9 && offsetof(KvVendMsg, msgType) == 12 &&
+          offsetof(KvVendMsg, payloadLen) == 14 && offsetof(KvVendMsg, payload) == 16 && sizeof(KvVendMsg) == KV_LP(24, 20));
+KV_LAYOUT(offsetof(KvRssiMeasurement, rxRate10) == 6 && offsetof(KvRssiMeasurement, rssi) == 10 &&
+          sizeof(KvRssiMeasurement) == 12);
+KV_LAYOUT(offsetof(KvIntelVendMsg, field3) == 3 && offsetof(KvIntelVendMsg, msgType) == 9 &&
+          offsetof(KvIntelVendMsg, field11) == 11 && offsetof(KvIntelVendMsg, field18) == 17 &&
+          offsetof(KvIntelVendMsg, payload) == KV_LP(24, 20) && sizeof(KvIntelVendMsg) == KV_LP(32, 24));
+
+/* ---- Globals ---- */
+
+/* The callbacks in force; all null until kvMAP1905_Func_reg. The host reads slot 6 from here. */
+extern KVMAP1905_API Kv1905BcmCbs g_kv1905_bcm_cbs;
+/* The local device's AL MAC; written by the host before any message traffic. */
+extern KVMAP1905_API uint8_t KvDevAlMac[KV_MAC_LEN];
+/* Non-zero when the local device is the Multi-AP controller; set by kvMAP1905_DeviceDm_init, 1 before it. */
+extern KVMAP1905_API uint8_t controller;
+/* Time of the last registration, seconds since the epoch; the plug-in only writes it. */
+extern KVMAP1905_API uint32_t g_timeStamp;
+/* Time of the last JSON data-model write, seconds since the epoch; written by the host. While it is more than
+ * 2 seconds old, every kvMAP1905_MainLoop asks for a write. */
+extern KVMAP1905_API uint32_t data_model_time_stamp;
+/* 01:80:C2:00:00:13. */
+extern KVMAP1905_API const uint8_t I5_MCAST_MAC_ADDRESS[KV_MAC_LEN];
+/* Firmware download time-out in seconds, for the host; the plug-in does not read it. */
+extern KVMAP1905_API uint32_t download_timeout;
+/* Role-selection flags, rebuilt by kvMAP1905_param_update: KV_FLAG_*. */
+extern KVMAP1905_API uint32_t kvFlags;
+/* Network-control state, written by the host. */
+extern KVMAP1905_API uint32_t NCAL_state;
+/* Main SSIDs, two NUL-terminated slots of 33 bytes: 2.4 GHz, 5 GHz. */
+extern KVMAP1905_API char g_MainSSID[66];
+/* Main BSSIDs, 6 bytes each: 2.4 GHz, 5 GHz. */
+extern KVMAP1905_API uint8_t g_MainBSSID[12];
+
+#define KV_FLAG_AUTO_ROLE_SELECT 0x1u
+#define KV_FLAG_AUTO_ROLE_SELECT_ONLY_WHEN_GW_FOUND 0x2u
+#define KV_FLAG_MODE_AP 0x4u
+#define KV_FLAG_MODE_REPEATER 0x8u
+
+/* ---- Registration ---- */
+
+/*
+ * Take over the host's callbacks and note the time in g_timeStamp.
+ * table: the host's seven slots, only read. flag: 1 copies slot 5 alone (the command tool); any other value
+ * copies slots 0 to 4 (the daemon). A slot that is not copied keeps its value; slot 6 is never read.
+ * A null table is logged and changes no slot. May be repeated.
+ */
+KVMAP1905_API void kvMAP1905_Func_reg(const Kv1905BcmCbs *table, uint8_t flag);
+
+/* Put the plug-in's AP-configuration setter into slot 6 of g_kv1905_bcm_cbs. ignored: not used. */
+KVMAP1905_API void kvMAP1905_ApCfg_reg(void *ignored);
+
+/* The AP-configuration setter of slot 6. argument: not used. Returns 0. */
+KVMAP1905_API int kvMAP1905_ApCfg_set(void *argument);
+
+/* Ask the host's topology database (slot 0); arguments and result as DM_QUERY_* says. 0 when the slot is empty. */
+KVMAP1905_API uintptr_t kvMAP1905_DmData_get(uint32_t code, void *argument, uintptr_t argument2);
+
+/* Ask the host to rewrite its JSON data-model file (slot 1). Returns the slot's result, KV_RET_ERR when empty. */
+KVMAP1905_API int kvMAP1905_JsonDataModel_write(void);
+
+/* ---- Periodic work, role, local record ---- */
+
+/* Run what is due; call about once a second. May run shell commands. The result carries no meaning. */
+KVMAP1905_API int kvMAP1905_MainLoop(void);
+
+/* Rebuild kvFlags from /tmp/.kv1905_conf. KV_RET_ERR, and kvFlags unchanged, when the file cannot be opened. */
+KVMAP1905_API int kvMAP1905_param_update(void);
+
+/* 1 when the nvram setting multiap_mode makes this device the Multi-AP controller, else 0. Runs "nvram show". */
+KVMAP1905_API int kvMAP1905_findController(void);
+
+/* Start a device's record: decide the controller role, then load everything. dev: zero-filled; null is ignored. */
+KVMAP1905_API void kvMAP1905_DeviceDm_init(KvDevVendorData *dev);
+
+/* Reload what changed on disk into the record. Cheap when nothing did. A null dev is logged. */
+KVMAP1905_API void kvMAP1905_DeviceDm_update(KvDevVendorData *dev);
+
+/* Fill an interface's record from its media type (IEEE 1905.1 code, low 16 bits used). A null intf is logged. */
+KVMAP1905_API void kvMAP1905_DevIntfDm_init(KvIntfVendorData *intf, uint32_t mediaType);
+
+/*
+ * Does this device speak the maker's protocol? alMac: 6 bytes; isKovan: receives 1 or 0.
+ * KV_RET_ERR, and isKovan unchanged, when the host does not know the device.
+ */
+KVMAP1905_API int checkKovanAgent(const uint8_t *alMac, uint8_t *isKovan);
+
+/* May the controller reboot this device (which 0) or switch its interface power (which 1)? 1 or 0. */
+KVMAP1905_API int kvMAP1905_CtrlFromNbrCap_get(int which);
+
+/*
+ * Current channel of a Wi-Fi interface, from "wl -i IFNAME chanspec". channelOut: 16 characters; left unchanged
+ * when wl fails or ifname holds a character that must not reach a shell.
+ */
+KVMAP1905_API void kvMAP1905_WifiChan_get(const char *ifname, char *channelOut);
+
+/* ---- Sending ---- */
+
+/*
+ * Encode a message of the maker's set and send it by unicast (slot 2). destinationMac: 6 bytes. msgId: in-out, see
+ * Kv1905BcmCbs. msg: only read. KV_RET_ERR when the slot is empty, memory runs out, the type is unknown, the
+ * encoded message exceeds KV_VEND_MSG_BUFFER_LEN bytes, or the host's send failed.
+ */
+KVMAP1905_API int kvMAP1905_VenderSpecMsg_send(const uint8_t *destinationMac, uint16_t *msgId, const KvVendMsg *msg);
+
+/* The same for a message of Intel's set. */
+KVMAP1905_API int kvMAP1905_IntelVenderSpecMsg_send(const uint8_t *destinationMac, uint16_t *msgId,
+                                                    const KvIntelVendMsg *msg);
+
+/* The same to 01:80:C2:00:00:13 (slot 3). */
+KVMAP1905_API int kvMAP1905_VenderSpecMcastMsg_send(const KvVendMsg *msg, uint16_t *msgId);
+
+/* The same to 01:80:C2:00:00:13 by relayed multicast (slot 4). */
+KVMAP1905_API int kvMAP1905_VenderSpecRelayMcastMsg_send(const KvVendMsg *msg, uint16_t *msgId);
+
+/* ---- Receiving ---- */
+
+/*
+ * Handle one received vendor-specific TLV of any OUI. tlv: source and value; length: bytes at tlv->value, never
+ * read past; msgId: message identifier of the frame (low 16 bits). What is malformed or unknown is logged and dropped.
+ */
+KVMAP1905_API void kvMAP1905_VendSpecTlv_handle(const KvRecvVendTlv *tlv, uint32_t length, uint32_t msgId);
+
+/*
+ * The same for a host that does not know the length, maker's OUI. At least 15 bytes, plus as many as the big-endian
+ * number at offset 13 says, must be readable at tlv->value. Prefer kvMAP1905_VendSpecTlv_handle.
+ */
+KVMAP1905_API void kvMAP1905_VendSpecMsg_handle(const KvRecvVendTlv *tlv, uint32_t msgId);
+
+/* The same for Intel's OUI; 28 bytes must be readable at tlv->value. */
+KVMAP1905_API void kvMAP1905_VendSpecMsg_handle_Intel(const KvRecvVendTlv *tlv, uint32_t msgId);
+
+/* ---- Configuration exchange ---- */
+
+/*
+ * Ask an agent for its configuration. alMac: the agent's; retry: earlier attempts, 0 for the host. The query is
+ * sent again after more than 5 seconds without an answer, at most twice. KV_RET_ERR when it could not be sent.
+ */
+KVMAP1905_API int kvMAP1905_ConfQuery_send(const uint8_t *alMac, uint8_t retry);
+
+/*
+ * Send this device's configuration. source: the query's source, whose MAC receives the answer; msgId: the query's.
+ * mcast: 1 sends it to every device by relayed multicast (source is not used, msgId 0 takes a fresh identifier).
+ */
+KVMAP1905_API int kvMAP1905_ConfRespMsg_send(const KvRecvVendTlv *source, uint16_t msgId, uint8_t mcast);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif
