@@ -1,0 +1,19 @@
+// How the controller learns each agent's configuration: one query, one answer full of attributes.
+#pragma once
+
+#include <cstdint>
+
+#include "kv1905/kvMAP1905.h"
+
+namespace kv {
+
+// Controller: ask an agent; retry is the number of earlier attempts. 0 or KV_RET_ERR.
+int sendConfQuery(const uint8_t *alMac, uint8_t retry);
+
+// Agent: answer source under its msgId, or tell everybody by relayed multicast when mcast is 1. 0 or KV_RET_ERR.
+int sendConfResp(const KvRecvVendTlv *source, uint16_t msgId, uint8_t mcast);
+
+int handleConfQueryMsg(const KvRecvVendTlv *source, uint16_t msgId);
+int handleConfRespMsg(uint16_t msgId, KvVendMsg *msg);
+
+}  // namespace kv

@@ -1,0 +1,115 @@
+// The C entry points. Each is a line; the work stands behind it in its own room.
+#include "features/config_exchange/config_exchange.h"
+#include "features/multiap/ap_cfg.h"
+#include "frame/host_table.h"
+#include "frame/local_files.h"
+#include "frame/main_loop.h"
+#include "frame/parameters.h"
+#include "frame/vendor_data.h"
+#include "kv1905/kvMAP1905.h"
+#include "transport/receive.h"
+#include "transport/send.h"
+
+using namespace kv;
+
+// Registration and data model
+
+void kvMAP1905_Func_reg(const Kv1905BcmCbs *table, uint8_t flag) {
+    registerHost(table, flag);
+}
+
+void kvMAP1905_ApCfg_reg(void *) {
+    g_kv1905_bcm_cbs.apCfgSet = kvMAP1905_ApCfg_set;
+}
+
+int kvMAP1905_ApCfg_set(void *argument) {
+    return setApConfiguration(argument);
+}
+
+uintptr_t kvMAP1905_DmData_get(uint32_t code, void *argument, uintptr_t argument2) {
+    return queryDataModel(code, argument, argument2);
+}
+
+int kvMAP1905_JsonDataModel_write(void) {
+    return writeJsonDataModel();
+}
+
+// Periodic work, role, local record
+
+int kvMAP1905_MainLoop(void) {
+    return mainLoop();
+}
+
+int kvMAP1905_param_update(void) {
+    return updateParameters();
+}
+
+int kvMAP1905_findController(void) {
+    return findController();
+}
+
+void kvMAP1905_DeviceDm_init(KvDevVendorData *dev) {
+    initDevice(dev);
+}
+
+void kvMAP1905_DeviceDm_update(KvDevVendorData *dev) {
+    updateDevice(dev);
+}
+
+void kvMAP1905_DevIntfDm_init(KvIntfVendorData *intf, uint32_t mediaType) {
+    initInterface(intf, mediaType);
+}
+
+int checkKovanAgent(const uint8_t *alMac, uint8_t *isKovan) {
+    return checkAgentSpeaksProtocol(alMac, isKovan);
+}
+
+int kvMAP1905_CtrlFromNbrCap_get(int which) {
+    return capabilityFromController(which);
+}
+
+void kvMAP1905_WifiChan_get(const char *ifname, char *channelOut) {
+    readWifiChannel(ifname, channelOut);
+}
+
+// Sending
+
+int kvMAP1905_VenderSpecMsg_send(const uint8_t *destinationMac, uint16_t *msgId, const KvVendMsg *msg) {
+    return sendUnicast(destinationMac, msgId, msg);
+}
+
+int kvMAP1905_IntelVenderSpecMsg_send(const uint8_t *destinationMac, uint16_t *msgId, const KvIntelVendMsg *msg) {
+    return sendIntelUnicast(destinationMac, msgId, msg);
+}
+
+int kvMAP1905_VenderSpecMcastMsg_send(const KvVendMsg *msg, uint16_t *msgId) {
+    return sendMulticast(msg, msgId);
+}
+
+int kvMAP1905_VenderSpecRelayMcastMsg_send(const KvVendMsg *msg, uint16_t *msgId) {
+    return sendRelayedMulticast(msg, msgId);
+}
+
+// Receiving
+
+void kvMAP1905_VendSpecTlv_handle(const KvRecvVendTlv *tlv, uint32_t length, uint32_t msgId) {
+    receiveTlv(tlv, length, static_cast<uint16_t>(msgId));
+}
+
+void kvMAP1905_VendSpecMsg_handle(const KvRecvVendTlv *tlv, uint32_t msgId) {
+    receiveMakerTlv(tlv, static_cast<uint16_t>(msgId));
+}
+
+void kvMAP1905_VendSpecMsg_handle_Intel(const KvRecvVendTlv *tlv, uint32_t msgId) {
+    receiveIntelTlv(tlv, static_cast<uint16_t>(msgId));
+}
+
+// Configuration exchange
+
+int kvMAP1905_ConfQuery_send(const uint8_t *alMac, uint8_t retry) {
+    return sendConfQuery(alMac, retry);
+}
+
+int kvMAP1905_ConfRespMsg_send(const KvRecvVendTlv *source, uint16_t msgId, uint8_t mcast) {
+    return sendConfResp(source, msgId, mcast);
+}

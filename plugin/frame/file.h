@@ -1,0 +1,37 @@
+// Files that close themselves, and the line conventions of the device's text files.
+#pragma once
+
+#include <algorithm>
+#include <cstdio>
+#include <cstring>
+#include <memory>
+
+namespace kv {
+
+struct CloseFile {
+    void operator()(std::FILE *file) const { std::fclose(file); }
+};
+using File = std::unique_ptr<std::FILE, CloseFile>;
+
+inline File openFile(const char *path, const char *mode) {
+    return File(std::fopen(path, mode));
+}
+
+// One line of at most N - 1 characters; a longer line comes in pieces. False at the end of the file.
+template <size_t N>
+bool readLine(std::FILE *file, char (&line)[N]) {
+    return std::fgets(line, static_cast<int>(N), file) != nullptr;
+}
+
+// Device files: lines of at most 127 characters.
+using ConfigLine = char[128];
+
+// Copies a text into a fixed field, cut to it, NUL-terminated, the rest of the field zeroed.
+template <size_t N>
+void setText(char (&field)[N], const char *text) {
+    const size_t length = std::min(std::strlen(text), N - 1);
+    std::memcpy(field, text, length);
+    std::memset(field + length, 0, N - length);
+}
+
+}  // namespace kv

@@ -1,0 +1,22 @@
+// The host's callbacks, typed: every question to the topology database and every JSON write goes through here.
+#pragma once
+
+#include "kv1905/kvMAP1905.h"
+
+namespace kv {
+
+void registerHost(const Kv1905BcmCbs *table, uint8_t flag);
+
+// Slot 0 with the arguments as they are; 0 when the slot is empty.
+uintptr_t queryDataModel(uint32_t code, const void *argument, uintptr_t argument2);
+
+// The plug-in's block of a device, or null when the host does not know it. alMac null: the local device.
+KvDevVendorData *deviceVendorData(const uint8_t *alMac);
+
+// AL MAC of the device that owns an interface MAC. 0 with alMacOut filled, KV_RET_ERR when nobody does.
+int getalMacOfDevTableByIfMac(uint8_t *alMacOut, const uint8_t *ifMac);
+
+// Asks the host to rewrite its JSON data-model file, because a value that it shows may have changed.
+int writeJsonDataModel();
+
+}  // namespace kv

@@ -1,0 +1,24 @@
+// Log lines. Most begin with the local AL MAC; these helpers are the only place that writes that prefix.
+//
+//   LOG_DEVICE(KV_LOG_ERROR, "NULL registar function\n");            Device 02:.., NULL registar function
+//   LOG_MSG(KV_LOG_DEBUG, "send config query to " KV_MAC "\n", KV_MAC_BYTES(alMac));
+//
+// They are macros because the prefix must join the format at compile time, where -Wformat still sees the whole of it.
+#pragma once
+
+#include "frame/identity.h"
+#include "kv1905/kos.h"
+#include "kv1905/kvlog.h"
+
+#define KV_MAC "%02hhX:%02hhX:%02hhX:%02hhX:%02hhX:%02hhX"
+#define KV_MAC_BYTES(mac) (mac)[0], (mac)[1], (mac)[2], (mac)[3], (mac)[4], (mac)[5]
+
+#define LOG_PLAIN(level, ...) kvMAP_syslog(KV_LOG_FACILITY_MSG, level, __VA_ARGS__)
+
+#define LOG_PREFIXED(level, prefix, text, ...)                             \
+    kvMAP_syslog(KV_LOG_FACILITY_MSG, level, prefix "Device " KV_MAC text, \
+                 KV_MAC_BYTES(kv::getMAPAlMac()) __VA_OPT__(, ) __VA_ARGS__)
+
+#define LOG_DEVICE(level, text, ...) LOG_PREFIXED(level, "", ", " text __VA_OPT__(, ) __VA_ARGS__)
+#define LOG_MSG(level, text, ...) LOG_PREFIXED(level, "[MSG] ", ", " text __VA_OPT__(, ) __VA_ARGS__)
+#define LOG_DB(level, text, ...) LOG_PREFIXED(level, "[DB] ", ", " text __VA_OPT__(, ) __VA_ARGS__)

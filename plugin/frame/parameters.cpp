@@ -1,0 +1,90 @@
+#include "frame/parameters.h"
+
+#include <cstdlib>
+#include <cstring>
+
+#include "frame/file.h"
+#include "frame/local_files.h"
+#include "frame/log.h"
+#include "frame/shell.h"
+
+uint32_t kvFlags = 0;
+
+namespace kv {
+
+namespace {
+
+constexpr char kNvramScratchPath[] = "/tmp/.kv1905_nvram_tmp";
+constexpr char kNvramCommand[] = "nvram show | grep multiap_mode > /tmp/.kv1905_nvram_tmp";
+constexpr unsigned kControllerBit = 0x1;
+
+// A line that holds the key and sets the flag when the number at its start is not zero.
+struct NumberFlag {
+    const char *key;
+    const char *format;
+    uint32_t flag;
+};
+
+constexpr NumberFlag kNumberFlags[] = {
+    {"autoRoleSelect=", "autoRoleSelect=%d", KV_FLAG_AUTO_ROLE_SELECT},
+    {"autoRoleSelectOnlyWhenGwFound=", "autoRoleSelectOnlyWhenGwFound=%d", KV_FLAG_AUTO_ROLE_SELECT_ONLY_WHEN_GW_FOUND},
+};
+
+uint32_t modeFlag(const char *line) {
+    char word[16] = "";
+    std::sscanf(line, "Mode=%15s", word);
+    if (std::strncmp(word, "ap", 2) == 0) {
+        return KV_FLAG_MODE_AP;
+    }
+    return std::strncmp(word, "repeater", 8) == 0 ? KV_FLAG_MODE_REPEATER : 0;
+}
+
+// The flag that one line sets. value survives from line to line: a number that does not parse repeats the last.
+uint32_t flagOfLine(const char *line, int &value) {
+    for (const NumberFlag &row : kNumberFlags) {
+        if (std::strstr(line, row.key) != nullptr) {
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wformat-nonliteral"
+            std::sscanf(line, row.format, &value);
+#pragma GCC diagnostic pop
+            return value != 0 ? row.flag : 0;
+        }
+    }
+    return std::strstr(line, "Mode=") != nullptr ? modeFlag(line) : 0;
+}
+
+}  // namespace
+
+int updateParameters() {
+    const File file = openFile(kDeviceConfigPath, "r");
+    if (file == nullptr) {
+        LOG_PLAIN(KV_LOG_ERROR, "Can't open the file %s\n", kDeviceConfigPath);
+        return KV_RET_ERR;
+    }
+    kvFlags = 0;
+    int value = 0;
+    ConfigLine line;
+    while (readLine(file.get(), line)) {
+        kvFlags |= flagOfLine(line, value);
+    }
+    kos_pk("%s(%d) kvFlags = 0x%04X\n", "kvMAP1905_param_update", __LINE__, kvFlags);
+    return KV_RET_OK;
+}
+
+int findController() {
+    runCommand(kNvramCommand);
+    int mode = 0;
+    if (File file = openFile(kNvramScratchPath, "r")) {
+        char line[64];
+        if (readLine(file.get(), line)) {
+            if (const char *equals = std::strchr(line, '=')) {
+                mode = std::atoi(equals + 1);
+            }
+        }
+        file.reset();
+        std::remove(kNvramScratchPath);
+    }
+    return (static_cast<unsigned>(mode) & kControllerBit) != 0 ? 1 : 0;
+}
+
+}  // namespace kv

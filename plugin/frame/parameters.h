@@ -1,0 +1,12 @@
+// Role selection: the flag word for the host, and whether this device is the Multi-AP controller.
+#pragma once
+
+namespace kv {
+
+// Rebuilds kvFlags from the configuration file. KV_RET_ERR, and kvFlags unchanged, when it cannot be opened.
+int updateParameters();
+
+// 1 when bit 0 of the nvram setting multiap_mode is set, else 0.
+int findController();
+
+}  // namespace kv

@@ -1,0 +1,39 @@
+// Shell commands, and what may be part of one.
+#pragma once
+
+#include <cstdio>
+#include <cstdlib>
+#include <memory>
+
+namespace kv {
+
+struct ClosePipe {
+    void operator()(std::FILE *pipe) const { pclose(pipe); }
+};
+using Pipe = std::unique_ptr<std::FILE, ClosePipe>;
+
+// Output of a command; null when it could not be started.
+inline Pipe openCommand(const char *command) {
+    return Pipe(popen(command, "r"));
+}
+
+// Runs a command to its end. Most callers judge it by the file it leaves, not by its status.
+inline int runCommand(const char *command) {
+    return std::system(command);
+}
+
+// Values from the wire, nvram or a file are data; only these characters are harmless to a shell. True when text is
+// not empty and holds only letters, digits and . _ : / -
+inline bool isShellSafe(const char *text) {
+    const auto allowed = [](char c) {
+        return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '.' || c == '_' ||
+               c == ':' || c == '/' || c == '-';
+    };
+    const char *c = text;
+    while (allowed(*c)) {
+        ++c;
+    }
+    return c != text && *c == '\0';
+}
+
+}  // namespace kv

@@ -1,0 +1,176 @@
+#include "frame/vendor_data.h"
+
+#include <sys/stat.h>
+
+#include <cstring>
+#include <optional>
+
+#include "frame/host_table.h"
+#include "frame/local_files.h"
+#include "frame/log.h"
+#include "frame/memory.h"
+#include "frame/parameters.h"
+
+uint32_t NCAL_state = 0;
+
+namespace kv {
+
+namespace {
+
+RegisteredNeighbors mapNbrTbl;
+
+// Nothing when the file cannot be examined.
+std::optional<uint32_t> modificationTime(const char *path) {
+    struct stat status = {};
+    if (stat(path, &status) != 0) {
+        return std::nullopt;
+    }
+    return static_cast<uint32_t>(status.st_mtime);
+}
+
+// Owns what getSecurityConfig fills in, however the caller leaves.
+struct FreeSecurityConfig {
+    void operator()(SecurityConfig *sec) const {
+        std::free(sec->secData);
+        std::free(sec);
+    }
+};
+
+}  // namespace
+
+void RegisteredNeighbors::add(const uint8_t *alMac) {
+    std::optional<size_t> free;
+    for (size_t index = 0; index < kCapacity; ++index) {
+        if (isZeroMac(entries_[index])) {
+            free = index;
+        } else if (sameMac(entries_[index], alMac)) {
+            return;
+        }
+    }
+    if (!free) {
+        return;
+    }
+    std::memcpy(entries_[*free], alMac, KV_MAC_LEN);
+    const uint8_t *local = getMAPAlMac();
+    LOG_PLAIN(KV_LOG_NOTICE, "Device " KV_MAC " Register MAP Neighbor " KV_MAC ", idx = %d\n", KV_MAC_BYTES(local),
+              KV_MAC_BYTES(alMac), static_cast<int>(*free));
+}
+
+RegisteredNeighbors &registeredNeighbors() {
+    return mapNbrTbl;
+}
+
+void registerMAPNeighbor(const uint8_t *alMac) {
+    mapNbrTbl.add(alMac);
+}
+
+void initDevice(KvDevVendorData *dev) {
+    if (dev == nullptr) {
+        return;
+    }
+    dev->confFileMtime = 0;
+    dev->versionFileMtime = 0;
+    controller = static_cast<uint8_t>(findController());
+    updateDevice(dev);
+}
+
+void updateDevice(KvDevVendorData *dev) {
+    if (dev == nullptr) {
+        LOG_PLAIN(KV_LOG_ERROR, "Allocate memory failed for device vendor data\n");
+        return;
+    }
+    initDevConfig(dev, controller != 0);
+    initSecurityConfig(&dev->security);
+}
+
+void initDevConfig(KvDevVendorData *dev, bool isController) {
+    // A file that cannot be examined counts as changed: its loader then says what is wrong, and its stored time
+    // of 0 makes sure that it is loaded when it comes back.
+    const std::optional<uint32_t> confTime = modificationTime(kDeviceConfigPath);
+    if (!confTime || *confTime != dev->confFileMtime) {
+        LOG_DEVICE(KV_LOG_DEBUG, "initialize KOVAN device configuration\n");
+        dev->cfgAttrCount = 0;
+        dev->rebootFromNbrCap = isController ? 0 : 1;
+        dev->intfPwrCtrlFromNbrCap = isController ? 0 : 1;
+        readDevConfFile(dev);
+        getDeviceChannel(dev);
+        dev->confFileMtime = confTime.value_or(0);
+    }
+    const std::optional<uint32_t> versionTime = modificationTime(kVersionPath);
+    if (!versionTime || *versionTime != dev->versionFileMtime) {
+        readDevVersionFile(dev);
+        dev->versionFileMtime = versionTime.value_or(0);
+    }
+}
+
+int initSecurityConfig(SecurityConfig *sec) {
+    const std::unique_ptr<SecurityConfig, FreeSecurityConfig> found(allocateRecord<SecurityConfig>().release());
+    if (found == nullptr) {
+        LOG_DEVICE(KV_LOG_ERROR, "allocate memory fail for security config\n");
+        return KV_RET_ERR;
+    }
+    if (const int result = getSecurityConfig(found.get()); result != KV_RET_OK) {
+        LOG_DEVICE(KV_LOG_WARNING, "get security config failed\n");
+        return result;
+    }
+    Owned<uint8_t[]> data;
+    if (found->secLen != 0 && found->secData != nullptr) {
+        data = allocateBytes(found->secLen);
+        if (data == nullptr) {
+            return KV_RET_ERR;
+        }
+        std::memcpy(data.get(), found->secData, found->secLen);
+    }
+    std::free(sec->secData);  // of the last refresh
+    sec->secType = found->secType;
+    sec->secLen = found->secLen;
+    sec->secData = data.release();
+    return KV_RET_OK;
+}
+
+int getSecurityConfig(SecurityConfig *) {
+    return kvNetCtrl_Checkstate(2, NCAL_state) != 0 ? KV_RET_ERR : KV_RET_OK;
+}
+
+int kvNetCtrl_Checkstate(int, uint32_t) {
+    return 0;
+}
+
+void initInterface(KvIntfVendorData *intf, uint32_t mediaType) {
+    if (intf == nullptr) {
+        LOG_PLAIN(KV_LOG_ERROR, "Allocate memory failed for interface vendor data\n");
+        return;
+    }
+    intf->pwrState = getIntfPwrSt(mediaType);
+}
+
+int capabilityFromController(int which) {
+    const KvDevVendorData *dev = deviceVendorData(nullptr);
+    if (dev == nullptr) {
+        LOG_PLAIN(KV_LOG_ERROR, "Device configuration is NULL.\n");
+        return 0;
+    }
+    switch (which) {
+        case kCapabilityReboot:
+            return dev->rebootFromNbrCap != 0 ? 1 : 0;
+        case kCapabilityInterfacePower:
+            return dev->intfPwrCtrlFromNbrCap != 0 ? 1 : 0;
+        default:
+            return 0;
+    }
+}
+
+int checkAgentSpeaksProtocol(const uint8_t *alMac, uint8_t *isKovan) {
+    if (alMac == nullptr || isKovan == nullptr) {
+        return KV_RET_ERR;
+    }
+    const KvDevVendorData *dev = deviceVendorData(alMac);
+    if (dev == nullptr) {
+        LOG_PLAIN(KV_LOG_ERROR, "enrolle_mac [" KV_MAC "] is not exist in DB.\n\n", KV_MAC_BYTES(alMac));
+        return KV_RET_ERR;
+    }
+    *isKovan = dev->protoVersion[0] != '\0' ? 1 : 0;
+    return KV_RET_OK;
+}
+
+}  // namespace kv

@@ -1,0 +1,56 @@
+// The plug-in's records inside the host's devices and interfaces, and the small questions asked of them.
+#pragma once
+
+#include <cstddef>
+
+#include "kv1905/kvMAP1905.h"
+
+namespace kv {
+
+// Devices whose Wi-Fi neighbour tables are aged: five AL MACs, filled from the highest index down.
+class RegisteredNeighbors {
+  public:
+    static constexpr size_t kCapacity = 5;
+
+    // Adds an AL MAC; nothing happens when it is there already or no entry is free.
+    void add(const uint8_t *alMac);
+    void clear() { *this = RegisteredNeighbors(); }
+    const uint8_t *at(size_t index) const { return entries_[index]; }
+
+  private:
+    uint8_t entries_[kCapacity][KV_MAC_LEN] = {};  // all zero: free
+};
+
+RegisteredNeighbors &registeredNeighbors();
+
+void registerMAPNeighbor(const uint8_t *alMac);
+
+void initDevice(KvDevVendorData *dev);
+void updateDevice(KvDevVendorData *dev);
+
+// Reloads the local files that changed since they were last loaded into dev.
+void initDevConfig(KvDevVendorData *dev, bool isController);
+
+// Fills sec from getSecurityConfig. sec stays as it was, except on success.
+int initSecurityConfig(SecurityConfig *sec);
+int getSecurityConfig(SecurityConfig *sec);
+
+// Whether the network-control state forbids an operation: 0 always, no state of this device does.
+int kvNetCtrl_Checkstate(int code, uint32_t state);
+
+void initInterface(KvIntfVendorData *intf, uint32_t mediaType);
+
+// Capabilities of the local device towards its controller, by number.
+enum { kCapabilityReboot = 0, kCapabilityInterfacePower = 1 };
+int capabilityFromController(int which);
+
+inline int getEnableRebootFromNbrCap() {
+    return capabilityFromController(kCapabilityReboot);
+}
+inline int getEnableIntfPwrCtrlFromNbrCap() {
+    return capabilityFromController(kCapabilityInterfacePower);
+}
+
+int checkAgentSpeaksProtocol(const uint8_t *alMac, uint8_t *isKovan);
+
+}  // namespace kv

@@ -1,0 +1,81 @@
+// ONE table: message type -> name, payload decoder, payload encoder, handler, resend. A new message is one row here
+// and one file in features/. Types without a row are unknown to encoder, decoder and dispatcher alike.
+#include <array>
+#include <iterator>
+#include <span>
+
+#include "features/config_exchange/config_codec.h"
+#include "features/config_exchange/config_exchange.h"
+#include "protocol/intel_message.h"
+#include "protocol/message_row.h"
+
+namespace kv {
+
+namespace {
+
+// Reserved types have no payload: they encode to the bare envelope and are refused on receipt.
+uint16_t refuseReserved(ByteReader &, KvVendMsg &) {
+    return 0;
+}
+int encodeNothing(const KvVendMsg &, ByteWriter &) {
+    return KV_RET_OK;
+}
+
+#define RESERVED(number) \
+    { VEND_MSG_TYPE_RESERVED_##number, "RESERVED_" #number, refuseReserved, encodeNothing, nullptr, nullptr }
+
+// clang-format off
+constexpr MessageRow kRows[] = {
+    // type                    name          decode                 encode               handle                          resend
+    {VEND_MSG_TYPE_CONF_QUERY, "CONF_QUERY", parseConfQueryMsgData, genConfQueryMsgData, handledBy<handleConfQueryMsg>, sendConfQuery},
+    {VEND_MSG_TYPE_CONF_RESP,  "CONF_RESP",  parseConfRespMsgData,  genConfRespMsgData,  handledBy<handleConfRespMsg>,  nullptr},
+    RESERVED(10), RESERVED(11), RESERVED(12), RESERVED(16), RESERVED(17), RESERVED(18), RESERVED(19),
+    RESERVED(42), RESERVED(43), RESERVED(44), RESERVED(49), RESERVED(50),
+};
+// clang-format on
+
+#undef RESERVED
+
+// Intel's set: no type of it is spoken yet.
+constexpr std::span<const IntelMessageRow> kIntelRows = {};
+
+constexpr uint8_t kNoRow = 0xFF;
+
+constexpr auto kRowOfType = [] {
+    std::array<uint8_t, VEND_MSG_TYPE_LIMIT> index{};
+    index.fill(kNoRow);
+    for (size_t i = 0; i < std::size(kRows); ++i) {
+        index[kRows[i].type] = static_cast<uint8_t>(i);
+    }
+    return index;
+}();
+
+constexpr bool isSorted() {
+    for (size_t i = 1; i < std::size(kRows); ++i) {
+        if (kRows[i - 1].type >= kRows[i].type) {
+            return false;
+        }
+    }
+    return std::size(kRows) < kNoRow;
+}
+static_assert(isSorted(), "rows rise by type and are unique");
+
+}  // namespace
+
+const MessageRow *findMessageRow(uint16_t type) {
+    if (type >= VEND_MSG_TYPE_LIMIT || kRowOfType[type] == kNoRow) {
+        return nullptr;
+    }
+    return &kRows[kRowOfType[type]];
+}
+
+const IntelMessageRow *findIntelMessageRow(uint8_t type) {
+    for (const IntelMessageRow &row : kIntelRows) {
+        if (row.type == type) {
+            return &row;
+        }
+    }
+    return nullptr;
+}
+
+}  // namespace kv

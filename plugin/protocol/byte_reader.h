@@ -1,0 +1,69 @@
+// The one way to read wire data: a bounded big-endian cursor.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+
+namespace kv {
+
+// Reads past the end yield zero and set a failure that stays; a decoder checks ok() once, at its end. Nothing is
+// ever read outside the bytes given to the constructor. The bytes stay the caller's.
+class ByteReader {
+  public:
+    ByteReader(const uint8_t *data, size_t size) : position_(data), remaining_(data == nullptr ? 0 : size) {}
+
+    bool ok() const { return !failed_; }
+    size_t remaining() const { return remaining_; }
+
+    uint8_t u8() {
+        uint8_t value = 0;
+        copyTo(&value, sizeof value);
+        return value;
+    }
+
+    uint16_t u16() {
+        const unsigned high = u8();
+        const unsigned low = u8();
+        return static_cast<uint16_t>(high << 8 | low);
+    }
+
+    // Copies count bytes; leaves destination alone when fewer remain.
+    void copyTo(void *destination, size_t count) {
+        if (const uint8_t *source = advance(count)) {
+            std::memcpy(destination, source, count);
+        }
+    }
+
+    void skip(size_t count) { advance(count); }
+
+    // A reader over the next count bytes, which this one steps over. Empty and failed when fewer remain.
+    ByteReader take(size_t count) {
+        const uint8_t *source = advance(count);
+        ByteReader part(source, count);
+        part.failed_ = source == nullptr;
+        return part;
+    }
+
+  private:
+    const uint8_t *advance(size_t count) {
+        if (failed_ || count > remaining_) {
+            failed_ = true;
+            return nullptr;
+        }
+        const uint8_t *start = position_;
+        if (count > 0) {  // keeps a null position_ out of pointer arithmetic
+            position_ += count;
+            remaining_ -= count;
+        }
+        return start == nullptr ? &kNothing : start;
+    }
+
+    static constexpr uint8_t kNothing = 0;
+
+    const uint8_t *position_;
+    size_t remaining_;
+    bool failed_ = false;
+};
+
+}  // namespace kv
