@@ -1,0 +1,7 @@
+// Marks the calls that libkvplatform.so offers; everything else in it is hidden.
+#ifndef KV1905_PLATFORM_PLATFORM_API_H
+#define KV1905_PLATFORM_PLATFORM_API_H
+
+#define KV_PLATFORM_API __attribute__((visibility("default")))
+
+#endif
