@@ -1,0 +1,63 @@
+#include "support/captured_log.h"
+
+#include <algorithm>
+#include <cstdarg>
+#include <cstdio>
+
+#include "kv1905/kos.h"
+#include "kv1905/kvlog.h"
+
+namespace kvtest {
+
+namespace {
+std::vector<LogLine> lines;
+
+int capture(int facility, int level, const char *format, va_list arguments) {
+    char text[2048];
+    const int length = std::vsnprintf(text, sizeof text, format, arguments);
+    lines.push_back({facility, level, text});
+    return length;
+}
+}  // namespace
+
+const std::vector<LogLine> &logLines() {
+    return lines;
+}
+
+void clearLog() {
+    lines.clear();
+}
+
+size_t logCount(int level, const std::string &text) {
+    return static_cast<size_t>(std::count_if(lines.begin(), lines.end(), [&](const LogLine &line) {
+        return line.level == level && line.text.find(text) != std::string::npos;
+    }));
+}
+
+std::string loggedAtMost(int level) {
+    std::string all;
+    for (const LogLine &line : lines) {
+        if (line.level != kPrint && line.level <= level) {
+            all += line.text;
+        }
+    }
+    return all;
+}
+
+}  // namespace kvtest
+
+int kvMAP_syslog(int facility, int level, const char *format, ...) {
+    va_list arguments;
+    va_start(arguments, format);
+    kvtest::capture(facility, level, format, arguments);
+    va_end(arguments);
+    return 0;
+}
+
+int kos_pk(const char *format, ...) {
+    va_list arguments;
+    va_start(arguments, format);
+    const int length = kvtest::capture(kvtest::kPrint, kvtest::kPrint, format, arguments);
+    va_end(arguments);
+    return length;
+}

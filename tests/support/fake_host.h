@@ -1,0 +1,73 @@
+// A host behind the callback table: knows devices, records what is sent, and fails on demand.
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "kv1905/kvMAP1905.h"
+
+namespace kvtest {
+
+using Mac = std::array<uint8_t, KV_MAC_LEN>;
+using Bytes = std::vector<uint8_t>;
+
+inline constexpr Mac kLocal = {0x00, 0x11, 0x22, 0x33, 0x44, 0x55};
+inline constexpr Mac kAgent = {0x66, 0x77, 0x88, 0x99, 0xAA, 0xBB};
+inline constexpr Mac kStranger = {0x02, 0xEE, 0xEE, 0xEE, 0xEE, 0xEE};
+
+template <typename Range>
+void append(Bytes &bytes, const Range &more) {
+    for (const auto byte : more) {
+        bytes.push_back(static_cast<uint8_t>(byte));
+    }
+}
+
+// The first count bytes.
+inline Bytes head(const Bytes &bytes, size_t count) {
+    return Bytes(bytes.data(), bytes.data() + count);
+}
+
+// "02 4E A7" -> bytes; white space is ignored.
+Bytes fromHex(const std::string &text);
+
+enum class Slot { Unicast, Multicast, RelayedMulticast };
+
+struct Sent {
+    Slot slot;
+    Mac destination;
+    Bytes value;
+    std::optional<uint16_t> msgIdIn;  // none: the plug-in passed a null pointer
+};
+
+// One at a time; registers itself, fills KvDevAlMac and resets the plug-in's state, and leaves it reset behind.
+class FakeHost {
+  public:
+    FakeHost();
+    ~FakeHost();
+    FakeHost(const FakeHost &) = delete;
+    FakeHost &operator=(const FakeHost &) = delete;
+
+    KvDevVendorData &addDevice(const Mac &alMac);
+    KvDevVendorData &local() { return *devices.at(kLocal); }
+
+    // Hands a TLV value to the plug-in in a block of exactly its size, so that a read past it is caught.
+    void receive(const Mac &source, const Bytes &value, uint16_t msgId);
+
+    std::map<Mac, std::unique_ptr<KvDevVendorData>> devices;
+    std::map<Mac, Mac> owners;  // interface MAC -> AL MAC
+    std::vector<Sent> sent;
+    int sendResult = 0;
+    int jsonResult = 0;
+    int jsonWrites = 0;
+    uint16_t nextMsgId = 0x1000;  // given to requests
+};
+
+// The bytes of a message from a device: 15-byte envelope, then payload. length overrides the payload length field.
+Bytes message(const Mac &alMac, uint16_t type, const Bytes &payload, std::optional<uint16_t> length = std::nullopt);
+
+}  // namespace kvtest

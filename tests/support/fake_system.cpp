@@ -1,0 +1,62 @@
+#include "support/fake_system.h"
+
+#include <sys/time.h>
+
+namespace {
+std::time_t clockNow = 0;
+size_t failIn = 0;  // allocations until the one that fails; 0: none is to fail
+bool failed = false;
+size_t allocations = 0;
+}  // namespace
+
+// In a program's own symbol table before the C library's, for plug-in and test alike.
+extern "C" std::time_t time(std::time_t *out) noexcept {
+    std::time_t now = clockNow;
+    if (now == 0) {
+        timeval real = {};
+        gettimeofday(&real, nullptr);
+        now = real.tv_sec;
+    }
+    if (out != nullptr) {
+        *out = now;
+    }
+    return now;
+}
+
+// The linker's --wrap=calloc leads the plug-in's calls here.
+extern "C" void *__real_calloc(size_t count, size_t size);
+extern "C" void *__wrap_calloc(size_t count, size_t size) {
+    if (failIn > 0 && --failIn == 0) {
+        failed = true;
+        return nullptr;
+    }
+    ++allocations;
+    return __real_calloc(count, size);
+}
+
+namespace kvtest {
+
+void setClock(std::time_t now) {
+    clockNow = now;
+}
+
+FailingAllocation::FailingAllocation(size_t nth) {
+    failIn = nth;
+    failed = false;
+}
+
+FailingAllocation::~FailingAllocation() {
+    failIn = 0;
+}
+
+bool FailingAllocation::happened() const {
+    return failed;
+}
+
+size_t takeAllocationCount() {
+    const size_t count = allocations;
+    allocations = 0;
+    return count;
+}
+
+}  // namespace kvtest
