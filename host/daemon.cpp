@@ -1,0 +1,369 @@
+#include "daemon.h"
+
+#include <sys/socket.h>
+
+#include <cerrno>
+#include <csignal>
+#include <cstdlib>
+#include <cstring>
+#include <ctime>
+#include <random>
+#include <stdexcept>
+
+namespace kv1905d {
+namespace {
+
+constexpr int kFramesPerTurn = 64;           // read from one socket before the others have their turn
+constexpr size_t kLargestFrame = 65536;      // bytes; larger than any interface delivers
+constexpr uint64_t kUpdateEvery = 5;         // seconds between looks at the local configuration files
+constexpr uint64_t kWriteEvery = 3;          // seconds between JSON files when there is no plug-in to ask for them
+constexpr unsigned kSilentAgentRounds = 10;  // agents that never answered are asked in one round of so many
+
+Time monotonicNow() {
+    return std::chrono::duration_cast<Time>(std::chrono::nanoseconds(uv_hrtime()));
+}
+
+void requireUv(int result, const char *step) {
+    if (result < 0) throw std::runtime_error(std::string("event loop: ") + step + ": " + uv_strerror(result));
+}
+
+void freeInterfaceList(KvIntfList *list) {
+    for (KvIntfEntry *entry = list->head; entry != nullptr;) {
+        KvIntfEntry *next = entry->next;
+        std::free(entry);
+        entry = next;
+    }
+    std::free(list);
+}
+
+// A list of its own for the plug-in, which frees it. Null when memory runs out.
+KvIntfList *newInterfaceList(const Device &device) {
+    auto *list = static_cast<KvIntfList *>(std::calloc(1, sizeof(KvIntfList)));
+    if (list == nullptr) return nullptr;
+    KvIntfEntry **end = &list->head;
+    for (const DeviceInterface &interface : device.interfaces) {
+        *end = static_cast<KvIntfEntry *>(std::calloc(1, sizeof(KvIntfEntry)));
+        if (*end == nullptr) {
+            freeInterfaceList(list);
+            return nullptr;
+        }
+        std::copy(interface.facts.mac.bytes.begin(), interface.facts.mac.bytes.end(), (*end)->mac);
+        (*end)->mediaType = interface.facts.mediaType;
+        end = &(*end)->next;
+        ++list->count;
+    }
+    return list;
+}
+
+}  // namespace
+
+const Daemon::SignalRow Daemon::kSignals[] = {
+    {SIGTERM, &Daemon::stop},
+    {SIGINT, &Daemon::stop},
+    {SIGHUP, &Daemon::writeNow},
+    {SIGUSR1, &Daemon::announceConfiguration},
+};
+
+Daemon::Daemon(const Options &options) : options_(options) {
+    static_assert(std::size(kSignals) == kSignalCount);
+    NodeConfig config = openPorts();
+    if (!options_.plugin.empty()) plugin_ = loadPlugin(options_.plugin);
+    node_ = std::make_unique<Node>(std::move(config), nodeEvents(), monotonicNow());
+    openLoop();
+    if (plugin_) initPlugin();
+}
+
+Daemon::~Daemon() {
+    closeLoop();
+}
+
+NodeConfig Daemon::openPorts() {
+    NodeConfig config;
+    config.alMac = options_.alMac;
+    config.discoveryInterval = std::chrono::seconds(options_.discoveryInterval);
+    config.seed = std::random_device{}();
+    for (const std::string &name : options_.interfaces) {
+        auto watch = std::make_unique<Watch>();
+        watch->daemon = this;
+        watch->port = watches_.size();
+        watch->fd = openPort(name, options_.alMac);
+        const std::optional<MacAddress> mac = interfaceMac(name);
+        if (!mac) throw std::runtime_error("interface " + name + " vanished");
+        Port port;
+        port.name = name;
+        port.mac = *mac;
+        port.fd = watch->fd.get();
+        config.ports.push_back(std::move(port));
+        watches_.push_back(std::move(watch));
+    }
+    for (const RadioOption &radio : options_.radios) {
+        config.radios.push_back(radio.facts);
+        KV_HOST_LOG(KV_LOG_INFO, "radio %s: %s, media type 0x%04x", radio.name.c_str(), radio.facts.mac.text().c_str(),
+                    radio.facts.mediaType);
+    }
+    if (!options_.bridge.empty()) {
+        bridge_ = openSender(options_.bridge);
+        config.bridgeFd = bridge_.get();
+    }
+    return config;
+}
+
+NodeEvents Daemon::nodeEvents() {
+    NodeEvents events;
+    if (!plugin_) return events;
+    events.vendorTlv = [this](const MacAddress &source, ByteView value, uint16_t msgId) {
+        KvRecvVendTlv tlv{};
+        std::copy(source.bytes.begin(), source.bytes.end(), tlv.srcMac);
+        tlv.value = value.data();
+        plugin_->tlvHandle(&tlv, static_cast<uint32_t>(value.size()), msgId);
+    };
+    events.topologyResponse = [this](Device &device) { topologyResponse(device); };
+    return events;
+}
+
+void Daemon::initPlugin() {
+    Device &local = node_->topology().local();
+    startPlugin(*plugin_, *this, options_.alMac, local.vendor.data());
+    for (DeviceInterface &interface : local.interfaces) {
+        plugin_->interfaceInit(&interface.vendor, interface.facts.mediaType);
+    }
+    plugin_->paramUpdate();
+}
+
+// ---- Event loop
+
+void Daemon::openLoop() {
+    requireUv(uv_loop_init(&loop_), "start");
+    loop_.data = this;
+    uv_timer_init(&loop_, &nodeTimer_);
+    uv_timer_init(&loop_, &secondTimer_);
+    for (uv_signal_t &handle : signals_)
+        uv_signal_init(&loop_, &handle);
+}
+
+void Daemon::closeLoop() {
+    if (loop_.data == nullptr) return;
+    uv_walk(
+        &loop_, [](uv_handle_t *handle, void *) { uv_close(handle, nullptr); }, nullptr);
+    uv_run(&loop_, UV_RUN_DEFAULT);
+    uv_loop_close(&loop_);
+}
+
+void Daemon::run() {
+    for (size_t i = 0; i < kSignalCount; ++i) {
+        const auto callback = [](uv_signal_t *handle, int number) {
+            auto *self = static_cast<Daemon *>(handle->loop->data);
+            for (const SignalRow &row : kSignals) {
+                if (row.number == number) (self->*row.act)();
+            }
+        };
+        requireUv(uv_signal_start(&signals_[i], callback, kSignals[i].number), "catch a signal");
+    }
+    for (const auto &watchPointer : watches_) {
+        requireUv(uv_poll_init(&loop_, &watchPointer->handle, watchPointer->fd.get()), "watch a socket");
+        watchPointer->handle.data = watchPointer.get();
+        watch(*watchPointer);
+    }
+    const auto tick = [](uv_timer_t *handle) { static_cast<Daemon *>(handle->loop->data)->everySecond(); };
+    requireUv(uv_timer_start(&secondTimer_, tick, 0, 1000), "start a timer");
+    KV_HOST_LOG(KV_LOG_NOTICE, "kv1905d %s runs as %s %s on %zu interface(s)", KV1905_VERSION, role(),
+                options_.alMac.text().c_str(), watches_.size());
+    schedule();
+    uv_run(&loop_, UV_RUN_DEFAULT);
+    KV_HOST_LOG(KV_LOG_NOTICE, "kv1905d ends");
+}
+
+void Daemon::watch(Watch &watch) {
+    const auto callback = [](uv_poll_t *handle, int status, int) {
+        auto *ready = static_cast<Watch *>(handle->data);
+        if (status < 0) ready->polling = false;
+        ready->daemon->readFrames(*ready);  // also takes a pending error off the socket
+        ready->daemon->schedule();
+    };
+    watch.polling = uv_poll_start(&watch.handle, UV_READABLE, callback) == 0;
+}
+
+void Daemon::readFrames(Watch &watch) {
+    static std::array<uint8_t, kLargestFrame> buffer;
+    for (int i = 0; i < kFramesPerTurn; ++i) {
+        const ssize_t size = recv(watch.fd.get(), buffer.data(), buffer.size(), MSG_DONTWAIT);
+        if (size >= 0) {
+            node_->receive(watch.port, ByteView(buffer).first(static_cast<size_t>(size)), monotonicNow());
+            continue;
+        }
+        if (errno == EAGAIN || errno == EINTR) return;
+        KV_HOST_LOG(KV_LOG_WARNING, "%s: receive: %s", options_.interfaces[watch.port].c_str(), std::strerror(errno));
+        return;
+    }
+}
+
+// Do what the node has to do now and come back when it has more.
+void Daemon::schedule() {
+    const Time now = monotonicNow();
+    const Time wait = node_->run(now) - now;
+    uv_update_time(&loop_);
+    const auto callback = [](uv_timer_t *handle) { static_cast<Daemon *>(handle->loop->data)->schedule(); };
+    uv_timer_start(&nodeTimer_, callback, static_cast<uint64_t>(wait.count()), 0);
+}
+
+void Daemon::everySecond() {
+    checkLinks();
+    if (plugin_) {
+        if (seconds_ % kUpdateEvery == 0) plugin_->deviceUpdate(node_->topology().local().vendor.data());
+        plugin_->mainLoop();
+        pollConfigurations();
+    } else if (seconds_ % kWriteEvery == 0) {
+        writeDataModel();
+    }
+    ++seconds_;
+    schedule();
+}
+
+void Daemon::checkLinks() {
+    for (const auto &entry : watches_) {
+        if (!entry->polling) watch(*entry);
+        const bool running = interfaceRunning(options_.interfaces[entry->port]);
+        if (running == entry->running) continue;
+        entry->running = running;
+        node_->linkChanged(entry->port, running, monotonicNow());
+    }
+}
+
+// ---- Signals
+
+void Daemon::stop() {
+    uv_stop(&loop_);
+}
+
+void Daemon::writeNow() {
+    writeDataModel();
+}
+
+void Daemon::announceConfiguration() {
+    if (!plugin_ || isController()) {
+        KV_HOST_LOG(KV_LOG_WARNING, "no configuration to announce: this device is no agent");
+    } else if (plugin_->confRespSend(nullptr, 0, 1) != KV_RET_OK) {
+        KV_HOST_LOG(KV_LOG_WARNING, "the configuration could not be announced");
+    }
+}
+
+// ---- The controller's duties
+
+void Daemon::topologyResponse(Device &device) {
+    if (isController() && device.poll.announced) queryConfiguration(device);
+}
+
+void Daemon::pollConfigurations() {
+    if (!isController()) return;
+    const Time now = monotonicNow();
+    for (const auto &[alMac, device] : node_->topology().devices()) {
+        if (device->local || device->poll.due > now) continue;
+        uint8_t speaks = 0;
+        plugin_->checkAgent(alMac.bytes.data(), &speaks);
+        if (speaks != 0 || ++device->poll.roundsSkipped >= kSilentAgentRounds) {
+            queryConfiguration(*device);
+        } else {
+            device->poll.due = now + node_->jittered(std::chrono::seconds(options_.queryInterval));
+        }
+    }
+}
+
+void Daemon::queryConfiguration(Device &device) {
+    device.poll.announced = false;
+    device.poll.roundsSkipped = 0;
+    device.poll.due = monotonicNow() + node_->jittered(std::chrono::seconds(options_.queryInterval));
+    plugin_->confQuerySend(device.alMac.bytes.data(), 0);
+}
+
+// ---- What the plug-in asks of the host
+
+Device *Daemon::deviceFor(const void *alMac) {
+    Topology &topology = node_->topology();
+    if (alMac == nullptr) return &topology.local();
+    return topology.find(MacAddress::copyOf(static_cast<const uint8_t *>(alMac)));
+}
+
+uintptr_t Daemon::dataQuery(uint32_t code, void *argument, uintptr_t argument2) {
+    using Answer = uintptr_t (*)(Daemon &, void *, uintptr_t);
+    constexpr Answer record = [](Daemon &self, void *alMac, uintptr_t) -> uintptr_t {
+        Device *device = self.deviceFor(alMac);
+        return device == nullptr ? 0 : reinterpret_cast<uintptr_t>(device->vendor.data());
+    };
+    constexpr Answer known = [](Daemon &self, void *alMac, uintptr_t) -> uintptr_t {
+        return alMac != nullptr && self.deviceFor(alMac) != nullptr ? KV_RET_OK : KV_RET_ERR;
+    };
+    constexpr Answer owner = [](Daemon &self, void *mac, uintptr_t out) -> uintptr_t {
+        if (mac == nullptr || out == 0) return KV_RET_ERR;
+        const MacAddress wanted = MacAddress::copyOf(static_cast<const uint8_t *>(mac));
+        const Device *device = self.node_->topology().findByAnyMac(wanted);
+        if (device == nullptr) return KV_RET_ERR;
+        std::copy(device->alMac.bytes.begin(), device->alMac.bytes.end(), reinterpret_cast<uint8_t *>(out));
+        return KV_RET_OK;
+    };
+    constexpr Answer interfaces = [](Daemon &self, void *alMac, uintptr_t) -> uintptr_t {
+        const Device *device = self.deviceFor(alMac);
+        return device == nullptr ? 0 : reinterpret_cast<uintptr_t>(newInterfaceList(*device));
+    };
+    constexpr Answer answers[] = {known, owner, record, interfaces, record};  // by DM_QUERY_*
+    static_assert(DM_QUERY_DEVICE == 0 && DM_QUERY_ALMAC_BY_IFMAC == 1 && DM_QUERY_DEV_VENDOR_DATA == 2 &&
+                  DM_QUERY_INTF_LIST == 3 && DM_QUERY_DEV_WIFI_NBR == 4);
+    if (code >= std::size(answers)) {
+        KV_HOST_LOG(KV_LOG_WARNING, "data query %u is not known", code);
+        return 0;
+    }
+    return answers[code](*this, argument, argument2);
+}
+
+int Daemon::writeDataModel() {
+    const time_t wallClock = std::time(nullptr);
+    const Time now = monotonicNow();
+    try {
+        replaceFile(options_.dataModel,
+                    dataModelJson({node_->topology(), node_->counters(), role(), mainNetworks(), now, wallClock}));
+    } catch (const std::exception &error) {
+        unsigned held = 0;
+        if (writeFailures_.open(now, &held)) {
+            KV_HOST_LOG(KV_LOG_ERROR, "JSON file not written: %s (%u more lines held back)", error.what(), held);
+        }
+        return KV_RET_ERR;
+    }
+    if (plugin_) *plugin_->dataModelTimeStamp = static_cast<uint32_t>(wallClock);
+    return KV_RET_OK;
+}
+
+const char *Daemon::role() const {
+    if (!plugin_) return "Member";
+    return isController() ? "Controller" : "Agent";
+}
+
+MainNetworks Daemon::mainNetworks() const {
+    MainNetworks networks;
+    if (!plugin_) return networks;
+    constexpr size_t slot = sizeof(*plugin_->mainSsid) / 2;
+    for (size_t i = 0; i < 2; ++i) {
+        const char *ssid = *plugin_->mainSsid + i * slot;
+        networks.ssid[i].assign(ssid, strnlen(ssid, slot));
+        networks.bssid[i] = MacAddress::copyOf(*plugin_->mainBssid + i * KV_MAC_LEN);
+    }
+    return networks;
+}
+
+int Daemon::sendVendor(Reach reach, const KvVendMsgDest &dest, uint16_t *msgId) {
+    const bool sent = node_->sendVendor(reach, MacAddress::copyOf(dest.dstMac), ByteView(dest.buffer, dest.length),
+                                        msgId, monotonicNow());
+    return sent ? KV_RET_OK : KV_RET_ERR;
+}
+
+int Daemon::sendUnicast(const KvVendMsgDest &dest, uint16_t *msgId) {
+    return sendVendor(Reach::Unicast, dest, msgId);
+}
+
+int Daemon::sendToNeighbours(const KvVendMsgDest &dest, uint16_t *msgId) {
+    return sendVendor(Reach::Neighbours, dest, msgId);
+}
+
+int Daemon::sendToNetwork(const KvVendMsgDest &dest, uint16_t *msgId) {
+    return sendVendor(Reach::Network, dest, msgId);
+}
+
+}  // namespace kv1905d

@@ -1,0 +1,94 @@
+// The process: sockets, timers and signals around a Node, and the plug-in beside it.
+#pragma once
+
+#include <uv.h>
+
+#include <array>
+#include <memory>
+#include <optional>
+#include <vector>
+
+#include "data_model_file.h"
+#include "ethernet_port.h"
+#include "node.h"
+#include "options.h"
+#include "plugin.h"
+
+namespace kv1905d {
+
+class Daemon final : private PluginHost {
+  public:
+    // Opens every socket and starts the plug-in. Throws std::runtime_error that names what failed.
+    explicit Daemon(const Options &options);
+    ~Daemon() override;
+    Daemon(const Daemon &) = delete;
+    Daemon &operator=(const Daemon &) = delete;
+
+    // Runs until SIGTERM or SIGINT.
+    void run();
+
+  private:
+    // A port's socket on the event loop.
+    struct Watch {
+        Daemon *daemon;
+        size_t port;
+        FileDescriptor fd;
+        bool running = true;   // last known link state
+        bool polling = false;  // libuv stops watching a socket after an error, such as the interface going down
+        uv_poll_t handle{};
+    };
+    struct SignalRow {
+        int number;
+        void (Daemon::*act)();
+    };
+    static const SignalRow kSignals[];
+    static constexpr size_t kSignalCount = 4;
+
+    NodeConfig openPorts();
+    NodeEvents nodeEvents();
+    void openLoop();
+    void closeLoop();
+    void initPlugin();
+
+    void watch(Watch &watch);
+    void readFrames(Watch &watch);
+    void schedule();
+    void everySecond();
+    void checkLinks();
+
+    // Signals
+    void stop();
+    void writeNow();
+    void announceConfiguration();
+
+    // The controller's duties
+    bool isController() const { return plugin_ && *plugin_->controller != 0; }
+    void topologyResponse(Device &device);
+    void pollConfigurations();
+    void queryConfiguration(Device &device);
+
+    const char *role() const;
+    MainNetworks mainNetworks() const;
+
+    uintptr_t dataQuery(uint32_t code, void *argument, uintptr_t argument2) override;
+    int writeDataModel() override;
+    int sendUnicast(const KvVendMsgDest &dest, uint16_t *msgId) override;
+    int sendToNeighbours(const KvVendMsgDest &dest, uint16_t *msgId) override;
+    int sendToNetwork(const KvVendMsgDest &dest, uint16_t *msgId) override;
+    int sendVendor(Reach reach, const KvVendMsgDest &dest, uint16_t *msgId);
+    Device *deviceFor(const void *alMac);
+
+    Options options_;
+    std::vector<std::unique_ptr<Watch>> watches_;
+    FileDescriptor bridge_;
+    std::optional<PluginSymbols> plugin_;
+    std::unique_ptr<Node> node_;
+    LogGate writeFailures_;
+    uint64_t seconds_ = 0;  // calls of everySecond
+    uv_loop_t loop_{};
+    uv_timer_t nodeTimer_{};
+    uv_timer_t secondTimer_{};
+    std::array<uv_signal_t, kSignalCount> signals_{};
+};
+
+}  // namespace kv1905d

@@ -1,0 +1,350 @@
+#include "data_model_file.h"
+
+#include <fcntl.h>
+#include <json-c/json.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <new>
+#include <string_view>
+#include <system_error>
+
+#include "ethernet_port.h"
+
+namespace kv1905d {
+namespace {
+
+// ---- JSON values. A value belongs to the one that holds it; handing it to add() passes it on.
+
+class Json {
+  public:
+    static Json object() { return Json(json_object_new_object()); }
+    static Json array() { return Json(json_object_new_array()); }
+    static Json text(const std::string &value) {
+        const std::string valid = validUtf8(value);
+        return Json(json_object_new_string_len(valid.data(), static_cast<int>(valid.size())));
+    }
+    static Json number(uint64_t value) { return Json(json_object_new_uint64(value)); }
+    static Json boolean(bool value) { return Json(json_object_new_boolean(value)); }
+    static Json mac(const MacAddress &value) { return text(value.text()); }
+
+    Json(Json &&other) noexcept : value_(std::exchange(other.value_, nullptr)) {}
+    Json &operator=(Json &&) = delete;
+    ~Json() { json_object_put(value_); }
+
+    Json &add(const char *key, Json value) {
+        if (json_object_object_add(value_, key, value.value_) != 0) throw std::bad_alloc();
+        value.value_ = nullptr;
+        return *this;
+    }
+    Json &addNull(const char *key) {
+        if (json_object_object_add(value_, key, nullptr) != 0) throw std::bad_alloc();
+        return *this;
+    }
+    Json &add(Json value) {
+        if (json_object_array_add(value_, value.value_) != 0) throw std::bad_alloc();
+        value.value_ = nullptr;
+        return *this;
+    }
+    // A list and the number of its entries, which must agree.
+    Json &addCounted(const char *countKey, const char *listKey, Json list) {
+        add(countKey, number(json_object_array_length(list.value_)));
+        return add(listKey, std::move(list));
+    }
+    std::string print() const { return json_object_to_json_string_ext(value_, JSON_C_TO_STRING_PRETTY); }
+
+  private:
+    explicit Json(json_object *value) : value_(value) {
+        if (value == nullptr) throw std::bad_alloc();
+    }
+    json_object *value_;
+};
+
+Json timeJson(time_t when) {
+    if (when == 0) return Json::text("");
+    tm parts{};
+    char text[32] = "";
+    if (gmtime_r(&when, &parts) != nullptr) std::strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%SZ", &parts);
+    return Json::text(text);
+}
+
+// ---- Fields of the plug-in's record
+
+enum class FieldKind { Text, Byte, Flag, Number, Time };
+
+struct FieldRow {
+    const char *name;
+    size_t offset;
+    size_t size;  // of the field, in bytes
+    FieldKind kind;
+};
+
+#define KV_FIELD(name, field, kind) \
+    { name, offsetof(KvDevVendorData, field), sizeof(KvDevVendorData::field), FieldKind::kind }
+constexpr FieldRow kVendorFields[] = {
+    KV_FIELD("AttributeCount", cfgAttrCount, Byte),
+    KV_FIELD("RebootAllowed", rebootFromNbrCap, Flag),
+    KV_FIELD("InterfacePowerAllowed", intfPwrCtrlFromNbrCap, Flag),
+    KV_FIELD("FirmwareVersion", fwVersion, Text),
+    KV_FIELD("NewFirmwareVersion", newFwVersion, Text),
+    KV_FIELD("NewFirmwareDate", newFwDate, Text),
+    KV_FIELD("AuxStatus", auxStatus, Byte),
+    KV_FIELD("FirmwareUpgradeStatus", fwUpgradeStatus, Byte),
+    KV_FIELD("ModelName", modelName, Text),
+    KV_FIELD("IpAddress", ipAddr, Text),
+    KV_FIELD("Mode", opMode, Text),
+    KV_FIELD("BuildNumber", buildNum, Text),
+    KV_FIELD("LedStatus", ledStatus, Text),
+    KV_FIELD("Channel24G", channel24G, Text),
+    KV_FIELD("Channel5G", channel5G, Text),
+    KV_FIELD("ChannelExtra", channelExtra, Text),
+    KV_FIELD("ProtocolVersion", protoVersion, Text),
+    KV_FIELD("AppVersion", appVersion, Text),
+    KV_FIELD("L2DevCtrl", l2DevCtrl, Text),
+    KV_FIELD("WifiAutoCfg", wifiAutoCfg, Text),
+    KV_FIELD("WifiOnOff", wifiOnOff, Text),
+    KV_FIELD("FwUpgrade", fwUpgrade, Text),
+    KV_FIELD("LedOnOff", ledOnOff, Text),
+    KV_FIELD("Uptime", uptime, Text),
+    KV_FIELD("UptimeReceived", uptimeRecvTime, Time),
+    KV_FIELD("WifiNeighborCount", wifiNbrNum, Number),
+};
+#undef KV_FIELD
+
+std::string fixedText(const char *field, size_t size) {
+    return {field, strnlen(field, size)};
+}
+
+Json fieldJson(const KvDevVendorData &record, const FieldRow &row) {
+    const char *field = reinterpret_cast<const char *>(&record) + row.offset;
+    if (row.kind == FieldKind::Text) return Json::text(fixedText(field, row.size));
+    if (row.size == 1) {
+        const auto byte = static_cast<uint8_t>(*field);
+        return row.kind == FieldKind::Flag ? Json::boolean(byte != 0) : Json::number(byte);
+    }
+    uint32_t number = 0;
+    static_assert(std::all_of(std::begin(kVendorFields), std::end(kVendorFields), [](const FieldRow &r) {
+        return r.kind == FieldKind::Text || r.size == 1 || r.size == sizeof(uint32_t);
+    }));
+    std::memcpy(&number, field, sizeof number);
+    return row.kind == FieldKind::Time ? timeJson(static_cast<time_t>(number)) : Json::number(number);
+}
+
+// ---- Wi-Fi
+
+enum Band { kBand24, kBand5, kBandOther };
+
+struct MediaRow {
+    uint16_t mediaType;
+    Band band;
+};
+
+constexpr MediaRow kWifiMedia[] = {
+    {0x0100, kBand24},  // 802.11b
+    {0x0101, kBand24},  // 802.11g
+    {0x0102, kBand5},   // 802.11a
+    {0x0103, kBand24},  // 802.11n, 2.4 GHz
+    {0x0104, kBand5},   // 802.11n, 5 GHz
+    {0x0105, kBand5},   // 802.11ac
+};
+constexpr uint8_t kStationBand24 = 1;
+constexpr uint8_t kStationBand5 = 6;
+
+bool isWifi(const DeviceInterface &interface) {
+    return (interface.facts.mediaType & 0xFF00) == 0x0100;
+}
+
+Band bandOf(uint16_t mediaType) {
+    for (const MediaRow &row : kWifiMedia) {
+        if (row.mediaType == mediaType) return row.band;
+    }
+    return kBandOther;
+}
+
+Band bandOf(const WIFINeighborEntry &station) {
+    if (station.Band == kStationBand24) return kBand24;
+    return station.Band == kStationBand5 ? kBand5 : kBandOther;
+}
+
+// The code of Data Elements: 0 is -110 dBm or weaker, 220 is 0 dBm, one step is half a dB.
+uint8_t signalCode(int dBm) {
+    return static_cast<uint8_t>(std::clamp(2 * (dBm + 110), 0, 220));
+}
+
+Json stationJson(const WIFINeighborEntry &station, time_t now) {
+    Json json = Json::object();
+    json.add("MACAddress", Json::mac(MacAddress::copyOf(station.mac)));
+    json.add("LastDataDownlinkRate", Json::number(uint64_t{station.tx_rate} * 1000));  // kbit/s
+    json.add("LastDataUplinkRate", Json::number(uint64_t{station.rx_rate} * 1000));
+    json.add("SignalStrength", Json::number(signalCode(station.RSSI)));
+    json.add("BytesSent", Json::number(station.Tx));
+    json.add("BytesReceived", Json::number(station.Rx));
+    json.add("TimeStamp", timeJson(station.lastSeen != 0 ? static_cast<time_t>(station.lastSeen) : now));
+    return json;
+}
+
+Json stationsJson(const Device &device, Band band, time_t now) {
+    Json list = Json::array();
+    for (const WIFINeighborEntry *at = device.vendor.data()->wifiNbrHead; at != nullptr; at = at->next) {
+        if (bandOf(*at) == band) list.add(stationJson(*at, now));
+    }
+    return list;
+}
+
+struct Bss {
+    MacAddress bssid;
+    std::string ssid;
+};
+
+// The network of a radio: from the configuration for the local device, from the topology report for others.
+std::optional<Bss> bssOf(const DataModelView &view, const Device &device, const DeviceInterface &radio, Band band) {
+    if (device.local) {
+        if (band == kBandOther || view.networks.bssid[band].isZero()) return std::nullopt;
+        return Bss{view.networks.bssid[band], view.networks.ssid[band]};
+    }
+    WireReader info(radio.facts.specialInfo);
+    const MacAddress bssid = info.mac();
+    if (bssid.isZero()) return std::nullopt;
+    return Bss{bssid, ""};
+}
+
+Json radioJson(const DataModelView &view, const Device &device, const DeviceInterface &radio) {
+    const Band band = bandOf(radio.facts.mediaType);
+    Json networks = Json::array();
+    if (const std::optional<Bss> bss = bssOf(view, device, radio, band)) {
+        Json network = Json::object();
+        network.add("BSSID", Json::mac(bss->bssid));
+        network.add("SSID", Json::text(bss->ssid));
+        network.add("Enabled", Json::boolean(radio.vendor.pwrState == 0));
+        network.addCounted("NumberOfSTA", "STAList", stationsJson(device, band, view.wallClock));
+        networks.add(std::move(network));
+    }
+    Json json = Json::object();
+    json.add("ID", Json::mac(radio.facts.mac));
+    json.add("Enabled", Json::boolean(radio.vendor.pwrState == 0));
+    json.addCounted("NumberOfBSS", "BSSList", std::move(networks));
+    return json;
+}
+
+// ---- The two roots
+
+Json deviceJson(const DataModelView &view, const Device &device) {
+    const KvDevVendorData &record = *device.vendor.data();
+    Json radios = Json::array();
+    for (const DeviceInterface &interface : device.interfaces) {
+        if (isWifi(interface)) radios.add(radioJson(view, device, interface));
+    }
+    Json json = Json::object();
+    json.add("ID", Json::mac(device.alMac));
+    json.add("Manufacturer", Json::text(""));
+    json.add("ManufacturerModel", Json::text(fixedText(record.modelName, sizeof record.modelName)));
+    json.add("SoftwareVersion", Json::text(fixedText(record.fwVersion, sizeof record.fwVersion)));
+    json.addCounted("NumberOfRadios", "RadioList", std::move(radios));
+    return json;
+}
+
+Json networkJson(const DataModelView &view) {
+    Json devices = Json::array();
+    for (const auto &[alMac, device] : view.topology.devices())
+        devices.add(deviceJson(view, *device));
+    Json json = Json::object();
+    json.add("ID", Json::mac(view.topology.local().alMac));
+    json.add("TimeStamp", timeJson(view.wallClock));
+    json.addCounted("NumberOfDevices", "DeviceList", std::move(devices));
+    return json;
+}
+
+Json vendorDeviceJson(const DataModelView &view, const Device &device, const std::map<MacAddress, unsigned> &hops) {
+    Json json = Json::object();
+    json.add("ID", Json::mac(device.alMac));
+    json.add("Local", Json::boolean(device.local));
+    json.add("SpeaksProtocol", Json::boolean(device.speaksProtocol()));
+    const auto distance = hops.find(device.alMac);
+    if (distance != hops.end()) {
+        json.add("Hops", Json::number(distance->second));
+    } else {
+        json.addNull("Hops");  // no path is known
+    }
+    const auto silence = device.local ? Time{} : view.now - device.lastHeard;
+    json.add("SecondsSinceHeard", Json::number(static_cast<uint64_t>(silence.count() / 1000)));
+    for (const FieldRow &row : kVendorFields)
+        json.add(row.name, fieldJson(*device.vendor.data(), row));
+    return json;
+}
+
+Json ownJson(const DataModelView &view) {
+    Json counters = Json::object();
+    for (const CounterRow &row : kCounterRows)
+        counters.add(row.name, Json::number(view.counters.*row.field));
+    Json devices = Json::array();
+    const std::map<MacAddress, unsigned> hops = view.topology.hops();
+    for (const auto &[alMac, device] : view.topology.devices())
+        devices.add(vendorDeviceJson(view, *device, hops));
+    Json json = Json::object();
+    json.add("Role", Json::text(view.role));
+    json.add("Counters", std::move(counters));
+    json.addCounted("NumberOfDevices", "DeviceList", std::move(devices));
+    return json;
+}
+
+// Bytes of the well-formed UTF-8 character at the start of the text; 0 when there is none.
+size_t utf8Length(std::string_view text) {
+    const auto byte = [&](size_t i) { return static_cast<uint8_t>(text[i]); };
+    const uint8_t first = byte(0);
+    if (first < 0x80) return 1;
+    const size_t length = first >= 0xF0 ? 4 : first >= 0xE0 ? 3 : 2;
+    if (first < 0xC2 || first > 0xF4 || text.size() < length) return 0;
+    for (size_t i = 1; i < length; ++i) {
+        if ((byte(i) & 0xC0) != 0x80) return 0;
+    }
+    const uint8_t second = byte(1);
+    const bool overlong = (first == 0xE0 && second < 0xA0) || (first == 0xF0 && second < 0x90);
+    const bool surrogate = first == 0xED && second > 0x9F;
+    const bool tooLarge = first == 0xF4 && second > 0x8F;
+    return overlong || surrogate || tooLarge ? 0 : length;
+}
+
+}  // namespace
+
+std::string validUtf8(const std::string &text) {
+    std::string out;
+    for (std::string_view rest = text; !rest.empty();) {
+        const size_t length = utf8Length(rest);
+        out += length > 0 ? rest.substr(0, length) : std::string_view("\xEF\xBF\xBD");
+        rest.remove_prefix(std::max<size_t>(length, 1));
+    }
+    return out;
+}
+
+std::string dataModelJson(const DataModelView &view) {
+    Json root = Json::object();
+    root.add("wfa-dataelements:Network", networkJson(view));
+    root.add("kv1905", ownJson(view));
+    return root.print() + "\n";
+}
+
+void replaceFile(const std::string &path, const std::string &text) {
+    // In the same directory: only there a rename is one step. One writer per file, so the name can be fixed; a file or
+    // link that somebody left under it is removed, never followed.
+    const std::string temporary = path + ".new";
+    const auto fail = [&](const char *step) {
+        const int error = errno;
+        unlink(temporary.c_str());
+        throw std::system_error(error, std::generic_category(), path + ": " + step);
+    };
+    unlink(temporary.c_str());
+    const FileDescriptor fd(open(temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, 0644));
+    if (!fd.valid()) fail("create a temporary file beside it");
+    for (std::string_view rest = text; !rest.empty();) {
+        const ssize_t written = write(fd.get(), rest.data(), rest.size());
+        if (written < 0 && errno == EINTR) continue;
+        if (written < 0) fail("write");
+        rest.remove_prefix(static_cast<size_t>(written));
+    }
+    if (rename(temporary.c_str(), path.c_str()) != 0) fail("replace");
+}
+
+}  // namespace kv1905d

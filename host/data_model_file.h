@@ -1,0 +1,36 @@
+// The JSON data-model file: what the network looks like from here, for people and for other programs.
+#pragma once
+
+#include <ctime>
+#include <optional>
+#include <string>
+
+#include "counters.h"
+#include "topology.h"
+
+namespace kv1905d {
+
+// The local device's main networks; 2.4 GHz first, 5 GHz second.
+struct MainNetworks {
+    std::string ssid[2];
+    MacAddress bssid[2];
+};
+
+struct DataModelView {
+    const Topology &topology;
+    const Counters &counters;
+    const char *role;  // "Controller", "Agent" or "Member"
+    MainNetworks networks;
+    Time now;          // the clock of the topology
+    time_t wallClock;  // seconds since the epoch
+};
+
+std::string dataModelJson(const DataModelView &view);
+
+// The text with every byte that is not valid UTF-8 replaced by U+FFFD.
+std::string validUtf8(const std::string &text);
+
+// Replace the file in one step; readers see the old text or the new. Throws std::system_error that names the file.
+void replaceFile(const std::string &path, const std::string &text);
+
+}  // namespace kv1905d

@@ -1,0 +1,48 @@
+// Raw sockets. Only this file opens them; everything else is handed a descriptor that carries whole Ethernet frames.
+#pragma once
+
+#include <optional>
+#include <string>
+#include <system_error>
+#include <utility>
+
+#include "ieee1905/wire.h"
+
+namespace kv1905d {
+
+// A file descriptor that is closed at the end of its life.
+class FileDescriptor {
+  public:
+    FileDescriptor() = default;
+    explicit FileDescriptor(int fd) : fd_(fd) {}
+    FileDescriptor(FileDescriptor &&other) noexcept : fd_(std::exchange(other.fd_, -1)) {}
+    FileDescriptor &operator=(FileDescriptor &&other) noexcept {
+        std::swap(fd_, other.fd_);
+        return *this;
+    }
+    ~FileDescriptor();
+
+    int get() const { return fd_; }
+    bool valid() const { return fd_ >= 0; }
+
+  private:
+    int fd_ = -1;
+};
+
+// The interface's own MAC; nothing when there is no such interface.
+std::optional<MacAddress> interfaceMac(const std::string &interface);
+
+// True when the interface is up and has a carrier.
+bool interfaceRunning(const std::string &interface);
+
+/*
+ * A socket that receives, and can send, IEEE 1905.1 frames of that interface: those to `alMac`, to the interface's own
+ * MAC and to the multicast address. It listens before a bridge takes the frames of a bridge port away. Non-blocking.
+ * Throws std::system_error that names the interface and the step.
+ */
+FileDescriptor openPort(const std::string &interface, const MacAddress &alMac);
+
+// A socket that sends through that interface and receives nothing. Throws like openPort.
+FileDescriptor openSender(const std::string &interface);
+
+}  // namespace kv1905d

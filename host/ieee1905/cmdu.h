@@ -1,0 +1,79 @@
+// IEEE 1905.1 messages (CMDUs): header, TLVs and the frames that carry them.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <span>
+#include <vector>
+
+#include "wire.h"
+
+namespace kv1905d {
+
+inline constexpr uint16_t kEtherType = 0x893A;
+inline constexpr size_t kMaxFramePayload = 1500;  // bytes after the Ethernet header
+inline constexpr size_t kMaxTlvValue = 16383;     // bytes; longer values are refused on both ways
+
+enum MessageType : uint16_t {
+    kTopologyDiscovery = 0x0000,
+    kTopologyNotification = 0x0001,
+    kTopologyQuery = 0x0002,
+    kTopologyResponse = 0x0003,
+    kVendorSpecific = 0x0004,
+};
+
+enum TlvType : uint8_t {
+    kTlvEndOfMessage = 0x00,
+    kTlvAlMac = 0x01,
+    kTlvMacAddress = 0x02,
+    kTlvDeviceInformation = 0x03,
+    kTlvBridgingCapability = 0x04,
+    kTlvNonIeee1905Neighbours = 0x06,
+    kTlvIeee1905Neighbours = 0x07,
+    kTlvVendorSpecific = 0x0B,
+};
+
+struct Tlv {
+    uint8_t type = kTlvEndOfMessage;
+    Bytes value;
+
+    bool operator==(const Tlv &) const = default;
+};
+
+// One whole message. The end-of-message TLV is implied and never part of `tlvs`.
+struct Message {
+    uint16_t type = 0;
+    uint16_t id = 0;
+    bool relay = false;
+    std::vector<Tlv> tlvs;
+
+    // The first TLV of that type, or null.
+    const Tlv *find(uint8_t tlvType) const;
+};
+
+// One frame's share of a message; `body` points into the frame.
+struct Fragment {
+    uint16_t type = 0;
+    uint16_t id = 0;
+    uint8_t index = 0;
+    bool last = false;
+    bool relay = false;
+    ByteView body;
+};
+
+// Read a frame's payload (what follows the Ethernet header). Nothing when it is shorter than a header and an
+// end-of-message TLV, or of a message version other than 0.
+std::optional<Fragment> parseFragment(ByteView payload);
+
+/*
+ * The TLVs in the bodies of all fragments, in order. Both ways to cut a message are understood: at TLV boundaries, with
+ * an end of message in every fragment or in the last alone, and at any byte. Bytes after an end of message
+ * are ignored. Nothing when a TLV or the message does not end.
+ */
+std::optional<std::vector<Tlv>> decodeTlvs(std::span<const ByteView> bodies);
+
+// The frame payloads that carry the message, each at most kMaxFramePayload bytes, cut at TLV boundaries; a TLV too
+// large for a frame is cut at byte boundaries. Empty when a value is too long or more than 256 frames were needed.
+std::vector<Bytes> encodeMessage(const Message &message);
+
+}  // namespace kv1905d

@@ -1,0 +1,63 @@
+// Puts the fragments of a message together again; bounded in messages, bytes and time.
+#pragma once
+
+#include <map>
+
+#include "cmdu.h"
+
+namespace kv1905d {
+
+class Reassembly {
+  public:
+    static constexpr size_t kMaxMessages = 64;            // unfinished ones; the oldest gives way
+    static constexpr size_t kMaxMessageBytes = 64 << 10;  // of one message; a larger one is malformed
+    static constexpr size_t kMaxBytes = 512 << 10;        // of all unfinished ones; the oldest gives way
+    static constexpr Time kLifetime{3000};                // from the first fragment that came
+
+    enum class Status { Waiting, Complete, Malformed };
+    struct Outcome {
+        Status status = Status::Waiting;
+        Message message;  // filled when Complete
+    };
+
+    // Take one fragment from the Ethernet address `source`, in any order; a repeated one is ignored.
+    Outcome add(const MacAddress &source, const Fragment &fragment, Time now);
+
+    // Forget what is older than kLifetime. Returns how many messages that were.
+    size_t expire(Time now);
+
+    // Messages that gave way to newer ones since the start.
+    uint64_t evicted() const { return evicted_; }
+    size_t waiting() const { return entries_.size(); }
+    // When expire() has something to do next; Time::max() when nothing waits.
+    Time nextExpiry() const;
+
+  private:
+    struct Key {
+        MacAddress source;
+        uint16_t type;
+        uint16_t id;
+        bool relay;
+        auto operator<=>(const Key &) const = default;
+    };
+    struct Entry {
+        Time since;
+        size_t bytes = 0;
+        int last = -1;  // index of the last fragment, -1 while unknown
+        std::map<int, Bytes> bodies;
+
+        bool accepts(const Fragment &fragment) const;
+        bool complete() const { return last >= 0 && bodies.size() == static_cast<size_t>(last) + 1; }
+    };
+    using Entries = std::map<Key, Entry>;
+
+    void remove(Entries::iterator at);
+    void makeRoom(size_t bytes, bool newMessage);
+    Entries::iterator oldest();
+
+    Entries entries_;
+    size_t bytes_ = 0;
+    uint64_t evicted_ = 0;
+};
+
+}  // namespace kv1905d

@@ -1,0 +1,48 @@
+// Which relayed multicast messages were seen already.
+#pragma once
+
+#include <deque>
+#include <set>
+
+#include "mac_address.h"
+
+namespace kv1905d {
+
+class DuplicateFilter {
+  public:
+    static constexpr size_t kMaxEntries = 1024;  // the oldest gives way
+    static constexpr Time kLifetime{3000};
+
+    struct Key {
+        MacAddress originator;  // AL MAC
+        uint16_t type = 0;
+        uint16_t id = 0;
+        auto operator<=>(const Key &) const = default;
+    };
+
+    // True when the message is new; it is remembered from then on.
+    bool enter(const Key &key, Time now) {
+        while (!byAge_.empty() && (now - byAge_.front().since >= kLifetime))
+            forgetOldest();
+        if (!known_.insert(key).second) return false;
+        byAge_.push_back({key, now});
+        if (byAge_.size() > kMaxEntries) forgetOldest();
+        return true;
+    }
+    size_t size() const { return byAge_.size(); }
+
+  private:
+    struct Entry {
+        Key key;
+        Time since;
+    };
+    void forgetOldest() {
+        known_.erase(byAge_.front().key);
+        byAge_.pop_front();
+    }
+
+    std::deque<Entry> byAge_;
+    std::set<Key> known_;
+};
+
+}  // namespace kv1905d

@@ -1,0 +1,197 @@
+#include "topology_tlvs.h"
+
+#include <algorithm>
+
+namespace kv1905d {
+namespace {
+
+constexpr uint8_t kViaBridge = 0x80;
+constexpr size_t kMaxCount = 255;  // counts on the wire are one byte
+
+uint8_t count8(size_t count) {
+    return static_cast<uint8_t>(std::min(count, kMaxCount));
+}
+
+Tlv finish(TlvType type, WireWriter &writer) {
+    return {type, writer.take()};
+}
+
+// One row per TLV of a report: reads the value into the report, false when it must be refused.
+struct ReportRow {
+    TlvType type;
+    bool (*read)(ByteView value, TopologyReport &report);
+};
+
+bool readBridges(ByteView value, TopologyReport &report) {
+    auto bridges = parseBridgingCapability(value);
+    if (!bridges || bridges->size() > kMaxInterfaces - report.bridges.size()) return false;
+    std::move(bridges->begin(), bridges->end(), std::back_inserter(report.bridges));
+    return true;
+}
+
+bool readNonIeee1905(ByteView value, TopologyReport &report) {
+    auto neighbours = parseNonIeee1905Neighbours(value);
+    if (!neighbours || report.nonIeee1905Neighbours.size() >= kMaxInterfaces) return false;
+    report.nonIeee1905Neighbours.push_back(std::move(*neighbours));
+    return true;
+}
+
+bool readIeee1905(ByteView value, TopologyReport &report) {
+    auto neighbours = parseIeee1905Neighbours(value);
+    size_t total = 0;
+    for (const auto &known : report.neighbours)
+        total += known.neighbours.size();
+    if (!neighbours || report.neighbours.size() >= kMaxInterfaces) return false;
+    if (neighbours->neighbours.size() > kMaxNeighbours - total) return false;
+    report.neighbours.push_back(std::move(*neighbours));
+    return true;
+}
+
+constexpr ReportRow kReportRows[] = {
+    {kTlvBridgingCapability, readBridges},
+    {kTlvNonIeee1905Neighbours, readNonIeee1905},
+    {kTlvIeee1905Neighbours, readIeee1905},
+};
+
+}  // namespace
+
+std::optional<MacAddress> parseMacTlv(ByteView value) {
+    WireReader reader(value);
+    const MacAddress mac = reader.mac();
+    if (!reader.ok() || mac.isGroup() || mac.isZero()) return std::nullopt;
+    return mac;
+}
+
+std::optional<DeviceInformation> parseDeviceInformation(ByteView value) {
+    WireReader reader(value);
+    DeviceInformation device;
+    device.alMac = reader.mac();
+    const size_t count = reader.u8();
+    if (!reader.ok() || count > kMaxInterfaces || device.alMac.isGroup() || device.alMac.isZero()) return std::nullopt;
+    for (size_t i = 0; i < count; ++i) {
+        LocalInterface interface;
+        interface.mac = reader.mac();
+        interface.mediaType = reader.u16();
+        const ByteView info = reader.bytes(reader.u8());
+        interface.specialInfo.assign(info.begin(), info.end());
+        if (!reader.ok()) return std::nullopt;
+        device.interfaces.push_back(std::move(interface));
+    }
+    return device;
+}
+
+std::optional<BridgingCapability> parseBridgingCapability(ByteView value) {
+    WireReader reader(value);
+    BridgingCapability bridges(reader.u8());
+    for (auto &bridge : bridges) {
+        bridge.resize(std::min<size_t>(reader.u8(), reader.remaining() / 6 + 1));
+        for (MacAddress &mac : bridge)
+            mac = reader.mac();
+    }
+    if (!reader.ok()) return std::nullopt;
+    return bridges;
+}
+
+std::optional<NonIeee1905Neighbours> parseNonIeee1905Neighbours(ByteView value) {
+    WireReader reader(value);
+    NonIeee1905Neighbours neighbours{reader.mac(), {}};
+    while (reader.remaining() > 0)
+        neighbours.macs.push_back(reader.mac());
+    if (!reader.ok()) return std::nullopt;
+    return neighbours;
+}
+
+std::optional<Ieee1905Neighbours> parseIeee1905Neighbours(ByteView value) {
+    WireReader reader(value);
+    Ieee1905Neighbours neighbours{reader.mac(), {}};
+    while (reader.remaining() > 0) {
+        const MacAddress alMac = reader.mac();
+        neighbours.neighbours.push_back({alMac, (reader.u8() & kViaBridge) != 0});
+    }
+    if (!reader.ok()) return std::nullopt;
+    return neighbours;
+}
+
+std::optional<VendorSpecific> parseVendorSpecific(ByteView value) {
+    WireReader reader(value);
+    const uint32_t high = reader.u8();
+    const uint32_t oui = high << 16 | reader.u16();
+    if (!reader.ok()) return std::nullopt;
+    return VendorSpecific{oui, reader.rest()};
+}
+
+Tlv macTlv(TlvType type, const MacAddress &mac) {
+    return {type, Bytes(mac.bytes.begin(), mac.bytes.end())};
+}
+
+Tlv deviceInformationTlv(const DeviceInformation &device) {
+    WireWriter out(kMaxTlvValue);
+    out.mac(device.alMac);
+    const uint8_t count = count8(device.interfaces.size());
+    out.u8(count);
+    for (size_t i = 0; i < count; ++i) {
+        const LocalInterface &interface = device.interfaces[i];
+        const uint8_t infoSize = count8(interface.specialInfo.size());
+        out.mac(interface.mac);
+        out.u16(interface.mediaType);
+        out.u8(infoSize);
+        out.bytes(ByteView(interface.specialInfo).first(infoSize));
+    }
+    return finish(kTlvDeviceInformation, out);
+}
+
+Tlv bridgingCapabilityTlv(const BridgingCapability &bridges) {
+    WireWriter out(kMaxTlvValue);
+    out.u8(count8(bridges.size()));
+    for (const auto &bridge : bridges) {
+        out.u8(count8(bridge.size()));
+        for (const MacAddress &mac : bridge)
+            out.mac(mac);
+    }
+    return finish(kTlvBridgingCapability, out);
+}
+
+Tlv nonIeee1905NeighboursTlv(const NonIeee1905Neighbours &neighbours) {
+    WireWriter out(kMaxTlvValue);
+    out.mac(neighbours.localInterface);
+    for (const MacAddress &mac : neighbours.macs)
+        out.mac(mac);
+    return finish(kTlvNonIeee1905Neighbours, out);
+}
+
+Tlv ieee1905NeighboursTlv(const Ieee1905Neighbours &neighbours) {
+    WireWriter out(kMaxTlvValue);
+    out.mac(neighbours.localInterface);
+    for (const Neighbour &neighbour : neighbours.neighbours) {
+        out.mac(neighbour.alMac);
+        out.u8(neighbour.viaBridge ? kViaBridge : 0);
+    }
+    return finish(kTlvIeee1905Neighbours, out);
+}
+
+std::optional<TopologyReport> parseTopologyReport(const Message &message) {
+    const Tlv *information = message.find(kTlvDeviceInformation);
+    if (information == nullptr) return std::nullopt;
+    std::optional<DeviceInformation> device = parseDeviceInformation(information->value);
+    if (!device) return std::nullopt;
+    TopologyReport report;
+    report.device = std::move(*device);
+    for (const Tlv &tlv : message.tlvs) {
+        for (const ReportRow &row : kReportRows) {
+            if (row.type == tlv.type && !row.read(tlv.value, report)) return std::nullopt;
+        }
+    }
+    return report;
+}
+
+std::vector<Tlv> topologyReportTlvs(const TopologyReport &report) {
+    std::vector<Tlv> tlvs{deviceInformationTlv(report.device)};
+    if (!report.bridges.empty()) tlvs.push_back(bridgingCapabilityTlv(report.bridges));
+    for (const auto &neighbours : report.nonIeee1905Neighbours)
+        tlvs.push_back(nonIeee1905NeighboursTlv(neighbours));
+    for (const auto &neighbours : report.neighbours)
+        tlvs.push_back(ieee1905NeighboursTlv(neighbours));
+    return tlvs;
+}
+
+}  // namespace kv1905d

@@ -1,0 +1,85 @@
+// The TLVs of topology messages: parsing refuses a value that is shorter than its layout or than its own counts imply.
+#pragma once
+
+#include <optional>
+#include <vector>
+
+#include "cmdu.h"
+
+namespace kv1905d {
+
+// Bounds of what one device may report; more is refused.
+inline constexpr size_t kMaxInterfaces = 64;
+inline constexpr size_t kMaxNeighbours = 256;
+
+struct LocalInterface {
+    MacAddress mac;
+    uint16_t mediaType = 0;  // IEEE 1905.1 code: 0x00xx Ethernet, 0x01xx Wi-Fi
+    Bytes specialInfo;       // media-specific; at most 255 bytes
+
+    bool operator==(const LocalInterface &) const = default;
+};
+
+struct DeviceInformation {
+    MacAddress alMac;
+    std::vector<LocalInterface> interfaces;
+
+    bool operator==(const DeviceInformation &) const = default;
+};
+
+// Interfaces that are bridged with one another, one list per bridge.
+using BridgingCapability = std::vector<std::vector<MacAddress>>;
+
+struct NonIeee1905Neighbours {
+    MacAddress localInterface;
+    std::vector<MacAddress> macs;
+
+    bool operator==(const NonIeee1905Neighbours &) const = default;
+};
+
+struct Neighbour {
+    MacAddress alMac;
+    bool viaBridge = false;  // another bridge lies between
+
+    bool operator==(const Neighbour &) const = default;
+};
+
+struct Ieee1905Neighbours {
+    MacAddress localInterface;
+    std::vector<Neighbour> neighbours;
+
+    bool operator==(const Ieee1905Neighbours &) const = default;
+};
+
+// `data` points into the value that was parsed.
+struct VendorSpecific {
+    uint32_t oui = 0;
+    ByteView data;
+};
+
+std::optional<MacAddress> parseMacTlv(ByteView value);  // AL MAC and MAC address TLVs
+std::optional<DeviceInformation> parseDeviceInformation(ByteView value);
+std::optional<BridgingCapability> parseBridgingCapability(ByteView value);
+std::optional<NonIeee1905Neighbours> parseNonIeee1905Neighbours(ByteView value);
+std::optional<Ieee1905Neighbours> parseIeee1905Neighbours(ByteView value);
+std::optional<VendorSpecific> parseVendorSpecific(ByteView value);
+
+Tlv macTlv(TlvType type, const MacAddress &mac);
+Tlv deviceInformationTlv(const DeviceInformation &device);
+Tlv bridgingCapabilityTlv(const BridgingCapability &bridges);
+Tlv nonIeee1905NeighboursTlv(const NonIeee1905Neighbours &neighbours);
+Tlv ieee1905NeighboursTlv(const Ieee1905Neighbours &neighbours);
+
+// Everything a topology response tells.
+struct TopologyReport {
+    DeviceInformation device;
+    BridgingCapability bridges;
+    std::vector<NonIeee1905Neighbours> nonIeee1905Neighbours;
+    std::vector<Ieee1905Neighbours> neighbours;
+};
+
+// Nothing when the device information is missing, a known TLV is malformed or a bound is exceeded.
+std::optional<TopologyReport> parseTopologyReport(const Message &message);
+std::vector<Tlv> topologyReportTlvs(const TopologyReport &report);
+
+}  // namespace kv1905d

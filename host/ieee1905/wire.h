@@ -1,0 +1,103 @@
+// The one bounded reader and the one bounded writer for bytes of the wire. Multi-byte numbers are big-endian.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <span>
+#include <utility>
+#include <vector>
+
+#include "mac_address.h"
+
+namespace kv1905d {
+
+using Bytes = std::vector<uint8_t>;
+using ByteView = std::span<const uint8_t>;
+
+// A read past the end sets the failure, which stays, and yields zero; the caller checks once, at its end.
+class WireReader {
+  public:
+    explicit WireReader(ByteView data) : data_(data) {}
+
+    size_t remaining() const { return ok_ ? data_.size() : 0; }
+    bool ok() const { return ok_; }
+    // Everything was read, and nothing beyond it.
+    bool finished() const { return ok_ && data_.empty(); }
+
+    // The next `count` bytes; empty after a failure.
+    ByteView bytes(size_t count) {
+        if (!ok_ || count > data_.size()) {
+            ok_ = false;
+            return {};
+        }
+        const ByteView taken = data_.first(count);
+        data_ = data_.subspan(count);
+        return taken;
+    }
+    ByteView rest() { return bytes(remaining()); }
+
+    uint8_t u8() { return static_cast<uint8_t>(number(1)); }
+    uint16_t u16() { return static_cast<uint16_t>(number(2)); }
+    MacAddress mac() {
+        const ByteView taken = bytes(6);
+        return taken.empty() ? MacAddress{} : MacAddress::copyOf(taken.data());
+    }
+
+    // A reader of just the next `count` bytes: what it does cannot move this one any further.
+    WireReader sub(size_t count) {
+        WireReader inner(bytes(count));
+        inner.ok_ = ok_;
+        return inner;
+    }
+
+  private:
+    uint32_t number(size_t width) {
+        uint32_t value = 0;
+        for (const uint8_t byte : bytes(width))
+            value = value << 8 | byte;
+        return value;
+    }
+
+    ByteView data_;
+    bool ok_ = true;
+};
+
+// Running out of room sets the failure, which stays; nothing is written beyond `capacity`.
+class WireWriter {
+  public:
+    explicit WireWriter(size_t capacity) : capacity_(capacity) {}
+
+    bool ok() const { return ok_; }
+    size_t size() const { return out_.size(); }
+    size_t room() const { return capacity_ - out_.size(); }
+
+    void bytes(ByteView data) {
+        if (!ok_ || data.size() > room()) {
+            ok_ = false;
+            return;
+        }
+        out_.insert(out_.end(), data.begin(), data.end());
+    }
+    void u8(uint8_t value) {
+        if (!ok_ || room() == 0) {
+            ok_ = false;
+            return;
+        }
+        out_.push_back(value);
+    }
+    void u16(uint16_t value) {
+        u8(static_cast<uint8_t>(value >> 8));
+        u8(static_cast<uint8_t>(value));
+    }
+    void mac(const MacAddress &value) { bytes(value.bytes); }
+
+    // What was written; check ok() first.
+    Bytes take() { return std::move(out_); }
+
+  private:
+    Bytes out_;
+    size_t capacity_;
+    bool ok_ = true;
+};
+
+}  // namespace kv1905d

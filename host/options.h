@@ -1,0 +1,37 @@
+// The command line and the configuration file of kv1905d.
+#pragma once
+
+#include <optional>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "ieee1905/topology_tlvs.h"
+
+namespace kv1905d {
+
+struct RadioOption {
+    std::string name;
+    LocalInterface facts;
+};
+
+struct Options {
+    MacAddress alMac;  // given, or derived from the first interface's MAC
+    std::vector<std::string> interfaces;
+    std::string bridge;  // empty: none
+    std::vector<RadioOption> radios;
+    std::string plugin;  // empty: none
+    std::string dataModel;
+    unsigned discoveryInterval = 0;  // seconds
+    unsigned queryInterval = 0;      // seconds
+};
+
+// One line that names the option, the interface or the value at fault.
+struct BadOption : std::runtime_error {
+    using std::runtime_error::runtime_error;
+};
+
+// Nothing when help or version was asked for and printed. Throws BadOption.
+std::optional<Options> parseOptions(int argc, const char *const *argv);
+
+}  // namespace kv1905d

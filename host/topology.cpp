@@ -1,0 +1,120 @@
+#include "topology.h"
+
+#include <cstdlib>
+#include <deque>
+
+namespace kv1905d {
+
+VendorRecord::~VendorRecord() {
+    std::free(data_.security.secData);
+    if (ownership_ == Ownership::Local) return;
+    for (WIFINeighborEntry *entry = data_.wifiNbrHead; entry != nullptr;) {
+        WIFINeighborEntry *next = entry->next;
+        std::free(entry);
+        entry = next;
+    }
+}
+
+Topology::Topology(const MacAddress &localAlMac, Time now) : localAlMac_(localAlMac) {
+    devices_.emplace(localAlMac, std::make_unique<Device>(localAlMac, Ownership::Local, now));
+}
+
+Device *Topology::find(const MacAddress &alMac) {
+    const auto at = devices_.find(alMac);
+    return at == devices_.end() ? nullptr : at->second.get();
+}
+
+const Device *Topology::find(const MacAddress &alMac) const {
+    const auto at = devices_.find(alMac);
+    return at == devices_.end() ? nullptr : at->second.get();
+}
+
+Device *Topology::findByAnyMac(const MacAddress &mac) {
+    if (Device *device = find(mac)) return device;
+    const auto owner = ownerOfInterface_.find(mac);
+    return owner == ownerOfInterface_.end() ? nullptr : find(owner->second);
+}
+
+Device *Topology::update(const TopologyReport &report, Time now) {
+    const MacAddress &alMac = report.device.alMac;
+    Device *device = find(alMac);
+    if (device == nullptr) {
+        unsigned held = 0;
+        if (devices_.size() >= kMaxDevices) {
+            if (refusals_.open(now, &held)) {
+                KV_HOST_LOG(KV_LOG_WARNING,
+                            "device %s refused: %zu devices are known already (%u more lines held back)",
+                            alMac.text().c_str(), devices_.size(), held);
+            }
+            return nullptr;
+        }
+        device = devices_.emplace(alMac, std::make_unique<Device>(alMac, Ownership::Remote, now)).first->second.get();
+        KV_HOST_LOG(KV_LOG_NOTICE, "device %s appeared", alMac.text().c_str());
+    }
+    device->lastHeard = now;
+    setInterfaces(*device, report.device.interfaces);
+    device->neighbours = report.neighbours;
+    return device;
+}
+
+void Topology::setInterfaces(Device &device, const std::vector<LocalInterface> &interfaces) {
+    std::vector<DeviceInterface> updated;
+    for (const LocalInterface &facts : interfaces) {
+        DeviceInterface interface {
+            facts, {}
+        };
+        for (const DeviceInterface &known : device.interfaces) {
+            if (known.facts.mac == facts.mac) interface.vendor = known.vendor;
+        }
+        updated.push_back(std::move(interface));
+    }
+    releaseInterfaces(device);
+    device.interfaces = std::move(updated);
+    // First come, first served: a device cannot take over an interface that another one reported.
+    for (const DeviceInterface &interface : device.interfaces) {
+        ownerOfInterface_.try_emplace(interface.facts.mac, device.alMac);
+    }
+}
+
+std::vector<MacAddress> Topology::expire(Time lifetime, Time now) {
+    std::vector<MacAddress> gone;
+    for (const auto &[alMac, device] : devices_) {
+        if (!device->local && now - device->lastHeard >= lifetime) gone.push_back(alMac);
+    }
+    for (const MacAddress &alMac : gone) {
+        KV_HOST_LOG(KV_LOG_NOTICE, "device %s is gone", alMac.text().c_str());
+        remove(alMac);
+    }
+    return gone;
+}
+
+void Topology::remove(const MacAddress &alMac) {
+    releaseInterfaces(*devices_.at(alMac));
+    devices_.erase(alMac);
+}
+
+void Topology::releaseInterfaces(const Device &device) {
+    for (const DeviceInterface &interface : device.interfaces) {
+        const auto owner = ownerOfInterface_.find(interface.facts.mac);
+        if (owner != ownerOfInterface_.end() && owner->second == device.alMac) ownerOfInterface_.erase(owner);
+    }
+}
+
+std::map<MacAddress, unsigned> Topology::hops() const {
+    std::map<MacAddress, unsigned> distance{{localAlMac_, 0}};
+    std::deque<MacAddress> queue{localAlMac_};
+    while (!queue.empty()) {
+        const MacAddress at = queue.front();
+        queue.pop_front();
+        const Device *device = find(at);
+        if (device == nullptr) continue;
+        for (const Ieee1905Neighbours &link : device->neighbours) {
+            for (const Neighbour &neighbour : link.neighbours) {
+                if (distance.try_emplace(neighbour.alMac, distance[at] + 1).second) queue.push_back(neighbour.alMac);
+            }
+        }
+    }
+    return distance;
+}
+
+}  // namespace kv1905d

@@ -1,0 +1,106 @@
+// The topology database: every device of the network by AL MAC, the local one included.
+#pragma once
+
+#include <kv1905/kvMAP1905.h>
+
+#include <map>
+#include <memory>
+#include <optional>
+#include <vector>
+
+#include "ieee1905/topology_tlvs.h"
+#include "log.h"
+
+namespace kv1905d {
+
+enum class Ownership { Local, Remote };
+
+/*
+ * The plug-in's zero-filled block in a device record. Frees security.secData and, for a remote device, the entries of
+ * wifiNbrHead; the local device's list stays the plug-in's. Its address does not change during its life.
+ */
+class VendorRecord {
+  public:
+    explicit VendorRecord(Ownership ownership) : ownership_(ownership) {}
+    ~VendorRecord();
+    VendorRecord(const VendorRecord &) = delete;
+    VendorRecord &operator=(const VendorRecord &) = delete;
+
+    KvDevVendorData *data() { return &data_; }
+    const KvDevVendorData *data() const { return &data_; }
+
+  private:
+    Ownership ownership_;
+    KvDevVendorData data_{};
+};
+
+struct DeviceInterface {
+    LocalInterface facts;
+    KvIntfVendorData vendor{};
+};
+
+// When the controller asks a device for its configuration next.
+struct ConfigurationPoll {
+    Time due{};
+    unsigned roundsSkipped = 0;
+    bool announced = true;  // appeared or announced itself anew since the last configuration query
+};
+
+struct Device {
+    Device(const MacAddress &mac, Ownership ownership, Time now)
+        : alMac(mac), local(ownership == Ownership::Local), lastHeard(now), vendor(ownership) {}
+
+    bool speaksProtocol() const { return vendor.data()->protoVersion[0] != '\0'; }
+
+    const MacAddress alMac;
+    const bool local;
+    std::vector<DeviceInterface> interfaces;
+    std::vector<Ieee1905Neighbours> neighbours;
+    Time lastHeard;
+    std::optional<size_t> port;  // where it was last heard
+    Time nextKeepAlive{};
+    ConfigurationPoll poll;
+    VendorRecord vendor;
+};
+
+class Topology {
+  public:
+    static constexpr size_t kMaxDevices = 1024;  // the local one included; more are refused
+
+    Topology(const MacAddress &localAlMac, Time now);
+
+    Device &local() { return *devices_.at(localAlMac_); }
+    const Device &local() const { return *devices_.at(localAlMac_); }
+    size_t size() const { return devices_.size(); }
+
+    // Null when unknown.
+    Device *find(const MacAddress &alMac);
+    const Device *find(const MacAddress &alMac) const;
+    // The device with that AL MAC or with an interface of that MAC; null when nobody owns it.
+    Device *findByAnyMac(const MacAddress &mac);
+
+    // Enter what a device reported, or refresh it. Null, with a rate-limited log line, when the database is full.
+    Device *update(const TopologyReport &report, Time now);
+    // Replace a device's interfaces; the plug-in's block of an interface that stays is kept.
+    void setInterfaces(Device &device, const std::vector<LocalInterface> &interfaces);
+
+    // Remove remote devices that were silent for `lifetime`; their AL MACs are returned.
+    std::vector<MacAddress> expire(Time lifetime, Time now);
+
+    // Devices in the order of their AL MACs.
+    const std::map<MacAddress, std::unique_ptr<Device>> &devices() const { return devices_; }
+
+    // Links between the local device and each device: 0 for the local one, absent where no path is known.
+    std::map<MacAddress, unsigned> hops() const;
+
+  private:
+    void remove(const MacAddress &alMac);
+    void releaseInterfaces(const Device &device);
+
+    MacAddress localAlMac_;
+    std::map<MacAddress, std::unique_ptr<Device>> devices_;
+    std::map<MacAddress, MacAddress> ownerOfInterface_;
+    LogGate refusals_;
+};
+
+}  // namespace kv1905d

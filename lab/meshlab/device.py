@@ -1,0 +1,127 @@
+"""The first process of a device: writes its files, then keeps its daemon."""
+
+import os
+import shlex
+import signal
+import socket
+import subprocess
+import time
+from pathlib import Path
+
+from meshlab.plan import DEVICE_FILES, plan_devices, plan_parser
+
+LOG = "/tmp/kv1905d.log"
+STOP_SECONDS = 5.0
+REBOOT_SECONDS = 1.0
+
+
+class DaemonKeeper:
+    """Runs inside a device. SIGUSR2 starts the daemon, SIGUSR1 stops it, SIGHUP reboots it. A daemon that ends by
+    itself stays down, so that a crash is seen."""
+
+    SIGNALS = (signal.SIGUSR1, signal.SIGUSR2, signal.SIGHUP, signal.SIGCHLD)
+    POLL_SECONDS = 0.02
+
+    def __init__(self, command, interfaces):
+        self._command = command
+        self._interfaces = interfaces
+        self._daemon = None
+        self._restart_at = None
+
+    def run(self):
+        signal.pthread_sigmask(signal.SIG_BLOCK, self.SIGNALS)
+        actions = {signal.SIGUSR1: self._stop, signal.SIGUSR2: self._start, signal.SIGHUP: self._reboot,
+                   signal.SIGCHLD: self._reap}
+        self._set_state("stopped")
+        while True:
+            is_waiting = self._restart_at is not None or self._state == "starting"
+            arrived = signal.sigtimedwait(self.SIGNALS, self.POLL_SECONDS if is_waiting else 3600)
+            if arrived:
+                actions[arrived.si_signo]()
+            elif self._restart_at is not None and time.monotonic() >= self._restart_at:
+                self._start()
+            elif self._state == "starting" and self._is_listening():
+                self._set_state("running")
+
+    def _set_state(self, state):
+        self._state = state
+        Path("/proc/self/comm").write_text(state)
+
+    def _log(self, text):
+        with open(LOG, "a") as log:
+            log.write(f"{time.strftime('%H:%M:%S')} mesh: {text}\n")
+
+    def _start(self):
+        self._restart_at = None
+        if self._daemon:
+            return
+        environment = {**os.environ, "KV_LOG_LEVEL": "7", "KV1905_LAB_PID": str(os.getpid())}
+        self._log(f"start {shlex.join(self._command)}")
+        try:
+            with open(LOG, "ab") as log:
+                self._daemon = subprocess.Popen(
+                    self._command, stdin=subprocess.DEVNULL, stdout=log, stderr=log, env=environment,
+                    preexec_fn=lambda: signal.pthread_sigmask(signal.SIG_UNBLOCK, self.SIGNALS))
+        except OSError as error:
+            self._log(f"cannot start {self._command[0]}: {error}")
+            self._set_state("exited 127")
+            return
+        self._set_state("starting")
+
+    def _end_daemon(self, state):
+        self._restart_at = None
+        self._set_state(state)
+        if self._daemon:
+            self._daemon.terminate()
+            try:
+                self._daemon.wait(STOP_SECONDS)
+            except subprocess.TimeoutExpired:
+                self._log(f"the daemon ignored SIGTERM for {STOP_SECONDS:g} s and was killed")
+                self._daemon.kill()
+            self._log(f"ended: {describe_end(self._daemon.wait())}")
+            self._daemon = None
+
+    def _stop(self):
+        self._end_daemon("stopping")
+        self._set_state("stopped")
+
+    def _reboot(self):
+        self._end_daemon("rebooting")
+        self._restart_at = time.monotonic() + REBOOT_SECONDS
+
+    def _reap(self):
+        if self._daemon and self._daemon.poll() is not None:
+            self._set_state(describe_end(self._daemon.returncode))
+            self._log(f"ended by itself: {self._state}")
+            self._daemon = None
+
+    def _is_listening(self):
+        """Whether the daemon itself (not a capture) holds a packet socket on every port."""
+        process = Path("/proc") / str(self._daemon.pid)
+        try:
+            targets = [os.readlink(entry) for entry in (process / "fd").iterdir()]
+            rows = [line.split() for line in (process / "net/packet").read_text().splitlines()[1:]]
+        except (FileNotFoundError, ProcessLookupError):
+            return False
+        bound = {int(row[4]) for row in rows if f"socket:[{row[8]}]" in targets}
+        return {socket.if_nametoindex(interface) for interface in self._interfaces} <= bound
+
+
+def describe_end(status):
+    return f"exited {status}" if status >= 0 else f"signal {-status}"
+
+
+def run_device(name, arguments):
+    options = plan_parser().parse_args(arguments)
+    device = plan_devices(options)[name]
+    os.chdir("/")
+    for path, text in DEVICE_FILES.items():
+        Path(path).write_text(text.format(**device.facts()))
+    for scope in ("all", "default"):  # quiet links: no router solicitations, no multicast reports
+        switch = Path(f"/proc/sys/net/ipv6/conf/{scope}/disable_ipv6")
+        if switch.exists():
+            switch.write_text("1")
+    null = os.open(os.devnull, os.O_RDWR)
+    for stream in (1, 2):
+        os.dup2(null, stream)
+    DaemonKeeper(device.daemon_command(options), device.interfaces).run()

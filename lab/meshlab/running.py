@@ -1,0 +1,85 @@
+"""Finds meshes that are up, through /proc alone."""
+
+import argparse
+import os
+import time
+from dataclasses import dataclass
+from pathlib import Path
+
+from meshlab.plan import SCRIPT, DeadlineError, MeshError, find_device, plan_devices, plan_parser
+
+
+def wait_until(condition, seconds, what):
+    deadline = time.monotonic() + seconds
+    while not condition():
+        if time.monotonic() > deadline:
+            raise DeadlineError(f"{what} did not happen within {seconds:g} s")
+        time.sleep(0.02)
+
+
+def processes():
+    """Yields (pid, parent's pid, arguments) of the caller's own processes."""
+    for entry in Path("/proc").iterdir():
+        if not entry.name.isdigit():
+            continue
+        try:
+            if entry.stat().st_uid != os.geteuid():
+                continue
+            arguments = (entry / "cmdline").read_bytes().decode(errors="replace").split("\0")[:-1]
+            parent = (entry / "stat").read_text(errors="replace").rpartition(")")[2].split()[1]
+        except (FileNotFoundError, ProcessLookupError):
+            continue
+        yield int(entry.name), int(parent), arguments
+
+
+def is_role(arguments, role):
+    return len(arguments) > 3 and Path(arguments[1]).name == SCRIPT.name and arguments[2] == role
+
+
+def read_state(pid):
+    """What the device's supervisor says of its daemon; it wears the state as its process name."""
+    try:
+        return Path(f"/proc/{pid}/comm").read_text().strip()
+    except (FileNotFoundError, ProcessLookupError):
+        return "gone"
+
+
+@dataclass
+class RunningMesh:
+    options: argparse.Namespace
+    pid: int  # the supervisor
+    unshare_pid: int  # its parent, which ends just after it
+    device_pids: dict
+    daemon_pids: dict
+
+    @property
+    def devices(self):
+        return plan_devices(self.options)
+
+    def device_pid(self, name):
+        find_device(self.devices, name)
+        if name not in self.device_pids:
+            raise MeshError(f"{name}'s supervisor is gone; take the mesh down")
+        return self.device_pids[name]
+
+
+def find_mesh(name):
+    everything = list(processes())
+    supervisors = {pid: (parent, plan_parser().parse_args(arguments[3:]))
+                   for pid, parent, arguments in everything if is_role(arguments, "supervise")}
+    for pid, (parent, options) in supervisors.items():
+        # A child that has not called exec yet still wears the supervisor's command line.
+        if options.name != name or parent in supervisors:
+            continue
+        device_pids = {args[3]: child for child, ppid, args in everything if ppid == pid and is_role(args, "device")}
+        owners = {device_pid: device for device, device_pid in device_pids.items()}
+        daemon_pids = {owners[ppid]: child for child, ppid, _ in everything if ppid in owners}
+        return RunningMesh(options, pid, parent, device_pids, daemon_pids)
+    return None
+
+
+def require_mesh(name):
+    mesh = find_mesh(name)
+    if mesh is None:
+        raise MeshError(f"no mesh '{name}' is up; start one with 'mesh --name {name} up'")
+    return mesh

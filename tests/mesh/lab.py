@@ -1,0 +1,126 @@
+"""Fixtures over lab/mesh: a mesh for one test, its JSON files, its captures."""
+
+import json
+import os
+import subprocess
+import tempfile
+import time
+import unittest
+from pathlib import Path
+
+ROOT = Path(__file__).resolve().parents[2]
+MESH = ROOT / "lab" / "mesh"
+BUILD = os.environ.get("KV_BUILD", str(ROOT / "build" / "release"))
+
+# Nothing on a captured link may be malformed.
+COMPLAINTS = ("_ws.malformed || ieee1905.tlv.extraneous_data || ieee1905.tlv.extra_data || ieee1905.tlv.too_short")
+SANITIZER = ("ERROR: AddressSanitizer", "ERROR: LeakSanitizer", "runtime error:")
+
+
+def run(*command, **options):
+    return subprocess.run([str(word) for word in command], capture_output=True, text=True, errors="replace", **options)
+
+
+def poll(condition, seconds, what):
+    """The first true value of the condition; a mesh works in its own time, so nothing here waits a fixed while."""
+    deadline = time.monotonic() + seconds
+    while True:
+        value = condition()
+        if value:
+            return value
+        if time.monotonic() > deadline:
+            raise AssertionError(f"not within {seconds} s: {what}")
+        time.sleep(0.1)
+
+
+class Mesh:
+    """A mesh that is up while the object is entered; leaving it ends every daemon cleanly and looks at the logs."""
+
+    counter = 0
+
+    def __init__(self, *arguments, prefix=(), build=BUILD):
+        Mesh.counter += 1
+        self.name = f"test-{os.getpid()}-{Mesh.counter}"
+        self.command = [*prefix, MESH, "--name", self.name]
+        self.arguments = ["--build", build, *arguments]
+
+    def __enter__(self):
+        done = self.call("up", *self.arguments)
+        if done.returncode != 0:
+            raise AssertionError(f"mesh up: {done.stderr}")
+        self.devices = json.loads(self.call("status", "--json").stdout)["devices"]
+        return self
+
+    def __exit__(self, kind, value, trace):
+        try:
+            logs = {}
+            for name in self.names():
+                self.call("stop", name)
+                logs[name] = self.log(name)
+            if kind is not None:
+                for name, log in logs.items():
+                    print(f"---- {name}\n" + "\n".join(log.splitlines()[-60:]))
+            else:
+                faulty = [name for name, log in logs.items() if any(mark in log for mark in SANITIZER)]
+                assert not faulty, "\n".join(logs[name] for name in faulty)
+        finally:
+            self.call("down")
+
+    def call(self, *arguments, **options):
+        return run(*self.command, *arguments, **options)
+
+    def exec(self, device, *command, **options):
+        return self.call("exec", device, "--", *command, **options)
+
+    def names(self):
+        return [device["name"] for device in self.devices]
+
+    def al_mac(self, name):
+        return next(device["al_mac"] for device in self.devices if device["name"] == name)
+
+    def log(self, device):
+        return self.call("logs", device).stdout
+
+    def model(self, device="controller"):
+        text = self.exec(device, "cat", "/tmp/kv1905_datamodel.json").stdout
+        return json.loads(text) if text else None
+
+    def device_in(self, device, viewer="controller"):
+        """What the viewer's JSON file says of a device; None while it does not know it."""
+        model = self.model(viewer)
+        if model is None:
+            return None
+        mac = self.al_mac(device).lower()
+        return next((entry for entry in model["kv1905"]["DeviceList"] if entry["ID"].lower() == mac), None)
+
+    def await_learnt(self, *agents, seconds=15):
+        """Until the controller holds the configuration of these agents."""
+        def learnt():
+            entries = [self.device_in(agent) for agent in agents]
+            return all(entry and entry["SpeaksProtocol"] and entry["ModelName"] for entry in entries)
+        poll(learnt, seconds, f"configuration of {', '.join(agents)} at the controller")
+
+    def counters(self):
+        return {name: self.model(name)["kv1905"]["Counters"] for name in self.names()}
+
+
+class Capture:
+    """A capture file, read with tshark."""
+
+    def __init__(self):
+        self.directory = tempfile.TemporaryDirectory()
+        self.path = os.path.join(self.directory.name, "mesh.pcap")
+
+    def fields(self, display_filter, *names):
+        """One tuple of texts per frame."""
+        command = ["tshark", "-r", self.path, "-Y", display_filter, "-T", "fields", "-E", "separator=|"]
+        for name in names:
+            command += ["-e", name]
+        done = run(*command)
+        if done.returncode != 0:
+            raise AssertionError(done.stderr)
+        return [tuple(line.split("|")) for line in done.stdout.splitlines()]
+
+
+class MeshTest(unittest.TestCase):
+    maxDiff = None
