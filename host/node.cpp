@@ -3,6 +3,7 @@
 #include <sys/socket.h>
 
 #include <algorithm>
+#include <utility>
 
 namespace kv1905d {
 namespace {
@@ -208,6 +209,7 @@ bool Node::handleVendor(const Received &received) {
 // ---- Periodic work
 
 Time Node::run(Time now) {
+    receiveFromSelf();
     counters_.reassemblyTimeouts += reassembly_.expire(now);
     age(now);
     keepAlive(now);
@@ -218,6 +220,7 @@ Time Node::run(Time now) {
     sendDueQueries(now);
 
     Time next = std::min(notificationDue_, reassembly_.nextExpiry());
+    if (!toSelf_.empty()) next = now;
     for (const Time due : discoveryDue_)
         next = std::min(next, due);
     for (const auto &[alMac, query] : queries_)
@@ -342,10 +345,27 @@ bool Node::sendVendor(Reach reach, const MacAddress &destination, ByteView value
         message.tlvs.push_back(macTlv(kTlvAlMac, config_.alMac));
         duplicates_.enter({config_.alMac, message.type, id}, now);
     }
+    if (reach == Reach::Unicast && topology_.findByAnyMac(destination) == &topology_.local())
+        return sendToSelf(message);
     const bool sent =
         reach == Reach::Unicast ? sendUnicast(message, destination) : sendMulticast(message, std::nullopt);
     if (sent) ++counters_.vendorMessagesSent;
     return sent;
+}
+
+// Handed on by run(): the receiver must not be called while it is sending.
+bool Node::sendToSelf(const Message &message) {
+    if (toSelf_.size() >= kMaxToSelf) return false;
+    toSelf_.push_back(message);
+    ++counters_.vendorMessagesSent;
+    return true;
+}
+
+void Node::receiveFromSelf() {
+    for (const Message &message : std::exchange(toSelf_, {})) {
+        ++counters_.vendorTlvsReceived;
+        if (events_.vendorTlv) events_.vendorTlv(config_.alMac, message.tlvs.front().value, message.id);
+    }
 }
 
 std::vector<LocalInterface> Node::localInterfaces() const {
@@ -380,7 +400,6 @@ bool Node::sendMulticast(const Message &message, std::optional<size_t> except) {
 bool Node::sendUnicast(const Message &message, const MacAddress &destination) {
     const Device *device = topology_.findByAnyMac(destination);
     const MacAddress &alMac = device != nullptr ? device->alMac : destination;
-    if (alMac == config_.alMac) return false;
     const std::vector<Bytes> payloads = encodeMessage(message);
     if (config_.bridgeFd >= 0) return sendFrames(config_.bridgeFd, alMac, payloads);
     if (device != nullptr && device->port) return sendFrames(config_.ports[*device->port].fd, alMac, payloads);

@@ -47,6 +47,7 @@ class Node {
     // Bounds of what is kept about others; more is refused.
     static constexpr size_t kMaxLinks = kMaxNeighbours;  // neighbours seen on all ports together
     static constexpr size_t kMaxPendingQueries = 256;
+    static constexpr size_t kMaxToSelf = 16;  // messages to this device itself that run() has not delivered yet
 
     Node(NodeConfig config, NodeEvents events, Time now);
 
@@ -61,8 +62,9 @@ class Node {
 
     /*
      * Send a vendor-specific TLV value in a message of its own. `destination` counts for Reach::Unicast alone: an AL
-     * MAC or an interface MAC of a known device. msgId: null, or 0 to have an identifier chosen and written back, or
-     * the identifier to use. False when no interface took the message.
+     * MAC or an interface MAC of a known device; a message to this device itself arrives with the next run().
+     * msgId: null, or 0 to have an identifier chosen and written back, or the identifier to use.
+     * False when no interface took the message.
      */
     bool sendVendor(Reach reach, const MacAddress &destination, ByteView value, uint16_t *msgId, Time now);
 
@@ -126,6 +128,8 @@ class Node {
 
     bool sendMulticast(const Message &message, std::optional<size_t> except);
     bool sendUnicast(const Message &message, const MacAddress &destination);
+    bool sendToSelf(const Message &message);
+    void receiveFromSelf();
     bool sendFrames(int fd, const MacAddress &destination, const std::vector<Bytes> &payloads);
     uint16_t nextId();
     Time lifetime() const { return config_.discoveryInterval * 7 / 6; }
@@ -141,6 +145,7 @@ class Node {
     DuplicateFilter duplicates_;
     std::vector<Link> links_;
     std::map<MacAddress, PendingQuery> queries_;
+    std::vector<Message> toSelf_;
     std::vector<Time> discoveryDue_;  // per port
     Time notificationDue_{};          // Time::max() when there is nothing to notify
     Time earliestNotification_{};

@@ -256,7 +256,12 @@ TEST(VendorMessages, UnicastNeighboursAndNetwork) {
         EXPECT_EQ(network.member(2).received.size(), ring ? 3u : 2u);
         EXPECT_EQ(network.member(2).received[0], (Network::VendorTlv{mac(1), kValue, 0x4711}));
         EXPECT_EQ(network.member(1).received.size(), 1u);
-        EXPECT_FALSE(network.node(0).sendVendor(Reach::Unicast, mac(1), kValue, nullptr, now)) << "to itself";
+
+        network.member(0).received.clear();
+        EXPECT_TRUE(network.node(0).sendVendor(Reach::Unicast, mac(1), kValue, &answer, now)) << "to itself";
+        EXPECT_TRUE(network.member(0).received.empty()) << "not while it is sending";
+        network.run(Time(10));
+        EXPECT_EQ(network.member(0).received, (std::vector<Network::VendorTlv>{{mac(1), kValue, 0x4711}}));
     }
 }
 

@@ -76,7 +76,7 @@ class Mesh:
         return [device["name"] for device in self.devices]
 
     def al_mac(self, name):
-        return next(device["al_mac"] for device in self.devices if device["name"] == name)
+        return next(device["alMac"] for device in self.devices if device["name"] == name)
 
     def log(self, device):
         return self.call("logs", device).stdout

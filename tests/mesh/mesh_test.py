@@ -165,7 +165,7 @@ class Lab(MeshTest):
 
         before = traces("no-such-mesh")[0]
         with Mesh("--devices", "2") as mesh:
-            supervisor = json.loads(mesh.call("status", "--json").stdout)["pid"]
+            supervisor = json.loads(mesh.call("status", "--json").stdout)["supervisorPid"]
             os.kill(supervisor, 9)
             poll(lambda: traces(mesh.name) == (before, ""), 10, "end of every process and link")
             self.assertEqual(mesh.call("status").returncode, 1)
