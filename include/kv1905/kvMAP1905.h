@@ -206,6 +206,62 @@ typedef struct {
     KvRssiMeasurement *payload;
 } KvIntelVendMsg;
 
+/* ---- Command buffers, which double as payload records; host byte order ---- */
+
+#define KV_MAX_INTF_PWR_ENTRIES 30
+#define KV_MAX_COMMAND_TEXT 2048
+
+typedef struct {
+    uint8_t mac[KV_MAC_LEN]; /* all zero: every interface of this media type */
+    uint16_t mediaType;
+} KvIntfPwrCtrlEntry;
+
+/* Interface power control: command 103 and message type 6. */
+typedef struct {
+    uint8_t alMac[KV_MAC_LEN]; /* the agent that is to act */
+    uint8_t count;             /* entries in use, at most 30 */
+    uint8_t zero;
+    KvIntfPwrCtrlEntry entries[KV_MAX_INTF_PWR_ENTRIES];
+    uint32_t pwrState; /* IEEE 1905.1 power state; the wire carries its low 8 bits */
+} KvIntfPwrCtrlReq;
+
+/* Firmware control: command 109 and message type 20. A URL that does not fit is refused. */
+typedef struct {
+    uint8_t alMac[KV_MAC_LEN];
+    uint16_t FWOption;
+    uint16_t FWTopoOption; /* 0: no URL is carried */
+    uint16_t FWURLcount;   /* characters of FWURL */
+    char FWURL[KV_MAX_COMMAND_TEXT];
+} KvFWCtrlReq;
+
+/* LED control: command 114 and message types 33 and 34. */
+typedef struct {
+    uint8_t alMac[KV_MAC_LEN];
+    uint16_t ledOption; /* 0 off, any other value on */
+} KvLedCtrlReq;
+
+/* Remote command: command 200 and message type 25. A text that does not fit is refused. */
+typedef struct {
+    uint8_t alMac[KV_MAC_LEN];
+    uint16_t CommandDatacount; /* words */
+    uint16_t CommandURLcount;  /* characters of CommandURL */
+    char CommandURL[KV_MAX_COMMAND_TEXT];
+} KvCommandReq;
+
+/* Command codes between the command tool and kvMAP1905_VendSpecCmd_handle, with their buffers. */
+enum {
+    KV_CMD_REBOOT = 102,                /* AL MAC, 6 bytes */
+    KV_CMD_INTF_PWR_CTRL = 103,         /* KvIntfPwrCtrlReq */
+    KV_CMD_FW_CTRL = 109,               /* KvFWCtrlReq */
+    KV_CMD_RESET_DEFAULT = 110,         /* AL MAC */
+    KV_CMD_FW_RESULT = 111,             /* 8 bytes: int32_t result, zero */
+    KV_CMD_LED_CTRL = 114,              /* KvLedCtrlReq */
+    KV_CMD_PARTIAL_RESET_DEFAULT = 120, /* AL MAC */
+    KV_CMD_COMMAND = 200,               /* KvCommandReq */
+    KV_CMD_LOG_SETTING = 201,           /* three int32_t */
+    KV_CMD_UPDATE_DEVICE_INFO = 301     /* not read */
+};
+
 /* The layouts are a promise to hosts that were built earlier: a change must be deliberate. */
 #define KV_LAYOUT(condition) static_assert(condition, "binary layout of a boundary record changed")
 #define KV_LP(on64, on32) (sizeof(void *) == 8 ? (size_t)(on64) : (size_t)(on32))
@@ -239,6 +295,15 @@ KV_LAYOUT(offsetof(KvIntelVendMsg, field3) == 3 && offsetof(KvIntelVendMsg, msgT
           offsetof(KvIntelVendMsg, field11) == 11 && offsetof(KvIntelVendMsg, field18) == 17 &&
           offsetof(KvIntelVendMsg, payload) == KV_LP(24, 20) && sizeof(KvIntelVendMsg) == KV_LP(32, 24));
 
+KV_LAYOUT(sizeof(KvIntfPwrCtrlEntry) == 8 && offsetof(KvIntfPwrCtrlReq, count) == 6 &&
+          offsetof(KvIntfPwrCtrlReq, entries) == 8 && offsetof(KvIntfPwrCtrlReq, pwrState) == 248 &&
+          sizeof(KvIntfPwrCtrlReq) == 252);
+KV_LAYOUT(offsetof(KvFWCtrlReq, FWOption) == 6 && offsetof(KvFWCtrlReq, FWURLcount) == 10 &&
+          offsetof(KvFWCtrlReq, FWURL) == 12 && sizeof(KvFWCtrlReq) == 2060);
+KV_LAYOUT(offsetof(KvLedCtrlReq, ledOption) == 6 && sizeof(KvLedCtrlReq) == 8);
+KV_LAYOUT(offsetof(KvCommandReq, CommandDatacount) == 6 && offsetof(KvCommandReq, CommandURLcount) == 8 &&
+          offsetof(KvCommandReq, CommandURL) == 10 && sizeof(KvCommandReq) == 2058);
+
 /* ---- Globals ---- */
 
 /* The callbacks in force; all null until kvMAP1905_Func_reg. The host reads slot 6 from here. */
@@ -264,6 +329,18 @@ extern KVMAP1905_API uint32_t NCAL_state;
 extern KVMAP1905_API char g_MainSSID[66];
 /* Main BSSIDs, 6 bytes each: 2.4 GHz, 5 GHz. */
 extern KVMAP1905_API uint8_t g_MainBSSID[12];
+
+/* Firmware states, driven by command 111: 0 none, 2 downloading, 3 downloaded; 0 none, 4 writing, 5 written. */
+extern KVMAP1905_API int32_t State_fw_is_download;
+extern KVMAP1905_API int32_t State_fw_upgrade;
+/* Further firmware values, for the host; the plug-in does not read them. */
+extern KVMAP1905_API int32_t Download_and_upgrade;
+extern KVMAP1905_API int32_t Time_download;
+extern KVMAP1905_API int32_t State_new_fw;
+extern KVMAP1905_API char FW_file_name[128];
+extern KVMAP1905_API char FW_file_version_old[128];
+extern KVMAP1905_API char FW_file_version_new[128];
+extern KVMAP1905_API char FW_file_date[128];
 
 #define KV_FLAG_AUTO_ROLE_SELECT 0x1u
 #define KV_FLAG_AUTO_ROLE_SELECT_ONLY_WHEN_GW_FOUND 0x2u
@@ -306,7 +383,8 @@ KVMAP1905_API int kvMAP1905_findController(void);
 /* Start a device's record: decide the controller role, then load everything. dev: zero-filled; null is ignored. */
 KVMAP1905_API void kvMAP1905_DeviceDm_init(KvDevVendorData *dev);
 
-/* Reload what changed on disk into the record. Cheap when nothing did. A null dev is logged. */
+/* Reload what changed on disk into the record, and renew dev->security (its former secData is freed). Cheap when
+ * nothing changed. A null dev is logged. */
 KVMAP1905_API void kvMAP1905_DeviceDm_update(KvDevVendorData *dev);
 
 /* Fill an interface's record from its media type (IEEE 1905.1 code, low 16 bits used). A null intf is logged. */
@@ -323,7 +401,7 @@ KVMAP1905_API int kvMAP1905_CtrlFromNbrCap_get(int which);
 
 /*
  * Current channel of a Wi-Fi interface, from "wl -i IFNAME chanspec". channelOut: 16 characters; left unchanged
- * when wl fails or ifname holds a character that must not reach a shell.
+ * when wl fails, or when ifname is longer than 144 characters or holds one that must not reach a shell.
  */
 KVMAP1905_API void kvMAP1905_WifiChan_get(const char *ifname, char *channelOut);
 
@@ -376,6 +454,42 @@ KVMAP1905_API int kvMAP1905_ConfQuery_send(const uint8_t *alMac, uint8_t retry);
  * mcast: 1 sends it to every device by relayed multicast (source is not used, msgId 0 takes a fresh identifier).
  */
 KVMAP1905_API int kvMAP1905_ConfRespMsg_send(const KvRecvVendTlv *source, uint16_t msgId, uint8_t mcast);
+
+/* ---- Device control ---- */
+
+/*
+ * Ask an agent for the power state of its interfaces; tracked and sent again like a configuration query. alMac: the
+ * agent's; retry: earlier attempts, 0 for the host. KV_RET_ERR when it could not be sent.
+ */
+KVMAP1905_API int kvMAP1905_IntfPwrStateQuery_send(const uint8_t *alMac, uint8_t retry);
+
+/* Record in the local device's data that a newer firmware is known (result 1). KV_RET_ERR without local data. */
+KVMAP1905_API int updateKvFWNewfirmware(int result);
+
+/* ---- Operator commands ---- */
+
+/*
+ * In the daemon: run one posted command. buffer: laid out as KV_CMD_* says for the code, only read; its multi-byte
+ * fields are read byte by byte, so any alignment will do. The outcome is logged; an agent's answer arrives
+ * later in the result file /tmp/1905ReturnValue (one byte as two hexadecimal digits and a newline).
+ */
+KVMAP1905_API void kvMAP1905_VendSpecCmd_handle(void *buffer, uint32_t code);
+
+/*
+ * In the command tool: check the arguments of one tool command, fill its buffer and post it through slot 5. context,
+ * argv[0] and argv[1] are not read. Returns slot 5's result, -1 when the arguments are refused or the slot is empty.
+ */
+KVMAP1905_API int kvMAP1905_RebootQuery_send(void *context, int argc, char **argv);       /* 2: AL MAC */
+KVMAP1905_API int kvMAP1905_CtrlInftPwrQuery_send(void *context, int argc, char **argv);  /* 3: AL MAC, interface MAC,
+                                                                       media type (hexadecimal), power state */
+KVMAP1905_API int kvMAP1905_FWCtrlQuery_send(void *context, int argc, char **argv);       /* 9: AL MAC, option 1 to 7,
+                                                                       topology option, URL */
+KVMAP1905_API int kvMAP1905_ResetDefaultQuery_send(void *context, int argc, char **argv); /* 10: AL MAC */
+KVMAP1905_API int kvMAP1905_FwResult_set(void *context, int argc, char **argv);           /* 11: result 0 to 5 */
+KVMAP1905_API int kvMAP1905_ledStatus_send(void *context, int argc, char **argv);         /* 14: AL MAC, state */
+KVMAP1905_API int kvMAP1905_PartialResetDefaultQuery_send(void *context, int argc, char **argv); /* 20: AL MAC */
+KVMAP1905_API int kvMAP1905_CmdQuery_send(void *context, int argc, char **argv);          /* 100: AL MAC, words... */
+KVMAP1905_API int kvMAP1905_SyslogDbg_set(void *context, int argc, char **argv);          /* d: two or three numbers */
 
 #ifdef __cplusplus
 }

@@ -236,15 +236,13 @@ int checkWIFIChannelInfo() {
 
 void readWifiChannel(const char *ifname, char *channelOut) {
     if (ifname == nullptr || channelOut == nullptr) {
+        LOG_DEVICE(KV_LOG_ERROR, "channel query without an interface name or a place for the channel\n");
         return;
     }
-    if (!isShellSafe(ifname)) {
-        LOG_DEVICE(KV_LOG_ERROR, "interface name %s must not reach a shell, wl is not run\n", ifname);
-        return;
-    }
-    char command[160];
+    char command[160];  // a name comes from a line of at most 127 characters
     const int length = std::snprintf(command, sizeof command, "wl -i %s chanspec", ifname);
-    if (length < 0 || static_cast<size_t>(length) >= sizeof command) {
+    if (!isShellSafe(ifname) || length < 0 || static_cast<size_t>(length) >= sizeof command) {
+        LOG_DEVICE(KV_LOG_ERROR, "interface name %s must not reach a shell, wl is not run\n", ifname);
         return;
     }
     const Pipe output = openCommand(command);

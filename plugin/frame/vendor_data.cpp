@@ -28,6 +28,32 @@ std::optional<uint32_t> modificationTime(const char *path) {
     return static_cast<uint32_t>(status.st_mtime);
 }
 
+enum class When : uint8_t { Always, Changed };
+
+// A file that cannot be examined counts as changed: its loader then says what is wrong. A file's time says nothing at
+// first: an image may carry any, 0 included.
+bool isDue(When when, const std::optional<uint32_t> &now, uint32_t loaded) {
+    return when == When::Always || !now || *now != loaded;
+}
+
+void loadFiles(KvDevVendorData *dev, bool isController, When when) {
+    const std::optional<uint32_t> confTime = modificationTime(kDeviceConfigPath);
+    if (isDue(when, confTime, dev->confFileMtime)) {
+        LOG_DEVICE(KV_LOG_DEBUG, "initialize KOVAN device configuration\n");
+        dev->cfgAttrCount = 0;
+        dev->rebootFromNbrCap = isController ? 0 : 1;
+        dev->intfPwrCtrlFromNbrCap = isController ? 0 : 1;
+        readDevConfFile(dev);
+        getDeviceChannel(dev);
+        dev->confFileMtime = confTime.value_or(0);
+    }
+    const std::optional<uint32_t> versionTime = modificationTime(kVersionPath);
+    if (isDue(when, versionTime, dev->versionFileMtime)) {
+        readDevVersionFile(dev);
+        dev->versionFileMtime = versionTime.value_or(0);
+    }
+}
+
 // Owns what getSecurityConfig fills in, however the caller leaves.
 struct FreeSecurityConfig {
     void operator()(SecurityConfig *sec) const {
@@ -43,8 +69,9 @@ void RegisteredNeighbors::add(const uint8_t *alMac) {
     for (size_t index = 0; index < kCapacity; ++index) {
         if (isZeroMac(entries_[index])) {
             free = index;
-        } else if (sameMac(entries_[index], alMac)) {
-            return;
+        }
+        if (sameMac(entries_[index], alMac)) {
+            return;  // also for the all-zero address, which no entry can hold
         }
     }
     if (!free) {
@@ -71,7 +98,8 @@ void initDevice(KvDevVendorData *dev) {
     dev->confFileMtime = 0;
     dev->versionFileMtime = 0;
     controller = static_cast<uint8_t>(findController());
-    updateDevice(dev);
+    loadFiles(dev, controller != 0, When::Always);
+    initSecurityConfig(&dev->security);
 }
 
 void updateDevice(KvDevVendorData *dev) {
@@ -84,23 +112,7 @@ void updateDevice(KvDevVendorData *dev) {
 }
 
 void initDevConfig(KvDevVendorData *dev, bool isController) {
-    // A file that cannot be examined counts as changed: its loader then says what is wrong, and its stored time
-    // of 0 makes sure that it is loaded when it comes back.
-    const std::optional<uint32_t> confTime = modificationTime(kDeviceConfigPath);
-    if (!confTime || *confTime != dev->confFileMtime) {
-        LOG_DEVICE(KV_LOG_DEBUG, "initialize KOVAN device configuration\n");
-        dev->cfgAttrCount = 0;
-        dev->rebootFromNbrCap = isController ? 0 : 1;
-        dev->intfPwrCtrlFromNbrCap = isController ? 0 : 1;
-        readDevConfFile(dev);
-        getDeviceChannel(dev);
-        dev->confFileMtime = confTime.value_or(0);
-    }
-    const std::optional<uint32_t> versionTime = modificationTime(kVersionPath);
-    if (!versionTime || *versionTime != dev->versionFileMtime) {
-        readDevVersionFile(dev);
-        dev->versionFileMtime = versionTime.value_or(0);
-    }
+    loadFiles(dev, isController, When::Changed);
 }
 
 int initSecurityConfig(SecurityConfig *sec) {
@@ -162,6 +174,7 @@ int capabilityFromController(int which) {
 
 int checkAgentSpeaksProtocol(const uint8_t *alMac, uint8_t *isKovan) {
     if (alMac == nullptr || isKovan == nullptr) {
+        LOG_DEVICE(KV_LOG_ERROR, "checkKovanAgent without an AL MAC or a place for the answer\n");
         return KV_RET_ERR;
     }
     const KvDevVendorData *dev = deviceVendorData(alMac);

@@ -59,6 +59,10 @@ int sendOn(const Road &road, const uint8_t *destinationMac, uint16_t *msgId, con
         LOG_DEVICE(KV_LOG_ERROR, "NULL registar function\n");
         return KV_RET_ERR;
     }
+    if (destinationMac == nullptr || msg == nullptr) {
+        LOG_MSG(KV_LOG_ERROR, "invalid vender specific message data\n");
+        return KV_RET_ERR;
+    }
     // A failed allocation reaches the encoder as a null buffer, which it refuses.
     const Owned<uint8_t[]> buffer = allocateBytes(KV_VEND_MSG_BUFFER_LEN);
     KvVendMsgDest dest = {};

@@ -135,6 +135,8 @@ TEST_F(ConfigExchange, FailuresToAnswerAreLogged) {
     EXPECT_EQ(logCount(4, "[DB] Device 00:11:22:33:44:55, device config NULL when handle config query msgId beef\n"),
               1u);
     EXPECT_EQ(host_.sent.size(), 1u);
+    EXPECT_EQ(kvMAP1905_ConfRespMsg_send(nullptr, 1, 0), KV_RET_ERR);
+    EXPECT_EQ(kvMAP1905_ConfQuery_send(nullptr, 0), KV_RET_ERR);
 }
 
 TEST_F(ConfigExchange, MulticastResponseIsRelayedAndNamesItsOutcome) {
@@ -146,6 +148,9 @@ TEST_F(ConfigExchange, MulticastResponseIsRelayedAndNamesItsOutcome) {
     host_.sendResult = 1;
     EXPECT_EQ(kvMAP1905_ConfRespMsg_send(nullptr, 0x0102, 1), KV_RET_ERR);
     EXPECT_EQ(logCount(4, "send multicast config response msgId 0102 Fail.\n"), 1u);
+    const KvRecvVendTlv source = {};
+    kvMAP1905_ConfRespMsg_send(&source, 0x0102, 2);
+    EXPECT_EQ(host_.sent.back().slot, Slot::Unicast) << "1 alone means multicast";
 }
 
 TEST_F(ConfigExchange, TheControllerStoresEveryAttribute) {
@@ -174,6 +179,13 @@ TEST_F(ConfigExchange, TheControllerStoresEveryAttribute) {
         }
     }
     EXPECT_EQ(dev.uptimeRecvTime, 1'700'000'000u);
+    setClock(1'700'000'100);
+    const auto receive = [&](uint8_t count, std::initializer_list<Bytes> attributes) {
+        host_.receive(kAgent, message(kAgent, kResponse, response(kAgent, count, attributes)), 1);
+    };
+    receive(2, {attribute(7, "first"), attribute(7, "last")});
+    EXPECT_STREQ(dev.modelName, "last") << "in payload order";
+    EXPECT_EQ(dev.uptimeRecvTime, 1'700'000'000u) << "attribute 116 alone sets it";
 
     host_.receive(
         kAgent,
@@ -192,6 +204,9 @@ TEST_F(ConfigExchange, TheControllerStoresEveryAttribute) {
     EXPECT_EQ(dev.fwUpgradeStatus, 5);
     EXPECT_EQ(dev.auxStatus, 0xFE);
     EXPECT_EQ(dev.cfgAttrCount, 7);
+    receive(2, {attribute(0, std::string(1, '\0')), attribute(1, std::string(1, '\0'))});
+    EXPECT_EQ(dev.rebootFromNbrCap, 0) << "a capability can be withdrawn";
+    EXPECT_EQ(dev.intfPwrCtrlFromNbrCap, 0);
     EXPECT_EQ(loggedAtMost(6), "");
 }
 

@@ -63,7 +63,14 @@ TEST(VendorData, NeighborsFillFromTheTopAndTheSixthIsNotTaken) {
         kv::registerMAPNeighbor(mac.data());
         kv::registerMAPNeighbor(mac.data());  // again: nothing changes, nothing is logged
     }
-    EXPECT_EQ(logLines().size(), 5u);
+    const Mac zero = {};
+    kv::registeredNeighbors().clear();
+    kv::registerMAPNeighbor(zero.data());
+    EXPECT_EQ(logLines().size(), 5u) << "neither a seventh time nor the all-zero address";
+    for (uint8_t i = 1; i <= 5; ++i) {
+        const Mac mac = {2, 0, 0, 0, 0, i};
+        kv::registerMAPNeighbor(mac.data());
+    }
     EXPECT_EQ(logLines()[0],
               (LogLine{1, 5, "Device 00:11:22:33:44:55 Register MAP Neighbor 02:00:00:00:00:01, idx = 4\n"}));
     for (size_t index = 0; index < 5; ++index) {

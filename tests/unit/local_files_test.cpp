@@ -328,7 +328,7 @@ TEST_F(LocalFiles, RecordsReloadOnlyWhatChanged) {
     EXPECT_STREQ(dev_.appVersion, "2");
     EXPECT_EQ(logCount(7, "initialize KOVAN"), 1u);
 
-    ASSERT_EQ(std::system("nvram set multiap_mode=1"), 0);
+    ASSERT_EQ(std::system("nvram set multiap_mode=1 && touch -d @0 /tmp/.kv1905_conf"), 0);
     kvMAP1905_DeviceDm_init(&dev_);
     EXPECT_EQ(controller, 1);
     EXPECT_EQ(kv::getEnableRebootFromNbrCap(), 0) << "nobody reboots the controller";

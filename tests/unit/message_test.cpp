@@ -9,6 +9,7 @@
 #include "support/captured_log.h"
 #include "support/fake_host.h"
 #include "support/fake_system.h"
+#include "transport/receive.h"
 
 using namespace kvtest;
 
@@ -41,6 +42,19 @@ TEST(Envelope, EncodesAddressAndPayload) {
     EXPECT_EQ(encoded.result, KV_RET_OK);
     EXPECT_EQ(encoded.length, 21u);
     EXPECT_EQ(encoded.bytes, fromHex("02 4E A7 00 11 22 33 44 55 00 01 00 00 00 06 66 77 88 99 AA BB"));
+}
+
+TEST(Envelope, EveryHeaderFieldComesFromTheRecordAndGoesBackIntoIt) {
+    FakeHost host;
+    kv::KvConfQueryData query = {{1, 2, 3, 4, 5, 6}};
+    const KvVendMsg foreign = {{0x02, 0x4E, 0xA7}, {9, 8, 7, 6, 5, 4}, {0xDE, 0xAD}, 0, 6, &query};
+    const Encoded encoded = encode(foreign);
+    EXPECT_EQ(encoded.bytes, fromHex("02 4E A7 09 08 07 06 05 04 DE AD 00 00 00 06 01 02 03 04 05 06"));
+    KvVendMsg back = {};
+    ASSERT_EQ(kv::parseKvVendMsg({encoded.bytes.data(), encoded.bytes.size()}, &back), KV_RET_OK);
+    EXPECT_EQ(std::memcmp(&back, &foreign, offsetof(KvVendMsg, payload)), 0);
+    EXPECT_EQ(std::memcmp(back.payload, &query, 6), 0);
+    std::free(back.payload);
 }
 
 TEST(Envelope, ReservedTypesEncodeBareAndAreRefusedOnReceipt) {
@@ -107,7 +121,10 @@ TEST(Envelope, RefusalsNameTheirReason) {
         {"payload length past the TLV", message(kAgent, 0, mac, 7), 3, "failed to parse the vendor specific TLV"},
         {"payload length lies by far", message(kAgent, 0, mac, 0xFFFF), 3, "failed to parse"},
         {"payload shorter than its layout", message(kAgent, 0, {1, 2, 3, 4, 5}), 3, "failed to parse"},
+        {"an unknown type whose length lies", message(kAgent, 71, {}, 1), 3, "failed to parse the vendor"},
+        {"an unknown type without its length", head(message(kAgent, 78, {}), 14), 3, "failed to parse the vendor"},
         {"payload length 0 though bytes follow", message(kAgent, 0, mac, 0), 3, "failed to parse"},
+        {"Intel's OUI alone", fromHex("00 03 47"), 3, "failed to parse"},
         {"Intel, too short for its envelope", fromHex("00 03 47 01"), 3, "failed to parse"},
         {"Intel, a type nobody speaks", fromHex("00 03 47 01 02 03 04 05 06 68 00 11 22 33 44 55 66 00 07 08 00 00"), 4,
          "parse vendor msg type 104 is unsoppourted"},
@@ -130,19 +147,16 @@ TEST(Envelope, RefusalsNameTheirReason) {
     EXPECT_EQ(host.sent.size(), 1u);
 }
 
-TEST(Envelope, MarkerAndSurplusPayloadAreAccepted) {
+TEST(Envelope, WhatTheDispatcherDoesNotKnowIsNamed) {
     FakeHost host;
-    Bytes query = message(kAgent, 0, fromHex("01 02 03 04 05 06 07 08 09 0A"));
-    query[9] = 0xDE;
-    query[10] = 0xAD;
-    KvVendMsg msg = {};
-    ASSERT_EQ(kv::parseKvVendMsg({query.data(), query.size()}, &msg), KV_RET_OK);
-    EXPECT_EQ(msg.marker[0], 0xDE);
-    EXPECT_EQ(msg.marker[1], 0xAD);
-    EXPECT_EQ(msg.payloadLen, 10);
-    EXPECT_EQ(std::memcmp(msg.alMac, kAgent.data(), 6), 0);
-    EXPECT_EQ(std::memcmp(msg.payload, "\1\2\3\4\5\6", 6), 0);
-    std::free(msg.payload);
+    const KvRecvVendTlv source = {};
+    for (const uint16_t type : {uint16_t{10}, uint16_t{71}, uint16_t{65535}}) {
+        clearLog();
+        KvVendMsg msg = kv::makeVendMsg(type, 0, nullptr);
+        EXPECT_EQ(kv::handleKvVendSpecMsg(&source, 1, &msg, kv::kOriginNetwork), KV_RET_ERR);
+        const std::string line = "Vendor specific message type (" + std::to_string(type) + ")";
+        EXPECT_EQ(logLines(), (std::vector<LogLine>{{1, 7, line + "\n"}, {1, 4, line + " is unsoppourted\n"}}));
+    }
 }
 
 TEST(ReceiveEntries, NullAndOutOfMemoryAreLoggedAndDropped) {
@@ -178,7 +192,7 @@ TEST(ReceiveEntries, NullAndOutOfMemoryAreLoggedAndDropped) {
 
 TEST(ReceiveEntries, WithoutLengthTheEnvelopeSaysIt) {
     FakeHost host;
-    Bytes query = message(kAgent, 0, fromHex("00 11 22 33 44 55"));
+    Bytes query = message(kAgent, 0, Bytes(300));  // longer than its layout, and than a byte can count
     KvRecvVendTlv tlv = {};
     std::memcpy(tlv.srcMac, kAgent.data(), 6);
     tlv.value = query.data();

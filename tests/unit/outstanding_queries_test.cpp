@@ -99,6 +99,12 @@ TEST(OutstandingQueries, AFailedSendEndsTheQuery) {
     host.sendResult = 1;
     loopAt(kStart + 6);
     EXPECT_EQ(waiting(), 0u) << "a resend that does not go out is not recorded";
+    auto &table = kv::outstandingQueries();
+    for (size_t i = 0; i < 65; ++i) {
+        table.add(device(i).data(), 1, 0, 1, kStart + (i == 9 ? 0 : 1));
+    }
+    EXPECT_EQ(std::memcmp(table.at(9).alMac, device(64).data(), 6), 0) << "the oldest goes, as after no resend at all";
+    EXPECT_EQ(table.at(9).retry, 0);
 }
 
 TEST(OutstandingQueries, AClockThatStepsBackWaits) {
@@ -123,6 +129,26 @@ TEST(OutstandingQueries, AFullTableForgetsTheOldestAndTheLowestAmongEquals) {
     EXPECT_EQ(std::memcmp(table.at(30).alMac, device(30).data(), 6), 0);
     table.add(kAgent.data(), 3, 2, 0, kStart + 4);
     EXPECT_EQ(table.at(30).msgId, 3) << "the next oldest";
+}
+
+TEST(OutstandingQueries, AClockThatStepsBackInAFullTableTakesTheFirstEntry) {
+    FakeHost host;
+    auto &table = kv::outstandingQueries();
+    for (size_t i = 0; i < 64; ++i) {
+        table.add(device(i).data(), 1, 0, 1, kStart + static_cast<std::time_t>(64 - i));
+    }
+    table.add(kAgent.data(), 2, 0, 1, kStart - 100);
+    EXPECT_EQ(table.at(0).msgId, 2);
+}
+
+TEST(OutstandingQueries, OneAnswerClearsOneEntry) {
+    FakeHost host;
+    auto &table = kv::outstandingQueries();
+    table.add(kAgent.data(), 7, 0, 0, kStart);
+    table.add(kAgent.data(), 7, 0, 1, kStart);
+    kv::reportKvVendRespMsgReceived(kAgent.data(), 7, 1);
+    EXPECT_EQ(waiting(), 1u);
+    EXPECT_EQ(table.at(1).retry, 1) << "the first of them is freed";
 }
 
 TEST(OutstandingQueries, AResendInAFullTableKeepsItselfAndEverybodyElse) {

@@ -76,6 +76,7 @@ TEST(Send, RefusalsNeverReachTheHost) {
             EXPECT_EQ(road.send(&good, nullptr), KV_RET_ERR);
             EXPECT_TRUE(failing.happened());
         }
+        EXPECT_EQ(road.send(nullptr, nullptr), KV_RET_ERR);
         EXPECT_EQ(logCount(4, kPrefix + road.encoderFailure), 4u);
         EXPECT_TRUE(host.sent.empty());
 

@@ -146,11 +146,19 @@ void fillResponse(KvConfRespData &response, KvDevVendorData &dev) {
     }
 }
 
+int failedToRespond(uint16_t msgId, bool byMulticast) {
+    if (byMulticast) {
+        LOG_MSG(KV_LOG_WARNING, "send multicast config response msgId %04x Fail.\n", msgId);
+    } else {
+        LOG_MSG(KV_LOG_WARNING, "fail to handle config query msgId %04x\n", msgId);
+    }
+    return KV_RET_ERR;
+}
+
 int sendResponseByMulticast(const KvVendMsg &msg, uint16_t msgId) {
     // The identifier goes along by pointer; what the host writes back is what the line shows.
     if (sendRelayedMulticast(&msg, &msgId) != KV_RET_OK) {
-        LOG_MSG(KV_LOG_WARNING, "send multicast config response msgId %04x Fail.\n", msgId);
-        return KV_RET_ERR;
+        return failedToRespond(msgId, true);
     }
     LOG_MSG(KV_LOG_INFO, "send multicast config response msgId %04x Success.\n", msgId);
     return KV_RET_OK;
@@ -158,8 +166,7 @@ int sendResponseByMulticast(const KvVendMsg &msg, uint16_t msgId) {
 
 int sendResponseTo(const uint8_t *destinationMac, const KvVendMsg &msg, uint16_t msgId) {
     if (sendUnicast(destinationMac, &msgId, &msg) != KV_RET_OK) {
-        LOG_MSG(KV_LOG_WARNING, "fail to handle config query msgId %04x\n", msgId);
-        return KV_RET_ERR;
+        return failedToRespond(msgId, false);
     }
     LOG_MSG(KV_LOG_INFO, "send config response msgId %04x to " KV_MAC "\n", msgId, KV_MAC_BYTES(destinationMac));
     return KV_RET_OK;
@@ -188,6 +195,10 @@ void store(KvDevVendorData &dev, const KvConfAttr &attribute) {
 }  // namespace
 
 int sendConfQuery(const uint8_t *alMac, uint8_t retry) {
+    if (alMac == nullptr) {
+        LOG_MSG(KV_LOG_ERROR, "config query without an AL MAC\n");
+        return KV_RET_ERR;
+    }
     LOG_MSG(KV_LOG_DEBUG, "send config query to " KV_MAC "\n", KV_MAC_BYTES(alMac));
     KvConfQueryData query = {};
     std::memcpy(query.alMac, alMac, sizeof query.alMac);
@@ -202,6 +213,10 @@ int sendConfQuery(const uint8_t *alMac, uint8_t retry) {
 }
 
 int sendConfResp(const KvRecvVendTlv *source, uint16_t msgId, uint8_t mcast) {
+    if (source == nullptr && mcast != 1) {
+        LOG_MSG(KV_LOG_ERROR, "config response without a destination, msgId %04x\n", msgId);
+        return KV_RET_ERR;
+    }
     KvDevVendorData *dev = deviceVendorData(nullptr);
     if (dev == nullptr) {
         LOG_DB(KV_LOG_WARNING, "device config NULL when handle config query msgId %04x\n", msgId);
@@ -210,8 +225,7 @@ int sendConfResp(const KvRecvVendTlv *source, uint16_t msgId, uint8_t mcast) {
     // 34 KB: too much for the stack of a host that may be a small thread.
     const auto response = allocateRecord<KvConfRespData>();
     if (response == nullptr) {
-        LOG_MSG(KV_LOG_WARNING, "fail to handle config query msgId %04x\n", msgId);
-        return KV_RET_ERR;
+        return failedToRespond(msgId, mcast == 1);
     }
     fillResponse(*response, *dev);
     dev->cfgAttrCount = response->count;
