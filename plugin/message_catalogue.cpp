@@ -6,6 +6,15 @@
 
 #include "features/config_exchange/config_codec.h"
 #include "features/config_exchange/config_exchange.h"
+#include "features/device_control/control_codec.h"
+#include "features/device_control/firmware.h"
+#include "features/device_control/firmware_codec.h"
+#include "features/device_control/interface_power.h"
+#include "features/device_control/interface_power_codec.h"
+#include "features/device_control/led.h"
+#include "features/device_control/led_command_codec.h"
+#include "features/device_control/reboot_reset.h"
+#include "features/device_control/remote_command.h"
 #include "protocol/intel_message.h"
 #include "protocol/message_row.h"
 
@@ -26,10 +35,27 @@ int encodeNothing(const KvVendMsg &, ByteWriter &) {
 
 // clang-format off
 constexpr MessageRow kRows[] = {
-    // type                    name          decode                 encode               handle                          resend
+    // type, name, decode, encode, handle, resend
     {VEND_MSG_TYPE_CONF_QUERY, "CONF_QUERY", parseConfQueryMsgData, genConfQueryMsgData, handledBy<handleConfQueryMsg>, sendConfQuery},
     {VEND_MSG_TYPE_CONF_RESP,  "CONF_RESP",  parseConfRespMsgData,  genConfRespMsgData,  handledBy<handleConfRespMsg>,  nullptr},
+    {VEND_MSG_TYPE_INTF_PWR_STATE_QUERY, "INTF_PWR_STATE_QUERY", parseTargetMsgData, genTargetMsgData, handledBy<handleIntfPwrStateQueryMsg>, sendIntfPwrStateQuery},
+    {VEND_MSG_TYPE_INTF_PWR_STATE_RESP, "INTF_PWR_STATE_RESP", parseIntfPwrStateRespMsgData, genIntfPwrStateRespMsgData, handledBy<handleIntfPwrStateRespMsg>, nullptr},
+    {VEND_MSG_TYPE_REBOOT_REQ, "REBOOT_REQ", parseRebootTargetMsgData, genTargetMsgData, handledBy<handleRebootReqMsg>, nullptr},
+    {VEND_MSG_TYPE_REBOOT_RESP, "REBOOT_RESP", parseResultMsgData, genResultMsgData, handledBy<handleRebootRespMsg>, nullptr},
+    {VEND_MSG_TYPE_INTF_PWR_CTRL_REQ, "INTF_PWR_CTRL_REQ", parseIntfPwrCtrlReqMsgData, genIntfPwrCtrlReqMsgData, handledBy<handleIntfPwrCtrlReqMsg>, nullptr},
+    {VEND_MSG_TYPE_INTF_PWR_CTRL_RESP, "INTF_PWR_CTRL_RESP", parseIntfPwrCtrlRespMsgData, genIntfPwrCtrlRespMsgData, handledBy<handleIntfPwrCtrlRespMsg>, nullptr},
     RESERVED(10), RESERVED(11), RESERVED(12), RESERVED(16), RESERVED(17), RESERVED(18), RESERVED(19),
+    {VEND_MSG_TYPE_FW_CTRL_REQ, "FW_CTRL_REQ", parseFWCtrlReqMsgData, genFWCtrlReqMsgData, handledBy<handleFWCtrlReqMsg>, nullptr},
+    {VEND_MSG_TYPE_FW_CTRL_RESP, "FW_CTRL_RESP", parseResultMsgData, genResultMsgData, handledBy<handleFWCtrlRespMsg>, nullptr},
+    {VEND_MSG_TYPE_RESET_DEFAULT_REQ, "RESET_DEFAULT_REQ", parseResetTargetMsgData, genTargetMsgData, handledBy<handleResetDefaultReqMsg>, nullptr},
+    {VEND_MSG_TYPE_RESET_DEFAULT_RESP, "RESET_DEFAULT_RESP", parseResultMsgData, genResultMsgData, handledBy<handleResetDefaultRespMsg>, nullptr},
+    {VEND_MSG_TYPE_COMMAND_REQ, "COMMAND_REQ", parseCommandReqMsgData, genCommandReqMsgData, handledBy<handleCommandReqMsg>, nullptr},
+    {VEND_MSG_TYPE_PARTIAL_RESET_DEFAULT_REQ, "PARTIAL_RESET_DEFAULT_REQ", parseResetTargetMsgData, genTargetMsgData, handledBy<handlePartialResetDefaultReqMsg>, nullptr},
+    {VEND_MSG_TYPE_PARTIAL_RESET_DEFAULT_RESP, "PARTIAL_RESET_DEFAULT_RESP", parseResultMsgData, genResultMsgData, handledBy<handlePartialResetDefaultRespMsg>, nullptr},
+    {VEND_MSG_TYPE_COMMAND_RESP, "COMMAND_RESP", parseResultMsgData, genResultMsgData, handledBy<handleCommandRespMsg>, nullptr},
+    {VEND_MSG_TYPE_LED_CTRL_REQ, "LED_CTRL_REQ", parseLedCtrlMsgData, genLedCtrlMsgData, handledBy<handleLedCtrlReqMsg>, nullptr},
+    {VEND_MSG_TYPE_LED_CTRL_MCAST, "LED_CTRL_MCAST", parseLedCtrlMsgData, genLedCtrlMsgData, handledBy<handleLedCtrlMcastMsg>, nullptr},
+    {VEND_MSG_TYPE_LED_CTRL_RESP, "LED_CTRL_RESP", parseResultMsgData, genResultMsgData, handledBy<handleLedCtrlRespMsg>, nullptr},
     RESERVED(42), RESERVED(43), RESERVED(44), RESERVED(49), RESERVED(50),
 };
 // clang-format on

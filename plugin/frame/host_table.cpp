@@ -44,6 +44,14 @@ KvDevVendorData *deviceVendorData(const uint8_t *alMac) {
     return reinterpret_cast<KvDevVendorData *>(queryDataModel(DM_QUERY_DEV_VENDOR_DATA, alMac, 0));
 }
 
+bool isInTopology(const uint8_t *alMac) {
+    return queryDataModel(DM_QUERY_DEVICE, alMac, 0) != KV_RET_ERR;
+}
+
+InterfaceList interfacesOf(const uint8_t *alMac) {
+    return InterfaceList(reinterpret_cast<KvIntfList *>(queryDataModel(DM_QUERY_INTF_LIST, alMac, 0)));
+}
+
 int getalMacOfDevTableByIfMac(uint8_t *alMacOut, const uint8_t *ifMac) {
     if (alMacOut == nullptr || ifMac == nullptr) {
         LOG_MSG(KV_LOG_WARNING, "invalid intfMac\n");

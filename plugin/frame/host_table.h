@@ -1,9 +1,24 @@
 // The host's callbacks, typed: every question to the topology database and every JSON write goes through here.
 #pragma once
 
+#include <cstdlib>
+#include <memory>
+
 #include "kv1905/kvMAP1905.h"
 
 namespace kv {
+
+struct FreeInterfaceList {
+    void operator()(KvIntfList *list) const {
+        for (KvIntfEntry *entry = list->head; entry != nullptr;) {
+            KvIntfEntry *next = entry->next;
+            std::free(entry);
+            entry = next;
+        }
+        std::free(list);
+    }
+};
+using InterfaceList = std::unique_ptr<KvIntfList, FreeInterfaceList>;
 
 void registerHost(const Kv1905BcmCbs *table, uint8_t flag);
 
@@ -12,6 +27,12 @@ uintptr_t queryDataModel(uint32_t code, const void *argument, uintptr_t argument
 
 // The plug-in's block of a device, or null when the host does not know it. alMac null: the local device.
 KvDevVendorData *deviceVendorData(const uint8_t *alMac);
+
+// Whether the host's topology holds a device with this AL MAC.
+bool isInTopology(const uint8_t *alMac);
+
+// Interfaces of a device, or null when the host knows none. alMac null: the local device.
+InterfaceList interfacesOf(const uint8_t *alMac);
 
 // AL MAC of the device that owns an interface MAC. 0 with alMacOut filled, KV_RET_ERR when nobody does.
 int getalMacOfDevTableByIfMac(uint8_t *alMacOut, const uint8_t *ifMac);

@@ -21,4 +21,13 @@
 
 #define LOG_DEVICE(level, text, ...) LOG_PREFIXED(level, "", ", " text __VA_OPT__(, ) __VA_ARGS__)
 #define LOG_MSG(level, text, ...) LOG_PREFIXED(level, "[MSG] ", ", " text __VA_OPT__(, ) __VA_ARGS__)
+#define LOG_TLV(level, text, ...) LOG_PREFIXED(level, "[TLV] ", ", " text __VA_OPT__(, ) __VA_ARGS__)
 #define LOG_DB(level, text, ...) LOG_PREFIXED(level, "[DB] ", ", " text __VA_OPT__(, ) __VA_ARGS__)
+
+// The same prefixes on lines without a level.
+#define PRINT_PREFIXED(prefix, text, ...) \
+    kos_pk(prefix "Device " KV_MAC ", " text, KV_MAC_BYTES(kv::getMAPAlMac()) __VA_OPT__(, ) __VA_ARGS__)
+
+#define PRINT_DEVICE(text, ...) PRINT_PREFIXED("", text __VA_OPT__(, ) __VA_ARGS__)
+#define PRINT_MSG(text, ...) PRINT_PREFIXED("[MSG] ", text __VA_OPT__(, ) __VA_ARGS__)
+#define PRINT_TLV(text, ...) PRINT_PREFIXED("[TLV] ", text __VA_OPT__(, ) __VA_ARGS__)

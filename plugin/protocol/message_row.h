@@ -14,6 +14,12 @@ namespace kv {
 enum : uint16_t {
     VEND_MSG_TYPE_CONF_QUERY = 0,
     VEND_MSG_TYPE_CONF_RESP = 1,
+    VEND_MSG_TYPE_INTF_PWR_STATE_QUERY = 2,
+    VEND_MSG_TYPE_INTF_PWR_STATE_RESP = 3,
+    VEND_MSG_TYPE_REBOOT_REQ = 4,
+    VEND_MSG_TYPE_REBOOT_RESP = 5,
+    VEND_MSG_TYPE_INTF_PWR_CTRL_REQ = 6,
+    VEND_MSG_TYPE_INTF_PWR_CTRL_RESP = 7,
     VEND_MSG_TYPE_RESERVED_10 = 10,
     VEND_MSG_TYPE_RESERVED_11 = 11,
     VEND_MSG_TYPE_RESERVED_12 = 12,
@@ -21,6 +27,17 @@ enum : uint16_t {
     VEND_MSG_TYPE_RESERVED_17 = 17,
     VEND_MSG_TYPE_RESERVED_18 = 18,
     VEND_MSG_TYPE_RESERVED_19 = 19,
+    VEND_MSG_TYPE_FW_CTRL_REQ = 20,
+    VEND_MSG_TYPE_FW_CTRL_RESP = 21,
+    VEND_MSG_TYPE_RESET_DEFAULT_REQ = 22,
+    VEND_MSG_TYPE_RESET_DEFAULT_RESP = 23,
+    VEND_MSG_TYPE_COMMAND_REQ = 25,
+    VEND_MSG_TYPE_PARTIAL_RESET_DEFAULT_REQ = 26,
+    VEND_MSG_TYPE_PARTIAL_RESET_DEFAULT_RESP = 27,
+    VEND_MSG_TYPE_COMMAND_RESP = 32,
+    VEND_MSG_TYPE_LED_CTRL_REQ = 33,
+    VEND_MSG_TYPE_LED_CTRL_MCAST = 34,
+    VEND_MSG_TYPE_LED_CTRL_RESP = 35,
     VEND_MSG_TYPE_RESERVED_42 = 42,
     VEND_MSG_TYPE_RESERVED_43 = 43,
     VEND_MSG_TYPE_RESERVED_44 = 44,
@@ -30,7 +47,7 @@ enum : uint16_t {
 };
 
 // Where a dispatched message came from. A request inside a remote command is answered as a command response.
-enum : unsigned { kOriginNetwork = 255, kOriginCommand = 25 };
+enum : unsigned { kOriginNetwork = 255, kOriginCommand = VEND_MSG_TYPE_COMMAND_REQ };
 
 // Everything a handler may want to know.
 struct Dispatch {

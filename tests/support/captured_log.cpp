@@ -24,6 +24,11 @@ const std::vector<LogLine> &logLines() {
     return lines;
 }
 
+std::array<int, 3> &lastLogSetting() {
+    static std::array<int, 3> values = {};
+    return values;
+}
+
 void clearLog() {
     lines.clear();
 }
@@ -52,6 +57,18 @@ int kvMAP_syslog(int facility, int level, const char *format, ...) {
     kvtest::capture(facility, level, format, arguments);
     va_end(arguments);
     return 0;
+}
+
+int kos_fpk(FILE *file, const char *format, ...) {
+    va_list arguments;
+    va_start(arguments, format);
+    const int length = std::vfprintf(file, format, arguments);
+    va_end(arguments);
+    return length;
+}
+
+void kvMAP_log_setting(int first, int second, int third) {
+    kvtest::lastLogSetting() = {first, second, third};
 }
 
 int kos_pk(const char *format, ...) {

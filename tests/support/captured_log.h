@@ -1,6 +1,7 @@
 // The device's logging calls, captured: what a test sees instead of stderr.
 #pragma once
 
+#include <array>
 #include <string>
 #include <vector>
 
@@ -19,6 +20,9 @@ struct LogLine {
 // Lines since the last clearLog, oldest first.
 const std::vector<LogLine> &logLines();
 void clearLog();
+
+// What kvMAP_log_setting was called with last.
+std::array<int, 3> &lastLogSetting();
 
 // How many lines have this level and contain this text.
 size_t logCount(int level, const std::string &text);

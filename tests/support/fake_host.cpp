@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstring>
 
+#include "features/device_control/firmware.h"
 #include "frame/main_loop.h"
 #include "frame/vendor_data.h"
 #include "support/captured_log.h"
@@ -19,6 +20,23 @@ Mac macAt(const void *bytes) {
     Mac mac;
     std::memcpy(mac.data(), bytes, mac.size());
     return mac;
+}
+
+KvIntfList *newInterfaceList() {
+    if (host->interfaces.empty()) {
+        return nullptr;
+    }
+    auto *list = static_cast<KvIntfList *>(std::malloc(sizeof(KvIntfList)));
+    list->count = static_cast<uint32_t>(host->interfaces.size());
+    KvIntfEntry **link = &list->head;
+    for (const auto &[mac, mediaType] : host->interfaces) {
+        *link = static_cast<KvIntfEntry *>(std::malloc(sizeof(KvIntfEntry)));
+        std::memcpy((*link)->mac, mac.data(), mac.size());
+        (*link)->mediaType = mediaType;
+        link = &(*link)->next;
+    }
+    *link = nullptr;
+    return list;
 }
 
 uintptr_t dmDataGet(uint32_t code, void *argument, uintptr_t argument2) {
@@ -38,6 +56,8 @@ uintptr_t dmDataGet(uint32_t code, void *argument, uintptr_t argument2) {
         case DM_QUERY_DEV_VENDOR_DATA:
         case DM_QUERY_DEV_WIFI_NBR:
             return device == host->devices.end() ? 0 : reinterpret_cast<uintptr_t>(device->second.get());
+        case DM_QUERY_INTF_LIST:
+            return device == host->devices.end() ? 0 : reinterpret_cast<uintptr_t>(newInterfaceList());
         default:
             return 0;
     }
@@ -53,6 +73,7 @@ int send(KvVendMsgDest *dest, uint16_t *msgId) {
         }
     }
     host->sent.push_back(record);
+    host->journal += "send ";
     return host->sendResult;
 }
 
@@ -68,6 +89,10 @@ void resetPlugin() {
     data_model_time_stamp = 0;
     kv::outstandingQueries().clear();
     kv::registeredNeighbors().clear();
+    kv::firmwareUpgradeList().clear();
+    State_fw_is_download = 0;
+    State_fw_upgrade = 0;
+    takeSleptSeconds();
     kv::schedule().clear();
     setClock(0);
     clearLog();

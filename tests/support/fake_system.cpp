@@ -7,6 +7,7 @@ std::time_t clockNow = 0;
 size_t failIn = 0;  // allocations until the one that fails; 0: none is to fail
 bool failed = false;
 size_t allocations = 0;
+unsigned slept = 0;
 }  // namespace
 
 // In a program's own symbol table before the C library's, for plug-in and test alike.
@@ -21,6 +22,11 @@ extern "C" std::time_t time(std::time_t *out) noexcept {
         *out = now;
     }
     return now;
+}
+
+extern "C" unsigned sleep(unsigned seconds) {
+    slept += seconds;
+    return 0;
 }
 
 // The linker's --wrap=calloc leads the plug-in's calls here.
@@ -51,6 +57,12 @@ FailingAllocation::~FailingAllocation() {
 
 bool FailingAllocation::happened() const {
     return failed;
+}
+
+unsigned takeSleptSeconds() {
+    const unsigned seconds = slept;
+    slept = 0;
+    return seconds;
 }
 
 size_t takeAllocationCount() {

@@ -1,4 +1,4 @@
-// The clock and the heap under a test's control. Both stand in for the C library's own calls.
+// The clock, sleeping and the heap under a test's control. Both stand in for the C library's own calls.
 #pragma once
 
 #include <cstddef>
@@ -8,6 +8,9 @@ namespace kvtest {
 
 // What time() returns from now on; 0 gives the real clock back.
 void setClock(std::time_t now);
+
+// Seconds that the code under test asked to sleep since the last call; no time passes.
+unsigned takeSleptSeconds();
 
 // Makes the nth calloc from now on (1 is the next) fail, once.
 class FailingAllocation {

@@ -207,7 +207,7 @@ TEST_F(ConfigExchange, TheControllerStoresEveryAttribute) {
     receive(2, {attribute(0, std::string(1, '\0')), attribute(1, std::string(1, '\0'))});
     EXPECT_EQ(dev.rebootFromNbrCap, 0) << "a capability can be withdrawn";
     EXPECT_EQ(dev.intfPwrCtrlFromNbrCap, 0);
-    EXPECT_EQ(loggedAtMost(6), "");
+    EXPECT_EQ(loggedAtMost(5), "");
 }
 
 TEST_F(ConfigExchange, ARefusedResponseChangesNothing) {

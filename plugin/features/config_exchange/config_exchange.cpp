@@ -6,6 +6,7 @@
 #include <ctime>
 
 #include "features/config_exchange/config_codec.h"
+#include "features/device_control/firmware.h"
 #include "frame/host_table.h"
 #include "frame/local_files.h"
 #include "frame/log.h"
@@ -174,7 +175,7 @@ int sendResponseTo(const uint8_t *destinationMac, const KvVendMsg &msg, uint16_t
 
 // Stores a received attribute in its field. Types that are not in the table are skipped, and so is a one-byte
 // attribute that carries no byte; a text is cut to its field.
-void store(KvDevVendorData &dev, const KvConfAttr &attribute) {
+void store(KvDevVendorData &dev, const uint8_t *alMac, const KvConfAttr &attribute) {
     const Attribute *row = findAttribute(attribute.attrType);
     if (row == nullptr) {
         return;
@@ -184,11 +185,17 @@ void store(KvDevVendorData &dev, const KvConfAttr &attribute) {
         const size_t length = std::min<size_t>(attribute.attrLen, row->size - 1u);
         std::memcpy(field, attribute.attrValue, length);
         field[length] = '\0';
-    } else if (attribute.attrLen > 0) {
+    } else if (attribute.attrLen == 0) {
+        return;
+    } else {
         *field = row->kind == Kind::Flag ? attribute.attrValue[0] != 0 : attribute.attrValue[0];
     }
     if (attribute.attrType == CONF_ATTR_UPTIME) {
         dev.uptimeRecvTime = static_cast<uint32_t>(std::time(nullptr));
+    }
+    if (attribute.attrType == CONF_ATTR_FW_UPGRADE_STATUS) {
+        const int listed = addKvFWupgradealmac(alMac, dev.fwUpgradeStatus);
+        LOG_PLAIN(KV_LOG_DEBUG, "[DB] addKvFWupgradealmac  return code: %s\n", listed == 0 ? "SUCCESS" : "FAIL");
     }
 }
 
@@ -248,7 +255,7 @@ int handleConfRespMsg(uint16_t msgId, KvVendMsg *msg) {
     }
     dev->cfgAttrCount = response->count;
     for (unsigned i = 0; i < response->count; ++i) {
-        store(*dev, response->attributes[i]);
+        store(*dev, response->alMac, response->attributes[i]);
     }
     reportKvVendRespMsgReceived(msg->alMac, msgId, VEND_MSG_TYPE_CONF_RESP);
     return KV_RET_OK;

@@ -1,5 +1,9 @@
 // The C entry points. Each is a line; the work stands behind it in its own room.
+#include "commands/command_table.h"
+#include "commands/tool_entries.h"
 #include "features/config_exchange/config_exchange.h"
+#include "features/device_control/firmware.h"
+#include "features/device_control/interface_power.h"
 #include "features/multiap/ap_cfg.h"
 #include "frame/host_table.h"
 #include "frame/local_files.h"
@@ -112,4 +116,56 @@ int kvMAP1905_ConfQuery_send(const uint8_t *alMac, uint8_t retry) {
 
 int kvMAP1905_ConfRespMsg_send(const KvRecvVendTlv *source, uint16_t msgId, uint8_t mcast) {
     return sendConfResp(source, msgId, mcast);
+}
+
+// Device control
+
+int kvMAP1905_IntfPwrStateQuery_send(const uint8_t *alMac, uint8_t retry) {
+    return sendIntfPwrStateQuery(alMac, retry);
+}
+
+int updateKvFWNewfirmware(int result) {
+    return recordNewFirmware(result);
+}
+
+// Operator commands
+
+void kvMAP1905_VendSpecCmd_handle(void *buffer, uint32_t code) {
+    runCommandCode(buffer, code);
+}
+
+int kvMAP1905_RebootQuery_send(void *, int argc, char **argv) {
+    return postReboot(argc, argv);
+}
+
+int kvMAP1905_CtrlInftPwrQuery_send(void *, int argc, char **argv) {
+    return postIntfPwrCtrl(argc, argv);
+}
+
+int kvMAP1905_FWCtrlQuery_send(void *, int argc, char **argv) {
+    return postFWCtrl(argc, argv);
+}
+
+int kvMAP1905_ResetDefaultQuery_send(void *, int argc, char **argv) {
+    return postResetDefault(argc, argv);
+}
+
+int kvMAP1905_FwResult_set(void *, int argc, char **argv) {
+    return postFWResult(argc, argv);
+}
+
+int kvMAP1905_ledStatus_send(void *, int argc, char **argv) {
+    return postLedCtrl(argc, argv);
+}
+
+int kvMAP1905_PartialResetDefaultQuery_send(void *, int argc, char **argv) {
+    return postPartialResetDefault(argc, argv);
+}
+
+int kvMAP1905_CmdQuery_send(void *, int argc, char **argv) {
+    return postRemoteCommand(argc, argv);
+}
+
+int kvMAP1905_SyslogDbg_set(void *, int argc, char **argv) {
+    return postLogSetting(argc, argv);
 }

@@ -1,0 +1,177 @@
+// The command handlers: each checks its target and sends its family's request, or acts locally.
+#include <algorithm>
+#include <cstring>
+
+#include "commands/command_table.h"
+#include "features/device_control/control_codec.h"
+#include "features/device_control/firmware.h"
+#include "features/device_control/firmware_codec.h"
+#include "features/device_control/interface_power_codec.h"
+#include "features/device_control/led_command_codec.h"
+#include "frame/file.h"
+#include "frame/host_table.h"
+#include "frame/local_files.h"
+#include "frame/log.h"
+#include "frame/memory.h"
+#include "protocol/kvMAP1905_message.h"
+#include "protocol/message_row.h"
+#include "transport/send.h"
+
+namespace kv {
+
+namespace {
+
+// The buffer may lie anywhere; the record is its aligned copy.
+template <typename Record>
+void readBuffer(const void *buffer, Record &record) {
+    std::memcpy(&record, buffer, sizeof record);
+}
+
+int checkTarget(const uint8_t *alMac) {
+    if (isInTopology(alMac)) {
+        return KV_RET_OK;
+    }
+    LOG_DEVICE(KV_LOG_WARNING, "Not found " KV_MAC " in network topology\n", KV_MAC_BYTES(alMac));
+    return KV_RET_NOT_FOUND;
+}
+
+int sendRequest(const uint8_t *alMac, uint16_t type, uint32_t payloadLen, void *payload) {
+    const KvVendMsg msg = makeVendMsg(type, static_cast<uint16_t>(payloadLen), payload);
+    uint16_t msgId = 0;
+    if (sendUnicast(alMac, &msgId, &msg) != KV_RET_OK) {
+        return KV_RET_ERR;
+    }
+    LOG_MSG(KV_LOG_DEBUG, "transmit vendor msgId %04x\n", msgId);
+    return KV_RET_OK;
+}
+
+int sendTargetRequest(const void *buffer, uint16_t type) {
+    KvTargetData target;
+    readBuffer(buffer, target);
+    if (const int missing = checkTarget(target.alMac); missing != KV_RET_OK) {
+        return missing;
+    }
+    return sendRequest(target.alMac, type, kTargetLen, &target);
+}
+
+// What a message can carry; a longer text is refused before anything changes.
+bool fitsMessage(uint32_t payloadLen) {
+    return kEnvelopeLen + payloadLen <= KV_VEND_MSG_BUFFER_LEN;
+}
+
+int refuseLength(const char *what, unsigned length) {
+    LOG_DEVICE(KV_LOG_WARNING, "%s of %u characters does not fit a message\n", what, length);
+    return KV_RET_ERR;
+}
+
+void recordLedState(const uint8_t *alMac, bool isLocal, bool on) {
+    KvDevVendorData *dev = deviceVendorData(isLocal ? nullptr : alMac);
+    if (dev == nullptr) {
+        return;
+    }
+    setText(dev->ledStatus, on ? "ON" : "OFF");
+    writeJsonDataModel();
+}
+
+}  // namespace
+
+int handleRebootCmd(const void *buffer) {
+    return sendTargetRequest(buffer, VEND_MSG_TYPE_REBOOT_REQ);
+}
+
+int handleResetDefaultCmd(const void *buffer) {
+    return sendTargetRequest(buffer, VEND_MSG_TYPE_RESET_DEFAULT_REQ);
+}
+
+int handlePartialResetDefaultCmd(const void *buffer) {
+    return sendTargetRequest(buffer, VEND_MSG_TYPE_PARTIAL_RESET_DEFAULT_REQ);
+}
+
+int handleIntfPwrCtrlCmd(const void *buffer) {
+    KvIntfPwrCtrlReq posted;
+    readBuffer(buffer, posted);
+    if (const int missing = checkTarget(posted.alMac); missing != KV_RET_OK) {
+        return missing;
+    }
+    KvIntfPwrCtrlReq request = {};
+    std::memcpy(request.alMac, posted.alMac, sizeof request.alMac);
+    request.count = static_cast<uint8_t>(std::min<unsigned>(posted.count, kMaxPowerEntries));
+    std::memcpy(request.entries, posted.entries, request.count * sizeof request.entries[0]);
+    request.pwrState = posted.pwrState;
+    return sendRequest(request.alMac, VEND_MSG_TYPE_INTF_PWR_CTRL_REQ, powerCtrlReqLen(request.count), &request);
+}
+
+int handleFWCtrlCmd(const void *buffer) {
+    const auto request = allocateRecord<KvFWCtrlReq>();
+    if (request == nullptr) {
+        return KV_RET_ERR;
+    }
+    readBuffer(buffer, *request);
+    if (const int missing = checkTarget(request->alMac); missing != KV_RET_OK) {
+        return missing;
+    }
+    if (request->FWTopoOption == 0) {
+        request->FWURLcount = 0;
+    }
+    if (!fitsMessage(fwCtrlReqLen(*request))) {
+        return refuseLength("FWURL", request->FWURLcount);
+    }
+    rmKvFWupgradealmac(request->alMac);
+    return sendRequest(request->alMac, VEND_MSG_TYPE_FW_CTRL_REQ, fwCtrlReqLen(*request), request.get());
+}
+
+int handleLedCtrlCmd(const void *buffer) {
+    KvLedCtrlReq request;
+    readBuffer(buffer, request);
+    if (isZeroMac(request.alMac)) {
+        return KV_RET_OK;  // for everybody: agents would only log it, so nothing is sent
+    }
+    if (const int missing = checkTarget(request.alMac); missing != KV_RET_OK) {
+        return missing;
+    }
+    const bool isLocal = sameMac(request.alMac, getMAPAlMac());
+    recordLedState(request.alMac, isLocal, request.ledOption != 0);
+    return isLocal ? KV_RET_OK : sendRequest(request.alMac, VEND_MSG_TYPE_LED_CTRL_REQ, kLedCtrlLen, &request);
+}
+
+int handleRemoteCommandCmd(const void *buffer) {
+    const auto request = allocateRecord<KvCommandReq>();
+    if (request == nullptr) {
+        return KV_RET_ERR;
+    }
+    readBuffer(buffer, *request);
+    if (const int missing = checkTarget(request->alMac); missing != KV_RET_OK) {
+        return missing;
+    }
+    if (!fitsMessage(commandReqLen(*request))) {
+        return refuseLength("command text", request->CommandURLcount);
+    }
+    return sendRequest(request->alMac, VEND_MSG_TYPE_COMMAND_REQ, commandReqLen(*request), request.get());
+}
+
+int handleFWResultCmd(const void *buffer) {
+    int32_t result;
+    readBuffer(buffer, result);
+    setKvFWresult(result);
+    return KV_RET_OK;
+}
+
+int handleLogSettingCmd(const void *buffer) {
+    int32_t values[3];
+    readBuffer(buffer, values);
+    kvMAP_log_setting(values[0], values[1], values[2]);
+    return KV_RET_OK;
+}
+
+int handleDeviceInfoUpdateCmd(const void *) {
+    LOG_DEVICE(KV_LOG_INFO, "update device information\n");
+    KvDevVendorData *dev = deviceVendorData(nullptr);
+    if (dev == nullptr) {
+        LOG_DEVICE(KV_LOG_WARNING, "configuration data is null\n");
+        return KV_RET_ERR;
+    }
+    updateDeviceConfig(dev);
+    return KV_RET_OK;
+}
+
+}  // namespace kv

@@ -1,0 +1,20 @@
+// How every device-control request is answered: with a result of its own type, or as a remote command's result.
+#pragma once
+
+#include <cstdint>
+
+#include "kv1905/kvMAP1905.h"
+
+namespace kv {
+
+// Sends a result payload of that type to the request's source under its msgId. 0 or KV_RET_ERR.
+int sendResultMsg(const KvRecvVendTlv *source, uint16_t msgId, uint16_t responseType, uint32_t result);
+
+// The same as VEND_MSG_TYPE_COMMAND_RESP; also KV_RET_ERR when the result it sent is not 0.
+int sendCommandRespMsg(const KvRecvVendTlv *source, uint16_t msgId, uint32_t result);
+
+// The result byte of a decoded response, and its way to the command tool.
+uint32_t resultOf(const KvVendMsg *msg);
+void reportResult(uint32_t result);
+
+}  // namespace kv

@@ -1,0 +1,70 @@
+// Firmware: control requests, this device's upgrade state, and the controller's list of agents that upgrade.
+#pragma once
+
+#include <cstdint>
+
+#include "kv1905/kvMAP1905.h"
+
+namespace kv {
+
+enum : int32_t {
+    FW_STATE_NONE = 0,
+    FW_STATE_DOWNLOAD_FW = 2,
+    FW_STATE_FINISH_DOWNLOAD_FW = 3,
+    FW_STATE_FW_UPGRADE = 4,  // an image is being written: reboot and reset are refused
+    FW_STATE_FINISH_UPGRADE_FW = 5,
+};
+
+int handleFWCtrlReqMsg(const KvRecvVendTlv *source, uint16_t msgId, KvVendMsg *msg, unsigned origin);
+int handleFWCtrlRespMsg(uint16_t msgId, KvVendMsg *msg);
+
+// One step of a local upgrade: FW_STATE_*; other values do nothing. Returns 0.
+int setKvFWresult(int32_t result);
+
+// Publishes a status in the local record; asks for a JSON write when it changed. Returns 0.
+int updateKvFWUpgradeStatus(int32_t status);
+
+// Records that a newer firmware is known (result 1). KV_RET_ERR without a local record.
+int recordNewFirmware(int result);
+
+// The upgrade state, State_fw_upgrade.
+int32_t checkFWIsUpgradeNow();
+
+struct FWalmacEntry {
+    FWalmacEntry *previous;
+    FWalmacEntry *next;
+    uint8_t alMac[KV_MAC_LEN];
+};
+
+struct FWalmacHead {
+    uint16_t count;
+    FWalmacEntry *first;
+};
+
+// Agents that reported an upgrade in progress or finished, oldest first, mirrored in a file. Each write of entries
+// waits a second first, so a change blocks the caller for up to two.
+class FirmwareUpgradeList {
+  public:
+    // status: FW_STATE_*; only 4 and 5 are listed. KV_RET_ERR for others, for a duplicate, without an AL MAC or memory.
+    int add(const uint8_t *alMac, int32_t status);
+    // KV_RET_ERR when it is not listed.
+    int remove(const uint8_t *alMac);
+    FWalmacEntry *find(const uint8_t *alMac) const;
+    uint16_t count() const { return head_ == nullptr ? 0 : head_->count; }
+    void clear();
+    void writeFile() const;
+
+  private:
+    FWalmacEntry *append();
+
+    FWalmacHead *head_ = nullptr;  // exists from the first addition on
+};
+
+FirmwareUpgradeList &firmwareUpgradeList();
+
+inline constexpr char kFirmwareListPath[] = "/tmp/kv1905_FWupgrade";
+
+int addKvFWupgradealmac(const uint8_t *alMac, int32_t status);
+int rmKvFWupgradealmac(const uint8_t *alMac);
+
+}  // namespace kv
