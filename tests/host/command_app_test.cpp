@@ -1,0 +1,201 @@
+#include <unistd.h>
+
+#include <fstream>
+
+#include "app/app_options.h"
+#include "app/result_file.h"
+#include "app/show.h"
+#include "command_support.h"
+
+namespace kv1905d {
+namespace {
+
+constexpr const char *kPlugin = "lib/libkvMAP1905.so";  // below the build directory, where the tests run
+const std::string kTarget = "02:00:5e:00:02:00";
+
+RunOptions quickOptions(Time timeout = Time(5000)) {
+    return {kPlugin, kTestSocket, kResultFile, timeout, true};
+}
+
+Status statusThrown(const std::function<void()> &call) {
+    try {
+        call();
+    } catch (const Failure &failure) {
+        return failure.status;
+    } catch (const std::system_error &error) {
+        return statusOf(error.code().value());
+    }
+    return Status::Success;
+}
+
+TEST(ResultFile, OnlyACompleteLineCounts) {
+    const struct {
+        const char *text;
+        std::optional<uint8_t> value;
+    } rows[] = {
+        {"00\n", 0},
+        {"10\n", 16},
+        {"ff\n", 255},
+        {"", std::nullopt},
+        {"0", std::nullopt},
+        {"00", std::nullopt},
+        {"\n", std::nullopt},
+        {"0\n", std::nullopt},
+        {"0g\n", std::nullopt},
+        {"-1\n", std::nullopt},
+        {"000\n", std::nullopt},
+        {"00\n\n", std::nullopt},
+    };
+    for (const auto &row : rows) {
+        EXPECT_EQ(parseResult(row.text), row.value) << row.text;
+        std::ofstream(kResultFile) << row.text;
+        {
+            const ResultFile fresh(kResultFile, Time(0));
+            EXPECT_EQ(fresh.read(), std::nullopt) << "left from before: " << row.text;
+            std::ofstream(kResultFile) << row.text;
+            EXPECT_EQ(fresh.await(Time(0)), row.value) << row.text;
+        }
+    }
+}
+
+TEST(ResultFile, OneToolAtATimeAndAnObstacleIsNamed) {
+    {
+        const ResultFile first(kResultFile, Time(0));
+        EXPECT_EQ(statusThrown([] { ResultFile second(kResultFile, Time(50)); }), Status::NoAnswer);
+    }
+    unlink(kResultFile);
+    ASSERT_EQ(mkdir("/tmp/obstacle", 0700), 0);
+    EXPECT_NE(errorOf([] { ResultFile file("/tmp/obstacle", Time(0)); }).find("/tmp/obstacle"), std::string::npos);
+    rmdir("/tmp/obstacle");
+}
+
+// The far side: the daemon's plug-in, which writes an agent's answer; empty means that no answer comes.
+CommandActions agentThatSays(const std::string &answer) {
+    return actionsOfTwo([answer](uint32_t, void *) {
+        if (!answer.empty()) std::ofstream(kResultFile) << answer;
+    });
+}
+
+TEST(RunPost, StatusAndMeaningOfEveryEnd) {
+    const struct {
+        uint32_t code;
+        Bytes buffer;
+        const char *answer;
+        Status status;
+        const char *meaning;  // part of it
+    } rows[] = {
+        {KV_CMD_REBOOT, bufferFor(mac(2), 6), "00\n", Status::Success, "success"},
+        {KV_CMD_REBOOT, bufferFor(mac(1), 6), "00\n", Status::Success, "success"},
+        {KV_CMD_REBOOT, bufferFor(mac(2), 6), "07\n", Status::Refused, "not this device's"},
+        {KV_CMD_REBOOT, bufferFor(mac(2), 6), "02\n", Status::Refused, "not a result"},
+        {KV_CMD_INTF_PWR_CTRL, bufferFor(mac(2), 252), "02\n", Status::Refused, "power state"},
+        {KV_CMD_INTF_PWR_CTRL, bufferFor(mac(2), 252), "40\n", Status::Refused, "media type"},
+        {KV_CMD_INTF_PWR_CTRL, bufferFor(mac(2), 252), "10\n", Status::Refused, "refused or failed"},
+        {KV_CMD_REBOOT, bufferFor(mac(2), 6), "", Status::NoAnswer, "no answer"},
+        {KV_CMD_REBOOT, bufferFor(mac(3), 6), "", Status::NoDevice, "no such device"},
+        {KV_CMD_REBOOT, bufferFor(mac(2), 5), "", Status::BadArguments, "needs 6 bytes"},
+        {KV_CMD_LED_CTRL, bufferFor(mac(1), 8), "", Status::Success, "this device itself"},
+        {KV_CMD_LED_CTRL, bufferFor({}, 8), "", Status::Success, "nothing was sent"},
+        {KV_CMD_LED_CTRL, bufferFor(mac(2), 8), "00\n", Status::Success, "success"},
+        {KV_CMD_UPDATE_DEVICE_INFO, {}, "", Status::Success, "taken"},
+    };
+    for (const auto &row : rows) {
+        const ServedSocket daemon(agentThatSays(row.answer));
+        const Outcome outcome = runPost(row.code, row.buffer, quickOptions(Time(*row.answer == '\0' ? 100 : 5000)));
+        EXPECT_EQ(outcome.status, row.status) << row.code << outcome.meaning;
+        EXPECT_NE(outcome.meaning.find(row.meaning), std::string::npos) << outcome.meaning;
+        EXPECT_EQ(outcome.code.has_value(), *row.answer != '\0');
+    }
+    EXPECT_EQ(statusThrown([] { runPost(KV_CMD_UPDATE_DEVICE_INFO, {}, quickOptions()); }), Status::NoDaemon);
+    const CommandServer hung(kTestSocket);  // accepts nothing
+    EXPECT_EQ(statusThrown([] { runPost(KV_CMD_UPDATE_DEVICE_INFO, {}, quickOptions(Time(100))); }), Status::NoAnswer);
+}
+
+TEST(RunCommand, ThePluginChecksAndFillsWhatTheDaemonGets) {
+    const struct {
+        const char *name;
+        std::vector<std::string> arguments;
+        Status status;
+        const char *posted;  // hex of its start; empty: nothing is posted
+    } rows[] = {
+        {"reboot", {kTarget}, Status::Success, "02005E000200"},
+        {"command", {kTarget, "ls", "-l"}, Status::Success, "02005E000200 0200 0500 6C73202D6C00"},
+        {"led", {kTarget, "1"}, Status::Success, "02005E000200 0100"},
+        {"log", {"0", "0", "6"}, Status::Success, "00000000 00000000 06000000"},
+        {"reboot", {}, Status::BadArguments, ""},
+        {"reset", {"02-00-5e-00-02-00"}, Status::BadArguments, ""},
+        {"firmware", {kTarget, "8", "0", "url"}, Status::BadArguments, ""},
+    };
+    for (const auto &row : rows) {
+        Bytes posted;
+        const Bytes expected = fromHex(row.posted);
+        const ServedSocket daemon(actionsOfTwo([&](uint32_t, void *buffer) {
+            const auto *bytes = static_cast<const uint8_t *>(buffer);
+            posted.assign(bytes, bytes + expected.size());
+            std::ofstream(kResultFile) << "00\n";
+        }));
+        const auto *command = std::find_if(std::begin(kToolCommands), std::end(kToolCommands),
+                                           [&](const ToolCommand &each) { return each.name == std::string(row.name); });
+        const Outcome outcome = runCommand(*command, row.arguments, quickOptions());
+        EXPECT_EQ(outcome.status, row.status) << row.name << outcome.meaning;
+        EXPECT_EQ(posted, expected) << row.name;
+        EXPECT_EQ(outcome.code == 16, std::string_view(row.name) == "firmware");
+    }
+}
+
+std::optional<AppOptions> parse(std::vector<const char *> arguments) {
+    arguments.insert(arguments.begin(), "kv1905App");
+    return parseAppOptions(static_cast<int>(arguments.size()), arguments.data());
+}
+
+TEST(AppOptions, NamesNumbersAndWordsThatLookLikeOptions) {
+    for (const ToolCommand &row : kToolCommands) {
+        EXPECT_EQ(parse({row.name})->command, &row);
+        EXPECT_EQ(parse({"--json", row.number})->command, &row);
+    }
+    using Words = std::vector<std::string>;
+    const auto remote = parse({"--timeout", "0.5", "command", "MAC", "2", "--json", "-l"});
+    EXPECT_EQ(remote->arguments, (Words{"MAC", "2", "--json", "-l"}));
+    EXPECT_FALSE(remote->json);
+    EXPECT_EQ(remote->run.timeout, Time(500));
+    const auto led = parse({"led", "MAC", "2", "--json", "--no-wait"});  // 2 is no command here
+    EXPECT_EQ(led->arguments, (Words{"MAC", "2"}));
+    EXPECT_TRUE(led->json && !led->run.wait);
+    EXPECT_EQ(parse({"post", "202", "file"})->file, "file");
+    for (const auto &bad : std::vector<std::vector<const char *>>{
+             {}, {"nonsense"}, {"post", "x"}, {"show", "all"}, {"--timeout", "0", "reboot"}, {"completion", "fish"}})
+        EXPECT_EQ(statusThrown([&] { parse(bad); }), Status::BadArguments);
+}
+
+TEST(Show, TablesAndListsOfWhatTheFileSays) {
+    const std::string path = "/tmp/model.json";
+    std::ofstream(path)
+        << R"({"kv1905":{"DeviceList":[{"ID":"02:00:5e:00:02:00","ModelName":"a\u001b[2Jb","Hops":null}]},
+        "wfa-dataelements:Network":{"DeviceList":[{"ID":"02:00:5e:00:02:00","RadioList":[{"BSSList":[{"BSSID":"X",
+        "STAList":[{"MACAddress":"Y"}]}]}]}]}})";
+    const std::string devices = show(path, "devices", "", false);
+    EXPECT_NE(devices.find("02:00:5e:00:02:00  a?[2Jb  -"), std::string::npos) << devices;
+    EXPECT_NE(show(path, "device", kTarget, false).find("ModelName: a?[2Jb\nHops: -\n"), std::string::npos);
+    EXPECT_EQ(show(path, "device", kTarget, true), show(path, "devices", "", true));
+    EXPECT_NE(show(path, "stations", "", false).find("02:00:5e:00:02:00  X      Y"), std::string::npos);
+    std::ofstream(path) << "{}";
+    EXPECT_EQ(show(path, "stations", "", true), "[\n]\n");
+
+    const struct {
+        const char *text;
+        const char *what;
+        std::string alMac;
+        Status status;
+    } bad[] = {{"{}", "device", kTarget, Status::NoDevice},      {"{}", "device", "", Status::BadArguments},
+               {"{}", "device", "02:00", Status::BadArguments},  {"{}", "devices", kTarget, Status::BadArguments},
+               {"{\"kv1905\":", "devices", "", Status::Failure}, {"[]", "devices", "", Status::Failure}};
+    for (const auto &row : bad) {
+        std::ofstream(path) << row.text;
+        EXPECT_EQ(statusThrown([&] { show(path, row.what, row.alMac, false); }), row.status) << row.text << row.what;
+    }
+    unlink(path.c_str());
+    EXPECT_EQ(statusThrown([&] { show(path, "devices", "", false); }), Status::NoDaemon);
+}
+
+}  // namespace
+}  // namespace kv1905d
