@@ -64,7 +64,7 @@ const Daemon::SignalRow Daemon::kSignals[] = {
     {SIGUSR1, &Daemon::announceConfiguration},
 };
 
-Daemon::Daemon(const Options &options) : options_(options) {
+Daemon::Daemon(const Options &options) : options_(options), commands_(options.socket) {
     static_assert(std::size(kSignals) == kSignalCount);
     NodeConfig config = openPorts();
     if (!options_.plugin.empty()) plugin_ = loadPlugin(options_.plugin);
@@ -143,8 +143,10 @@ void Daemon::openLoop() {
 
 void Daemon::closeLoop() {
     if (loop_.data == nullptr) return;
-    uv_walk(
-        &loop_, [](uv_handle_t *handle, void *) { uv_close(handle, nullptr); }, nullptr);
+    const auto close = [](uv_handle_t *handle, void *) {
+        if (!uv_is_closing(handle)) uv_close(handle, nullptr);
+    };
+    uv_walk(&loop_, close, nullptr);
     uv_run(&loop_, UV_RUN_DEFAULT);
     uv_loop_close(&loop_);
 }
@@ -164,6 +166,7 @@ void Daemon::run() {
         watchPointer->handle.data = watchPointer.get();
         watch(*watchPointer);
     }
+    requireUv(commands_.start(loop_, commandActions()), "watch the command socket");
     const auto tick = [](uv_timer_t *handle) { static_cast<Daemon *>(handle->loop->data)->everySecond(); };
     requireUv(uv_timer_start(&secondTimer_, tick, 0, 1000), "start a timer");
     KV_HOST_LOG(KV_LOG_NOTICE, "kv1905d %s runs as %s %s on %zu interface(s)", KV1905_VERSION, role(),
@@ -202,8 +205,12 @@ void Daemon::schedule() {
     const Time now = monotonicNow();
     const Time wait = node_->run(now) - now;
     uv_update_time(&loop_);
+    wake(static_cast<uint64_t>(wait.count()));
+}
+
+void Daemon::wake(uint64_t delay) {
     const auto callback = [](uv_timer_t *handle) { static_cast<Daemon *>(handle->loop->data)->schedule(); };
-    uv_timer_start(&nodeTimer_, callback, static_cast<uint64_t>(wait.count()), 0);
+    uv_timer_start(&nodeTimer_, callback, delay, 0);
 }
 
 void Daemon::everySecond() {
@@ -245,6 +252,26 @@ void Daemon::announceConfiguration() {
     } else if (plugin_->confRespSend(nullptr, 0, 1) != KV_RET_OK) {
         KV_HOST_LOG(KV_LOG_WARNING, "the configuration could not be announced");
     }
+}
+
+// ---- Operator commands
+
+CommandActions Daemon::commandActions() {
+    CommandActions actions;
+    if (!plugin_) return actions;
+    actions.find = [this](const MacAddress &alMac) {
+        const Device *device = node_->topology().find(alMac);
+        if (device == nullptr) return Presence::Unknown;
+        return device->local ? Presence::Local : Presence::Known;
+    };
+    actions.run = [this](uint32_t code, void *buffer) {
+        KV_HOST_LOG(KV_LOG_INFO, "operator command %u", code);
+        const uint64_t before = node_->counters().vendorMessagesSent;
+        plugin_->commandHandle(buffer, code);
+        wake(0);  // what it sent to this device itself waits for the node, and must not come before the tool's reply
+        return node_->counters().vendorMessagesSent - before;
+    };
+    return actions;
 }
 
 // ---- The controller's duties

@@ -8,6 +8,7 @@
 #include <optional>
 #include <vector>
 
+#include "command_socket.h"
 #include "data_model_file.h"
 #include "ethernet_port.h"
 #include "node.h"
@@ -53,6 +54,7 @@ class Daemon final : private PluginHost {
     void watch(Watch &watch);
     void readFrames(Watch &watch);
     void schedule();
+    void wake(uint64_t delay);  // schedule() after so many milliseconds
     void everySecond();
     void checkLinks();
 
@@ -67,6 +69,7 @@ class Daemon final : private PluginHost {
     void pollConfigurations();
     void queryConfiguration(Device &device);
 
+    CommandActions commandActions();
     const char *role() const;
     MainNetworks mainNetworks() const;
 
@@ -79,6 +82,7 @@ class Daemon final : private PluginHost {
     Device *deviceFor(const void *alMac);
 
     Options options_;
+    CommandServer commands_;
     std::vector<std::unique_ptr<Watch>> watches_;
     FileDescriptor bridge_;
     std::optional<PluginSymbols> plugin_;

@@ -5,13 +5,11 @@
 #include <charconv>
 #include <set>
 
-#include "ethernet_port.h"
+#include "command_socket.h"
 
 namespace kv1905d {
 namespace {
 
-constexpr const char *kDefaultPlugin = "libkvMAP1905.so";
-constexpr const char *kDefaultDataModel = "/tmp/kv1905_datamodel.json";
 constexpr unsigned kDefaultInterval = 60;     // seconds
 constexpr unsigned kLongestInterval = 86400;  // seconds
 
@@ -24,6 +22,7 @@ struct RawOptions {
     std::string plugin = kDefaultPlugin;
     bool noPlugin = false;
     std::string dataModel = kDefaultDataModel;
+    std::string socket = kDefaultCommandSocket;
     unsigned discoveryInterval = kDefaultInterval;
     unsigned queryInterval = kDefaultInterval;
 };
@@ -44,6 +43,7 @@ void declare(CLI::App &app, RawOptions &raw) {
         ->capture_default_str();
     app.add_flag("--no-plugin", raw.noPlugin, "Run without a plug-in, as an ordinary member of the network [false]");
     app.add_option("--data-model", raw.dataModel, "JSON file that shows the network")->capture_default_str();
+    app.add_option("--socket", raw.socket, "Local socket for operator commands")->capture_default_str();
     app.add_option("--discovery-interval", raw.discoveryInterval, "Seconds between topology discoveries")
         ->check(interval)
         ->capture_default_str();
@@ -113,6 +113,7 @@ Options check(const RawOptions &raw) {
         throw BadOption("--bridge " + raw.bridge + ": no such interface");
     }
     if (raw.dataModel.empty()) throw BadOption("--data-model: the file name is empty");
+    if (raw.socket.empty()) throw BadOption("--socket: the file name is empty");
     if (!raw.noPlugin && raw.plugin.empty()) throw BadOption("--plugin: the name is empty; --no-plugin runs without");
     options.alMac = alMacOf(raw, *interfaceMac(raw.interfaces.front()));
     options.interfaces = raw.interfaces;
@@ -121,6 +122,7 @@ Options check(const RawOptions &raw) {
         options.radios.push_back(parseRadio(radio));
     options.plugin = raw.noPlugin ? "" : raw.plugin;
     options.dataModel = raw.dataModel;
+    options.socket = raw.socket;
     options.discoveryInterval = raw.discoveryInterval;
     options.queryInterval = raw.queryInterval;
     refuseRepeats("--interface ", options.interfaces, [](const std::string &name) { return name; });

@@ -10,6 +10,10 @@
 
 namespace kv1905d {
 
+// What the daemon and the command tool agree on unless told otherwise.
+inline constexpr const char *kDefaultPlugin = "libkvMAP1905.so";
+inline constexpr const char *kDefaultDataModel = "/tmp/kv1905_datamodel.json";
+
 struct RadioOption {
     std::string name;
     LocalInterface facts;
@@ -22,6 +26,7 @@ struct Options {
     std::vector<RadioOption> radios;
     std::string plugin;  // empty: none
     std::string dataModel;
+    std::string socket;              // where operator commands arrive
     unsigned discoveryInterval = 0;  // seconds
     unsigned queryInterval = 0;      // seconds
 };

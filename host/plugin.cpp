@@ -19,7 +19,6 @@ struct SymbolRow {
 
 template <auto Member>
 void store(PluginSymbols &plugin, void *address) {
-    // POSIX makes dlsym's result convertible to a function pointer; C++ wants it copied.
     static_assert(sizeof(plugin.*Member) == sizeof address);
     std::memcpy(&(plugin.*Member), &address, sizeof address);
 }
@@ -36,6 +35,7 @@ constexpr SymbolRow kSymbols[] = {
     {"kvMAP1905_ConfQuery_send", store<&PluginSymbols::confQuerySend>},
     {"kvMAP1905_ConfRespMsg_send", store<&PluginSymbols::confRespSend>},
     {"checkKovanAgent", store<&PluginSymbols::checkAgent>},
+    {"kvMAP1905_VendSpecCmd_handle", store<&PluginSymbols::commandHandle>},
     {"KvDevAlMac", store<&PluginSymbols::alMac>},
     {"controller", store<&PluginSymbols::controller>},
     {"data_model_time_stamp", store<&PluginSymbols::dataModelTimeStamp>},
@@ -77,15 +77,22 @@ int writeSlot(uint32_t) {
 
 }  // namespace
 
+PluginLibrary::PluginLibrary(const std::string &path)
+    : path_(path), library_(dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL)) {
+    if (library_ == nullptr) throw std::runtime_error(std::string("plug-in: ") + dlerror());
+}
+
+void *PluginLibrary::address(const char *name) const {
+    void *found = dlsym(library_, name);
+    if (found == nullptr) throw std::runtime_error("plug-in " + path_ + " lacks " + name);
+    return found;
+}
+
 PluginSymbols loadPlugin(const std::string &path) {
-    void *library = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
-    if (library == nullptr) throw std::runtime_error(std::string("plug-in: ") + dlerror());
+    const PluginLibrary library(path);
     PluginSymbols plugin{};
-    for (const SymbolRow &row : kSymbols) {
-        void *address = dlsym(library, row.name);
-        if (address == nullptr) throw std::runtime_error("plug-in " + path + " lacks " + row.name);
-        row.store(plugin, address);
-    }
+    for (const SymbolRow &row : kSymbols)
+        row.store(plugin, library.address(row.name));
     return plugin;
 }
 

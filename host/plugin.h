@@ -3,6 +3,7 @@
 
 #include <kv1905/kvMAP1905.h>
 
+#include <bit>
 #include <string>
 
 #include "ieee1905/mac_address.h"
@@ -33,6 +34,7 @@ struct PluginSymbols {
     decltype(&kvMAP1905_ConfQuery_send) confQuerySend;
     decltype(&kvMAP1905_ConfRespMsg_send) confRespSend;
     decltype(&checkKovanAgent) checkAgent;
+    decltype(&kvMAP1905_VendSpecCmd_handle) commandHandle;
     uint8_t (*alMac)[KV_MAC_LEN];
     uint8_t *controller;
     uint32_t *dataModelTimeStamp;
@@ -41,10 +43,28 @@ struct PluginSymbols {
 };
 
 /*
- * Throws std::runtime_error that names the library and what is missing. A name without a slash is looked up like a
- * library of the program's own. The library stays loaded until the process ends: it has no way to be told
- * to let go of what it holds.
+ * A name without a slash is looked up like a library of the program's own. The library stays loaded until the process
+ * ends: it has no way to be told to let go of what it holds. Both throw std::runtime_error that names the library and
+ * what is missing.
  */
+class PluginLibrary {
+  public:
+    explicit PluginLibrary(const std::string &path);
+
+    // Never null.
+    void *address(const char *name) const;
+    template <typename Pointer>
+    Pointer symbol(const char *name) const {
+        // POSIX makes dlsym's result convertible to a function pointer; C++ wants its bits.
+        return std::bit_cast<Pointer>(address(name));
+    }
+
+  private:
+    std::string path_;
+    void *library_;
+};
+
+// All that the daemon uses. Throws like PluginLibrary.
 PluginSymbols loadPlugin(const std::string &path);
 
 /*

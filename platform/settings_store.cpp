@@ -1,16 +1,11 @@
 #include "settings_store.h"
 
-#include <fcntl.h>
-#include <limits.h>
 #include <stdio.h>
 #include <string.h>
-#include <sys/file.h>
 #include <time.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
-#include <utility>
 
 namespace kvplatform {
 
@@ -22,38 +17,6 @@ constexpr mode_t kNewStoreMode = 0600;  // settings hold pass phrases
 // File times move in steps of a clock tick, so a file that changed just now may change again without looking
 // different. A copy is only trusted when the file had been at rest for this long.
 constexpr double kRestSeconds = 0.1;
-
-class File {
-  public:
-    explicit File(int number) : number_(number) {}
-    ~File() {
-        if (number_ >= 0) close(number_);
-    }
-    File(const File &) = delete;
-    File &operator=(const File &) = delete;
-
-    explicit operator bool() const { return number_ >= 0; }
-    int number() const { return number_; }
-    int release() { return std::exchange(number_, -1); }
-
-  private:
-    int number_;
-};
-
-// The store's path with an ending.
-class BesidePath {
-  public:
-    BesidePath(const char *path, const char *ending) {
-        const int length = snprintf(text_, sizeof text_, "%s%s", path, ending);
-        fits_ = length > 0 && static_cast<size_t>(length) < sizeof text_;
-    }
-    bool fits() const { return fits_; }
-    const char *text() const { return text_; }
-
-  private:
-    char text_[PATH_MAX];
-    bool fits_;
-};
 
 bool sameTime(const timespec &a, const timespec &b) {
     return a.tv_sec == b.tv_sec && a.tv_nsec == b.tv_nsec;
@@ -82,45 +45,11 @@ bool nameBefore(const Setting &a, const Setting &b) {
     return order != 0 ? order < 0 : a.name < b.name;  // equal names in the order of their lines
 }
 
-bool writeSettings(FILE *out, std::span<const Setting> settings, const Setting &changed) {
+void writeSettings(FILE *out, std::span<const Setting> settings, const Setting &changed) {
     for (const Setting &setting : settings) {
         if (strcmp(setting.name, changed.name) != 0) fprintf(out, "%s=%s\n", setting.name, setting.value);
     }
     if (changed.value != nullptr) fprintf(out, "%s=%s\n", changed.name, changed.value);
-    return fflush(out) == 0 && ferror(out) == 0;
-}
-
-// Writes the new file and brings it to the disk. The caller holds the lock, so one fixed name serves all writers.
-int writeFile(const char *path, mode_t mode, std::span<const Setting> settings, const Setting &changed) {
-    unlink(path);
-    File file(open(path, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, kNewStoreMode));
-    if (!file) return errno;
-    if (fchmod(file.number(), mode) != 0) return errno;
-    FILE *out = fdopen(file.number(), "w");
-    if (out == nullptr) return errno;
-    file.release();
-    errno = 0;
-    int result = writeSettings(out, settings, changed) && fsync(fileno(out)) == 0 ? 0 : (errno != 0 ? errno : EIO);
-    if (result == 0 && ftell(out) > static_cast<long>(kStoreLimit)) result = EFBIG;
-    if (fclose(out) != 0 && result == 0) result = errno;
-    return result;
-}
-
-// Makes a rename survive a power cut. The new file is in place already, so a failure here changes nothing.
-void syncDirectoryOf(const BesidePath &path) {
-    char directory[PATH_MAX];
-    memcpy(directory, path.text(), sizeof directory);
-    char *slash = strrchr(directory, '/');
-    if (slash != nullptr) slash[1] = '\0';
-    const File handle(open(slash != nullptr ? directory : ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    if (handle) fsync(handle.number());
-}
-
-int lockExclusive(int file) {
-    while (flock(file, LOCK_EX) != 0) {
-        if (errno != EINTR) return errno;
-    }
-    return 0;
 }
 
 }  // namespace
@@ -148,31 +77,17 @@ int SettingsStore::refresh(const char *path) {
 }
 
 int SettingsStore::load(const char *path) {
-    const File file(open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK));
-    if (!file) return errno == ENOENT ? 0 : errno;
-    if (fstat(file.number(), &seen_) != 0) return errno;
-    if (S_ISDIR(seen_.st_mode)) return EISDIR;
-    if (!S_ISREG(seen_.st_mode)) return EINVAL;
-    if (static_cast<unsigned long long>(seen_.st_size) > kStoreLimit) return EFBIG;
+    File file;
+    if (const int result = openRegular(path, kStoreLimit, file, seen_); result != 0) {
+        return result == ENOENT ? 0 : result;
+    }
     const bool rested = hasRested(seen_);
-    if (const int result = readWhole(file.number(), static_cast<size_t>(seen_.st_size)); result != 0) return result;
+    if (const int result = readWhole(file, static_cast<size_t>(seen_.st_size), text_, textSize_); result != 0) {
+        return result;
+    }
     const int result = parse();
     reusable_ = result == 0 && rested;
     return result;
-}
-
-int SettingsStore::readWhole(int file, size_t size) {
-    text_.reset(static_cast<char *>(malloc(size + 1)));
-    if (!text_) return ENOMEM;
-    while (textSize_ < size) {
-        const ssize_t got = read(file, &text_[textSize_], size - textSize_);
-        if (got < 0 && errno == EINTR) continue;
-        if (got < 0) return errno;
-        if (got == 0) break;  // shortened meanwhile: its new time is noticed by the next refresh
-        textSize_ += static_cast<size_t>(got);
-    }
-    text_[textSize_] = '\0';
-    return 0;
 }
 
 int SettingsStore::parse() {
@@ -230,14 +145,8 @@ char *SettingsStore::find(std::string_view name) const {
 }
 
 int changeSetting(const char *path, const char *name, const char *value) {
-    const BesidePath lockPath(path, ".lock");
-    const BesidePath newPath(path, ".new");
-    if (!lockPath.fits() || !newPath.fits()) return ENAMETOOLONG;
-
-    // The lock lives in a file of its own because the store itself is replaced while it is held.
-    const File lock(open(lockPath.text(), O_RDWR | O_CREAT | O_CLOEXEC, kNewStoreMode));
-    if (!lock) return errno;
-    if (const int result = lockExclusive(lock.number()); result != 0) return result;
+    WriterLock lock;
+    if (const int result = lock.acquire(path); result != 0) return result;
 
     SettingsStore store;
     if (const int result = store.refresh(path); result != 0) return result;
@@ -245,15 +154,10 @@ int changeSetting(const char *path, const char *name, const char *value) {
 
     struct stat old = {};
     const mode_t mode = stat(path, &old) == 0 ? old.st_mode & 07777 : kNewStoreMode;
-    int result =
-        writeFile(newPath.text(), mode, store.settings(), {const_cast<char *>(name), const_cast<char *>(value)});
-    if (result == 0 && rename(newPath.text(), path) != 0) result = errno;
-    if (result != 0) {
-        unlink(newPath.text());
-        return result;
-    }
-    syncDirectoryOf(newPath);
-    return 0;
+    Replacement next(path);
+    if (const int result = next.begin(mode); result != 0) return result;
+    writeSettings(next.out(), store.settings(), {const_cast<char *>(name), const_cast<char *>(value)});
+    return next.commit(kStoreLimit);
 }
 
 }  // namespace kvplatform

@@ -4,19 +4,12 @@
 
 #include <sys/stat.h>
 
-#include <cstdlib>
-#include <memory>
 #include <span>
 #include <string_view>
 
+#include "safe_file.h"
+
 namespace kvplatform {
-
-struct FreeDeleter {
-    void operator()(void *block) const { std::free(block); }
-};
-
-template <typename T>
-using MallocArray = std::unique_ptr<T[], FreeDeleter>;
 
 struct Setting {
     char *name;
@@ -53,7 +46,6 @@ class SettingsStore {
 
   private:
     int load(const char *path);
-    int readWhole(int file, size_t size);
     int parse();
     void keepLastOfEachName();
     void clear();

@@ -32,7 +32,7 @@ TEST(CommandMessages, RoundTripAndNothingShorterOrLonger) {
     for (const char *bad :
          {"00000066 00000006 02005E00020000", "00000066 00000005 02005E000200", "00000066 FFFFFFFF 02005E000200"})
         EXPECT_FALSE(parsePost(fromHex(bad))) << bad;
-    for (const char *bad : {"00000000 00000000 00", "00000008 00000000", "FFFFFFFF 00000000"})
+    for (const char *bad : {"00000000 00000000 00", "00000009 00000000", "FFFFFFFF 00000000"})
         EXPECT_FALSE(parseReply(fromHex(bad))) << bad;
     EXPECT_TRUE(parsePost(encodePost({1, Bytes(kMaxCommandSize)})));
     Bytes tooLong = encodePost({1, Bytes(kMaxCommandSize)});
@@ -83,6 +83,9 @@ TEST(HandlePost, VerdictBeforeThePluginSeesACommand) {
         EXPECT_EQ(seen, padded) << row.code;
     }
     EXPECT_EQ(handlePost(encodePost({KV_CMD_REBOOT, Bytes(6)}), {}).verdict, Verdict::NoPlugin);
+    const CommandActions silent = actionsOfTwo([](uint32_t, void *) {}, 0);
+    EXPECT_EQ(handlePost(encodePost({KV_CMD_REBOOT, bufferFor(mac(2), 6)}), silent).verdict, Verdict::NothingSent);
+    EXPECT_EQ(handlePost(encodePost({KV_CMD_FW_RESULT, Bytes(8)}), silent).verdict, Verdict::Accepted);
 }
 
 bool exists(const char *path) {

@@ -1,0 +1,161 @@
+#include "app_options.h"
+
+#include <CLI/CLI.hpp>
+
+#include "options.h"
+#include "result_file.h"
+
+namespace kv1905d {
+namespace {
+
+constexpr double kDefaultTimeout = 10;    // seconds
+constexpr double kShortestTimeout = 0.1;  // seconds
+constexpr double kLongestTimeout = 3600;  // seconds
+
+const std::vector<std::string> kShowable{"devices", "stations", "device"};
+
+struct Line {
+    CLI::App app{"Operator commands for the devices of an IEEE 1905.1 network, through this device's kv1905d.",
+                 "kv1905App"};
+    AppOptions options;
+    double timeout = kDefaultTimeout;
+    bool noWait = false;
+};
+
+std::string exampleOf(const std::string &text) {
+    return "Example: kv1905App " + text;
+}
+
+std::string statusHelp() {
+    std::string text = "Commands also go by their numbers: kv1905App 2 is kv1905App reboot.\n\nExit status:\n";
+    for (size_t i = 0; i < std::size(kStatusTexts); ++i)
+        text += "  " + std::to_string(i) + "  " + kStatusTexts[i] + "\n";
+    return text + "\n" + exampleOf("reboot 02:00:5e:00:02:00");
+}
+
+void declareOptions(Line &line) {
+    RunOptions &run = line.options.run;
+    run.plugin = kDefaultPlugin;
+    run.socket = kDefaultCommandSocket;
+    run.resultFile = kResultFile;
+    line.options.dataModel = kDefaultDataModel;
+    CLI::App &app = line.app;
+    app.add_option("--plugin", run.plugin, "Plug-in library that checks the arguments")->capture_default_str();
+    app.add_option("--socket", run.socket, "The daemon's local socket")->capture_default_str();
+    app.add_option("--data-model", line.options.dataModel, "The daemon's JSON file, for show")->capture_default_str();
+    app.add_option("--timeout", line.timeout, "Seconds to wait for the daemon, other tools and the agent")
+        ->check(CLI::Range(kShortestTimeout, kLongestTimeout))
+        ->capture_default_str();
+    app.add_flag("--no-wait", line.noWait, "Do not wait for an agent's answer [false]");
+    app.add_flag("--json", line.options.json, "Print JSON [false]");
+    app.set_version_flag("--version", std::string("kv1905App ") + KV1905_VERSION);
+    app.require_subcommand(1);
+    app.footer(statusHelp());
+}
+
+CLI::App *declare(Line &line, const std::string &name, const std::string &help, const std::string &example) {
+    return line.app.add_subcommand(name, help)->footer(exampleOf(name + " " + example))->fallthrough();
+}
+
+void declareTools(Line &line) {
+    for (const ToolCommand &row : kToolCommands) {
+        CLI::App *sub = declare(line, row.name, row.help, row.example)->alias(row.number);
+        // Words of a remote command may look like options of ours: nothing behind its name is looked at.
+        const bool isRaw = row.code == KV_CMD_COMMAND;
+        if (isRaw) {
+            sub->fallthrough(false)->prefix_command()->footer(std::string("Arguments: ") + row.arguments + "\n" +
+                                                              exampleOf(std::string(row.name) + " " + row.example));
+        } else {
+            sub->add_option("arguments", line.options.arguments, row.arguments)->type_name("");
+        }
+        sub->callback([&line, &row, sub, isRaw] {
+            line.options.command = &row;
+            line.options.name = row.name;
+            if (isRaw) line.options.arguments = sub->remaining();
+        });
+    }
+}
+
+// A completion script for bash, made of what is declared.
+std::string completionScript(const CLI::App &app) {
+    const auto words = [](const std::vector<std::string> &list) { return CLI::detail::join(list, " "); };
+    std::vector<std::string> names;
+    std::vector<std::string> options;
+    for (const CLI::App *sub : app.get_subcommands([](const CLI::App *) { return true; }))
+        names.push_back(sub->get_name());
+    for (const CLI::Option *option : app.get_options())
+        options.push_back("--" + option->get_lnames().front());
+    return "# bash completion for kv1905App\n"
+           "_kv1905App() {\n"
+           "    local word command= words='" +
+           words(options) +
+           "'\n"
+           "    for word in \"${COMP_WORDS[@]:1:COMP_CWORD-1}\"; do\n"
+           "        case \" " +
+           words(names) +
+           " \" in *\" $word \"*) command=$word && break ;; esac\n"
+           "    done\n"
+           "    case $command in\n"
+           "        '') words+=' " +
+           words(names) +
+           "' ;;\n"
+           "        show) words+=' " +
+           words(kShowable) +
+           "' ;;\n"
+           "        completion) words=bash ;;\n"
+           "    esac\n"
+           "    mapfile -t COMPREPLY < <(compgen -W \"$words\" -- \"${COMP_WORDS[COMP_CWORD]}\")\n"
+           "}\n"
+           "complete -o default -F _kv1905App kv1905App\n";
+}
+
+void declareOthers(Line &line) {
+    AppOptions &options = line.options;
+    const auto sets = [&options](AppOptions::Action action, const std::string &name) {
+        return [&options, action, name] {
+            options.action = action;
+            options.name = name;
+        };
+    };
+    CLI::App *post = declare(line, "post", "Post a raw command buffer to the daemon", "301");
+    post->add_option("code", options.code, "Command code")->required();
+    post->add_option("file", options.file, "File that holds the buffer [standard input, if the code reads any]");
+    post->callback(sets(AppOptions::Action::Post, "post"));
+
+    CLI::App *show = declare(line, "show", "Show the network as the daemon knows it", "devices");
+    show->add_option("what", options.what, "What to show")->required()->check(CLI::IsMember(kShowable));
+    show->add_option("al-mac", options.alMac, "The device to show");
+    show->callback(sets(AppOptions::Action::Show, "show"));
+
+    CLI::App *completion = declare(line, "completion", "Print a completion script", "bash > kv1905App.bash");
+    static const std::vector<std::string> shells{"bash"};
+    completion->add_option("shell", "The shell")->required()->check(CLI::IsMember(shells));
+    completion->callback([&line, set = sets(AppOptions::Action::Complete, "completion")] {
+        set();
+        line.options.script = completionScript(line.app);
+    });
+}
+
+}  // namespace
+
+std::optional<AppOptions> parseAppOptions(int argc, const char *const *argv) {
+    Line line;
+    declareOptions(line);
+    declareTools(line);
+    declareOthers(line);
+    try {
+        line.app.parse(argc, argv);
+    } catch (const CLI::Success &printed) {
+        line.app.exit(printed);
+        return std::nullopt;
+    } catch (const CLI::ParseError &error) {
+        std::string text = error.what();
+        std::replace(text.begin(), text.end(), '\n', ' ');
+        throw Failure(Status::BadArguments, text + "; see --help");
+    }
+    line.options.run.timeout = Time(static_cast<Time::rep>(line.timeout * 1000));
+    line.options.run.wait = !line.noWait;
+    return line.options;
+}
+
+}  // namespace kv1905d

@@ -1,0 +1,84 @@
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <fstream>
+#include <iostream>
+#include <iterator>
+#include <system_error>
+
+#include "app_options.h"
+#include "show.h"
+
+namespace {
+
+using namespace kv1905d;
+
+// One byte more than may be posted is enough to see that there are too many.
+Bytes readAll(std::istream &in) {
+    Bytes bytes(kMaxCommandSize + 1);
+    in.read(reinterpret_cast<char *>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
+    bytes.resize(static_cast<size_t>(in.gcount()));
+    if (in.bad() || bytes.size() > kMaxCommandSize) {
+        throw Failure(Status::BadArguments,
+                      "the buffer cannot be read, or is longer than " + std::to_string(kMaxCommandSize) + " bytes");
+    }
+    return bytes;
+}
+
+Bytes readBuffer(const AppOptions &options) {
+    const CommandRow *row = findCommandRow(options.code);
+    const bool readsAny = row == nullptr || row->size > 0;
+    if (options.file.empty()) return readsAny ? readAll(std::cin) : Bytes();
+    std::ifstream file(options.file, std::ios::binary);
+    if (!file) throw Failure(Status::BadArguments, options.file + ": cannot be read");
+    return readAll(file);
+}
+
+std::optional<Outcome> act(const AppOptions &options) {
+    switch (options.action) {
+        case AppOptions::Action::Run:
+            return runCommand(*options.command, options.arguments, options.run);
+        case AppOptions::Action::Post:
+            return runPost(options.code, readBuffer(options), options.run);
+        case AppOptions::Action::Show:
+            std::cout << show(options.dataModel, options.what, options.alMac, options.json);
+            break;
+        case AppOptions::Action::Complete:
+            std::cout << options.script;
+            break;
+    }
+    std::cout.flush();
+    if (!std::cout) throw Failure(Status::Failure, "standard output cannot be written");
+    return std::nullopt;
+}
+
+Outcome guarded(const AppOptions &options) {
+    try {
+        return act(options).value_or(Outcome{Status::Success, "", {}, {}});
+    } catch (const Failure &failure) {
+        return {failure.status, failure.what(), {}, {}};
+    } catch (const std::system_error &error) {
+        const Status status = statusOf(error.code().value());
+        return {status, error.what() + std::string(status == Status::NoDaemon ? "; does kv1905d run?" : ""), {}, {}};
+    } catch (const std::exception &error) {
+        return {Status::Failure, error.what(), {}, {}};
+    }
+}
+
+}  // namespace
+
+int main(int argc, char **argv) {
+    // The plug-in logs why it refuses arguments; the rest of what it has to say is no news to an operator.
+    setenv("KV_LOG_LEVEL", "4", 0);
+    try {
+        const std::optional<AppOptions> options = parseAppOptions(argc, argv);
+        if (!options) return 0;
+        const Outcome outcome = guarded(*options);
+        if (!outcome.meaning.empty()) print(outcome, options->name, options->json);
+        return static_cast<int>(outcome.status);
+    } catch (const Failure &failure) {
+        std::fprintf(stderr, "kv1905App: %s\n", failure.what());
+        return static_cast<int>(failure.status);
+    }
+}

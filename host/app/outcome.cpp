@@ -1,0 +1,56 @@
+#include "outcome.h"
+
+#include <json-c/json.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <memory>
+
+namespace kv1905d {
+namespace {
+
+struct ErrorRow {
+    int error;
+    Status status;
+};
+
+constexpr ErrorRow kErrors[] = {
+    {ENOENT, Status::NoDaemon},    {ECONNREFUSED, Status::NoDaemon}, {EACCES, Status::NotPermitted},
+    {EPERM, Status::NotPermitted}, {ETIMEDOUT, Status::NoAnswer},
+};
+
+json_object *textOrNull(const std::string &text) {
+    return text.empty() ? nullptr : json_object_new_string(text.c_str());
+}
+
+void printJson(const Outcome &outcome, const std::string &command) {
+    const std::unique_ptr<json_object, decltype(&json_object_put)> json(json_object_new_object(), json_object_put);
+    json_object_object_add(json.get(), "command", textOrNull(command));
+    json_object_object_add(json.get(), "target", textOrNull(outcome.target));
+    json_object_object_add(json.get(), "code", outcome.code ? json_object_new_int(*outcome.code) : nullptr);
+    json_object_object_add(json.get(), "meaning", textOrNull(outcome.meaning));
+    json_object_object_add(json.get(), "status", json_object_new_int(static_cast<int>(outcome.status)));
+    std::puts(json_object_to_json_string_ext(json.get(), JSON_C_TO_STRING_SPACED | JSON_C_TO_STRING_NOSLASHESCAPE));
+}
+
+}  // namespace
+
+Status statusOf(int error) {
+    for (const ErrorRow &row : kErrors) {
+        if (row.error == error) return row.status;
+    }
+    return Status::Failure;
+}
+
+void print(const Outcome &outcome, const std::string &command, bool json) {
+    if (json) return printJson(outcome, command);
+    const std::string text =
+        outcome.code ? "result " + std::to_string(*outcome.code) + " (" + outcome.meaning + ")" : outcome.meaning;
+    if (outcome.status == Status::Success || outcome.status == Status::Refused) {
+        std::puts(text.c_str());
+    } else {
+        std::fprintf(stderr, "kv1905App: %s: %s\n", command.c_str(), text.c_str());
+    }
+}
+
+}  // namespace kv1905d

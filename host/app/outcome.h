@@ -1,0 +1,53 @@
+// How a call of the command tool ended: for people one line, for scripts the exit status or JSON.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <stdexcept>
+#include <string>
+
+namespace kv1905d {
+
+enum class Status {
+    Success,
+    Failure,
+    BadArguments,
+    Refused,
+    NoDevice,
+    NoAnswer,
+    NoDaemon,
+    NotPermitted,
+};
+
+// By Status; the tool's help prints them.
+inline constexpr const char *kStatusTexts[] = {
+    "success",
+    "another failure",
+    "bad arguments",
+    "refused by the agent, whose result is printed",
+    "no such device in the network",
+    "no answer in time",
+    "no daemon",
+    "no permission",
+};
+static_assert(std::size(kStatusTexts) == static_cast<size_t>(Status::NotPermitted) + 1);
+
+struct Outcome {
+    Status status;
+    std::string meaning;
+    std::optional<uint8_t> code;  // an agent's result
+    std::string target;           // AL MAC; empty when there is none
+};
+
+struct Failure : std::runtime_error {
+    Failure(Status why, const std::string &text) : std::runtime_error(text), status(why) {}
+    Status status;
+};
+
+// What a failed system call means to the caller: files and sockets that are not there are the daemon's.
+Status statusOf(int error);
+
+// One line, or one JSON object, for that command.
+void print(const Outcome &outcome, const std::string &command, bool json);
+
+}  // namespace kv1905d

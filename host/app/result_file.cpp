@@ -1,0 +1,74 @@
+#include "result_file.h"
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <charconv>
+#include <cstring>
+#include <thread>
+
+#include "outcome.h"
+
+namespace kv1905d {
+namespace {
+
+constexpr Time kPollEvery{20};
+
+// The first true value of the probe, or its last one when the time is up.
+template <typename Probe>
+auto poll(Time timeout, const Probe &probe) {
+    const auto deadline = std::chrono::steady_clock::now() + timeout;
+    for (;;) {
+        auto value = probe();
+        if (value || std::chrono::steady_clock::now() >= deadline) return value;
+        std::this_thread::sleep_for(kPollEvery);
+    }
+}
+
+Failure fileFailure(const std::string &path, const char *step) {
+    const int error = errno;
+    return {error == ENOENT ? Status::Failure : statusOf(error), path + ": " + step + ": " + std::strerror(error)};
+}
+
+FileDescriptor openLock(const std::string &path) {
+    // Created only where it is missing: asked to create, the kernel refuses even root another user's file in /tmp.
+    for (const int flags : {0, O_CREAT | O_EXCL, 0}) {
+        FileDescriptor fd(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK | flags, 0600));
+        if (fd.valid()) return fd;
+    }
+    throw fileFailure(path, "open");
+}
+
+}  // namespace
+
+std::optional<uint8_t> parseResult(std::string_view text) {
+    if (text.size() != 3 || text[2] != '\n') return std::nullopt;
+    uint8_t value = 0;
+    const auto [end, error] = std::from_chars(text.data(), text.data() + 2, value, 16);
+    if (error != std::errc{} || end != text.data() + 2) return std::nullopt;
+    return value;
+}
+
+ResultFile::ResultFile(const std::string &path, Time timeout) : path_(path), lock_(openLock(path + ".lock")) {
+    if (!poll(timeout, [&] { return flock(lock_.get(), LOCK_EX | LOCK_NB) == 0; })) {
+        throw Failure(Status::NoAnswer,
+                      "another kv1905App waits for its answer; try again, or with a longer --timeout");
+    }
+    if (unlink(path.c_str()) != 0 && errno != ENOENT) throw fileFailure(path, "remove an earlier result");
+}
+
+std::optional<uint8_t> ResultFile::read() const {
+    const FileDescriptor fd(open(path_.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK));
+    char text[4];  // one more than a result, so that a longer file is seen to be one
+    const ssize_t size = fd.valid() ? ::read(fd.get(), text, sizeof text) : -1;
+    return size < 0 ? std::nullopt : parseResult({text, static_cast<size_t>(size)});
+}
+
+std::optional<uint8_t> ResultFile::await(Time timeout) const {
+    return poll(timeout, [this] { return read(); });
+}
+
+}  // namespace kv1905d

@@ -1,0 +1,34 @@
+// Where the daemon's plug-in leaves an agent's answer, one file for all commands of this machine. It does not say whose
+// answer it is: one that comes after its tool gave up is taken for the next command's.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "ethernet_port.h"
+
+namespace kv1905d {
+
+inline constexpr const char *kResultFile = "/tmp/1905ReturnValue";
+
+// The byte in a complete file: two hexadecimal digits and a newline. The writer's shell creates it empty first.
+std::optional<uint8_t> parseResult(std::string_view text);
+
+class ResultFile {
+  public:
+    // Waits until no other tool expects an answer, at most `timeout`, and removes what an earlier command left.
+    // Throws Failure.
+    ResultFile(const std::string &path, Time timeout);
+
+    // What is there now, and what is there within `timeout`.
+    std::optional<uint8_t> read() const;
+    std::optional<uint8_t> await(Time timeout) const;
+
+  private:
+    std::string path_;
+    FileDescriptor lock_;
+};
+
+}  // namespace kv1905d

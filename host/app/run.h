@@ -1,0 +1,27 @@
+// Running one operator command: arguments to the plug-in, its buffer to the daemon, the agent's answer back.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "command_socket.h"
+#include "outcome.h"
+#include "tool_commands.h"
+
+namespace kv1905d {
+
+struct RunOptions {
+    std::string plugin;
+    std::string socket;
+    std::string resultFile;
+    Time timeout{};  // for each step that waits
+    bool wait = true;
+};
+
+// Have the plug-in check the arguments and fill the buffer, then as runPost. Throws Failure or std::system_error.
+Outcome runCommand(const ToolCommand &command, const std::vector<std::string> &arguments, const RunOptions &options);
+
+// Post a buffer as it is. An answer is awaited when the code is a command's that has one. Throws like runCommand.
+Outcome runPost(uint32_t code, ByteView buffer, const RunOptions &options);
+
+}  // namespace kv1905d

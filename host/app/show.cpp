@@ -1,0 +1,163 @@
+#include "show.h"
+
+#include <fcntl.h>
+#include <json-c/json.h>
+
+#include <cerrno>
+#include <cstring>
+#include <memory>
+#include <span>
+#include <vector>
+
+#include "ethernet_port.h"
+#include "outcome.h"
+
+namespace kv1905d {
+namespace {
+
+struct JsonEnd {
+    void operator()(json_object *value) const { json_object_put(value); }
+};
+using JsonOwner = std::unique_ptr<json_object, JsonEnd>;
+
+json_object *member(json_object *object, const char *key) {
+    return json_object_is_type(object, json_type_object) ? json_object_object_get(object, key) : nullptr;
+}
+
+// Calls `visit` for each entry of the list; a list that is missing is empty.
+template <typename Visit>
+void forEach(json_object *list, const Visit &visit) {
+    if (!json_object_is_type(list, json_type_array)) return;
+    for (size_t i = 0; i < json_object_array_length(list); ++i)
+        visit(json_object_array_get_idx(list, i));
+}
+
+// For a terminal: the file repeats what neighbours said, which must not drive it.
+std::string plain(json_object *value) {
+    std::string out;
+    for (const char *at = value == nullptr ? "-" : json_object_get_string(value); *at != '\0'; ++at)
+        out += *at >= ' ' && *at <= '~' ? *at : '?';
+    return out.empty() ? "-" : out;
+}
+
+struct Column {
+    const char *title;
+    const char *key;
+};
+
+constexpr Column kDeviceColumns[] = {
+    {"AL MAC", "ID"},
+    {"MODEL", "ModelName"},
+    {"MODE", "Mode"},
+    {"IP", "IpAddress"},
+    {"FIRMWARE", "FirmwareVersion"},
+    {"LED", "LedStatus"},
+    {"HOPS", "Hops"},
+    {"HEARD s AGO", "SecondsSinceHeard"},
+};
+constexpr Column kStationColumns[] = {
+    {"DEVICE", "Device"},
+    {"BSSID", "BSSID"},
+    {"STATION", "MACAddress"},
+    {"DOWN kbit/s", "LastDataDownlinkRate"},
+    {"UP kbit/s", "LastDataUplinkRate"},
+    {"SIGNAL 0-220", "SignalStrength"},
+};
+
+std::string table(json_object *list, std::span<const Column> columns) {
+    std::vector<std::vector<std::string>> rows(1);
+    for (const Column &column : columns)
+        rows[0].push_back(column.title);
+    forEach(list, [&](json_object *entry) {
+        std::vector<std::string> &row = rows.emplace_back();
+        for (const Column &column : columns)
+            row.push_back(plain(member(entry, column.key)));
+    });
+    std::vector<size_t> widths(columns.size());
+    for (const auto &row : rows) {
+        for (size_t i = 0; i < row.size(); ++i)
+            widths[i] = std::max(widths[i], row[i].size());
+    }
+    std::string out;
+    for (auto &row : rows) {
+        for (size_t i = 0; i + 1 < row.size(); ++i)
+            row[i].resize(widths[i] + 2, ' ');
+        for (const std::string &cell : row)
+            out += cell;
+        out += '\n';
+    }
+    return out;
+}
+
+// All fields of the devices in the list, one a line.
+std::string fieldLines(json_object *list) {
+    std::string out;
+    forEach(list, [&](json_object *device) {
+        json_object_object_foreach(device, key, value) out += std::string(key) + ": " + plain(value) + "\n";
+    });
+    return out;
+}
+
+JsonOwner readFile(const std::string &path) {
+    const FileDescriptor fd(open(path.c_str(), O_RDONLY | O_CLOEXEC));
+    if (!fd.valid()) throw Failure(statusOf(errno), path + ": " + std::strerror(errno));
+    JsonOwner root(json_object_from_fd(fd.get()));
+    if (!json_object_is_type(root.get(), json_type_object)) throw Failure(Status::Failure, path + ": no JSON object");
+    return root;
+}
+
+json_object *deviceList(json_object *root) {
+    return member(member(root, "kv1905"), "DeviceList");
+}
+
+JsonOwner devices(json_object *root, const MacAddress *only) {
+    JsonOwner list(json_object_new_array());
+    forEach(deviceList(root), [&](json_object *device) {
+        if (only == nullptr || plain(member(device, "ID")) == only->text()) {
+            json_object_array_add(list.get(), json_object_get(device));
+        }
+    });
+    return list;
+}
+
+// Each station with the device and the network that it is on.
+JsonOwner stations(json_object *root) {
+    JsonOwner list(json_object_new_array());
+    forEach(member(member(root, "wfa-dataelements:Network"), "DeviceList"), [&](json_object *device) {
+        forEach(member(device, "RadioList"), [&](json_object *radio) {
+            forEach(member(radio, "BSSList"), [&](json_object *network) {
+                forEach(member(network, "STAList"), [&](json_object *station) {
+                    if (!json_object_is_type(station, json_type_object)) return;
+                    json_object_object_add(station, "Device", json_object_get(member(device, "ID")));
+                    json_object_object_add(station, "BSSID", json_object_get(member(network, "BSSID")));
+                    json_object_array_add(list.get(), json_object_get(station));
+                });
+            });
+        });
+    });
+    return list;
+}
+
+std::string printed(const JsonOwner &list) {
+    const int flags = JSON_C_TO_STRING_PRETTY | JSON_C_TO_STRING_SPACED | JSON_C_TO_STRING_NOSLASHESCAPE;
+    return std::string(json_object_to_json_string_ext(list.get(), flags)) + "\n";
+}
+
+}  // namespace
+
+std::string show(const std::string &path, const std::string &what, const std::string &alMac, bool json) {
+    const std::optional<MacAddress> only = MacAddress::parse(alMac);
+    if ((what == "device") != only.has_value() || alMac.empty() != (what != "device")) {
+        throw Failure(Status::BadArguments, "'device', and it alone, takes an AL MAC such as 02:00:5e:00:01:00");
+    }
+    const JsonOwner root = readFile(path);
+    const JsonOwner list = what == "stations" ? stations(root.get()) : devices(root.get(), only ? &*only : nullptr);
+    if (only && json_object_array_length(list.get()) == 0) {
+        throw Failure(Status::NoDevice, only->text() + ": no such device in the network");
+    }
+    if (json) return printed(list);
+    if (only) return fieldLines(list.get());
+    return what == "stations" ? table(list.get(), kStationColumns) : table(list.get(), kDeviceColumns);
+}
+
+}  // namespace kv1905d

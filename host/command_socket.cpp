@@ -1,0 +1,266 @@
+#include "command_socket.h"
+
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <cstddef>
+#include <cstring>
+#include <stdexcept>
+#include <system_error>
+
+#include "log.h"
+
+namespace kv1905d {
+namespace {
+
+constexpr size_t kPostHeader = 8;
+constexpr size_t kReplySize = 8;
+constexpr int kBacklog = 8;
+
+uint32_t readU32(WireReader &in) {
+    const uint32_t high = in.u16();
+    return high << 16 | in.u16();
+}
+
+void writeU32(WireWriter &out, uint32_t value) {
+    out.u16(static_cast<uint16_t>(value >> 16));
+    out.u16(static_cast<uint16_t>(value));
+}
+
+Verdict verdictOn(const CommandRow &row, ByteView buffer, const CommandActions &actions) {
+    if (row.target == Target::None) return Verdict::Accepted;
+    const MacAddress target = MacAddress::copyOf(buffer.data());
+    if (row.target == Target::DeviceOrZero && target.isZero()) return Verdict::NoTarget;
+    switch (actions.find(target)) {
+        case Presence::Known:
+            return Verdict::Accepted;
+        case Presence::Local:
+            return Verdict::LocalTarget;
+        default:
+            return Verdict::UnknownTarget;
+    }
+}
+
+std::system_error systemError(const std::string &path, const char *step, int error = errno) {
+    return {error, std::generic_category(), path + ": " + step};
+}
+
+sockaddr_un addressOf(const std::string &path) {
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    if (path.empty() || path.size() >= sizeof address.sun_path)
+        throw systemError(path, "name of a socket", ENAMETOOLONG);
+    path.copy(address.sun_path, path.size());
+    return address;
+}
+
+FileDescriptor newSocket(const std::string &path, int flags) {
+    FileDescriptor fd(socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC | flags, 0));
+    if (!fd.valid()) throw systemError(path, "open a socket");
+    return fd;
+}
+
+template <typename Call>
+bool withAddress(const std::string &path, const Call &call) {
+    const sockaddr_un address = addressOf(path);
+    return call(reinterpret_cast<const sockaddr *>(&address), static_cast<socklen_t>(sizeof address)) == 0;
+}
+
+bool connectTo(const std::string &path, const FileDescriptor &fd) {
+    return withAddress(path, [&](const sockaddr *address, socklen_t size) { return connect(fd.get(), address, size); });
+}
+
+// Only the owner may connect, from the first moment on.
+bool bindTo(const std::string &path, const FileDescriptor &fd) {
+    const mode_t before = umask(0177);
+    const bool bound =
+        withAddress(path, [&](const sockaddr *address, socklen_t size) { return bind(fd.get(), address, size); });
+    const int error = errno;
+    umask(before);
+    errno = error;
+    return bound;
+}
+
+// Remove the socket of a daemon that is gone; throws when somebody listens, or when it is something else.
+void removeStale(const std::string &path) {
+    struct stat facts {};
+    if (lstat(path.c_str(), &facts) == 0 && !S_ISSOCK(facts.st_mode)) {
+        throw std::runtime_error(path + ": is no socket and stays; remove it or choose another --socket");
+    }
+    if (connectTo(path, newSocket(path, SOCK_NONBLOCK)) || errno != ECONNREFUSED) {
+        throw std::runtime_error(path + ": another daemon serves it; stop that one or choose another --socket");
+    }
+    if (unlink(path.c_str()) != 0 && errno != ENOENT) throw systemError(path, "remove the socket of an earlier daemon");
+}
+
+bool mayPost(const ucred &peer) {
+    return peer.uid == 0 || peer.uid == geteuid();
+}
+
+void setTimeouts(const FileDescriptor &fd, Time timeout) {
+    const timeval limit{timeout.count() / 1000, timeout.count() % 1000 * 1000};
+    setsockopt(fd.get(), SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof limit);
+    setsockopt(fd.get(), SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit);
+}
+
+}  // namespace
+
+const CommandRow *findCommandRow(uint32_t code) {
+    for (const CommandRow &row : kCommandRows) {
+        if (row.code == code) return &row;
+    }
+    return nullptr;
+}
+
+// ---- Messages
+
+Bytes encodePost(const Post &post) {
+    WireWriter out(kPostHeader + kMaxCommandSize);
+    writeU32(out, post.code);
+    writeU32(out, static_cast<uint32_t>(post.buffer.size()));
+    out.bytes(post.buffer);
+    return out.take();
+}
+
+std::optional<Post> parsePost(ByteView message) {
+    WireReader in(message);
+    const uint32_t code = readU32(in);
+    const uint32_t size = readU32(in);
+    const ByteView buffer = in.bytes(size);
+    if (!in.finished() || size > kMaxCommandSize) return std::nullopt;
+    return Post{code, buffer};
+}
+
+Bytes encodeReply(const Reply &reply) {
+    WireWriter out(kReplySize);
+    writeU32(out, static_cast<uint32_t>(reply.verdict));
+    writeU32(out, reply.needed);
+    return out.take();
+}
+
+std::optional<Reply> parseReply(ByteView message) {
+    WireReader in(message);
+    const uint32_t verdict = readU32(in);
+    const uint32_t needed = readU32(in);
+    if (!in.finished() || verdict > static_cast<uint32_t>(Verdict::NotPermitted)) return std::nullopt;
+    return Reply{static_cast<Verdict>(verdict), needed};
+}
+
+Reply handlePost(ByteView message, const CommandActions &actions) {
+    const std::optional<Post> post = parsePost(message);
+    if (!post) return {Verdict::Malformed};
+    if (!actions.run) return {Verdict::NoPlugin};
+    const CommandRow *row = findCommandRow(post->code);
+    if (row != nullptr && post->buffer.size() < row->size) return {Verdict::ShortBuffer, row->size};
+    // Longer than any post: a text is terminated, and a code without a row reads zeros past its end.
+    alignas(std::max_align_t) std::array<uint8_t, kMaxCommandSize + alignof(std::max_align_t)> copy{};
+    std::copy(post->buffer.begin(), post->buffer.end(), copy.begin());
+    const Verdict verdict = row == nullptr ? Verdict::Accepted : verdictOn(*row, post->buffer, actions);
+    const uint64_t sent = actions.run(post->code, copy.data());
+    const bool hasTarget = row != nullptr && row->target != Target::None;
+    return {hasTarget && verdict == Verdict::Accepted && sent == 0 ? Verdict::NothingSent : verdict};
+}
+
+// ---- The daemon's end
+
+CommandServer::CommandServer(const std::string &path) : path_(path), fd_(newSocket(path, SOCK_NONBLOCK)) {
+    if (!bindTo(path, fd_)) {
+        if (errno != EADDRINUSE) throw systemError(path, "create the command socket");
+        removeStale(path);
+        if (!bindTo(path, fd_)) throw systemError(path, "create the command socket");
+    }
+    struct stat facts {};
+    if (listen(fd_.get(), kBacklog) != 0 || lstat(path.c_str(), &facts) != 0) throw systemError(path, "listen");
+    fileDevice_ = facts.st_dev;
+    fileNumber_ = facts.st_ino;
+}
+
+CommandServer::~CommandServer() {
+    struct stat facts {};
+    const bool ours = lstat(path_.c_str(), &facts) == 0 && facts.st_dev == fileDevice_ && facts.st_ino == fileNumber_;
+    if (ours) unlink(path_.c_str());
+}
+
+int CommandServer::start(uv_loop_t &loop, CommandActions actions) {
+    actions_ = std::move(actions);
+    const int result = uv_poll_init(&loop, &handle_, fd_.get());
+    if (result < 0) return result;
+    handle_.data = this;
+    const auto callback = [](uv_poll_t *handle, int, int) {
+        static_cast<CommandServer *>(handle->data)->acceptClient();
+    };
+    return uv_poll_start(&handle_, UV_READABLE, callback);
+}
+
+void CommandServer::acceptClient() {
+    FileDescriptor fd(accept4(fd_.get(), nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC));
+    if (!fd.valid()) return;
+    if (clients_.size() >= kMaxClients) end(clients_.front());
+    Client &client = clients_.emplace_back();
+    client.server = this;
+    client.fd = std::move(fd);
+    client.handle.data = &client;
+    if (uv_poll_init(handle_.loop, &client.handle, client.fd.get()) < 0) {
+        clients_.pop_back();
+        return;
+    }
+    const auto callback = [](uv_poll_t *handle, int, int) {
+        auto *ready = static_cast<Client *>(handle->data);
+        ready->server->serve(*ready);
+    };
+    uv_poll_start(&client.handle, UV_READABLE, callback);
+}
+
+void CommandServer::serve(Client &client) {
+    std::array<uint8_t, kPostHeader + kMaxCommandSize> message;
+    // The true length, also of a packet that does not fit.
+    const ssize_t size = recv(client.fd.get(), message.data(), message.size(), MSG_TRUNC);
+    if (size < 0 && (errno == EAGAIN || errno == EINTR)) return;
+    if (size > 0) {
+        const auto length = static_cast<size_t>(size);
+        const ByteView packet = length > message.size() ? ByteView() : ByteView(message).first(length);
+        ucred peer{0, static_cast<uid_t>(-1), 0};
+        socklen_t peerSize = sizeof peer;
+        getsockopt(client.fd.get(), SOL_SOCKET, SO_PEERCRED, &peer, &peerSize);
+        const Reply reply = mayPost(peer) ? handlePost(packet, actions_) : Reply{Verdict::NotPermitted};
+        const Bytes answer = encodeReply(reply);
+        if (send(client.fd.get(), answer.data(), answer.size(), MSG_NOSIGNAL) < 0) {
+            KV_HOST_LOG(KV_LOG_WARNING, "%s: process %d did not wait for the reply", path_.c_str(), peer.pid);
+        }
+    }
+    end(client);
+}
+
+void CommandServer::end(Client &client) {
+    auto *handle = reinterpret_cast<uv_handle_t *>(&client.handle);
+    if (uv_is_closing(handle)) return;
+    uv_close(handle, [](uv_handle_t *closed) {
+        auto *gone = static_cast<Client *>(closed->data);
+        gone->server->clients_.remove_if([gone](const Client &each) { return &each == gone; });
+    });
+}
+
+// ---- The tool's end
+
+Reply postCommand(const std::string &path, const Post &post, Time timeout) {
+    const FileDescriptor fd = newSocket(path, 0);
+    setTimeouts(fd, timeout);
+    const auto fail = [&](const char *step) {
+        return systemError(path, step, errno == EAGAIN || errno == EINPROGRESS ? ETIMEDOUT : errno);
+    };
+    if (!connectTo(path, fd)) throw fail("connect");
+    const Bytes message = encodePost(post);
+    if (send(fd.get(), message.data(), message.size(), MSG_NOSIGNAL) < 0) throw fail("send the command");
+    std::array<uint8_t, kReplySize + 1> answer;  // one more, so that a longer reply is seen to be one
+    const ssize_t size = recv(fd.get(), answer.data(), answer.size(), 0);
+    if (size < 0) throw fail("wait for the daemon's reply");
+    const std::optional<Reply> reply = parseReply(ByteView(answer).first(static_cast<size_t>(size)));
+    if (!reply) throw systemError(path, "the daemon ended or sent no valid reply", EPROTO);
+    return *reply;
+}
+
+}  // namespace kv1905d
