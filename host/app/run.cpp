@@ -50,7 +50,7 @@ std::string targetOf(const Post &post) {
 }
 
 // The outcome that the daemon's reply settles; nothing when an agent acts.
-std::optional<Outcome> settledBy(const Reply &reply, Answer answer) {
+std::optional<Outcome> settledBy(const Reply &reply, Answer answer, const std::string &target) {
     const auto outcome = [](Status status, const std::string &meaning) { return Outcome{status, meaning, {}, {}}; };
     switch (reply.verdict) {
         case Verdict::Accepted:
@@ -61,7 +61,7 @@ std::optional<Outcome> settledBy(const Reply &reply, Answer answer) {
         case Verdict::NoTarget:
             return outcome(Status::Success, "nothing was sent: the target is all zero");
         case Verdict::UnknownTarget:
-            return outcome(Status::NoDevice, "no such device in the network");
+            return outcome(Status::NoDevice, "no such device in the network: " + target);
         case Verdict::NothingSent:
             return outcome(Status::Failure,
                            "nothing was sent: it fits no message, or no interface took it; the daemon's log says more");
@@ -87,7 +87,7 @@ Outcome awaitAnswer(const ToolCommand &command, const ResultFile &results, Time 
 
 Outcome deliver(const Post &post, const ToolCommand *command, const ResultFile *results, const RunOptions &options) {
     const Reply reply = postCommand(options.socket, post, options.timeout);
-    std::optional<Outcome> outcome = settledBy(reply, command == nullptr ? Answer::None : command->answer);
+    std::optional<Outcome> outcome = settledBy(reply, command == nullptr ? Answer::None : command->answer, targetOf(post));
     if (!outcome && !options.wait) outcome = {Status::Success, "sent; the answer is not waited for", {}, {}};
     if (!outcome) outcome = awaitAnswer(*command, *results, options.timeout);
     outcome->target = targetOf(post);

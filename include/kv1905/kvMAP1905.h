@@ -485,7 +485,7 @@ KVMAP1905_API int kvMAP1905_CtrlInftPwrQuery_send(void *context, int argc, char 
 KVMAP1905_API int kvMAP1905_FWCtrlQuery_send(void *context, int argc, char **argv);       /* 9: AL MAC, option 1 to 7,
                                                                        topology option, URL */
 KVMAP1905_API int kvMAP1905_ResetDefaultQuery_send(void *context, int argc, char **argv); /* 10: AL MAC */
-KVMAP1905_API int kvMAP1905_FwResult_set(void *context, int argc, char **argv);           /* 11: result 0 to 5 */
+KVMAP1905_API int kvMAP1905_FwResult_set(void *context, int argc, char **argv);           /* 11: number; 0, 2 to 5 act */
 KVMAP1905_API int kvMAP1905_ledStatus_send(void *context, int argc, char **argv);         /* 14: AL MAC, state */
 KVMAP1905_API int kvMAP1905_PartialResetDefaultQuery_send(void *context, int argc, char **argv); /* 20: AL MAC */
 KVMAP1905_API int kvMAP1905_CmdQuery_send(void *context, int argc, char **argv);          /* 100: AL MAC, words... */

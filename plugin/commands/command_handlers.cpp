@@ -27,7 +27,21 @@ void readBuffer(const void *buffer, Record &record) {
     std::memcpy(&record, buffer, sizeof record);
 }
 
-int checkTarget(const uint8_t *alMac) {
+// The same for records that are too large for a stack.
+template <typename Record>
+Owned<Record> copyBuffer(const void *buffer) {
+    auto record = allocateRecord<Record>();
+    if (record == nullptr) {
+        LOG_DEVICE(KV_LOG_ERROR, "allocate memory fail for a command\n");
+        return nullptr;
+    }
+    readBuffer(buffer, *record);
+    return record;
+}
+
+// Every buffer with a target begins with its AL MAC.
+int checkTarget(const void *buffer) {
+    const auto *alMac = static_cast<const uint8_t *>(buffer);
     if (isInTopology(alMac)) {
         return KV_RET_OK;
     }
@@ -46,11 +60,11 @@ int sendRequest(const uint8_t *alMac, uint16_t type, uint32_t payloadLen, void *
 }
 
 int sendTargetRequest(const void *buffer, uint16_t type) {
-    KvTargetData target;
-    readBuffer(buffer, target);
-    if (const int missing = checkTarget(target.alMac); missing != KV_RET_OK) {
+    if (const int missing = checkTarget(buffer); missing != KV_RET_OK) {
         return missing;
     }
+    KvTargetData target;
+    readBuffer(buffer, target);
     return sendRequest(target.alMac, type, kTargetLen, &target);
 }
 
@@ -88,11 +102,11 @@ int handlePartialResetDefaultCmd(const void *buffer) {
 }
 
 int handleIntfPwrCtrlCmd(const void *buffer) {
-    KvIntfPwrCtrlReq posted;
-    readBuffer(buffer, posted);
-    if (const int missing = checkTarget(posted.alMac); missing != KV_RET_OK) {
+    if (const int missing = checkTarget(buffer); missing != KV_RET_OK) {
         return missing;
     }
+    KvIntfPwrCtrlReq posted;
+    readBuffer(buffer, posted);
     KvIntfPwrCtrlReq request = {};
     std::memcpy(request.alMac, posted.alMac, sizeof request.alMac);
     request.count = static_cast<uint8_t>(std::min<unsigned>(posted.count, kMaxPowerEntries));
@@ -102,13 +116,12 @@ int handleIntfPwrCtrlCmd(const void *buffer) {
 }
 
 int handleFWCtrlCmd(const void *buffer) {
-    const auto request = allocateRecord<KvFWCtrlReq>();
+    if (const int missing = checkTarget(buffer); missing != KV_RET_OK) {
+        return missing;
+    }
+    const auto request = copyBuffer<KvFWCtrlReq>(buffer);
     if (request == nullptr) {
         return KV_RET_ERR;
-    }
-    readBuffer(buffer, *request);
-    if (const int missing = checkTarget(request->alMac); missing != KV_RET_OK) {
-        return missing;
     }
     if (request->FWTopoOption == 0) {
         request->FWURLcount = 0;
@@ -126,7 +139,7 @@ int handleLedCtrlCmd(const void *buffer) {
     if (isZeroMac(request.alMac)) {
         return KV_RET_OK;  // for everybody: agents would only log it, so nothing is sent
     }
-    if (const int missing = checkTarget(request.alMac); missing != KV_RET_OK) {
+    if (const int missing = checkTarget(buffer); missing != KV_RET_OK) {
         return missing;
     }
     const bool isLocal = sameMac(request.alMac, getMAPAlMac());
@@ -135,13 +148,12 @@ int handleLedCtrlCmd(const void *buffer) {
 }
 
 int handleRemoteCommandCmd(const void *buffer) {
-    const auto request = allocateRecord<KvCommandReq>();
+    if (const int missing = checkTarget(buffer); missing != KV_RET_OK) {
+        return missing;
+    }
+    const auto request = copyBuffer<KvCommandReq>(buffer);
     if (request == nullptr) {
         return KV_RET_ERR;
-    }
-    readBuffer(buffer, *request);
-    if (const int missing = checkTarget(request->alMac); missing != KV_RET_OK) {
-        return missing;
     }
     if (!fitsMessage(commandReqLen(*request))) {
         return refuseLength("command text", request->CommandURLcount);

@@ -9,6 +9,7 @@ namespace {
 struct CommandRow {
     uint32_t code;
     int (*handle)(const void *buffer);
+    bool readsBuffer = true;
 };
 
 constexpr CommandRow kCommands[] = {
@@ -21,14 +22,19 @@ constexpr CommandRow kCommands[] = {
     {KV_CMD_PARTIAL_RESET_DEFAULT, handlePartialResetDefaultCmd},
     {KV_CMD_COMMAND, handleRemoteCommandCmd},
     {KV_CMD_LOG_SETTING, handleLogSettingCmd},
-    {KV_CMD_UPDATE_DEVICE_INFO, handleDeviceInfoUpdateCmd},
+    {KV_CMD_UPDATE_DEVICE_INFO, handleDeviceInfoUpdateCmd, false},
 };
 
 int dispatch(const void *buffer, uint32_t code) {
     for (const CommandRow &row : kCommands) {
-        if (row.code == code) {
-            return row.handle(buffer);
+        if (row.code != code) {
+            continue;
         }
+        if (buffer == nullptr && row.readsBuffer) {
+            LOG_DEVICE(KV_LOG_ERROR, "command %u without a buffer\n", code);
+            return KV_RET_ERR;
+        }
+        return row.handle(buffer);
     }
     LOG_PLAIN(KV_LOG_WARNING, "Unknown command type received\n");
     return KV_RET_ERR;

@@ -69,6 +69,15 @@ int post(uint32_t code, Record &record) {
     return post(code, &record, sizeof record);
 }
 
+template <typename Record>
+Owned<Record> allocateRequest(const ToolCommand &command) {
+    auto record = allocateRecord<Record>();
+    if (record == nullptr) {
+        LOG_PLAIN(KV_LOG_ERROR, "kv1905App %s: allocate memory fail\n", command.name);
+    }
+    return record;
+}
+
 int postTarget(const ToolCommand &command, const char *action, uint32_t code, int argc, char **argv) {
     KvTargetData target = {};
     if (!checkCount(command, argc) || !readMac(command, argv[2], target.alMac)) {
@@ -151,8 +160,11 @@ int postIntfPwrCtrl(int argc, char **argv) {
 }
 
 int postFWCtrl(int argc, char **argv) {
-    const auto request = allocateRecord<KvFWCtrlReq>();
-    if (request == nullptr || !checkCount(kFWCtrl, argc) || !readMac(kFWCtrl, argv[2], request->alMac)) {
+    if (!checkCount(kFWCtrl, argc)) {
+        return kRefused;
+    }
+    const auto request = allocateRequest<KvFWCtrlReq>(kFWCtrl);
+    if (request == nullptr || !readMac(kFWCtrl, argv[2], request->alMac)) {
         return kRefused;
     }
     request->FWOption = static_cast<uint16_t>(decimal(argv[3]));
@@ -193,8 +205,11 @@ int postLedCtrl(int argc, char **argv) {
 }
 
 int postRemoteCommand(int argc, char **argv) {
-    const auto request = allocateRecord<KvCommandReq>();
-    if (request == nullptr || !checkCount(kRemoteCommand, argc) || !readMac(kRemoteCommand, argv[2], request->alMac)) {
+    if (!checkCount(kRemoteCommand, argc)) {
+        return kRefused;
+    }
+    const auto request = allocateRequest<KvCommandReq>(kRemoteCommand);
+    if (request == nullptr || !readMac(kRemoteCommand, argv[2], request->alMac)) {
         return kRefused;
     }
     if (!joinWords(*request, argc, argv)) {

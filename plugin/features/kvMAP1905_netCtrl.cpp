@@ -35,7 +35,8 @@ void selectWhatSurvives() {
     json_object *copy = nullptr;
     const int result = kcfgFeObjJsonGet(RDM_OID_FACTORY_RESET, &index, &copy);
     const JsonObject object(copy);
-    if (result != 0 || object == nullptr) {
+    // json-c aborts when it is asked to add a member to anything but an object.
+    if (result != 0 || !json_object_is_type(object.get(), json_type_object)) {
         return;
     }
     json_object *value = json_object_new_int(kKeepOnPartialReset);

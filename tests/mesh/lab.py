@@ -1,7 +1,9 @@
 """Fixtures over lab/mesh: a mesh for one test, its JSON files, its captures."""
 
+import atexit
 import json
 import os
+import shutil
 import subprocess
 import tempfile
 import time
@@ -108,8 +110,9 @@ class Capture:
     """A capture file, read with tshark."""
 
     def __init__(self):
-        self.directory = tempfile.TemporaryDirectory()
-        self.path = os.path.join(self.directory.name, "mesh.pcap")
+        directory = tempfile.mkdtemp()
+        atexit.register(shutil.rmtree, directory)
+        self.path = os.path.join(directory, "mesh.pcap")
 
     def fields(self, display_filter, *names):
         """One tuple of texts per frame."""

@@ -52,7 +52,7 @@ int kcfgFeObjJsonGet(uint32_t object, KcfgInstanceIndex *, json_object **copy) {
     if (!kvtest::enter("jsonGet") || object != RDM_OID_FACTORY_RESET) {
         return -1;
     }
-    *copy = json_object_new_object();
+    *copy = configService().unpurgedIsNumber ? json_object_new_int(1) : json_object_new_object();
     return 0;
 }
 

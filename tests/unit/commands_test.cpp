@@ -88,8 +88,12 @@ TEST_F(Tool, EntriesPostTheirBuffer) {
     put<uint16_t>(firmware, 8, 1);
     put<uint16_t>(firmware, 10, 3);
     std::memcpy(firmware.data() + 12, "url", 3);
+    Bytes longUrl = firmware;
+    put<uint16_t>(longUrl, 8, 2);
+    put<uint16_t>(longUrl, 10, 2048);
+    std::memset(longUrl.data() + 12, 'u', 2048);
     Bytes led = buffer(8, kTargetHex);
-    put<uint16_t>(led, 6, 1);
+    put<uint16_t>(led, 6, 10);
     Bytes result(8);
     put<int32_t>(result, 0, -5);
     const auto log = [](int32_t third) {
@@ -119,7 +123,9 @@ TEST_F(Tool, EntriesPostTheirBuffer) {
         {kvMAP1905_FWCtrlQuery_send, {kAgentText, "7", "1", "url"}, 109, firmware},
         {kvMAP1905_ResetDefaultQuery_send, {kAgentText}, 110, fromHex(kTargetHex)},
         {kvMAP1905_FwResult_set, {"-5"}, 111, result},
-        {kvMAP1905_ledStatus_send, {kAgentText, "1"}, 114, led},
+        {kvMAP1905_ledStatus_send, {kAgentText, "65546"}, 114, led},
+        {kvMAP1905_ledStatus_send, {kAgentText, "010"}, 114, led},
+        {kvMAP1905_FWCtrlQuery_send, {kAgentText, "7", "65538", std::string(2048, 'u')}, 109, longUrl},
         {kvMAP1905_PartialResetDefaultQuery_send, {kAgentText}, 120, fromHex(kTargetHex)},
         {kvMAP1905_CmdQuery_send, {kAgentText, "ls", "", "-l"}, 200, command(3, "ls -l")},
         {kvMAP1905_CmdQuery_send, {kAgentText, "ls", ""}, 200, command(2, "ls ")},
@@ -151,24 +157,44 @@ TEST_F(Tool, RefusedArgumentsPostNothing) {
     };
     const std::string mac = ": MAC Address must be of form xx:xx:xx:xx:xx:xx\n";
     const Case cases[] = {
-        {kvMAP1905_RebootQuery_send, {}, "2: Invalid input number 2\n"},
-        {kvMAP1905_RebootQuery_send, {kAgentText, "x"}, "2: Invalid input number 4\n"},
         {kvMAP1905_RebootQuery_send, {"66-77-88-99-AA-BB"}, "2" + mac},
-        {kvMAP1905_CtrlInftPwrQuery_send, {kAgentText, kAgentText, "103"}, "3: Invalid input number 5\n"},
+        {kvMAP1905_CtrlInftPwrQuery_send, {"1:2:3:4:5", kAgentText, "103", "0"}, "3" + mac},
         {kvMAP1905_CtrlInftPwrQuery_send, {kAgentText, "1:2:3:4:5", "103", "0"}, "3" + mac},
-        {kvMAP1905_FWCtrlQuery_send, {kAgentText}, "9: Invalid input number 3\n"},
         {kvMAP1905_FWCtrlQuery_send, {"x", "1", "1", "u"}, "9" + mac},
         {kvMAP1905_FWCtrlQuery_send, {kAgentText, "1", "1", std::string(2049, 'u')}, "9: URL is longer than 2048"},
-        {kvMAP1905_ResetDefaultQuery_send, {}, "10: Invalid input number 2\n"},
-        {kvMAP1905_FwResult_set, {"1", "2"}, "11: Invalid input number 4\n"},
-        {kvMAP1905_ledStatus_send, {kAgentText}, "14: Invalid input number 3\n"},
         {kvMAP1905_ledStatus_send, {"", "1"}, "14" + mac},
         {kvMAP1905_PartialResetDefaultQuery_send, {"zz:00:00:00:00:00"}, "20" + mac},
-        {kvMAP1905_CmdQuery_send, {kAgentText}, "100: Invalid input number 3\n"},
         {kvMAP1905_CmdQuery_send, {kAgentText, std::string(2049, 'w')}, "100: command text is longer than 2048"},
         {kvMAP1905_CmdQuery_send, {kAgentText, std::string(2048, 'w'), "w"}, "100: command text is longer"},
-        {kvMAP1905_SyslogDbg_set, {"1"}, "d: Invalid input number 3\n"},
     };
+    struct Count {
+        Entry entry;
+        const char *name;
+        size_t wrong;  // words behind the command
+    };
+    const Count counts[] = {
+        {kvMAP1905_RebootQuery_send, "2", 0},
+        {kvMAP1905_RebootQuery_send, "2", 2},
+        {kvMAP1905_CtrlInftPwrQuery_send, "3", 3},
+        {kvMAP1905_CtrlInftPwrQuery_send, "3", 5},
+        {kvMAP1905_FWCtrlQuery_send, "9", 3},
+        {kvMAP1905_FWCtrlQuery_send, "9", 5},
+        {kvMAP1905_ResetDefaultQuery_send, "10", 0},
+        {kvMAP1905_ResetDefaultQuery_send, "10", 2},
+        {kvMAP1905_FwResult_set, "11", 0},
+        {kvMAP1905_FwResult_set, "11", 2},
+        {kvMAP1905_ledStatus_send, "14", 1},
+        {kvMAP1905_ledStatus_send, "14", 3},
+        {kvMAP1905_PartialResetDefaultQuery_send, "20", 0},
+        {kvMAP1905_PartialResetDefaultQuery_send, "20", 2},
+        {kvMAP1905_CmdQuery_send, "100", 1},
+        {kvMAP1905_SyslogDbg_set, "d", 1},
+    };
+    for (const Count &c : counts) {
+        const std::string line = std::string("kv1905App ") + c.name + ": Invalid input number ";
+        EXPECT_EQ(call(c.entry, std::vector<std::string>(c.wrong, kAgentText)), -1) << line;
+        EXPECT_EQ(logCount(4, line + std::to_string(c.wrong + 2) + "\n"), 1u) << line;
+    }
     for (const Case &c : cases) {
         SCOPED_TRACE(c.line);
         clearLog();
@@ -191,9 +217,9 @@ TEST(MacText, TakesSixFieldsAndNoLess) {
         const char *text;
         const char *expected;  // empty: refused
     };
-    for (const Case &c :
-         {Case{"0:1:2:a:B:c", "00 01 02 0A 0B 0C"}, Case{"00:11:22:33:44", ""}, Case{"00-11-22-33-44-55", ""},
-          Case{"00:11:22:33:44:55:66", "00 11 22 33 44 55"}, Case{"", ""}, Case{"00:11:22:33:44:g", ""}}) {
+    for (const Case &c : {Case{"0:1:2:a:B:c", "00 01 02 0A 0B 0C"}, Case{"00:11:22:33:44", ""},
+                          Case{"00-11-22-33-44-55", ""}, Case{"00:11:22:33:44:55:66", "00 11 22 33 44 55"},
+                          Case{"", ""}, Case{"00:11:22:33:44:g", ""}, Case{"001:2:3:4:5:6", ""}}) {
         SCOPED_TRACE(c.text);
         uint8_t mac[6] = {};
         const uint8_t *parsed = kv::string2MacAddr(c.text, mac);
@@ -277,24 +303,33 @@ TEST(Commands, HandlersSendTheirRequestToKnownTargetsAlone) {
         EXPECT_EQ(host.sent[0].value.size(), 15 + c.payloadLen);
         EXPECT_EQ(head(host.sent[0].value, 15),
                   head(message(kLocal, c.type, {}, static_cast<uint16_t>(c.payloadLen)), 15));
+        if (c.payloadLen == 6) {
+            EXPECT_EQ(host.sent[0].value, message(kLocal, c.type, fromHex(kTargetHex)));
+        }
         EXPECT_EQ(logCount(7, "transmit vendor msgId 1000\n"), 1u) << "the identifier as the send left it";
         EXPECT_EQ(logCount(7, "Check kv1905App return value = (0)\n"), 1u);
         EXPECT_EQ(kv::firmwareUpgradeList().count(), c.code == 109 ? 0 : 1);
 
         host.sendResult = 1;
+        kv::addKvFWupgradealmac(kAgent.data(), 4);
         handle(c.code, c.posted);
         EXPECT_EQ(logCount(7, "Check kv1905App return value = (16)\n"), 1u);
+        EXPECT_EQ(kv::firmwareUpgradeList().count(), c.code == 109 ? 0 : 1) << "whatever becomes of the send";
+        kvMAP1905_VendSpecCmd_handle(nullptr, c.code);
+        EXPECT_EQ(logCount(3, "without a buffer\n"), 1u);
     }
 }
 
 TEST(Commands, PayloadsAreBuiltFieldByField) {
     FakeHost host;
     host.addDevice(kAgent);
-    Bytes power = buffer(252, kTargetHex + "01 00 01 02 03 04 05 06");
+    Bytes power = buffer(252, kTargetHex + "02 00 01 02 03 04 05 06 00 00 0A 0B 0C 0D 0E 0F");
     put<uint16_t>(power, 14, 0x0103);
+    put<uint16_t>(power, 22, 0x0A05);
     put<uint32_t>(power, 248, 0x102);
     handle(103, power);
-    EXPECT_EQ(host.sent.back().value, message(kLocal, 6, fromHex(kTargetHex + "01 01 02 03 04 05 06 01 03 02")));
+    EXPECT_EQ(host.sent.back().value,
+              message(kLocal, 6, fromHex(kTargetHex + "02 01 02 03 04 05 06 01 03 0A 0B 0C 0D 0E 0F 0A 05 02")));
     Bytes led = buffer(8, kTargetHex);
     put<uint16_t>(led, 6, 0x100);
     handle(114, led);
@@ -331,9 +366,14 @@ TEST(Commands, LedStateIsRecordedForItsDevice) {
     EXPECT_EQ(host.jsonWrites, 2);
     EXPECT_EQ(host.sent.size(), 1u) << "nobody to send it to";
     led({}, 0);
+    EXPECT_EQ(logCount(7, "Check kv1905App return value = (0)\n"), 3u);
     led(kStranger, 0);
     EXPECT_EQ(host.jsonWrites, 2) << "neither for everybody nor for an unknown device";
     EXPECT_EQ(host.sent.size(), 1u);
+    host.sendResult = 1;
+    led(kAgent, 1);
+    EXPECT_STREQ(agent.ledStatus, "ON") << "recorded before the send, which fails";
+    EXPECT_EQ(host.jsonWrites, 3);
 }
 
 TEST(Commands, LocalCodesActHere) {

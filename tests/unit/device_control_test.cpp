@@ -105,6 +105,7 @@ TEST_F(DeviceControl, RebootAndResetsAnswerFirstAndActAfterwards) {
         {"not allowed", kLocal, false, false, 0, 16, false},
         {"firmware is being written: answered 0, refused afterwards", kLocal, true, true, 0, 0, false},
         {"the answer does not go out", kLocal, true, false, 1, 0, false},
+        {"firmware has been written", kLocal, true, false, 0, 0, true},
     };
     for (const Operation &operation : operations) {
         for (const Case &c : cases) {
@@ -115,7 +116,7 @@ TEST_F(DeviceControl, RebootAndResetsAnswerFirstAndActAfterwards) {
                 host_.sent.clear();
                 clearLog();
                 host_.local().rebootFromNbrCap = c.allowed;
-                State_fw_upgrade = c.upgrading ? 4 : 0;
+                State_fw_upgrade = c.upgrading ? 4 : 5;
                 host_.sendResult = c.sendResult;
                 if (remote) {
                     char target[18];
@@ -159,6 +160,9 @@ TEST_F(DeviceControl, ResetLinesNameTheRequestedAddressAndTheFailure) {
     EXPECT_EQ(kv::kvPartialResetToDefault(), KV_RET_ERR);
     configService().failing = "req8";
     EXPECT_EQ(kv::kvResetToDefault(), KV_RET_ERR);
+    configService().failing = "";
+    configService().unpurgedIsNumber = true;
+    EXPECT_EQ(kv::kvPartialResetToDefault(), KV_RET_OK) << "JSON that is no object is left alone";
     EXPECT_EQ(logCount(kPrint, "Fail to reset to default.\n"), 2u);
 }
 
@@ -219,19 +223,29 @@ TEST_F(DeviceControl, AStateQueryIsTrackedUntilItsAnswerCanBeUsed) {
     setClock(1'700'000'000);
     ASSERT_EQ(kvMAP1905_IntfPwrStateQuery_send(kAgent.data(), 0), KV_RET_OK);
     EXPECT_EQ(host_.sent[0].value, message(kLocal, 2, bytesOf(kAgent)));
+    host_.addDevice({1, 1, 1, 1, 1, 1});
     const Bytes one = join({bytesOf(kAgent), {1}, bytesOf(kRadio5), {1, 5}, {2}});
     host_.receive(kAgent, message(kAgent, 3, join({bytesOf(kStranger), {0}})), 0x1000);
     EXPECT_TRUE(isWaiting()) << "no interface data for that device";
     host_.receive(kAgent, message(kAgent, 3, head(one, one.size() - 1)), 0x1000);
     EXPECT_TRUE(isWaiting()) << "shorter than its count";
+    host_.receive(kStranger, message({1, 1, 1, 1, 1, 1}, 3, one), 0x1000);
+    EXPECT_TRUE(isWaiting()) << "the envelope's device is who answers";
+    clearLog();
     host_.receive(kAgent, message(kAgent, 3, one), 0x1000);
     EXPECT_FALSE(isWaiting());
-    EXPECT_EQ(logCount(7, "Interface Mac 02:00:00:00:00:05, mediaType 105, pwrState 2\n"), 1u) << "the reported entry";
+    EXPECT_EQ(logCount(7, "Interface Mac 02:00:00:00:00:05, mediaType 105, pwrState 2\n"), 1u);
+    EXPECT_EQ(logCount(7, ", pwrState "), 1u) << "the reported entry alone, though the host knows two";
 
     kvMAP1905_IntfPwrStateQuery_send(kAgent.data(), 0);
     setClock(1'700'000'006);
     kvMAP1905_MainLoop();
     EXPECT_EQ(host_.sent.back().value, message(kLocal, 2, bytesOf(kAgent))) << "sent again";
+    for (std::time_t later = 12; later < 100; later += 6) {
+        setClock(1'700'000'000 + later);
+        kvMAP1905_MainLoop();
+    }
+    EXPECT_EQ(host_.sent.size(), 4u) << "three times in all, after the answered one";
     host_.sendResult = 1;
     EXPECT_EQ(kvMAP1905_IntfPwrStateQuery_send(kAgent.data(), 0), KV_RET_ERR);
     EXPECT_EQ(logCount(4, "fail send intfPwr state query to 66:77:88:99:AA:BB\n"), 1u);
@@ -253,6 +267,9 @@ TEST_F(DeviceControl, PowerControlAnswersPerInterface) {
         {"applied, in any order", kLocal, true, {entry(kRadio5, 5), entry(kRadio24, 3)}, 2, {0, 0}},
         {"unknown MAC, wrong media type", kLocal, true, {entry(kStranger, 5), entry(kRadio5, 3)}, 0, {1, 1}},
         {"unsupported state", kLocal, true, {entry(kRadio5, 5)}, 3, {2}},
+        {"unknown interface before unsupported state", kLocal, true, {entry(kStranger, 5)}, 3, {1}},
+        {"as many as there may be", kLocal, true, std::vector<Bytes>(30, entry(kRadio5, 5)), 1,
+         std::vector<uint8_t>(30)},
         {"by media type, which ends the list",
          kLocal,
          true,
@@ -284,6 +301,9 @@ TEST_F(DeviceControl, PowerControlAnswersPerInterface) {
         EXPECT_TRUE(host_.sent.empty()) << "every shorter payload is refused";
     }
     EXPECT_EQ(logCount(7, "Request power state 3 is unsupport\n"), 1u);
+    EXPECT_EQ(logCount(7, "[TLV] Device 00:11:22:33:44:55, parse Intf Pwr Ctrl Request from AlMac 02:EE:EE:EE:EE:EE\n"),
+              1u);
+    EXPECT_EQ(logCount(7, "Power state 3\n"), 2u);
     for (const uint8_t count : {uint8_t{31}, uint8_t{255}}) {
         const Bytes many = join({bytesOf(kLocal), {count}, Bytes(size_t{8} * count + 1)});
         request(6, many);
@@ -300,11 +320,18 @@ TEST_F(DeviceControl, FirmwareRequests) {
     expectAnswer(21, {16});
     EXPECT_EQ(logCount(7, "FWCtrlReq: FWOption 3, FWTopoOption 0, FWURLcount 0\n"), 1u);
     EXPECT_EQ(logCount(7, "FWCtrlReq: FWURL"), 0u);
+    request(20, join({{3, 0, 21, 0}, url}));
+    expectAnswer(21, {16});
+    EXPECT_EQ(logCount(7, "FWCtrlReq: FWURL"), 0u) << "without a topology option the URL does not count";
+    request(20, {3, 0, 1, 2});
+    expectAnswer(21, {16});
+    EXPECT_EQ(logCount(7, "FWCtrlReq: FWOption 3, FWTopoOption 2, FWURLcount 0\n"), 1u);
+    clearLog();
     request(20, join({{3, 0, 21, 1}, url}));
     expectAnswer(21, {16});
     EXPECT_EQ(logCount(7, "FWCtrlReq: FWURL uuuuuuuuuuuuuuuuuuuu\n"), 1u);
-    EXPECT_EQ(logCount(5, "not support FW control\n"), 2u);
-    EXPECT_EQ(logCount(4, "FW control failed\n"), 2u);
+    EXPECT_EQ(logCount(5, "not support FW control\n"), 1u);
+    EXPECT_EQ(logCount(4, "FW control failed\n"), 1u);
     for (const size_t length : {size_t{1023}, size_t{1024}, size_t{2048}}) {
         clearLog();
         request(20, join({{3}, number16(length + 1), {1}, Bytes(length, 'u')}));
@@ -386,6 +413,14 @@ TEST_F(DeviceControl, TheUpgradeListIsMirroredInItsFile) {
     host_.receive(kAgent, message(kAgent, 1, join({bytesOf(kAgent), {1}, {4, 0, 1, 5}})), 1);
     EXPECT_EQ(readFile(file), "66:77:88:99:aa:bb\n") << "an agent's configuration response lists it";
     EXPECT_EQ(logCount(7, "[DB] addKvFWupgradealmac  return code: SUCCESS\n"), 1u);
+    host_.receive(kStranger, message(kStranger, 1, join({bytesOf(kAgent), {1}, {4, 0, 1, 5}})), 1);
+    EXPECT_EQ(logCount(7, "[DB] addKvFWupgradealmac  return code: FAIL\n"), 1u)
+        << "the payload's device is listed already";
+    writeFile(file, "altered\n");
+    takeSleptSeconds();
+    EXPECT_EQ(kv::rmKvFWupgradealmac(first.data()), KV_RET_ERR);
+    EXPECT_EQ(readFile(file), "66:77:88:99:aa:bb\n") << "rewritten although nothing was removed";
+    EXPECT_EQ(takeSleptSeconds(), 2u);
 }
 
 TEST_F(DeviceControl, LedsAreSwitchedThroughTheConfigurationService) {
@@ -442,9 +477,11 @@ TEST_F(DeviceControl, RemoteCommandsBecomeTheirRequest) {
         {"power", "3" + target + " 02:00:00:00:00:05 0x105 2", 0},
         {"power of nothing", "3" + target + " 0", 0},
         {"power of 30", "3" + target + pairs + " 0", 0},
+        {"power, the second one fails", "3" + target + " 02:00:00:00:00:05 105 02:00:00:00:00:05 103 0", 16},
+        {"power, unsupported state", "3" + target + " 02:00:00:00:00:05 105 3", 16},
         {"power of 31", "3" + target + pairs + " 02:00:00:00:00:05 105 0", -1},
         {"runs of blanks", "  3   " + kLocalText + "   02:00:00:00:00:05  105   0 ", 0},
-        {"firmware", "9" + target + " 1 1 http://x", 16},
+        {"firmware", "9" + target + " 3 1 http://x", 16},
         {"unknown option", "7" + target, -1},
         {"a command inside a command", "100" + target + " 2" + target, -1},
         {"no option", "", -1},
@@ -453,6 +490,9 @@ TEST_F(DeviceControl, RemoteCommandsBecomeTheirRequest) {
         {"words missing: power", "3" + target, -1},
         {"words missing: firmware", "9" + target + " 1 1", -1},
         {"malformed address", "2 00:11:22:33:44", -1},
+        {"an address of too many digits", "2 100:11:22:33:44:55", -1},
+        {"an address with more behind it", "2" + target + "x", -1},
+        {"an address with signs", "2 0x:11:22:33:44:55", -1},
         {"malformed interface", "3" + target + " 02:00:00:00:00 105 0", -1},
         {"a word of 1023", "9" + target + " 1 1 " + std::string(1023, 'u'), 16},
         {"a word of 1024", "9" + target + " 1 1 " + std::string(1024, 'u'), -1},
@@ -472,7 +512,10 @@ TEST_F(DeviceControl, RemoteCommandsBecomeTheirRequest) {
     request(25, join({{0, 1}, number16(60), Bytes(20, '2')}));
     EXPECT_TRUE(host_.sent.empty());
     EXPECT_EQ(logCount(4, "Unsupport command option\n"), 4u);
-    EXPECT_EQ(logCount(7, "CommandURLcount  19\n"), 2u);
+    EXPECT_EQ(logCount(7, "FWOption 3, FWTopoOption 1, FWURLcount 8, FWURL http://x\n"), 1u);
+    EXPECT_EQ(logCount(7, "FWCtrlReq: FWURL http://x\n"), 1u);
+    EXPECT_EQ(logCount(7, "Set power state = 3\n"), 1u);
+    EXPECT_GE(logCount(7, "CommandURLcount  19\n"), 1u) << "two blanks";
 
     for (const size_t nth : {size_t{3}, size_t{4}, size_t{5}}) {  // two words, the embedded record
         FailingAllocation failing(nth);

@@ -58,9 +58,17 @@ const KvCommandWord *after(const KvCommandWord *word) {
     return word == nullptr ? nullptr : word->next;
 }
 
+// Six fields of one or two hexadecimal digits and nothing else: the word names who is to be rebooted.
 bool readMac(const KvCommandWord *word, uint8_t *mac) {
-    return word != nullptr && std::sscanf(word->text, "%hhx:%hhx:%hhx:%hhx:%hhx:%hhx", &mac[0], &mac[1], &mac[2],
-                                          &mac[3], &mac[4], &mac[5]) == KV_MAC_LEN;
+    if (word == nullptr) {
+        return false;
+    }
+    const size_t length = std::strlen(word->text);
+    int end = 0;
+    const int fields = std::sscanf(word->text, "%2hhx:%2hhx:%2hhx:%2hhx:%2hhx:%2hhx%n", &mac[0], &mac[1], &mac[2],
+                                   &mac[3], &mac[4], &mac[5], &end);
+    return fields == KV_MAC_LEN && static_cast<size_t>(end) == length &&
+           std::strspn(word->text, "0123456789abcdefABCDEF:") == length;
 }
 
 // The steps that every copy has in common: message type, record, AL MAC.
