@@ -77,6 +77,11 @@ class Mesh:
     def names(self):
         return [device["name"] for device in self.devices]
 
+    def daemon(self, name):
+        """State and process of a device's daemon, now."""
+        devices = json.loads(self.call("status", "--json").stdout)["devices"]
+        return next(device["daemon"] for device in devices if device["name"] == name)
+
     def al_mac(self, name):
         return next(device["alMac"] for device in self.devices if device["name"] == name)
 

@@ -2,6 +2,7 @@
 
 import json
 import os
+import signal
 import unittest
 from collections import Counter
 
@@ -40,7 +41,7 @@ class Line(MeshTest):
     def check_changed_name(self, mesh):
         mesh.exec("agent2", "sed", "-i", "s/^ModelName=.*/ModelName=Renamed/", "/tmp/.kv1905_conf")
         poll(lambda: mesh.device_in("agent2", viewer="agent2")["ModelName"] == "Renamed", 10, "the agent's own reload")
-        mesh.exec("agent2", "pkill", "-USR1", "kv1905d")
+        os.kill(mesh.daemon("agent2")["pid"], signal.SIGUSR1)
         poll(lambda: mesh.device_in("agent2")["ModelName"] == "Renamed", 10, "the new name at the controller")
 
     def check_multicast_response(self, mesh):

@@ -34,10 +34,6 @@ class Operator(MeshTest):
         self.assertEqual(done.returncode, 0, done.stderr)
         return done.stdout.strip()
 
-    def daemon(self, device="agent2"):
-        devices = json.loads(self.mesh.call("status", "--json").stdout)["devices"]
-        return next(entry["daemon"] for entry in devices if entry["name"] == device)
-
     def check_show(self):
         self.assertIn("KV-AGENT2", self.app("show", "devices"))
         devices = json.loads(self.app("show", "devices", "--json"))
@@ -85,9 +81,9 @@ class Operator(MeshTest):
 
     def check_reboots(self):
         for words in (("reboot", self.far), ("command", self.far, "2", self.far)):
-            before = self.daemon()["pid"]
+            before = self.mesh.daemon("agent2")["pid"]
             self.app(*words)
-            poll(lambda: self.daemon()["state"] == "running" and self.daemon()["pid"] != before, 10, "the restart")
+            poll(lambda: self.mesh.daemon("agent2")["state"] == "running" and self.mesh.daemon("agent2")["pid"] != before, 10, "the restart")
             poll(lambda: self.mesh.device_in("agent2"), 10, "the restarted device in the topology")
 
     def check_failures_on_this_side(self):
