@@ -52,7 +52,9 @@ TEST(Envelope, EveryHeaderFieldComesFromTheRecordAndGoesBackIntoIt) {
     EXPECT_EQ(encoded.bytes, fromHex("02 4E A7 09 08 07 06 05 04 DE AD 00 00 00 06 01 02 03 04 05 06"));
     KvVendMsg back = {};
     ASSERT_EQ(kv::parseKvVendMsg({encoded.bytes.data(), encoded.bytes.size()}, &back), KV_RET_OK);
-    EXPECT_EQ(std::memcmp(&back, &foreign, offsetof(KvVendMsg, payload)), 0);
+    EXPECT_EQ(std::memcmp(&back, &foreign, offsetof(KvVendMsg, marker) + sizeof back.marker), 0);
+    EXPECT_EQ(back.msgType, foreign.msgType);
+    EXPECT_EQ(back.payloadLen, foreign.payloadLen);
     EXPECT_EQ(std::memcmp(back.payload, &query, 6), 0);
     std::free(back.payload);
 }
