@@ -248,6 +248,54 @@ typedef struct {
     char CommandURL[KV_MAX_COMMAND_TEXT];
 } KvCommandReq;
 
+/* ---- Multi-AP extensions and settings sync ---- */
+
+#define KV_MAX_MDID_INTERFACES 15
+
+/* One BSS of the host's list for the MDID TLV; the plug-in writes mdid alone. */
+typedef struct {
+    uint8_t bssid[KV_MAC_LEN];
+    char ifname[16]; /* NUL-terminated, such as "wl0.5" */
+    uint16_t mdid;   /* mobility-domain identifier */
+    uint8_t enabled;
+} KvMdidInterface;
+
+typedef struct {
+    uint32_t InterfaceNumberOfEntries; /* at most 15; more is refused */
+    KvMdidInterface interfaces[KV_MAX_MDID_INTERFACES];
+} KvMdidInterfaceList;
+
+/*
+ * One BSS of the BSS configuration TLV; the host's list is a uint32_t count, then that many of these from offset 4.
+ * BandIndex: the low four bits are the BSS on its radio (0 main, 1 to 15 virtual), 0x20, 0x40 and 0x80 name the band.
+ */
+typedef struct {
+    uint8_t BandIndex, Attribute;
+    uint16_t MDID, TCI;
+    uint8_t WlMode, ExtAttribute;
+} KvBssConfig;
+
+/* One BSS of the AP-configuration extension. */
+typedef struct {
+    uint8_t BandIndex, Attribute;
+    uint16_t MDID, TCI;
+    uint8_t WlMode, ExtAttribute, Channel, ACS_Sideband, Bandwidth;
+} KvBssInfo;
+
+/* A password on its way, scrambled: message type 69. A longer one than 255 bytes is refused. */
+typedef struct {
+    uint8_t alMac[KV_MAC_LEN];
+    uint16_t pwdLen;
+    uint8_t pwd[256]; /* zero beyond pwdLen */
+} SyncCtrlerPwdMsgData;
+
+/* A country-in-beacon text on its way: command 205 and message type 77. Longer ones are refused. */
+typedef struct {
+    uint8_t alMac[KV_MAC_LEN];
+    uint8_t countryLen; /* 0 to 4 */
+    char country[4];    /* no terminator when it is full */
+} SyncCtrlerCountryMsgData;
+
 /* Command codes between the command tool and kvMAP1905_VendSpecCmd_handle, with their buffers. */
 enum {
     KV_CMD_REBOOT = 102,                /* AL MAC, 6 bytes */
@@ -259,6 +307,9 @@ enum {
     KV_CMD_PARTIAL_RESET_DEFAULT = 120, /* AL MAC */
     KV_CMD_COMMAND = 200,               /* KvCommandReq */
     KV_CMD_LOG_SETTING = 201,           /* three int32_t */
+    KV_CMD_SYNC_CTRL_PWD = 202,         /* text: decimal byte count, one blank, two digits 0-9 A-F per byte */
+    KV_CMD_SYNC_COUNTRY_BCN_REQ = 203,  /* 6 bytes, not read */
+    KV_CMD_COUNTRY_IN_BCN = 205,        /* SyncCtrlerCountryMsgData */
     KV_CMD_UPDATE_DEVICE_INFO = 301     /* not read */
 };
 
@@ -303,6 +354,14 @@ KV_LAYOUT(offsetof(KvFWCtrlReq, FWOption) == 6 && offsetof(KvFWCtrlReq, FWURLcou
 KV_LAYOUT(offsetof(KvLedCtrlReq, ledOption) == 6 && sizeof(KvLedCtrlReq) == 8);
 KV_LAYOUT(offsetof(KvCommandReq, CommandDatacount) == 6 && offsetof(KvCommandReq, CommandURLcount) == 8 &&
           offsetof(KvCommandReq, CommandURL) == 10 && sizeof(KvCommandReq) == 2058);
+
+KV_LAYOUT(offsetof(KvMdidInterface, ifname) == 6 && offsetof(KvMdidInterface, mdid) == 22 &&
+          offsetof(KvMdidInterface, enabled) == 24 && sizeof(KvMdidInterface) == 26 &&
+          offsetof(KvMdidInterfaceList, interfaces) == 4 && sizeof(KvMdidInterfaceList) == 396);
+KV_LAYOUT(offsetof(KvBssConfig, MDID) == 2 && offsetof(KvBssConfig, WlMode) == 6 && sizeof(KvBssConfig) == 8);
+KV_LAYOUT(offsetof(KvBssInfo, MDID) == 2 && offsetof(KvBssInfo, Channel) == 8 && sizeof(KvBssInfo) == 12);
+KV_LAYOUT(offsetof(SyncCtrlerPwdMsgData, pwd) == 8 && sizeof(SyncCtrlerPwdMsgData) == 264);
+KV_LAYOUT(offsetof(SyncCtrlerCountryMsgData, country) == 7 && sizeof(SyncCtrlerCountryMsgData) == 11);
 
 /* ---- Globals ---- */
 
@@ -466,6 +525,64 @@ KVMAP1905_API int kvMAP1905_IntfPwrStateQuery_send(const uint8_t *alMac, uint8_t
 /* Record in the local device's data that a newer firmware is known (result 1). KV_RET_ERR without local data. */
 KVMAP1905_API int updateKvFWNewfirmware(int result);
 
+/* ---- Multi-AP extensions ---- */
+
+/*
+ * Write the value of the MDID TLV (IEEE 1905.1 vendor-specific TLV, element 0xC0) for the list, after filling in every
+ * mdid from nvram or from the last answer. buffer: room for 142 bytes; length: receives the bytes written. -1, with
+ * length untouched, for null arguments, an empty list, more than 15 entries, or a backhaul BSS "wl0.5" without MDID.
+ */
+KVMAP1905_API int kvMAP1905_TlvMDID_insert(uint8_t *buffer, uint32_t *length, KvMdidInterfaceList *list);
+
+/* Fill in every mdid of the list. May run "nvram show". 0 or -1 as above. */
+KVMAP1905_API int kvMAP1905_mdid_update(KvMdidInterfaceList *list);
+
+/*
+ * Write the value of the BSS configuration TLV (element 0xD0). list: uint32_t count, then KvBssConfig entries from
+ * offset 4; buffer: room for 7 + 8 * count bytes; more than 255 entries are refused. 0, or -1 with length untouched.
+ */
+KVMAP1905_API int kvMAP1905_TlvBss_Config_insert(uint8_t *buffer, uint32_t *length, const void *list);
+
+/*
+ * Write the maker's Wi-Fi Simple Configuration attribute (0x1049, vendor ID 0A 61 C4) for one BSS at buffer + offset.
+ * Returns the bytes written, 24.
+ */
+KVMAP1905_API int kvMAP1905_ApCfg_fill(uint8_t *buffer, uint32_t offset, const KvBssInfo *bss);
+
+/*
+ * Read that attribute from its vendor ID on; sub-elements 1 to 4, in this order, as far as they stand there. The caller
+ * vouches for the sub-elements and one byte behind them; prefer kvMAP1905_ApCfg_parse_check_len. 0 or -1.
+ */
+KVMAP1905_API int kvMAP1905_ApCfg_parse(const uint8_t *data, KvBssInfo *bss);
+
+/*
+ * The same with len bytes from the vendor ID to the attribute's end, in any order. ExtAttribute defaults to the nvram
+ * setting of the interface that BandIndex names. -1 for a wrong vendor ID, a wrong length of a sub-element, or one
+ * that claims more than remains; fields read before the fault stay.
+ */
+KVMAP1905_API int kvMAP1905_ApCfg_parse_check_len(const uint8_t *data, uint32_t len, KvBssInfo *bss);
+
+/* Set ExtAttribute from nvram. subElements: at least 3 bytes, the third is the BandIndex. Returns 0. */
+KVMAP1905_API int kvMAP1905_parameter_init(const uint8_t *subElements, KvBssInfo *bss);
+
+/* Log the nine fields at debug level. */
+KVMAP1905_API void dumpBssInfo(const KvBssInfo *bss);
+
+/* ---- Settings sync ---- */
+
+/*
+ * Ask the controller for its administrator password (command 0) or its country in beacons (command 1). The answer is
+ * applied when it arrives; none is awaited. KV_RET_ERR for another command or a failed send.
+ */
+KVMAP1905_API int kvMAP1905_SyncCtrlSettingReq_send(const uint8_t *alMac, int command);
+
+/*
+ * Apply one radio's country with wl: beaconCountry, or when that is empty the part of countryCode before "/". Texts
+ * that must not reach a shell are logged and wl is not run. Returns 0.
+ */
+KVMAP1905_API int kvMAP1905_CountryInBcn_update(const char *ifname, const char *countryCode,
+                                                const char *beaconCountry);
+
 /* ---- Operator commands ---- */
 
 /*
@@ -490,6 +607,8 @@ KVMAP1905_API int kvMAP1905_ledStatus_send(void *context, int argc, char **argv)
 KVMAP1905_API int kvMAP1905_PartialResetDefaultQuery_send(void *context, int argc, char **argv); /* 20: AL MAC */
 KVMAP1905_API int kvMAP1905_CmdQuery_send(void *context, int argc, char **argv);          /* 100: AL MAC, words... */
 KVMAP1905_API int kvMAP1905_SyslogDbg_set(void *context, int argc, char **argv);          /* d: two or three numbers */
+KVMAP1905_API int kvMAP1905_sync_country_req_send(void *context, int argc, char **argv);  /* one argument, not read */
+KVMAP1905_API int kvMAP1905_CountryInBcn_send(void *context, int argc, char **argv);      /* country of 0 to 4 */
 
 #ifdef __cplusplus
 }
