@@ -15,6 +15,9 @@
 #include "features/device_control/led_command_codec.h"
 #include "features/device_control/reboot_reset.h"
 #include "features/device_control/remote_command.h"
+#include "features/multiap/country_sync.h"
+#include "features/multiap/password_sync.h"
+#include "features/multiap/settings_sync_codec.h"
 #include "protocol/intel_message.h"
 #include "protocol/message_row.h"
 
@@ -26,6 +29,8 @@ namespace {
 uint16_t refuseReserved(ByteReader &, KvVendMsg &) {
     return 0;
 }
+// Types whose decoder has already done the work.
+int acceptDecoded(const Dispatch &) { return KV_RET_OK; }
 int encodeNothing(const KvVendMsg &, ByteWriter &) {
     return KV_RET_OK;
 }
@@ -57,6 +62,10 @@ constexpr MessageRow kRows[] = {
     {VEND_MSG_TYPE_LED_CTRL_MCAST, "LED_CTRL_MCAST", parseLedCtrlMsgData, genLedCtrlMsgData, handledBy<handleLedCtrlMcastMsg>, nullptr},
     {VEND_MSG_TYPE_LED_CTRL_RESP, "LED_CTRL_RESP", parseResultMsgData, genResultMsgData, handledBy<handleLedCtrlRespMsg>, nullptr},
     RESERVED(42), RESERVED(43), RESERVED(44), RESERVED(49), RESERVED(50),
+    {VEND_MSG_TYPE_SYNC_CTRL_PWD_RESP, "SYNC_CTRL_PWD_RESP", parseSyncCtrlerPwdMsgData, genSyncCtrlerPwdMsgData, acceptDecoded, nullptr},
+    {VEND_MSG_TYPE_SYNC_CTRL_PWD_REQ, "SYNC_CTRL_PWD_REQ", parseTargetMsgData, genTargetMsgData, handledBy<handleSyncControllerPwdReqMsg>, nullptr},
+    {VEND_MSG_TYPE_SYNC_CTRL_COUNTRY_BCN_REQ, "SYNC_CTRL_COUNTRY_BCN_REQ", parseTargetMsgData, genTargetMsgData, handledBy<handleSyncControllerCountryBcnReqMsg>, nullptr},
+    {VEND_MSG_TYPE_SYNC_CTRL_COUNTRY_BCN_RESP, "SYNC_CTRL_COUNTRY_BCN_RESP", parseSyncCtrlerCountryMsgData, genSyncCtrlerCountryMsgData, acceptDecoded, nullptr},
 };
 // clang-format on
 

@@ -8,6 +8,7 @@
 #include "features/device_control/firmware_codec.h"
 #include "features/device_control/interface_power_codec.h"
 #include "features/device_control/led_command_codec.h"
+#include "features/multiap/settings_sync_codec.h"
 #include "frame/file.h"
 #include "frame/host_table.h"
 #include "frame/local_files.h"
@@ -85,6 +86,42 @@ void recordLedState(const uint8_t *alMac, bool isLocal, bool on) {
     }
     setText(dev->ledStatus, on ? "ON" : "OFF");
     writeJsonDataModel();
+}
+
+// Value of an upper-case hexadecimal digit, -1 for anything else.
+int hexDigit(char digit) {
+    if (digit >= '0' && digit <= '9') {
+        return digit - '0';
+    }
+    return digit >= 'A' && digit <= 'F' ? digit - 'A' + 10 : -1;
+}
+
+// "COUNT DIGITS...", two digits per byte. False, and the text not read past its fault, when it is anything else.
+bool readPassword(const char *text, SyncCtrlerPwdMsgData &data) {
+    unsigned count = 0;
+    const char *at = text;
+    for (; *at >= '0' && *at <= '9' && count <= kMaxPwdLen; ++at) {
+        count = count * 10 + static_cast<unsigned>(*at - '0');
+    }
+    if (at == text || *at != ' ' || count > kMaxPwdLen) {
+        return false;
+    }
+    ++at;
+    for (unsigned i = 0; i < count; ++i, at += 2) {
+        const int high = hexDigit(at[0]);
+        const int low = high < 0 ? -1 : hexDigit(at[1]);
+        if (low < 0) {
+            return false;
+        }
+        data.pwd[i] = static_cast<uint8_t>(high << 4 | low);
+    }
+    data.pwdLen = static_cast<uint16_t>(count);
+    return true;
+}
+
+int pushToEverybody(uint16_t type, uint16_t payloadLen, void *payload) {
+    const KvVendMsg msg = makeVendMsg(type, payloadLen, payload);
+    return sendRelayedMulticast(&msg, nullptr);
 }
 
 }  // namespace
@@ -173,6 +210,33 @@ int handleLogSettingCmd(const void *buffer) {
     readBuffer(buffer, values);
     kvMAP_log_setting(values[0], values[1], values[2]);
     return KV_RET_OK;
+}
+
+int handleSyncCtrlPwdCmd(const void *buffer) {
+    SyncCtrlerPwdMsgData data = {};
+    std::memcpy(data.alMac, getMAPAlMac(), sizeof data.alMac);
+    int result = KV_RET_ERR;
+    if (readPassword(static_cast<const char *>(buffer), data)) {
+        result = pushToEverybody(VEND_MSG_TYPE_SYNC_CTRL_PWD_RESP, kSyncPwdLen, &data);
+    } else {
+        LOG_DEVICE(KV_LOG_WARNING, "password command is not COUNT, a blank and two digits 0-9 A-F per byte\n");
+    }
+    explicit_bzero(&data, sizeof data);
+    return result;
+}
+
+int handleSyncCountryBcnReqCmd(const void *) {
+    KvTargetData self;
+    std::memcpy(self.alMac, getMAPAlMac(), sizeof self.alMac);
+    return sendRequest(self.alMac, VEND_MSG_TYPE_SYNC_CTRL_COUNTRY_BCN_REQ, kTargetLen, &self);
+}
+
+int handleCountryInBcnCmd(const void *buffer) {
+    SyncCtrlerCountryMsgData data;
+    readBuffer(buffer, data);
+    std::memcpy(data.alMac, getMAPAlMac(), sizeof data.alMac);
+    data.countryLen = static_cast<uint8_t>(strnlen(data.country, sizeof data.country));
+    return pushToEverybody(VEND_MSG_TYPE_SYNC_CTRL_COUNTRY_BCN_RESP, syncCountryLen(data.countryLen), &data);
 }
 
 int handleDeviceInfoUpdateCmd(const void *) {

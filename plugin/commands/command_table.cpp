@@ -22,6 +22,9 @@ constexpr CommandRow kCommands[] = {
     {KV_CMD_PARTIAL_RESET_DEFAULT, handlePartialResetDefaultCmd},
     {KV_CMD_COMMAND, handleRemoteCommandCmd},
     {KV_CMD_LOG_SETTING, handleLogSettingCmd},
+    {KV_CMD_SYNC_CTRL_PWD, handleSyncCtrlPwdCmd},
+    {KV_CMD_SYNC_COUNTRY_BCN_REQ, handleSyncCountryBcnReqCmd, false},
+    {KV_CMD_COUNTRY_IN_BCN, handleCountryInBcnCmd},
     {KV_CMD_UPDATE_DEVICE_INFO, handleDeviceInfoUpdateCmd, false},
 };
 

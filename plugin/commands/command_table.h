@@ -19,6 +19,9 @@ int handleLedCtrlCmd(const void *buffer);
 int handlePartialResetDefaultCmd(const void *buffer);
 int handleRemoteCommandCmd(const void *buffer);
 int handleLogSettingCmd(const void *buffer);
+int handleSyncCtrlPwdCmd(const void *buffer);
+int handleSyncCountryBcnReqCmd(const void *buffer);
+int handleCountryInBcnCmd(const void *buffer);
 int handleDeviceInfoUpdateCmd(const void *buffer);
 
 }  // namespace kv

@@ -31,6 +31,7 @@ constexpr ToolCommand kFWResult = {"11", 3, 3};
 constexpr ToolCommand kLedCtrl = {"14", 4, 4};
 constexpr ToolCommand kPartialResetDefault = {"20", 3, 3};
 constexpr ToolCommand kRemoteCommand = {"100", 4, INT_MAX};
+constexpr ToolCommand kCountry = {"2", 3, 3};  // named like reboot: operators' scripts know the line
 constexpr ToolCommand kLogSetting = {"d", 4, INT_MAX};
 
 constexpr long kLowestFWOption = 1;
@@ -224,6 +225,26 @@ int postRemoteCommand(int argc, char **argv) {
         LOG_PLAIN(KV_LOG_DEBUG, "kv1905App 100: CommandURL = [%.*s]\n", length, request->CommandURL);
     }
     return post(KV_CMD_COMMAND, *request);
+}
+
+int postSyncCountryReq(int argc, char **) {
+    KvTargetData nobody = {};
+    return checkCount(kCountry, argc) ? post(KV_CMD_SYNC_COUNTRY_BCN_REQ, nobody) : kRefused;
+}
+
+int postCountry(int argc, char **argv) {
+    if (!checkCount(kCountry, argc)) {
+        return kRefused;
+    }
+    SyncCtrlerCountryMsgData data = {};
+    const size_t length = std::strlen(argv[2]);
+    if (length > sizeof data.country) {
+        LOG_PLAIN(KV_LOG_WARNING, "kv1905App: country %s is longer than 4 characters\n", argv[2]);
+        return kRefused;
+    }
+    data.countryLen = static_cast<uint8_t>(length);
+    std::memcpy(data.country, argv[2], length);
+    return post(KV_CMD_COUNTRY_IN_BCN, data);
 }
 
 int postLogSetting(int argc, char **argv) {

@@ -14,6 +14,8 @@ int postFWResult(int argc, char **argv);
 int postLedCtrl(int argc, char **argv);
 int postPartialResetDefault(int argc, char **argv);
 int postRemoteCommand(int argc, char **argv);
+int postSyncCountryReq(int argc, char **argv);
+int postCountry(int argc, char **argv);
 int postLogSetting(int argc, char **argv);
 
 }  // namespace kv

@@ -25,6 +25,31 @@ Owned<Record> readConfigObject(uint32_t object) {
     return result == 0 ? std::move(record) : nullptr;
 }
 
+// A copy of the first instance of an object that has several, or null.
+template <typename Record>
+Owned<Record> readFirstInstance(uint32_t object) {
+    KcfgInstanceIndex index = {1, {1}};
+    void *copy = nullptr;
+    const int result = kcfgFeObjStructGetWithoutUpdate(object, &index, &copy);
+    Owned<Record> record(static_cast<Record *>(copy));
+    return result == 0 ? std::move(record) : nullptr;
+}
+
+// Shows every instance with its index, in the service's order, until use returns false.
+template <typename Record, typename Use>
+void forEachInstance(uint32_t object, Use use) {
+    constexpr int kMostInstances = 1024;  // a service that never ends must not hold the host
+    KcfgInstanceIndex index = {};
+    for (int i = 0; i < kMostInstances; ++i) {
+        void *copy = nullptr;
+        const int result = kcfgFeObjStructGetNextWithoutUpdate(object, &index, &copy);
+        const Owned<Record> record(static_cast<Record *>(copy));
+        if (result != 0 || record == nullptr || !use(index, *record)) {
+            return;
+        }
+    }
+}
+
 // Writes the only instance and applies it. 0 on success.
 template <typename Record>
 int writeConfigObject(uint32_t object, Record &value) {

@@ -14,7 +14,6 @@ namespace kv {
 
 namespace {
 
-constexpr char kNvramScratchPath[] = "/tmp/.kv1905_nvram_tmp";
 constexpr char kNvramCommand[] = "nvram show | grep multiap_mode > /tmp/.kv1905_nvram_tmp";
 constexpr unsigned kControllerBit = 0x1;
 

@@ -3,6 +3,7 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <memory>
 
 namespace kv {
@@ -22,6 +23,9 @@ inline int runCommand(const char *command) {
     return std::system(command);
 }
 
+// Where "nvram show" is caught; read once and removed by whoever ran it.
+inline constexpr char kNvramScratchPath[] = "/tmp/.kv1905_nvram_tmp";
+
 // Values from the wire, nvram or a file are data; only these characters are harmless to a shell. True when text is
 // not empty and holds only letters, digits and . _ : / -
 inline bool isShellSafe(const char *text) {
@@ -34,6 +38,11 @@ inline bool isShellSafe(const char *text) {
         ++c;
     }
     return c != text && *c == '\0';
+}
+
+// A country code: the same, but letters, digits and / alone, and it may be empty.
+inline bool isCountryText(const char *text) {
+    return *text == '\0' || (isShellSafe(text) && std::strpbrk(text, "._:-") == nullptr);
 }
 
 }  // namespace kv

@@ -35,6 +35,9 @@ class ByteReader {
         }
     }
 
+    // The next byte without stepping over it; 0 when there is none.
+    uint8_t peek() const { return failed_ || remaining_ == 0 ? uint8_t{0} : *position_; }
+
     void skip(size_t count) { advance(count); }
 
     // A reader over the next count bytes, which this one steps over. Empty and failed when fewer remain.

@@ -73,6 +73,7 @@ int sendOn(const Road &road, const uint8_t *destinationMac, uint16_t *msgId, con
         return KV_RET_ERR;
     }
     const bool sent = slot(&dest, msgId) == 0;
+    explicit_bzero(dest.buffer, dest.length);  // may have held a password
     road.logResult(road.resultLevel, sent ? "SUCCESS" : "FAIL", dest.dstMac);
     return sent ? KV_RET_OK : KV_RET_ERR;
 }

@@ -3,9 +3,11 @@
 #include <algorithm>
 #include <cstdarg>
 #include <cstdio>
+#include <cstdlib>
 
 #include "kv1905/kos.h"
 #include "kv1905/kvlog.h"
+#include "kv1905/nvram.h"
 
 namespace kvtest {
 
@@ -27,6 +29,16 @@ const std::vector<LogLine> &logLines() {
 std::array<int, 3> &lastLogSetting() {
     static std::array<int, 3> values = {};
     return values;
+}
+
+bool &shellCannotRun() {
+    static bool cannot = false;
+    return cannot;
+}
+
+std::map<std::string, std::string> &nvram() {
+    static std::map<std::string, std::string> settings;
+    return settings;
 }
 
 void clearLog() {
@@ -65,6 +77,30 @@ int kos_fpk(FILE *file, const char *format, ...) {
     const int length = std::vfprintf(file, format, arguments);
     va_end(arguments);
     return length;
+}
+
+void kvlog(int level, const char *, int, const char *, const char *format, ...) {
+    va_list arguments;
+    va_start(arguments, format);
+    kvtest::capture(0, level, format, arguments);
+    va_end(arguments);
+}
+
+int kos_snprintf(char *text, size_t size, const char *format, ...) {
+    va_list arguments;
+    va_start(arguments, format);
+    const int length = std::vsnprintf(text, size, format, arguments);
+    va_end(arguments);
+    return length;
+}
+
+int kos_formsys(int, const char *command) {
+    return kvtest::shellCannotRun() ? -1 : std::system(command);
+}
+
+char *nvram_get(const char *name) {
+    const auto setting = kvtest::nvram().find(name);
+    return setting == kvtest::nvram().end() ? nullptr : setting->second.data();
 }
 
 void kvMAP_log_setting(int first, int second, int third) {

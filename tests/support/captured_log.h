@@ -1,7 +1,8 @@
-// The device's logging calls, captured: what a test sees instead of stderr.
+// The device's logging, OS helper and nvram calls: lines are captured, commands really run.
 #pragma once
 
 #include <array>
+#include <map>
 #include <string>
 #include <vector>
 
@@ -23,6 +24,12 @@ void clearLog();
 
 // What kvMAP_log_setting was called with last.
 std::array<int, 3> &lastLogSetting();
+
+// Makes kos_formsys say that the command could not run.
+bool &shellCannotRun();
+
+// What nvram_get finds.
+std::map<std::string, std::string> &nvram();
 
 // How many lines have this level and contain this text.
 size_t logCount(int level, const std::string &text);

@@ -1,7 +1,8 @@
-// The configuration library, faked: an LED object and a reset object in memory, a journal of calls, failures on demand.
+// The configuration library, faked: objects in memory, a journal of calls, failures on demand.
 #pragma once
 
 #include <string>
+#include <vector>
 
 #include "kv1905/kcfg.h"
 
@@ -9,11 +10,15 @@ namespace kvtest {
 
 struct ConfigService {
     RdmLedCtrl led = {1};
+    std::vector<RdmNatIntfSetting> accounts;
+    std::vector<RdmWifiRadio> radios;
+    std::vector<RdmSyncKeySource> keys;
     int unpurged = -1;              // "FactoryResetUnpurgedList" as last written
     bool unpurgedIsNumber = false;  // hand out a number where an object belongs
-    std::string calls;              // "get", "set", "jsonGet", "jsonSet", "req8", ... separated by blanks
+    std::string calls;              // "get", "set", "setQuietly", "jsonGet", "req8", ... separated by blanks
     std::string failing;            // the call that fails from now on
     std::string *also = nullptr;    // a second journal, to see the order with other events
+    int failingInstance = 0;        // the instance whose set fails, 0 for none
 };
 
 ConfigService &configService();

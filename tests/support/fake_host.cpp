@@ -4,6 +4,8 @@
 #include <cstring>
 
 #include "features/device_control/firmware.h"
+#include "features/multiap/ap_cfg.h"
+#include "features/multiap/mdid_tlv.h"
 #include "frame/main_loop.h"
 #include "frame/vendor_data.h"
 #include "support/captured_log.h"
@@ -90,6 +92,9 @@ void resetPlugin() {
     kv::outstandingQueries().clear();
     kv::registeredNeighbors().clear();
     kv::firmwareUpgradeList().clear();
+    kv::mdidCache().clear();
+    kv::rememberedRadio().clear();
+    nvram().clear();
     State_fw_is_download = 0;
     State_fw_upgrade = 0;
     takeSleptSeconds();

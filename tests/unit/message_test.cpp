@@ -16,7 +16,7 @@ using namespace kvtest;
 namespace {
 
 constexpr uint16_t kReserved[] = {10, 11, 12, 16, 17, 18, 19, 42, 43, 44, 49, 50};
-constexpr uint16_t kUnlisted[] = {3 + 10, 24, 37, 71, 77, 78, 255, 65535};
+constexpr uint16_t kUnlisted[] = {13, 24, 37, 71, 78, 255, 65535};
 
 struct Encoded {
     int result;

@@ -1,12 +1,254 @@
 #include "features/multiap/ap_cfg.h"
 
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <iterator>
+
 #include "kv1905/kvlog.h"
+#include "kv1905/nvram.h"
+#include "protocol/byte_reader.h"
+#include "protocol/byte_writer.h"
 
 namespace kv {
 
-int setApConfiguration(void *) {
-    kvMAP_syslog(KV_LOG_FACILITY_AP_CFG, KV_LOG_DEBUG, "Enter.\n");
+namespace {
+
+#define LOG_AP_CFG(level, ...) kvMAP_syslog(KV_LOG_FACILITY_AP_CFG, level, __VA_ARGS__)
+
+constexpr int kFailed = -1;
+constexpr uint16_t kAttributeType = 0x1049;
+constexpr size_t kAttributeHeaderLen = 4;
+constexpr size_t kAttributeLen = 24;
+constexpr uint8_t kVendorId[3] = {0x0A, 0x61, 0xC4};
+
+// A sub-element: its exact length, and the field it carries.
+struct SubElement {
+    uint8_t id;
+    uint8_t length;  // 1: byte, 2: number
+    uint8_t KvBssInfo::*byte;
+    uint16_t KvBssInfo::*number;
+    const char *name;
+    bool readInOrder;  // by the parser that is given no length
+};
+
+// In the order in which they are written.
+constexpr SubElement kSubElements[] = {
+    {1, 1, &KvBssInfo::BandIndex, nullptr, "BandIndex", true},
+    {2, 1, &KvBssInfo::Attribute, nullptr, "Attribute", true},
+    {3, 2, nullptr, &KvBssInfo::MDID, "MDID", true},
+    {4, 2, nullptr, &KvBssInfo::TCI, "TCI", true},
+    {7, 1, &KvBssInfo::ExtAttribute, nullptr, "ExtAttribute", false},
+};
+
+// What the parser without a length may look at: the vendor ID, sub-elements 1 to 4.
+constexpr size_t kInOrderLen = sizeof kVendorId + 3 + 3 + 4 + 4;
+
+bool readVendorId(ByteReader &data) {
+    uint8_t vendorId[sizeof kVendorId] = {};
+    data.copyTo(vendorId, sizeof vendorId);
+    if (data.ok() && std::memcmp(vendorId, kVendorId, sizeof vendorId) == 0) {
+        return true;
+    }
+    LOG_AP_CFG(KV_LOG_ERROR, "Invalid vendor ID\n");
+    return false;
+}
+
+int refuseLength(size_t length) {
+    LOG_AP_CFG(KV_LOG_ERROR, "Invalid length for multiap extension attr %d\n", static_cast<int>(length));
+    return kFailed;
+}
+
+void store(const SubElement &row, ByteReader value, KvBssInfo &bss) {
+    if (row.byte != nullptr) {
+        bss.*row.byte = value.u8();
+        LOG_AP_CFG(KV_LOG_DEBUG, "%s:[0x%02x]\n", row.name, bss.*row.byte);
+    } else {
+        bss.*row.number = value.u16();
+        LOG_AP_CFG(KV_LOG_DEBUG, "%s:[0x%04x]\n", row.name, bss.*row.number);
+    }
+}
+
+// Reads one sub-element whole, or nothing. 0 or -1.
+int readSubElement(ByteReader &elements, KvBssInfo &bss) {
+    const uint8_t id = elements.u8();
+    const uint8_t length = elements.u8();
+    ByteReader value = elements.take(length);
+    if (!elements.ok()) {
+        return refuseLength(length);
+    }
+    const auto row = std::find_if(std::begin(kSubElements), std::end(kSubElements),
+                                  [&](const SubElement &element) { return element.id == id; });
+    if (row == std::end(kSubElements)) {
+        LOG_AP_CFG(KV_LOG_INFO, "Unsupport extension type %d\n", id);
+        return 0;
+    }
+    if (length != row->length) {
+        return refuseLength(length);
+    }
+    store(*row, value, bss);
     return 0;
+}
+
+// The nvram value that stands for a band: bits of BandIndex, tested in this order. 0 for none of them.
+struct Band {
+    uint8_t bit;
+    int nvramValue;
+};
+
+constexpr Band kBands[] = {{0x20, 4}, {0x40, 1}, {0x80, 2}};
+
+int wantedBand(uint8_t bandIndex) {
+    for (const Band &band : kBands) {
+        if ((bandIndex & band.bit) != 0) {
+            return band.nvramValue;
+        }
+    }
+    return 0;
+}
+
+constexpr int kRadios = 2;
+
+RememberedRadio radio;
+
+constexpr unsigned bssNumber(uint8_t bandIndex) {
+    return bandIndex & 0x0F;
+}
+
+// Behind ID and length of sub-element 1, which comes first in every attribute that this system writes.
+constexpr size_t kBandIndexOffset = 2;
+
+void initExtAttribute(uint8_t bandIndex, KvBssInfo &bss) {
+    const int index = radio.indexFor(bandIndex);
+    char name[32];
+    if (bssNumber(bandIndex) == 0) {
+        std::snprintf(name, sizeof name, "wl%d_extattr", index);
+    } else {
+        std::snprintf(name, sizeof name, "wl%d.%u_extattr", index, bssNumber(bandIndex));
+    }
+    if (const char *value = nvram_get(name)) {
+        bss.ExtAttribute = static_cast<uint8_t>(std::atoi(value));
+    }
+}
+
+// Nothing when the elements are too short to hold a band.
+void initFromBandByte(ByteReader elements, KvBssInfo &bss) {
+    elements.skip(kBandIndexOffset);
+    const uint8_t bandIndex = elements.u8();
+    if (elements.ok()) {
+        initExtAttribute(bandIndex, bss);
+    }
+}
+
+}  // namespace
+
+int setApConfiguration(void *) {
+    LOG_AP_CFG(KV_LOG_DEBUG, "Enter.\n");
+    return 0;
+}
+
+int fillApConfiguration(uint8_t *attribute, const KvBssInfo *bss) {
+    LOG_AP_CFG(KV_LOG_DEBUG, "Enter.\n");
+    logBssInfo(bss);
+    if (attribute == nullptr || bss == nullptr) {
+        return 0;
+    }
+    ByteWriter writer(attribute, kAttributeLen);
+    writer.u16(kAttributeType);
+    writer.u16(static_cast<uint16_t>(kAttributeLen - kAttributeHeaderLen));
+    writer.bytes(kVendorId, sizeof kVendorId);
+    for (const SubElement &row : kSubElements) {
+        writer.u8(row.id);
+        writer.u8(row.length);
+        if (row.byte != nullptr) {
+            writer.u8(bss->*row.byte);
+        } else {
+            writer.u16(bss->*row.number);
+        }
+    }
+    LOG_AP_CFG(KV_LOG_DEBUG, "KOVAN proprietary field length %d\n", static_cast<int>(kAttributeLen));
+    return static_cast<int>(kAttributeLen);
+}
+
+int parseApConfiguration(const uint8_t *data, KvBssInfo *bss) {
+    LOG_AP_CFG(KV_LOG_DEBUG, "Enter.\n");
+    ByteReader elements(data, kInOrderLen);
+    if (bss == nullptr || !readVendorId(elements)) {
+        return kFailed;
+    }
+    for (const SubElement &row : kSubElements) {
+        if (!row.readInOrder || elements.peek() != row.id) {
+            continue;
+        }
+        elements.skip(1);
+        const uint8_t length = elements.u8();
+        if (length != row.length) {
+            return refuseLength(length);
+        }
+        store(row, elements.take(length), *bss);
+    }
+    return 0;
+}
+
+int parseApConfiguration(const uint8_t *data, uint32_t len, KvBssInfo *bss) {
+    LOG_AP_CFG(KV_LOG_DEBUG, "Enter.\n");
+    ByteReader elements(data, len);
+    if (bss == nullptr || !readVendorId(elements)) {
+        return kFailed;
+    }
+    initFromBandByte(elements, *bss);
+    while (elements.remaining() > 0) {
+        if (const int result = readSubElement(elements, *bss); result != 0) {
+            return result;
+        }
+    }
+    return 0;
+}
+
+int RememberedRadio::indexFor(uint8_t bandIndex) {
+    if (bssNumber(bandIndex) != 0) {
+        return index_;
+    }
+    const int wanted = wantedBand(bandIndex);
+    for (int candidate = 0; candidate < kRadios; ++candidate) {
+        char name[24];
+        std::snprintf(name, sizeof name, "wl%d_nband", candidate);
+        const char *band = nvram_get(name);
+        if (band != nullptr && std::atoi(band) == wanted) {
+            index_ = candidate;
+            break;
+        }
+    }
+    return index_;
+}
+
+RememberedRadio &rememberedRadio() {
+    return radio;
+}
+
+int initParameters(const uint8_t *subElements, KvBssInfo *bss) {
+    ByteReader elements(subElements, kBandIndexOffset + 1);
+    if (bss != nullptr) {
+        initFromBandByte(elements, *bss);
+    }
+    return 0;
+}
+
+void logBssInfo(const KvBssInfo *bss) {
+    if (bss == nullptr) {
+        LOG_AP_CFG(KV_LOG_DEBUG, "dump_bssinfo is NULL!\n\n");
+        return;
+    }
+    LOG_AP_CFG(KV_LOG_DEBUG, "BandIndex   : 0x%02x\n", bss->BandIndex);
+    LOG_AP_CFG(KV_LOG_DEBUG, "Attribute   : 0x%02x\n", bss->Attribute);
+    LOG_AP_CFG(KV_LOG_DEBUG, "MDID        : 0x%04x\n", bss->MDID);
+    LOG_AP_CFG(KV_LOG_DEBUG, "TCI         : 0x%04x\n", bss->TCI);
+    LOG_AP_CFG(KV_LOG_DEBUG, "WlMode      : 0x%02x\n", bss->WlMode);
+    LOG_AP_CFG(KV_LOG_DEBUG, "ExtAttribute: 0x%02x\n", bss->ExtAttribute);
+    LOG_AP_CFG(KV_LOG_DEBUG, "Channel     : 0x%02x\n", bss->Channel);
+    LOG_AP_CFG(KV_LOG_DEBUG, "ACS_Sideband: 0x%02x\n", bss->ACS_Sideband);
+    LOG_AP_CFG(KV_LOG_DEBUG, "Bandwidth   : 0x%02x\n", bss->Bandwidth);
 }
 
 }  // namespace kv

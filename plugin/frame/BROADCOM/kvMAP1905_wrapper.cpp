@@ -5,6 +5,10 @@
 #include "features/device_control/firmware.h"
 #include "features/device_control/interface_power.h"
 #include "features/multiap/ap_cfg.h"
+#include "features/multiap/bss_config_tlv.h"
+#include "features/multiap/country_sync.h"
+#include "features/multiap/mdid_tlv.h"
+#include "features/multiap/password_sync.h"
 #include "frame/host_table.h"
 #include "frame/local_files.h"
 #include "frame/main_loop.h"
@@ -128,6 +132,50 @@ int updateKvFWNewfirmware(int result) {
     return recordNewFirmware(result);
 }
 
+// Multi-AP extensions
+
+int kvMAP1905_TlvMDID_insert(uint8_t *buffer, uint32_t *length, KvMdidInterfaceList *list) {
+    return insertMdidTlv(buffer, length, list);
+}
+
+int kvMAP1905_mdid_update(KvMdidInterfaceList *list) {
+    return updateMdid(list);
+}
+
+int kvMAP1905_TlvBss_Config_insert(uint8_t *buffer, uint32_t *length, const void *list) {
+    return insertBssConfigTlv(buffer, length, list);
+}
+
+int kvMAP1905_ApCfg_fill(uint8_t *buffer, uint32_t offset, const KvBssInfo *bss) {
+    return fillApConfiguration(buffer == nullptr ? nullptr : buffer + offset, bss);
+}
+
+int kvMAP1905_ApCfg_parse(const uint8_t *data, KvBssInfo *bss) {
+    return parseApConfiguration(data, bss);
+}
+
+int kvMAP1905_ApCfg_parse_check_len(const uint8_t *data, uint32_t len, KvBssInfo *bss) {
+    return parseApConfiguration(data, len, bss);
+}
+
+int kvMAP1905_parameter_init(const uint8_t *subElements, KvBssInfo *bss) {
+    return initParameters(subElements, bss);
+}
+
+void dumpBssInfo(const KvBssInfo *bss) {
+    logBssInfo(bss);
+}
+
+// Settings sync
+
+int kvMAP1905_SyncCtrlSettingReq_send(const uint8_t *alMac, int command) {
+    return sendSyncCtrlSettingReq(alMac, command);
+}
+
+int kvMAP1905_CountryInBcn_update(const char *ifname, const char *countryCode, const char *beaconCountry) {
+    return updateCountryInBeacon(ifname, countryCode, beaconCountry);
+}
+
 // Operator commands
 
 void kvMAP1905_VendSpecCmd_handle(void *buffer, uint32_t code) {
@@ -164,6 +212,14 @@ int kvMAP1905_PartialResetDefaultQuery_send(void *, int argc, char **argv) {
 
 int kvMAP1905_CmdQuery_send(void *, int argc, char **argv) {
     return postRemoteCommand(argc, argv);
+}
+
+int kvMAP1905_sync_country_req_send(void *, int argc, char **argv) {
+    return postSyncCountryReq(argc, argv);
+}
+
+int kvMAP1905_CountryInBcn_send(void *, int argc, char **argv) {
+    return postCountry(argc, argv);
 }
 
 int kvMAP1905_SyslogDbg_set(void *, int argc, char **argv) {

@@ -1,0 +1,28 @@
+// An agent takes over its controller's administrator password. No side checks roles or the peer's identity.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+#include "kv1905/kvMAP1905.h"
+
+namespace kv {
+
+// What an agent can ask its controller for.
+enum { kSyncPassword = 0, kSyncCountry = 1 };
+
+// 0 when the request was handed to the host; no answer is awaited or asked for again.
+int sendSyncCtrlSettingReq(const uint8_t *alMac, int command);
+
+// Controller: read the own password and answer with it, scrambled. 0 or KV_RET_ERR.
+int handleSyncControllerPwdReqMsg(const KvRecvVendTlv *source, uint16_t msgId);
+
+// Agent: unscramble length bytes of password (at most 255, in a buffer of 256) in place and store them in the "admin"
+// account; without one nothing happens.
+void applyScrambledPassword(uint8_t *password, size_t length);
+
+// Scramble or unscramble in place, byte by byte with the device's key. What the key is too short for stays as it is.
+void kvEncryptPwd(uint8_t *data, size_t length);
+void kvDecryptPwd(uint8_t *data, size_t length);
+
+}  // namespace kv
