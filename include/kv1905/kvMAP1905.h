@@ -2,6 +2,7 @@
  * kvMAP1905.h - the plug-in's entry points, callback table, globals and the records that cross the boundary.
  *
  * Conventions
+ *   Language   C11 or later, or C++20.
  *   Threads    Every entry point runs on the host's thread, one call at a time. Nothing is locked. The host
  *              must not call into the plug-in from two threads at once.
  *   Re-entry   A callback of Kv1905BcmCbs runs inside an entry point and must not call an entry point again.

@@ -111,12 +111,26 @@ def describe_end(status):
     return f"exited {status}" if status >= 0 else f"signal {-status}"
 
 
+PASSWORD_FILE = "/data/FMUBBW3CBI.dat"
+
+
+def write_password(source):
+    """The device's own copy of the administrator password, encrypted as the plug-in expects to find it."""
+    line = Path(f"/.host{source}").read_bytes().split(b"\n")[0] + b"\n"
+    command = ["openssl", "enc", "-aes-256-cbc", "-pbkdf2", "-a", "-pass", "pass:Qm7tR2xLp9Vd4Kw8Zs3Hn6Jb1Y",
+               "-out", PASSWORD_FILE]
+    subprocess.run(command, input=line, check=True)
+    os.chmod(PASSWORD_FILE, 0o600)
+
+
 def run_device(name, arguments):
     options = plan_parser().parse_args(arguments)
     device = plan_devices(options)[name]
     os.chdir("/")
     for path, text in DEVICE_FILES.items():
         Path(path).write_text(text.format(**device.facts()))
+    if options.password_file:
+        write_password(options.password_file)
     for scope in ("all", "default"):  # quiet links: no router solicitations, no multicast reports
         switch = Path(f"/proc/sys/net/ipv6/conf/{scope}/disable_ipv6")
         if switch.exists():

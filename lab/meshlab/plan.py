@@ -42,8 +42,11 @@ LEDOnOff=1
 multiap_mode={multiap_mode}
 wl0_chanspec={channel0}
 wl0_nband=2
+wl0_mdid=4660
 wl1_chanspec={channel1}
 wl1_nband=1
+wl1_mdid=17
+wl1_extattr=5
 """,
 }
 
@@ -150,6 +153,8 @@ def check_plan(options):
                          "use fewer devices or another shape")
     for name in options.no_plugin:
         find_device(devices, name)
+    if options.password_file and not options.password_file.is_file():
+        raise UsageError(f"--password-file {options.password_file} is no file")
     missing = [name for name in BUILD_NEEDS if not (options.build / name).exists()]
     if missing:
         raise MeshError(f"{options.build / missing[0]} is missing; build it with "
@@ -184,6 +189,9 @@ def add_plan_options(parser):
                         help="build directory to run (default build/release of this tree)")
     parser.add_argument("--no-plugin", type=lambda text: [name for name in text.split(",") if name], default=[],
                         metavar="DEVICE[,..]", help="devices whose daemon runs without the plug-in")
+    parser.add_argument("--password-file", type=lambda text: Path(text).resolve(), metavar="FILE",
+                        help="its first line becomes every device's administrator password, encrypted as the device "
+                             "keeps it; a file, because command lines can be read by everybody")
     parser.add_argument("--daemon-args", type=shell_words, default="", metavar="ARGS",
                         help="further arguments for every daemon, in one word with shell quoting")
     parser.add_argument("--controller-args", type=shell_words, default="", metavar="ARGS",
@@ -203,4 +211,5 @@ def plan_parser():
 def plan_arguments(options):
     return ["--name", options.name, "--devices", str(options.devices), "--shape", options.shape,
             "--build", str(options.build), "--no-plugin", ",".join(options.no_plugin),
-            f"--controller-args={options.controller_args}", f"--daemon-args={options.daemon_args}"]
+            f"--controller-args={options.controller_args}", f"--daemon-args={options.daemon_args}",
+            *([f"--password-file={options.password_file}"] if options.password_file else [])]
