@@ -51,6 +51,14 @@ constexpr Road kMulticast = {&Kv1905BcmCbs::vendMcastMsgSend, KV_LOG_WARNING, KV
 constexpr Road kRelayedMulticast = {&Kv1905BcmCbs::vendRelayMcastMsgSend, KV_LOG_WARNING, KV_LOG_DEBUG,
                                     logMulticastEncoderFailure, logRelayedResult};
 
+// An encoding buffer may have held a password.
+struct WipeAndFree {
+    void operator()(uint8_t *buffer) const {
+        explicit_bzero(buffer, KV_VEND_MSG_BUFFER_LEN);
+        std::free(buffer);
+    }
+};
+
 template <typename Message>
 int sendOn(const Road &road, const uint8_t *destinationMac, uint16_t *msgId, const Message *msg,
            int (*encode)(uint8_t *, uint32_t *, const Message *)) {
@@ -64,7 +72,7 @@ int sendOn(const Road &road, const uint8_t *destinationMac, uint16_t *msgId, con
         return KV_RET_ERR;
     }
     // A failed allocation reaches the encoder as a null buffer, which it refuses.
-    const Owned<uint8_t[]> buffer = allocateBytes(KV_VEND_MSG_BUFFER_LEN);
+    const std::unique_ptr<uint8_t[], WipeAndFree> buffer(allocateBytes(KV_VEND_MSG_BUFFER_LEN).release());
     KvVendMsgDest dest = {};
     dest.buffer = buffer.get();
     std::memcpy(dest.dstMac, destinationMac, sizeof dest.dstMac);
@@ -73,7 +81,6 @@ int sendOn(const Road &road, const uint8_t *destinationMac, uint16_t *msgId, con
         return KV_RET_ERR;
     }
     const bool sent = slot(&dest, msgId) == 0;
-    explicit_bzero(dest.buffer, dest.length);  // may have held a password
     road.logResult(road.resultLevel, sent ? "SUCCESS" : "FAIL", dest.dstMac);
     return sent ? KV_RET_OK : KV_RET_ERR;
 }

@@ -61,7 +61,11 @@ TEST_F(Mdid, TheValueByteForByte) {
     EXPECT_EQ(buffer[length], 0xEE);
     EXPECT_EQ(logCount(6, "[TLV] Device 00:11:22:33:44:55, insert MDID TLV, enabled ifnames = wl0, mdid = 1234\n"), 1u);
     EXPECT_EQ(logCount(6, "insert MDID TLV, disabled ifnames = wl1, mdid = 11\n"), 1u);
+    EXPECT_EQ(logCount(7, "[TLV] Device 00:11:22:33:44:55, update MDID TLV, ifnames = wl0, mdid = 1234\n"), 1u);
     EXPECT_FALSE(exists("/tmp/.kv1905_nvram_tmp"));
+    list = listOf({{0xC, "wl1.5"}});
+    EXPECT_EQ(kvMAP1905_mdid_update(&list), 0) << "only wl0.5 must have one";
+    EXPECT_EQ(list.interfaces[0].mdid, 0);
 }
 
 TEST_F(Mdid, TheCacheAnswersUntilItMeetsAStranger) {
@@ -192,6 +196,12 @@ TEST(ApCfg, WhatIsFilledIsParsed) {
     EXPECT_EQ(kvMAP1905_ApCfg_parse_check_len(attribute.data() + 4, 17, &parsed), 0);
     EXPECT_EQ(parsed.ExtAttribute, 77) << "without sub-element 7, what nvram says";
     EXPECT_EQ(logCount(7, "MDID:[0x1234]\n"), 3u);
+    clearLog();
+    const KvBssInfo distinct = {1, 2, 3, 4, 5, 6, 7, 8, 9};
+    dumpBssInfo(&distinct);
+    ASSERT_EQ(logLines().size(), 9u);
+    EXPECT_EQ(logLines()[6].text, "Channel     : 0x07\n");
+    EXPECT_EQ(logLines()[8].text, "Bandwidth   : 0x09\n");
     dumpBssInfo(nullptr);
     EXPECT_EQ(logLines().back().text, "dump_bssinfo is NULL!\n\n");
     EXPECT_EQ(kvMAP1905_ApCfg_fill(nullptr, 3, &bss), 0);
@@ -250,6 +260,9 @@ TEST(ApCfg, OddAttributes) {
         EXPECT_EQ(kvMAP1905_ApCfg_parse_check_len(foreign, length, &bss), -1);
     }
     EXPECT_EQ(logCount(3, "Invalid vendor ID\n"), 4u);
+    for (const LogLine &line : logLines()) {
+        EXPECT_EQ(line.facility, 2) << line.text;
+    }
 }
 
 TEST(ApCfg, AVirtualBssBelongsToTheMainBssBefore) {

@@ -55,6 +55,11 @@ Bytes countryPayload(uint8_t length, const std::string &country) {
     return payload;
 }
 
+Bytes join(Bytes bytes, size_t more) {
+    bytes.resize(bytes.size() + more);
+    return bytes;
+}
+
 class SettingsSync : public testing::Test {
   protected:
     void SetUp() override {
@@ -97,6 +102,7 @@ TEST_F(SettingsSync, RequestsNameTheirSetting) {
     EXPECT_EQ(host_.sent[0].value, fromHex("02 4E A7 00 11 22 33 44 55 00 01 00 46 00 06 66 77 88 99 AA BB"));
     EXPECT_EQ(host_.sent[1].value, message(kLocal, kCountryRequest, Bytes(kAgent.begin(), kAgent.end())));
     EXPECT_EQ(logCount(7, "send vendor msg 0046 to 66:77:88:99:AA:BB\n"), 1u);
+    EXPECT_EQ(host_.sent[1].destination, kAgent);
     EXPECT_EQ(kvMAP1905_SyncCtrlSettingReq_send(kAgent.data(), 2), KV_RET_ERR);
     EXPECT_EQ(logCount(7, "unsupport command 2\n"), 1u);
     EXPECT_EQ(kvMAP1905_SyncCtrlSettingReq_send(nullptr, 0), KV_RET_ERR);
@@ -132,6 +138,7 @@ TEST_F(SettingsSync, TheControllersPasswordIsScrambledWithTheKey) {
         request(kPwdRequest);
         ASSERT_EQ(host_.sent.size(), 1u);
         EXPECT_EQ(host_.sent[0].msgIdIn, 0xBEEF);
+        EXPECT_EQ(host_.sent[0].destination, kAgent);
         EXPECT_EQ(host_.sent[0].value,
                   message(kLocal, kPwdResponse, passwordPayload(kLocal, static_cast<uint16_t>(c.sent.size()), c.sent)));
         Bytes data(c.sent.begin(), c.sent.end());
@@ -166,6 +173,7 @@ TEST_F(SettingsSync, AnAgentStoresThePasswordInItsAdminAccount) {
         {"length counts, not what follows", passwordPayload(kAgent, 2, "tgXX"), "se"},
         {"up to its first NUL", passwordPayload(kAgent, 6, std::string("t\2\3") + "xyz"), "s"},
         {"255", passwordPayload(kAgent, 255, std::string(255, 'p')), "onmlkj" + std::string(249, 'p')},
+        {"a longer payload is accepted", join(passwordPayload(kAgent, 6, "tgfvjz"), 1), "secret"},
         {"256 is refused", passwordPayload(kAgent, 256, std::string(256, 'p')), old},
         {"65535 is refused", passwordPayload(kAgent, 65535, "x"), old},
         {"a short payload is refused", head(passwordPayload(kAgent, 6, "tgfvjz"), 263), old},
@@ -208,6 +216,8 @@ TEST_F(SettingsSync, TheControllerAnswersWithItsFirstRadiosCountry) {
         request(kCountryRequest);
         ASSERT_EQ(host_.sent.size(), 1u);
         EXPECT_EQ(host_.sent[0].value, message(kLocal, kCountryResponse, c.payload));
+        EXPECT_EQ(host_.sent[0].msgIdIn, 0xBEEF);
+        EXPECT_EQ(host_.sent[0].destination, kAgent);
     }
     configService().radios.clear();
     request(kCountryRequest);
@@ -235,6 +245,7 @@ TEST_F(SettingsSync, ACountryIsSetOnEveryRadio) {
         {"two characters over four", countryPayload(2, "US"), 0, "US", "US", both.c_str()},
         {"none falls back to the radio's own code", countryPayload(0, ""), 0, "", "", codes.c_str()},
         {"four", countryPayload(4, "E0/1"), 0, "E0/1", "E0/1", slash.c_str()},
+        {"a longer payload is accepted", join(countryPayload(2, "US"), 1), 0, "US", "US", both.c_str()},
         {"a radio that cannot be stored is skipped", countryPayload(2, "US"), 1, "OLD4", "US", second.c_str()},
         {"five are refused", countryPayload(5, "USUSU"), 0, "OLD4", "", ""},
         {"a length past the payload", countryPayload(3, "US"), 0, "OLD4", "", ""},
@@ -253,6 +264,8 @@ TEST_F(SettingsSync, ACountryIsSetOnEveryRadio) {
         EXPECT_STREQ(configService().radios[0].countryInBeacon, c.first);
         EXPECT_STREQ(configService().radios[1].countryInBeacon, c.second);
         EXPECT_EQ(readFile(kWlCalls), c.calls);
+        EXPECT_EQ(configService().calls.find(" set "), std::string::npos) << "stored without applying";
+        EXPECT_EQ(configService().calls.rfind("setQuietly ", 0), *c.calls != '\0' ? 0u : std::string::npos);
     }
     EXPECT_EQ(logCount(3, "holds more than letters, digits and /\n"), 5u);
 }

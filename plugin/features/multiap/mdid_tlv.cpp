@@ -67,7 +67,7 @@ bool fillFromDump(std::FILE *dump, KvMdidInterfaceList &list) {
         char key[sizeof ifname + sizeof "_mdid"];
         std::snprintf(key, sizeof key, "%s_mdid", ifname);
         entry.mdid = static_cast<uint16_t>(readSetting(dump, key));
-        LOG_DEVICE(KV_LOG_DEBUG, "update MDID TLV, ifnames = %s, mdid = %hx\n", ifname, entry.mdid);
+        LOG_TLV(KV_LOG_DEBUG, "update MDID TLV, ifnames = %s, mdid = %hx\n", ifname, entry.mdid);
         if (std::strcmp(ifname, kBackhaulIfname) == 0 && entry.mdid == 0) {
             printBackhaulBanner(entry.mdid);
             return false;
@@ -163,8 +163,8 @@ int insertMdidTlv(uint8_t *buffer, uint32_t *length, KvMdidInterfaceList *list) 
         writer.u8(entry.enabled);
         char ifname[sizeof entry.ifname + 1];
         copyIfname(entry, ifname);
-        LOG_PREFIXED(KV_LOG_INFO, "[TLV] ", ", insert MDID TLV, %s ifnames = %s, mdid = %hx\n",
-                     entry.enabled != 0 ? "enabled" : "disabled", ifname, entry.mdid);
+        LOG_TLV(KV_LOG_INFO, "insert MDID TLV, %s ifnames = %s, mdid = %hx\n",
+                entry.enabled != 0 ? "enabled" : "disabled", ifname, entry.mdid);
     }
     *length = static_cast<uint32_t>(total);
     return 0;

@@ -26,7 +26,7 @@ uint16_t parseSyncCtrlerPwdMsgData(ByteReader &payload, KvVendMsg &) {
 
 int genSyncCtrlerPwdMsgData(const KvVendMsg &msg, ByteWriter &writer) {
     const auto *data = static_cast<const SyncCtrlerPwdMsgData *>(msg.payload);
-    if (data == nullptr) {
+    if (data == nullptr || data->pwdLen > kMaxPwdLen) {
         return KV_RET_ERR;
     }
     writer.bytes(data->alMac, sizeof data->alMac);
