@@ -25,9 +25,6 @@ namespace kv1905d {
 inline constexpr const char *kDefaultCommandSocket = "/tmp/kv1905d.sock";
 inline constexpr size_t kMaxCommandSize = 4096;  // bytes of one command buffer
 
-// The administrator password's code, posted by other components: text, "COUNT HEXDIGITS".
-inline constexpr uint32_t kCmdSyncCtrlPwd = 202;
-
 enum class Target {
     None,
     Device,       // the buffer starts with an AL MAC
@@ -50,7 +47,9 @@ inline constexpr CommandRow kCommandRows[] = {
     {KV_CMD_PARTIAL_RESET_DEFAULT, KV_MAC_LEN, Target::Device},
     {KV_CMD_COMMAND, sizeof(KvCommandReq), Target::Device},
     {KV_CMD_LOG_SETTING, 12, Target::None},
-    {kCmdSyncCtrlPwd, 1, Target::None},
+    {KV_CMD_SYNC_CTRL_PWD, 1, Target::None},  // posted by other components
+    {KV_CMD_SYNC_COUNTRY_BCN_REQ, KV_MAC_LEN, Target::None},
+    {KV_CMD_COUNTRY_IN_BCN, sizeof(SyncCtrlerCountryMsgData), Target::None},
     {KV_CMD_UPDATE_DEVICE_INFO, 0, Target::None},
 };
 

@@ -17,6 +17,7 @@ constexpr int kFramesPerTurn = 64;           // read from one socket before the 
 constexpr size_t kLargestFrame = 65536;      // bytes; larger than any interface delivers
 constexpr uint64_t kUpdateEvery = 5;         // seconds between looks at the local configuration files
 constexpr uint64_t kWriteEvery = 3;          // seconds between JSON files when there is no plug-in to ask for them
+constexpr uint64_t kBssEvery = 60;           // seconds between looks at the MDIDs, which may run nvram
 constexpr unsigned kSilentAgentRounds = 10;  // agents that never answered are asked in one round of so many
 
 Time monotonicNow() {
@@ -71,6 +72,7 @@ Daemon::Daemon(const Options &options) : options_(options), commands_(options.so
     node_ = std::make_unique<Node>(std::move(config), nodeEvents(), monotonicNow());
     openLoop();
     if (plugin_) initPlugin();
+    onboarding_.emplace(*node_, onboardingActions(), monotonicNow());
 }
 
 Daemon::~Daemon() {
@@ -110,6 +112,9 @@ NodeConfig Daemon::openPorts() {
 
 NodeEvents Daemon::nodeEvents() {
     NodeEvents events;
+    events.autoconfiguration = [this](const MacAddress &source, const Message &message, Time now) {
+        return onboarding_->receive(source, message, now);
+    };
     if (!plugin_) return events;
     events.vendorTlv = [this](const MacAddress &source, ByteView value, uint16_t msgId) {
         KvRecvVendTlv tlv{};
@@ -118,6 +123,7 @@ NodeEvents Daemon::nodeEvents() {
         plugin_->tlvHandle(&tlv, static_cast<uint32_t>(value.size()), msgId);
     };
     events.topologyResponse = [this](Device &device) { topologyResponse(device); };
+    events.extraTopologyTlvs = [this] { return bss_->topologyTlvs(); };
     return events;
 }
 
@@ -128,6 +134,7 @@ void Daemon::initPlugin() {
         plugin_->interfaceInit(&interface.vendor, interface.facts.mediaType);
     }
     plugin_->paramUpdate();
+    bss_.emplace(*plugin_, options_.radios);
 }
 
 // ---- Event loop
@@ -217,11 +224,13 @@ void Daemon::everySecond() {
     checkLinks();
     if (plugin_) {
         if (seconds_ % kUpdateEvery == 0) plugin_->deviceUpdate(node_->topology().local().vendor.data());
+        if (seconds_ % kBssEvery == 0) refreshBss();
         plugin_->mainLoop();
         pollConfigurations();
     } else if (seconds_ % kWriteEvery == 0) {
         writeDataModel();
     }
+    onboarding_->run(monotonicNow());
     ++seconds_;
     schedule();
 }
@@ -252,6 +261,26 @@ void Daemon::announceConfiguration() {
     } else if (plugin_->confRespSend(nullptr, 0, 1) != KV_RET_OK) {
         KV_HOST_LOG(KV_LOG_WARNING, "the configuration could not be announced");
     }
+}
+
+// ---- Onboarding
+
+OnboardingActions Daemon::onboardingActions() {
+    OnboardingActions actions;
+    actions.isController = [this] { return isController(); };
+    actions.ssid = [this](Band band) { return mainNetworks().ssid[band]; };
+    if (!plugin_) return actions;
+    actions.extension = [this](Band band) { return bss_->attribute(band); };
+    actions.readExtension = [this](ByteView value) { return bss_->readAttribute(value); };
+    actions.requestSetting = [this](const MacAddress &alMac, int setting) {
+        return plugin_->settingRequestSend(alMac.bytes.data(), setting);
+    };
+    return actions;
+}
+
+void Daemon::refreshBss() {
+    bss_->refresh();
+    node_->topology().local().bss = bss_->elements();
 }
 
 // ---- Operator commands
@@ -345,8 +374,8 @@ int Daemon::writeDataModel() {
     const time_t wallClock = std::time(nullptr);
     const Time now = monotonicNow();
     try {
-        replaceFile(options_.dataModel,
-                    dataModelJson({node_->topology(), node_->counters(), role(), mainNetworks(), now, wallClock}));
+        replaceFile(options_.dataModel, dataModelJson({node_->topology(), node_->counters(), role(), mainNetworks(),
+                                                       now, wallClock, onboarding_->controller()}));
     } catch (const std::exception &error) {
         unsigned held = 0;
         if (writeFailures_.open(now, &held)) {

@@ -8,10 +8,12 @@
 #include <optional>
 #include <vector>
 
+#include "bss_extension.h"
 #include "command_socket.h"
 #include "data_model_file.h"
 #include "ethernet_port.h"
 #include "node.h"
+#include "onboarding.h"
 #include "options.h"
 #include "plugin.h"
 
@@ -69,6 +71,9 @@ class Daemon final : private PluginHost {
     void pollConfigurations();
     void queryConfiguration(Device &device);
 
+    OnboardingActions onboardingActions();
+    void refreshBss();
+
     CommandActions commandActions();
     const char *role() const;
     MainNetworks mainNetworks() const;
@@ -87,6 +92,8 @@ class Daemon final : private PluginHost {
     FileDescriptor bridge_;
     std::optional<PluginSymbols> plugin_;
     std::unique_ptr<Node> node_;
+    std::optional<BssExtension> bss_;  // with the plug-in
+    std::optional<Onboarding> onboarding_;
     LogGate writeFailures_;
     uint64_t seconds_ = 0;  // calls of everySecond
     uv_loop_t loop_{};

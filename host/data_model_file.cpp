@@ -135,33 +135,11 @@ Json fieldJson(const KvDevVendorData &record, const FieldRow &row) {
 
 // ---- Wi-Fi
 
-enum Band { kBand24, kBand5, kBandOther };
-
-struct MediaRow {
-    uint16_t mediaType;
-    Band band;
-};
-
-constexpr MediaRow kWifiMedia[] = {
-    {0x0100, kBand24},  // 802.11b
-    {0x0101, kBand24},  // 802.11g
-    {0x0102, kBand5},   // 802.11a
-    {0x0103, kBand24},  // 802.11n, 2.4 GHz
-    {0x0104, kBand5},   // 802.11n, 5 GHz
-    {0x0105, kBand5},   // 802.11ac
-};
 constexpr uint8_t kStationBand24 = 1;
 constexpr uint8_t kStationBand5 = 6;
 
 bool isWifi(const DeviceInterface &interface) {
     return (interface.facts.mediaType & 0xFF00) == 0x0100;
-}
-
-Band bandOf(uint16_t mediaType) {
-    for (const MediaRow &row : kWifiMedia) {
-        if (row.mediaType == mediaType) return row.band;
-    }
-    return kBandOther;
 }
 
 Band bandOf(const WIFINeighborEntry &station) {
@@ -212,7 +190,7 @@ std::optional<Bss> bssOf(const DataModelView &view, const Device &device, const 
 }
 
 Json radioJson(const DataModelView &view, const Device &device, const DeviceInterface &radio) {
-    const Band band = bandOf(radio.facts.mediaType);
+    const Band band = wifiBand(radio.facts.mediaType);
     Json networks = Json::array();
     if (const std::optional<Bss> bss = bssOf(view, device, radio, band)) {
         Json network = Json::object();
@@ -227,6 +205,50 @@ Json radioJson(const DataModelView &view, const Device &device, const DeviceInte
     json.add("Enabled", Json::boolean(radio.vendor.pwrState == 0));
     json.addCounted("NumberOfBSS", "BSSList", std::move(networks));
     return json;
+}
+
+// ---- BSSs as devices told of them
+
+Json mdidsJson(const Device &device) {
+    Json list = Json::array();
+    for (const MdidEntry &entry : device.bss.mdids) {
+        Json json = Json::object();
+        json.add("BSSID", Json::mac(entry.bssid));
+        json.add("Mdid", Json::number(entry.mdid));
+        json.add("Enabled", Json::boolean(entry.enabled));
+        list.add(std::move(json));
+    }
+    return list;
+}
+
+Json bssConfigurationsJson(const Device &device) {
+    Json list = Json::array();
+    for (const BssConfiguration &entry : device.bss.configurations) {
+        Json json = Json::object();
+        json.add("BandIndex", Json::number(entry.bandIndex));
+        json.add("Attribute", Json::number(entry.attribute));
+        json.add("Mdid", Json::number(entry.mdid));
+        json.add("Tci", Json::number(entry.tci));
+        json.add("WlMode", Json::number(entry.wlMode));
+        json.add("ExtAttribute", Json::number(entry.extAttribute));
+        list.add(std::move(json));
+    }
+    return list;
+}
+
+Json apConfigurationsJson(const Device &device) {
+    Json list = Json::array();
+    for (const auto &[band, bss] : device.apConfigurations) {
+        Json json = Json::object();
+        json.add("Band", Json::text(band == kBand24 ? "2.4GHz" : "5GHz"));
+        json.add("BandIndex", Json::number(bss.BandIndex));
+        json.add("Attribute", Json::number(bss.Attribute));
+        json.add("Mdid", Json::number(bss.MDID));
+        json.add("Tci", Json::number(bss.TCI));
+        json.add("ExtAttribute", Json::number(bss.ExtAttribute));
+        list.add(std::move(json));
+    }
+    return list;
 }
 
 // ---- The two roots
@@ -272,6 +294,9 @@ Json vendorDeviceJson(const DataModelView &view, const Device &device, const std
     json.add("SecondsSinceHeard", Json::number(static_cast<uint64_t>(silence.count() / 1000)));
     for (const FieldRow &row : kVendorFields)
         json.add(row.name, fieldJson(*device.vendor.data(), row));
+    json.add("MdidList", mdidsJson(device));
+    json.add("BssConfigList", bssConfigurationsJson(device));
+    json.add("ApConfigurationList", apConfigurationsJson(device));
     return json;
 }
 
@@ -285,6 +310,7 @@ Json ownJson(const DataModelView &view) {
         devices.add(vendorDeviceJson(view, *device, hops));
     Json json = Json::object();
     json.add("Role", Json::text(view.role));
+    json.add("Controller", Json::text(view.controller ? view.controller->text() : ""));
     json.add("Counters", std::move(counters));
     json.addCounted("NumberOfDevices", "DeviceList", std::move(devices));
     return json;

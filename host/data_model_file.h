@@ -23,6 +23,7 @@ struct DataModelView {
     MainNetworks networks;
     Time now;          // the clock of the topology
     time_t wallClock;  // seconds since the epoch
+    std::optional<MacAddress> controller{};
 };
 
 std::string dataModelJson(const DataModelView &view);

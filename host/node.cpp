@@ -30,9 +30,14 @@ Bytes ethernetFrame(const MacAddress &destination, const MacAddress &source, Byt
 }  // namespace
 
 const Node::HandlerRow Node::kHandlers[] = {
-    {kTopologyDiscovery, &Node::handleDiscovery}, {kTopologyNotification, &Node::handleNotification},
-    {kTopologyQuery, &Node::handleQuery},         {kTopologyResponse, &Node::handleResponse},
+    {kTopologyDiscovery, &Node::handleDiscovery},
+    {kTopologyNotification, &Node::handleNotification},
+    {kTopologyQuery, &Node::handleQuery},
+    {kTopologyResponse, &Node::handleResponse},
     {kVendorSpecific, &Node::handleVendor},
+    {kAutoconfigurationSearch, &Node::handleAutoconfiguration},
+    {kAutoconfigurationResponse, &Node::handleAutoconfiguration},
+    {kAutoconfigurationWsc, &Node::handleAutoconfiguration},
 };
 
 Node::Node(NodeConfig config, NodeEvents events, Time now)
@@ -113,6 +118,7 @@ void Node::process(const Received &received) {
             continue;
         }
         ++counters_.vendorTlvsReceived;
+        if (received.message.type == kTopologyResponse && isBssElement(tlv.value)) continue;  // read with the report
         if (events_.vendorTlv) events_.vendorTlv(received.originator, tlv.value, received.message.id);
     }
 }
@@ -176,7 +182,12 @@ bool Node::handleNotification(const Received &received) {
 }
 
 bool Node::handleQuery(const Received &received) {
-    sendUnicast({kTopologyResponse, received.message.id, false, topologyReportTlvs(localReport())}, received.source);
+    Message response{kTopologyResponse, received.message.id, false, topologyReportTlvs(localReport())};
+    if (events_.extraTopologyTlvs) {
+        for (Tlv &tlv : events_.extraTopologyTlvs())
+            response.tlvs.push_back(std::move(tlv));
+    }
+    sendUnicast(response, received.source);
     return true;
 }
 
@@ -203,6 +214,13 @@ bool Node::handleResponse(const Received &received) {
 bool Node::handleVendor(const Received &received) {
     if (received.message.find(kTlvVendorSpecific) != nullptr) return true;
     reject(received, "vendor message without a vendor-specific TLV");
+    return false;
+}
+
+bool Node::handleAutoconfiguration(const Received &received) {
+    if (!events_.autoconfiguration) return true;
+    if (events_.autoconfiguration(received.originator, received.message, received.now)) return true;
+    reject(received, "malformed AP-autoconfiguration");
     return false;
 }
 
@@ -340,17 +358,20 @@ void Node::sendNotification(Time now) {
 bool Node::sendVendor(Reach reach, const MacAddress &destination, ByteView value, uint16_t *msgId, Time now) {
     const uint16_t id = msgId != nullptr && *msgId != 0 ? *msgId : nextId();
     if (msgId != nullptr) *msgId = id;
-    Message message{kVendorSpecific, id, reach == Reach::Network, {{kTlvVendorSpecific, {value.begin(), value.end()}}}};
-    if (reach == Reach::Network) {
-        message.tlvs.push_back(macTlv(kTlvAlMac, config_.alMac));
-        duplicates_.enter({config_.alMac, message.type, id}, now);
-    }
+    Message message{kVendorSpecific, id, false, {{kTlvVendorSpecific, {value.begin(), value.end()}}}};
+    if (reach == Reach::Network) message.tlvs.push_back(macTlv(kTlvAlMac, config_.alMac));
     if (reach == Reach::Unicast && topology_.findByAnyMac(destination) == &topology_.local())
         return sendToSelf(message);
-    const bool sent =
-        reach == Reach::Unicast ? sendUnicast(message, destination) : sendMulticast(message, std::nullopt);
+    const bool sent = sendMessage(reach, destination, message, now);
     if (sent) ++counters_.vendorMessagesSent;
     return sent;
+}
+
+bool Node::sendMessage(Reach reach, const MacAddress &destination, Message &message, Time now) {
+    if (message.id == 0) message.id = nextId();
+    message.relay = reach == Reach::Network;
+    if (message.relay) duplicates_.enter({config_.alMac, message.type, message.id}, now);
+    return reach == Reach::Unicast ? sendUnicast(message, destination) : sendMulticast(message, std::nullopt);
 }
 
 // Handed on by run(): the receiver must not be called while it is sending.

@@ -38,6 +38,10 @@ struct NodeEvents {
     std::function<void(const MacAddress &, ByteView, uint16_t)> vendorTlv;
     // A device answered a topology query.
     std::function<void(Device &)> topologyResponse;
+    // An AP-autoconfiguration message, with the originator's AL MAC as far as we know; false when it is malformed.
+    std::function<bool(const MacAddress &, const Message &, Time)> autoconfiguration;
+    // TLVs to append to every topology response.
+    std::function<std::vector<Tlv>()> extraTopologyTlvs;
 };
 
 enum class Reach { Unicast, Neighbours, Network };
@@ -67,6 +71,13 @@ class Node {
      * False when no interface took the message.
      */
     bool sendVendor(Reach reach, const MacAddress &destination, ByteView value, uint16_t *msgId, Time now);
+
+    /*
+     * Send a message made elsewhere; `destination` as above. An identifier of 0 is replaced by a fresh one. The relay
+     * bit is set as `reach` says; with Reach::Network the message must hold our AL MAC TLV. False when no interface
+     * took it.
+     */
+    bool sendMessage(Reach reach, const MacAddress &destination, Message &message, Time now);
 
     Topology &topology() { return topology_; }
     const Topology &topology() const { return topology_; }
@@ -107,6 +118,7 @@ class Node {
     bool handleQuery(const Received &received);
     bool handleResponse(const Received &received);
     bool handleVendor(const Received &received);
+    bool handleAutoconfiguration(const Received &received);
     void handle(const Message &message, size_t port, const MacAddress &source, bool multicast, Time now);
     void process(const Received &received);
     void forward(const Received &received);

@@ -35,6 +35,12 @@ struct PluginSymbols {
     decltype(&kvMAP1905_ConfRespMsg_send) confRespSend;
     decltype(&checkKovanAgent) checkAgent;
     decltype(&kvMAP1905_VendSpecCmd_handle) commandHandle;
+    decltype(&kvMAP1905_TlvMDID_insert) mdidInsert;
+    decltype(&kvMAP1905_TlvBss_Config_insert) bssConfigInsert;
+    decltype(&kvMAP1905_ApCfg_fill) apCfgFill;
+    decltype(&kvMAP1905_ApCfg_parse) apCfgParse;
+    decltype(&kvMAP1905_ApCfg_parse_check_len) apCfgParseCheckLen;
+    decltype(&kvMAP1905_SyncCtrlSettingReq_send) settingRequestSend;
     uint8_t (*alMac)[KV_MAC_LEN];
     uint8_t *controller;
     uint32_t *dataModelTimeStamp;

@@ -54,6 +54,7 @@ Device *Topology::update(const TopologyReport &report, Time now) {
     device->lastHeard = now;
     setInterfaces(*device, report.device.interfaces);
     device->neighbours = report.neighbours;
+    device->bss = report.bss;
     return device;
 }
 

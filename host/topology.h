@@ -10,6 +10,7 @@
 
 #include "ieee1905/topology_tlvs.h"
 #include "log.h"
+#include "wifi_band.h"
 
 namespace kv1905d {
 
@@ -56,6 +57,8 @@ struct Device {
     const bool local;
     std::vector<DeviceInterface> interfaces;
     std::vector<Ieee1905Neighbours> neighbours;
+    BssElements bss;                             // of its last topology response
+    std::map<Band, KvBssInfo> apConfigurations;  // of its last onboarding message per band
     Time lastHeard;
     std::optional<size_t> port;  // where it was last heard
     Time nextKeepAlive{};

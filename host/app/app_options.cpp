@@ -2,6 +2,7 @@
 
 #include <CLI/CLI.hpp>
 
+#include "arguments.h"
 #include "options.h"
 #include "result_file.h"
 
@@ -19,6 +20,7 @@ struct Line {
                  "kv1905App"};
     AppOptions options;
     double timeout = kDefaultTimeout;
+    uint32_t code = 0;  // to post
     bool noWait = false;
 };
 
@@ -57,16 +59,31 @@ CLI::App *declare(Line &line, const std::string &name, const std::string &help, 
     return line.app.add_subcommand(name, help)->footer(exampleOf(name + " " + example))->fallthrough();
 }
 
+// A raw command declares no arguments, so the usage line has to be told.
+class RawUsage : public CLI::Formatter {
+  public:
+    explicit RawUsage(std::string arguments) : arguments_(std::move(arguments)) {}
+    std::string make_usage(const CLI::App *app, std::string name) const override {
+        std::string line = CLI::Formatter::make_usage(app, std::move(name));
+        return line.insert(line.find_last_not_of('\n') + 1, " " + arguments_);
+    }
+
+  private:
+    std::string arguments_;
+};
+
 void declareTools(Line &line) {
     for (const ToolCommand &row : kToolCommands) {
         CLI::App *sub = declare(line, row.name, row.help, row.example)->alias(row.number);
         // Words of a remote command may look like options of ours: nothing behind its name is looked at.
         const bool isRaw = row.code == KV_CMD_COMMAND;
         if (isRaw) {
-            sub->fallthrough(false)->prefix_command()->footer(std::string("Arguments: ") + row.arguments + "\n" +
+            const std::string usage = usageOf(row);
+            sub->fallthrough(false)->prefix_command()->footer("Arguments: " + usage + "\n" +
                                                               exampleOf(std::string(row.name) + " " + row.example));
+            sub->formatter(std::make_shared<RawUsage>(usage.substr(0, usage.find(';'))));
         } else {
-            sub->add_option("arguments", line.options.arguments, row.arguments)->type_name("");
+            sub->add_option("arguments", line.options.arguments, usageOf(row))->type_name("");
         }
         sub->callback([&line, &row, sub, isRaw] {
             line.options.command = &row;
@@ -109,6 +126,13 @@ std::string completionScript(const CLI::App &app) {
            "complete -o default -F _kv1905App kv1905App\n";
 }
 
+std::string unknownCode(uint32_t code) {
+    std::string text = "post: there is no command " + std::to_string(code) + ", only";
+    for (const CommandRow &row : kCommandRows)
+        text += " " + std::to_string(row.code);
+    return text;
+}
+
 void declareOthers(Line &line) {
     AppOptions &options = line.options;
     const auto sets = [&options](AppOptions::Action action, const std::string &name) {
@@ -118,9 +142,13 @@ void declareOthers(Line &line) {
         };
     };
     CLI::App *post = declare(line, "post", "Post a raw command buffer to the daemon", "301");
-    post->add_option("code", options.code, "Command code")->required();
+    post->add_option("code", line.code, "Command code")->required();
     post->add_option("file", options.file, "File that holds the buffer [standard input, if the code reads any]");
-    post->callback(sets(AppOptions::Action::Post, "post"));
+    post->callback([&line, set = sets(AppOptions::Action::Post, "post")] {
+        set();
+        line.options.post = findCommandRow(line.code);
+        if (line.options.post == nullptr) throw Failure(Status::BadArguments, unknownCode(line.code));
+    });
 
     CLI::App *show = declare(line, "show", "Show the network as the daemon knows it", "devices");
     show->add_option("what", options.what, "What to show")->required()->check(CLI::IsMember(kShowable));
@@ -136,6 +164,19 @@ void declareOthers(Line &line) {
     });
 }
 
+// In one line, and in the words that were typed where the parser would speak of its own.
+std::string complaintOf(const CLI::App &app, const CLI::ParseError &error) {
+    const std::vector<std::string> unknown = app.remaining();
+    const bool isMissing = dynamic_cast<const CLI::RequiredError *>(&error) != nullptr;
+    if (isMissing && app.got_subcommand("show")) return "show what? devices, stations or device MAC";
+    if (isMissing && app.get_subcommands().empty() && !unknown.empty()) {
+        return (unknown[0].starts_with('-') ? "unknown option '" : "unknown command '") + unknown[0] + "'; see --help";
+    }
+    std::string text = error.what();
+    std::replace(text.begin(), text.end(), '\n', ' ');
+    return text + "; see --help";
+}
+
 }  // namespace
 
 std::optional<AppOptions> parseAppOptions(int argc, const char *const *argv) {
@@ -149,9 +190,7 @@ std::optional<AppOptions> parseAppOptions(int argc, const char *const *argv) {
         line.app.exit(printed);
         return std::nullopt;
     } catch (const CLI::ParseError &error) {
-        std::string text = error.what();
-        std::replace(text.begin(), text.end(), '\n', ' ');
-        throw Failure(Status::BadArguments, text + "; see --help");
+        throw Failure(Status::BadArguments, complaintOf(line.app, error));
     }
     line.options.run.timeout = Time(static_cast<Time::rep>(line.timeout * 1000));
     line.options.run.wait = !line.noWait;

@@ -16,7 +16,7 @@ struct AppOptions {
     std::string name;                      // of the command, as it is printed
     const ToolCommand *command = nullptr;  // for Run
     std::vector<std::string> arguments;    // for Run
-    uint32_t code = 0;                     // for Post
+    const CommandRow *post = nullptr;      // for Post
     std::string file;                      // for Post; empty: standard input
     std::string what;                      // for Show
     std::string alMac;                     // for Show

@@ -1,10 +1,13 @@
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
+#include <ctime>
 #include <fstream>
 #include <iostream>
 #include <iterator>
+#include <string_view>
 #include <system_error>
 
 #include "app_options.h"
@@ -27,12 +30,15 @@ Bytes readAll(std::istream &in) {
 }
 
 Bytes readBuffer(const AppOptions &options) {
-    const CommandRow *row = findCommandRow(options.code);
-    const bool readsAny = row == nullptr || row->size > 0;
-    if (options.file.empty()) return readsAny ? readAll(std::cin) : Bytes();
+    if (options.file.empty()) return options.post->size > 0 ? readAll(std::cin) : Bytes();
     std::ifstream file(options.file, std::ios::binary);
     if (!file) throw Failure(Status::BadArguments, options.file + ": cannot be read");
     return readAll(file);
+}
+
+void warnIfStale(const std::string &dataModel) {
+    const std::string warning = staleness(dataModel, std::time(nullptr));
+    if (!warning.empty()) std::fprintf(stderr, "kv1905App: warning: %s\n", warning.c_str());
 }
 
 std::optional<Outcome> act(const AppOptions &options) {
@@ -40,9 +46,10 @@ std::optional<Outcome> act(const AppOptions &options) {
         case AppOptions::Action::Run:
             return runCommand(*options.command, options.arguments, options.run);
         case AppOptions::Action::Post:
-            return runPost(options.code, readBuffer(options), options.run);
+            return runPost(options.post->code, readBuffer(options), options.run);
         case AppOptions::Action::Show:
             std::cout << show(options.dataModel, options.what, options.alMac, options.json);
+            warnIfStale(options.dataModel);
             break;
         case AppOptions::Action::Complete:
             std::cout << options.script;
@@ -78,7 +85,9 @@ int main(int argc, char **argv) {
         if (!outcome.meaning.empty()) print(outcome, options->name, options->json);
         return static_cast<int>(outcome.status);
     } catch (const Failure &failure) {
-        std::fprintf(stderr, "kv1905App: %s\n", failure.what());
+        // The line was not understood, so the option is looked for among its words.
+        const bool json = std::any_of(argv, argv + argc, [](std::string_view word) { return word == "--json"; });
+        print({failure.status, failure.what(), {}, {}}, "", json);
         return static_cast<int>(failure.status);
     }
 }

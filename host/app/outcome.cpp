@@ -49,7 +49,8 @@ void print(const Outcome &outcome, const std::string &command, bool json) {
     if (outcome.status == Status::Success || outcome.status == Status::Refused) {
         std::puts(text.c_str());
     } else {
-        std::fprintf(stderr, "kv1905App: %s: %s\n", command.c_str(), text.c_str());
+        const std::string prefix = command.empty() ? "" : command + ": ";
+        std::fprintf(stderr, "kv1905App: %s%s\n", prefix.c_str(), text.c_str());
     }
 }
 

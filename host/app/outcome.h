@@ -47,7 +47,7 @@ struct Failure : std::runtime_error {
 // What a failed system call means to the caller: files and sockets that are not there are the daemon's.
 Status statusOf(int error);
 
-// One line, or one JSON object, for that command.
+// One line, or one JSON object, for that command; empty when none was understood.
 void print(const Outcome &outcome, const std::string &command, bool json);
 
 }  // namespace kv1905d

@@ -1,7 +1,13 @@
 #include "run.h"
 
-#include <optional>
+#include <sys/socket.h>
+#include <sys/un.h>
 
+#include <cerrno>
+#include <optional>
+#include <system_error>
+
+#include "arguments.h"
 #include "plugin.h"
 #include "result_file.h"
 
@@ -33,6 +39,7 @@ std::optional<Collected> askPlugin(const ToolCommand &command, std::vector<std::
     table.cmdSend = collect;
     funcReg(&table, 1);
 
+    if (command.unread != nullptr && arguments.empty()) arguments.push_back(command.unread);
     arguments.insert(arguments.begin(), {"kv1905App", command.number});
     std::vector<char *> argv;
     for (std::string &argument : arguments)
@@ -87,29 +94,44 @@ Outcome awaitAnswer(const ToolCommand &command, const ResultFile &results, Time 
 
 Outcome deliver(const Post &post, const ToolCommand *command, const ResultFile *results, const RunOptions &options) {
     const Reply reply = postCommand(options.socket, post, options.timeout);
-    std::optional<Outcome> outcome = settledBy(reply, command == nullptr ? Answer::None : command->answer, targetOf(post));
+    std::optional<Outcome> outcome =
+        settledBy(reply, command == nullptr ? Answer::None : command->answer, targetOf(post));
     if (!outcome && !options.wait) outcome = {Status::Success, "sent; the answer is not waited for", {}, {}};
     if (!outcome) outcome = awaitAnswer(*command, *results, options.timeout);
     outcome->target = targetOf(post);
     return *outcome;
 }
 
+// Before the lock is taken: its file belongs to the first tool that takes it, which must be one of the daemon's users.
+// A path that is too long is left to the post.
+void requireDaemon(const std::string &path) {
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    if (path.size() >= sizeof address.sun_path) return;
+    path.copy(address.sun_path, path.size());
+    const FileDescriptor fd(socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+    const bool connected = connect(fd.get(), reinterpret_cast<const sockaddr *>(&address), sizeof address) == 0;
+    if (!connected && errno != EAGAIN) throw std::system_error(errno, std::generic_category(), path + ": connect");
+}
+
 // Taken for a command that an agent answers.
 std::optional<ResultFile> resultsFor(const ToolCommand *command, const RunOptions &options) {
     if (command == nullptr || command->answer == Answer::None) return std::nullopt;
+    requireDaemon(options.socket);
     return ResultFile(options.resultFile, options.timeout);
 }
 
 }  // namespace
 
 Outcome runCommand(const ToolCommand &command, const std::vector<std::string> &arguments, const RunOptions &options) {
+    const std::vector<std::string> checked = checkArguments(command, arguments);
     const std::optional<ResultFile> results = resultsFor(&command, options);
-    const std::optional<Collected> posted = askPlugin(command, arguments, options.plugin);
+    const std::optional<Collected> posted = askPlugin(command, checked, options.plugin);
     if (posted) return deliver({posted->code, posted->buffer}, &command, results ? &*results : nullptr, options);
-    // The plug-in has logged why, or left its refusal where an agent's would be.
+    // The plug-in has left its refusal where an agent's would be, or has only logged it.
     const std::optional<uint8_t> code = results ? results->read() : std::nullopt;
-    const std::string usage = std::string("the arguments are refused; they are: ") + command.arguments;
-    return {Status::BadArguments, code ? meaningOf(command, *code) : usage, code, {}};
+    const std::string usage = "the plug-in refuses the arguments; they are: " + usageOf(command);
+    return {Status::BadArguments, command.limit == nullptr ? usage : command.limit, code, {}};
 }
 
 Outcome runPost(uint32_t code, ByteView buffer, const RunOptions &options) {

@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <json-c/json.h>
+#include <sys/stat.h>
 
 #include <cerrno>
 #include <cstring>
@@ -14,6 +15,8 @@
 
 namespace kv1905d {
 namespace {
+
+constexpr time_t kFreshFor = 30;  // seconds; a daemon that runs writes every few
 
 struct JsonEnd {
     void operator()(json_object *value) const { json_object_put(value); }
@@ -53,7 +56,7 @@ constexpr Column kDeviceColumns[] = {
     {"FIRMWARE", "FirmwareVersion"},
     {"LED", "LedStatus"},
     {"HOPS", "Hops"},
-    {"HEARD s AGO", "SecondsSinceHeard"},
+    {"HEARD (s ago)", "SecondsSinceHeard"},
 };
 constexpr Column kStationColumns[] = {
     {"DEVICE", "Device"},
@@ -145,6 +148,12 @@ std::string printed(const JsonOwner &list) {
 
 }  // namespace
 
+std::string staleness(const std::string &path, time_t now) {
+    struct stat facts {};
+    if (stat(path.c_str(), &facts) != 0 || now - facts.st_mtime <= kFreshFor) return "";
+    return "the daemon last wrote " + path + " " + std::to_string(now - facts.st_mtime) + " s ago; is it running?";
+}
+
 std::string show(const std::string &path, const std::string &what, const std::string &alMac, bool json) {
     const std::optional<MacAddress> only = MacAddress::parse(alMac);
     if ((what == "device") != only.has_value() || alMac.empty() != (what != "device")) {
@@ -156,6 +165,7 @@ std::string show(const std::string &path, const std::string &what, const std::st
         throw Failure(Status::NoDevice, only->text() + ": no such device in the network");
     }
     if (json) return printed(list);
+    if (json_object_array_length(list.get()) == 0) return "no " + what + "\n";
     if (only) return fieldLines(list.get());
     return what == "stations" ? table(list.get(), kStationColumns) : table(list.get(), kDeviceColumns);
 }

@@ -4,6 +4,7 @@
 #include <kv1905/kvMAP1905.h>
 
 #include <algorithm>
+#include <cstdint>
 #include <span>
 #include <string_view>
 
@@ -35,44 +36,108 @@ inline constexpr Meaning kPowerMeanings[] = {
     {64, "power cannot be set by media type"},
 };
 
+enum class Kind { Mac, Number, MediaType, Remote, Text };
+enum class Count { One, Optional, Any };
+
+// What may be typed instead of a number.
+struct Word {
+    const char *text;
+    const char *number;
+};
+
+struct Argument {
+    const char *name;
+    const char *values;  // that are accepted, for people
+    Kind kind;
+    uint32_t lowest = 0;  // of a number, or of a text's length
+    uint32_t highest = 0;
+    std::span<const Word> words = {};  // accepted as well
+    Count count = Count::One;
+};
+
+inline constexpr Word kPowerWords[] = {{"on", "0"}, {"off", "2"}};
+inline constexpr Word kLedWords[] = {{"on", "1"}, {"off", "0"}};
+inline constexpr Word kFailedWords[] = {{"0", "0"}};
+inline constexpr Word kRemoteWords[] = {
+    {"reboot", "2"}, {"power", "3"}, {"firmware", "9"}, {"reset", "10"}, {"partial-reset", "20"},
+};
+
+inline constexpr Argument kAlMac{"AL-MAC", "a MAC address such as 02:00:5e:00:02:00", Kind::Mac};
+inline constexpr Argument kTargetArguments[] = {kAlMac};
+inline constexpr Argument kPowerArguments[] = {
+    kAlMac,
+    {"INTERFACE-MAC", "a MAC address such as 02:00:5e:00:02:20", Kind::Mac},
+    {"MEDIA-TYPE", "1 to 4 hexadecimal digits such as 0103", Kind::MediaType},
+    {"STATE", "on (0), off (2) or a number from 0 to 255", Kind::Number, 0, 255, kPowerWords},
+};
+inline constexpr Argument kFirmwareArguments[] = {
+    kAlMac,
+    {"OPTION", "1 to 7", Kind::Number, 0, UINT16_MAX},  // the plug-in refuses the others
+    {"TOPOLOGY-OPTION", "a number from 0 to 65535", Kind::Number, 0, UINT16_MAX},
+    {"URL", "at most 2048 characters", Kind::Text, 0, KV_MAX_COMMAND_TEXT},
+};
+inline constexpr Argument kResultArguments[] = {
+    {"RESULT", "0 (failed), 2 (download begun), 3 (downloaded), 4 (writing) or 5 (written)", Kind::Number, 2, 5,
+     kFailedWords},
+};
+inline constexpr Argument kLedArguments[] = {
+    kAlMac,
+    {"STATE", "on, off or a number from 0 (off) to 65535", Kind::Number, 0, UINT16_MAX, kLedWords},
+};
+inline constexpr Argument kCountryArguments[] = {{"COUNTRY", "at most 4 characters", Kind::Text, 0, 4}};
+inline constexpr Argument kRemoteArguments[] = {
+    kAlMac,
+    {"COMMAND", "reboot, power, firmware, reset, partial-reset or a command's number", Kind::Remote, 0, 0,
+     kRemoteWords},
+    {"WORD", "that command's arguments, its AL MAC first", Kind::Text, 0, UINT32_MAX, {}, Count::Any},
+};
+inline constexpr Argument kLogArguments[] = {
+    {"FACILITY", "a number from 0 (all) to 15", Kind::Number, 0, 15},
+    {"TARGET", "0 (stderr) or 1 (syslog)", Kind::Number, 0, 1},
+    {"LEVEL", "a number from 0 to 7", Kind::Number, 0, 7, {}, Count::Optional},
+};
+
 struct ToolCommand {
     const char *name;
     const char *number;      // the older name, which the entry point receives too
     const char *entryPoint;  // symbol in the plug-in
-    const char *arguments;
+    std::span<const Argument> arguments;
     uint32_t code;  // posted to the daemon
     Answer answer;
     std::span<const Meaning> meanings;  // of results beyond the common ones
     const char *help;
-    const char *example;  // arguments
+    const char *example;           // arguments
+    const char *unread = nullptr;  // passed to an entry point that wants an argument and reads none
+    const char *limit = nullptr;   // which the plug-in alone checks
 };
 
 inline constexpr ToolCommand kToolCommands[] = {
     {"reboot",
      "2",
      "kvMAP1905_RebootQuery_send",
-     "AL-MAC",
+     kTargetArguments,
      KV_CMD_REBOOT,
      Answer::Agent,
      {},
      "Restart a device",
      "02:00:5e:00:02:00"},
-    {"power", "3", "kvMAP1905_CtrlInftPwrQuery_send", "AL-MAC INTERFACE-MAC MEDIA-TYPE(hex) STATE(0 on, 2 off)",
-     KV_CMD_INTF_PWR_CTRL, Answer::Agent, kPowerMeanings, "Switch a device's interface on or off",
-     "02:00:5e:00:02:00 02:00:5e:00:02:20 0103 2"},
+    {"power", "3", "kvMAP1905_CtrlInftPwrQuery_send", kPowerArguments, KV_CMD_INTF_PWR_CTRL, Answer::Agent,
+     kPowerMeanings, "Switch a device's interface on or off", "02:00:5e:00:02:00 02:00:5e:00:02:20 0103 off"},
     {"firmware",
      "9",
      "kvMAP1905_FWCtrlQuery_send",
-     "AL-MAC OPTION(1 to 7) TOPOLOGY-OPTION URL",
+     kFirmwareArguments,
      KV_CMD_FW_CTRL,
      Answer::Agent,
      {},
      "Have a device fetch firmware; topology option 0 sends no URL",
-     "02:00:5e:00:02:00 1 1 http://192.168.77.11/image.bin"},
+     "02:00:5e:00:02:00 1 1 http://192.168.77.11/image.bin",
+     nullptr,
+     "OPTION must be 1 to 7"},
     {"reset",
      "10",
      "kvMAP1905_ResetDefaultQuery_send",
-     "AL-MAC",
+     kTargetArguments,
      KV_CMD_RESET_DEFAULT,
      Answer::Agent,
      {},
@@ -81,7 +146,7 @@ inline constexpr ToolCommand kToolCommands[] = {
     {"firmware-result",
      "11",
      "kvMAP1905_FwResult_set",
-     "RESULT(0 failed, 2 download begun, 3 downloaded, 4 writing, 5 written)",
+     kResultArguments,
      KV_CMD_FW_RESULT,
      Answer::None,
      {},
@@ -90,16 +155,35 @@ inline constexpr ToolCommand kToolCommands[] = {
     {"led",
      "14",
      "kvMAP1905_ledStatus_send",
-     "AL-MAC STATE(0 off, else on)",
+     kLedArguments,
      KV_CMD_LED_CTRL,
      Answer::AgentUnlessLocal,
      {},
      "Switch a device's LEDs",
-     "02:00:5e:00:02:00 1"},
+     "02:00:5e:00:02:00 on"},
+    {"sync-country",
+     "16",
+     "kvMAP1905_sync_country_req_send",
+     {},
+     KV_CMD_SYNC_COUNTRY_BCN_REQ,
+     Answer::None,
+     {},
+     "Have this device's daemon ask for the country that radios announce in their beacons",
+     "",
+     "-"},
+    {"country",
+     "17",
+     "kvMAP1905_CountryInBcn_send",
+     kCountryArguments,
+     KV_CMD_COUNTRY_IN_BCN,
+     Answer::None,
+     {},
+     "Tell every device the country that its radios are to announce in their beacons",
+     "DE"},
     {"partial-reset",
      "20",
      "kvMAP1905_PartialResetDefaultQuery_send",
-     "AL-MAC",
+     kTargetArguments,
      KV_CMD_PARTIAL_RESET_DEFAULT,
      Answer::Agent,
      {},
@@ -108,16 +192,19 @@ inline constexpr ToolCommand kToolCommands[] = {
     {"command",
      "100",
      "kvMAP1905_CmdQuery_send",
-     "AL-MAC WORD...",
+     kRemoteArguments,
      KV_CMD_COMMAND,
      Answer::Agent,
      {},
-     "Have a device run command 2, 3, 9, 10 or 20 as if it had come alone; options go before the word 'command'",
-     "02:00:5e:00:02:00 2 02:00:5e:00:02:00"},
+     "Have a device run a command as if it had come alone; its AL MAC is repeated behind the command, and options go "
+     "before the word 'command'",
+     "02:00:5e:00:02:00 reboot 02:00:5e:00:02:00",
+     nullptr,
+     "COMMAND and its WORDs are too long: 2048 characters is the limit"},
     {"log",
      "d",
      "kvMAP1905_SyslogDbg_set",
-     "FACILITY(0 all) TARGET(0 stderr, 1 syslog) [LEVEL(0 to 7)]",
+     kLogArguments,
      KV_CMD_LOG_SETTING,
      Answer::None,
      {},
@@ -130,6 +217,14 @@ inline const ToolCommand *findToolCommand(uint32_t code) {
     const auto found = std::find_if(std::begin(kToolCommands), std::end(kToolCommands),
                                     [code](const ToolCommand &row) { return row.code == code; });
     return found == std::end(kToolCommands) ? nullptr : found;
+}
+
+// Null when that is no number of a command that agents run for others.
+inline const ToolCommand *findRemoteCommand(std::string_view number) {
+    const auto isRow = [number](const ToolCommand &row) { return row.number == number; };
+    const auto isWord = [number](const Word &word) { return word.number == number; };
+    if (std::none_of(std::begin(kRemoteWords), std::end(kRemoteWords), isWord)) return nullptr;
+    return std::find_if(std::begin(kToolCommands), std::end(kToolCommands), isRow);
 }
 
 inline const char *meaningOf(const ToolCommand &command, uint8_t code) {

@@ -20,6 +20,9 @@ enum MessageType : uint16_t {
     kTopologyQuery = 0x0002,
     kTopologyResponse = 0x0003,
     kVendorSpecific = 0x0004,
+    kAutoconfigurationSearch = 0x0007,
+    kAutoconfigurationResponse = 0x0008,
+    kAutoconfigurationWsc = 0x0009,
 };
 
 enum TlvType : uint8_t {
@@ -31,6 +34,11 @@ enum TlvType : uint8_t {
     kTlvNonIeee1905Neighbours = 0x06,
     kTlvIeee1905Neighbours = 0x07,
     kTlvVendorSpecific = 0x0B,
+    kTlvSearchedRole = 0x0D,
+    kTlvAutoconfigFreqBand = 0x0E,
+    kTlvSupportedRole = 0x0F,
+    kTlvSupportedFreqBand = 0x10,
+    kTlvWsc = 0x11,
 };
 
 struct Tlv {

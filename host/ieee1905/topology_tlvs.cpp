@@ -47,10 +47,15 @@ bool readIeee1905(ByteView value, TopologyReport &report) {
     return true;
 }
 
+bool readVendorSpecific(ByteView value, TopologyReport &report) {
+    return readBssElement(value, report.bss);
+}
+
 constexpr ReportRow kReportRows[] = {
     {kTlvBridgingCapability, readBridges},
     {kTlvNonIeee1905Neighbours, readNonIeee1905},
     {kTlvIeee1905Neighbours, readIeee1905},
+    {kTlvVendorSpecific, readVendorSpecific},
 };
 
 }  // namespace

@@ -4,6 +4,7 @@
 #include <optional>
 #include <vector>
 
+#include "bss_elements.h"
 #include "cmdu.h"
 
 namespace kv1905d {
@@ -76,6 +77,7 @@ struct TopologyReport {
     BridgingCapability bridges;
     std::vector<NonIeee1905Neighbours> nonIeee1905Neighbours;
     std::vector<Ieee1905Neighbours> neighbours;
+    BssElements bss{};  // read alone: the sender's comes ready made
 };
 
 // Nothing when the device information is missing, a known TLV is malformed or a bound is exceeded.

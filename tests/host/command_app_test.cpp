@@ -1,8 +1,10 @@
 #include <unistd.h>
 
+#include <ctime>
 #include <fstream>
 
 #include "app/app_options.h"
+#include "app/arguments.h"
 #include "app/result_file.h"
 #include "app/show.h"
 #include "command_support.h"
@@ -111,7 +113,13 @@ TEST(RunPost, StatusAndMeaningOfEveryEnd) {
     EXPECT_EQ(statusThrown([] { runPost(KV_CMD_UPDATE_DEVICE_INFO, {}, quickOptions(Time(100))); }), Status::NoAnswer);
 }
 
-TEST(RunCommand, ThePluginChecksAndFillsWhatTheDaemonGets) {
+const ToolCommand &commandOf(std::string_view name) {
+    return *std::find_if(std::begin(kToolCommands), std::end(kToolCommands),
+                         [name](const ToolCommand &each) { return each.name == name; });
+}
+
+// A text that only the plug-in finds too long is in there as well.
+TEST(RunCommand, ArgumentsAreCheckedAndReachTheDaemonAsItReadsThem) {
     const struct {
         const char *name;
         std::vector<std::string> arguments;
@@ -119,11 +127,16 @@ TEST(RunCommand, ThePluginChecksAndFillsWhatTheDaemonGets) {
         const char *posted;  // hex of its start; empty: nothing is posted
     } rows[] = {
         {"reboot", {kTarget}, Status::Success, "02005E000200"},
-        {"command", {kTarget, "ls", "-l"}, Status::Success, "02005E000200 0200 0500 6C73202D6C00"},
+        {"command", {kTarget, "99", "-l"}, Status::Success, "02005E000200 0200 0500 3939202D6C00"},
+        {"command", {kTarget, "reboot", kTarget}, Status::Success, "02005E000200 0200 1300 322030323A"},
+        {"command", {kTarget, std::string(2049, 'w')}, Status::BadArguments, ""},
         {"led", {kTarget, "1"}, Status::Success, "02005E000200 0100"},
+        {"led", {kTarget, "on"}, Status::Success, "02005E000200 0100"},
+        {"led", {kTarget, "off"}, Status::Success, "02005E000200 0000"},
+        {"firmware-result", {"0"}, Status::Success, "00000000 00000000"},
+        {"country", {"DE"}, Status::Success, ""},
+        {"sync-country", {}, Status::Success, ""},
         {"log", {"0", "0", "6"}, Status::Success, "00000000 00000000 06000000"},
-        {"reboot", {}, Status::BadArguments, ""},
-        {"reset", {"02-00-5e-00-02-00"}, Status::BadArguments, ""},
         {"firmware", {kTarget, "8", "0", "url"}, Status::BadArguments, ""},
     };
     for (const auto &row : rows) {
@@ -134,13 +147,83 @@ TEST(RunCommand, ThePluginChecksAndFillsWhatTheDaemonGets) {
             posted.assign(bytes, bytes + expected.size());
             std::ofstream(kResultFile) << "00\n";
         }));
-        const auto *command = std::find_if(std::begin(kToolCommands), std::end(kToolCommands),
-                                           [&](const ToolCommand &each) { return each.name == std::string(row.name); });
-        const Outcome outcome = runCommand(*command, row.arguments, quickOptions());
+        const Outcome outcome = runCommand(commandOf(row.name), row.arguments, quickOptions());
         EXPECT_EQ(outcome.status, row.status) << row.name << outcome.meaning;
         EXPECT_EQ(posted, expected) << row.name;
+        EXPECT_EQ(outcome.meaning == "OPTION must be 1 to 7", std::string_view(row.name) == "firmware");
         EXPECT_EQ(outcome.code == 16, std::string_view(row.name) == "firmware");
     }
+}
+
+TEST(RunCommand, PowerWordsAreNotTheLedsAndTheRemoteOnesAreTheSame) {
+    const std::string interface = "02:00:5e:00:02:20";
+    const struct {
+        const char *word;
+        const char *number;
+    } rows[] = {{"on", "0"}, {"off", "2"}, {"255", "255"}};
+    using Words = std::vector<std::string>;
+    for (const auto &row : rows) {
+        const Words words{kTarget, interface, "0x0103", row.word};
+        const Words numbers{kTarget, interface, "0x0103", row.number};
+        EXPECT_EQ(checkArguments(commandOf("power"), words), numbers);
+        Words remote{kTarget, "power"};
+        remote.insert(remote.end(), words.begin(), words.end());
+        Words remoteNumbers{kTarget, "3"};
+        remoteNumbers.insert(remoteNumbers.end(), numbers.begin(), numbers.end());
+        EXPECT_EQ(checkArguments(commandOf("command"), remote), remoteNumbers);
+    }
+}
+
+// Without a plug-in and a daemon, which the tool must not come to need, and in one line that names the fault.
+TEST(RunCommand, AWrongArgumentIsNamedBeforeAnythingHappens) {
+    const struct {
+        const char *name;
+        std::vector<std::string> arguments;
+        const char *said;
+    } rows[] = {
+        {"reboot", {}, "AL-MAC is missing"},
+        {"reboot", {kTarget, "now"}, "'now' is too much"},
+        {"reset", {"02-00-5e-00-02-00"}, "AL-MAC must be a MAC address"},
+        {"led", {kTarget, "ON"}, "STATE must be on, off"},
+        {"led", {kTarget, "-1"}, "not '-1'"},
+        {"led", {kTarget, "65536"}, "not '65536'"},
+        {"power", {kTarget, "wl0", "0103", "off"}, "INTERFACE-MAC must be"},
+        {"power", {kTarget, kTarget, "zz", "off"}, "MEDIA-TYPE must be"},
+        {"power", {kTarget, kTarget, "00103", "off"}, "MEDIA-TYPE must be"},
+        {"power", {kTarget, kTarget, "0x", "off"}, "MEDIA-TYPE must be"},
+        {"power", {kTarget, kTarget, "0103", "256"}, "STATE must be on (0), off (2)"},
+        {"power", {kTarget, kTarget, "0103", ""}, "STATE must be on (0), off (2)"},
+        {"firmware", {kTarget, "one", "1", "url"}, "OPTION must be 1 to 7, not 'one'"},
+        {"firmware", {kTarget, "65537", "1", "url"}, "OPTION must be 1 to 7"},
+        {"firmware", {kTarget, "1", "1", std::string(2049, 'u')}, "URL must be at most 2048"},
+        {"firmware-result", {"9"}, "RESULT must be 0 (failed)"},
+        {"firmware-result", {"1"}, "RESULT must be 0 (failed)"},
+        {"country", {"ABCDE"}, "COUNTRY must be"},
+        {"sync-country", {"DE"}, "the arguments are: none"},
+        {"command", {kTarget, "ls", "-l"}, "COMMAND must be reboot, power"},
+        {"command", {kTarget, "led", kTarget, "on"}, "COMMAND must be reboot, power"},
+        {"command", {kTarget, "2"}, "AL-MAC is missing"},
+        {"command", {kTarget, "power", kTarget, kTarget, "0103", "down"}, "STATE must be on (0)"},
+        {"log", {"a", "0"}, "FACILITY must be"},
+        {"log", {"0", "2"}, "TARGET must be"},
+        {"log", {"0", "0", "8"}, "LEVEL must be"},
+    };
+    RunOptions nothing = quickOptions();
+    nothing.plugin = "/nowhere/plugin.so";
+    for (const auto &row : rows) {
+        const auto call = [&] { runCommand(commandOf(row.name), row.arguments, nothing); };
+        EXPECT_EQ(statusThrown(call), Status::BadArguments) << row.name << row.said;
+        const std::string said = errorOf(call);
+        EXPECT_NE(said.find(row.said), std::string::npos) << said;
+        EXPECT_TRUE(said.size() < 250 && said.find('\n') == std::string::npos) << said;
+    }
+}
+
+TEST(RunCommand, WithoutADaemonNoLockStaysBehind) {
+    const std::string lock = std::string(kResultFile) + ".lock";
+    unlink(lock.c_str());
+    EXPECT_EQ(statusThrown([] { runCommand(commandOf("reboot"), {kTarget}, quickOptions()); }), Status::NoDaemon);
+    EXPECT_NE(access(lock.c_str(), F_OK), 0);
 }
 
 std::optional<AppOptions> parse(std::vector<const char *> arguments) {
@@ -161,10 +244,29 @@ TEST(AppOptions, NamesNumbersAndWordsThatLookLikeOptions) {
     const auto led = parse({"led", "MAC", "2", "--json", "--no-wait"});  // 2 is no command here
     EXPECT_EQ(led->arguments, (Words{"MAC", "2"}));
     EXPECT_TRUE(led->json && !led->run.wait);
-    EXPECT_EQ(parse({"post", "202", "file"})->file, "file");
-    for (const auto &bad : std::vector<std::vector<const char *>>{
-             {}, {"nonsense"}, {"post", "x"}, {"show", "all"}, {"--timeout", "0", "reboot"}, {"completion", "fish"}})
-        EXPECT_EQ(statusThrown([&] { parse(bad); }), Status::BadArguments);
+    const auto post = parse({"post", "202", "file"});
+    EXPECT_EQ(post->file, "file");
+    EXPECT_EQ(post->post, findCommandRow(KV_CMD_SYNC_CTRL_PWD));
+    const struct {
+        std::vector<const char *> words;
+        const char *said;
+    } bad[] = {
+        {{}, "subcommand is required"},
+        {{"nonsense"}, "unknown command 'nonsense'"},
+        {{"--bogus"}, "unknown option '--bogus'"},
+        {{"--bogus", "reboot"}, "--bogus"},
+        {{"show"}, "show what? devices, stations or device MAC"},
+        {{"show", "all"}, "all"},
+        {{"post", "x"}, "x"},
+        {{"post", "999"}, "no command 999"},
+        {{"--timeout", "0", "reboot"}, "--timeout"},
+        {{"completion", "fish"}, "fish"},
+    };
+    for (const auto &row : bad) {
+        EXPECT_EQ(statusThrown([&] { parse(row.words); }), Status::BadArguments) << row.said;
+        const std::string said = errorOf([&] { parse(row.words); });
+        EXPECT_NE(said.find(row.said), std::string::npos) << said;
+    }
 }
 
 TEST(Show, TablesAndListsOfWhatTheFileSays) {
@@ -180,6 +282,10 @@ TEST(Show, TablesAndListsOfWhatTheFileSays) {
     EXPECT_NE(show(path, "stations", "", false).find("02:00:5e:00:02:00  X      Y"), std::string::npos);
     std::ofstream(path) << "{}";
     EXPECT_EQ(show(path, "stations", "", true), "[\n]\n");
+    EXPECT_EQ(show(path, "stations", "", false), "no stations\n");
+    const time_t now = std::time(nullptr);
+    EXPECT_EQ(staleness(path, now), "");
+    EXPECT_NE(staleness(path, now + 100).find(path + " 1"), std::string::npos);
 
     const struct {
         const char *text;

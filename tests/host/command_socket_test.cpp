@@ -66,7 +66,9 @@ TEST(HandlePost, VerdictBeforeThePluginSeesACommand) {
         {KV_CMD_RESET_DEFAULT, mac(2), 5, Verdict::ShortBuffer, false},
         {KV_CMD_FW_RESULT, mac(2), 7, Verdict::ShortBuffer, false},
         {KV_CMD_LOG_SETTING, mac(2), 11, Verdict::ShortBuffer, false},
-        {kCmdSyncCtrlPwd, mac(2), 0, Verdict::ShortBuffer, false},
+        {KV_CMD_SYNC_CTRL_PWD, mac(2), 0, Verdict::ShortBuffer, false},
+        {KV_CMD_SYNC_COUNTRY_BCN_REQ, mac(2), 5, Verdict::ShortBuffer, false},
+        {KV_CMD_COUNTRY_IN_BCN, mac(2), 10, Verdict::ShortBuffer, false},
     };
     for (const auto &row : rows) {
         const Bytes buffer = bufferFor(row.target, row.size);

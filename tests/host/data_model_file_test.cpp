@@ -30,7 +30,8 @@ std::string textAt(const JsonPointer &root, const std::string &path) {
 class DataModel : public testing::Test {
   protected:
     JsonPointer build() {
-        const std::string text = dataModelJson({topology_, {}, "Controller", networks_, Time(9000), 1700000000});
+        const std::string text =
+            dataModelJson({topology_, {}, "Agent", networks_, Time(9000), 1700000000, controller_});
         return {json_tokener_parse(text.c_str()), json_object_put};
     }
     Device &addRemote(unsigned device) {
@@ -41,6 +42,7 @@ class DataModel : public testing::Test {
 
     Topology topology_{mac(1), Time(0)};
     MainNetworks networks_{{"home", "home 5G"}, {mac(0xF0), MacAddress{}}};
+    std::optional<MacAddress> controller_;
 };
 
 TEST_F(DataModel, ListsAreListsAndAgreeWithTheirCounts) {
@@ -97,6 +99,33 @@ TEST_F(DataModel, ValuesOfARemoteDevice) {
     };
     for (const auto &[path, value] : rows)
         EXPECT_EQ(textAt(root, path), value) << path;
+}
+
+TEST_F(DataModel, WhatDevicesToldOfTheirBssIsInListsOfAnyLength) {
+    const std::string own = "/kv1905/DeviceList/0/", remote = "/kv1905/DeviceList/1/";
+    Device &device = addRemote(2);
+    EXPECT_EQ(textAt(build(), "/kv1905/Controller"), "");
+    controller_ = mac(2);
+    device.bss = {{{mac(2, 0x20), 0x1234, true}}, {{0x40, 1, 0x1234, 2, 3, 5}}};
+    device.apConfigurations[kBand5] = {0x40, 1, 0x1234, 2, 0, 6, 0, 0, 0};
+    const JsonPointer root = build();
+    for (const char *list : {"MdidList", "BssConfigList", "ApConfigurationList"}) {
+        ASSERT_TRUE(json_object_is_type(at(root, own + list), json_type_array)) << list;
+        EXPECT_EQ(json_object_array_length(at(root, own + list)), 0u) << list;
+    }
+    const std::pair<std::string, const char *> rows[] = {
+        {"/kv1905/Controller", "02:00:5e:00:02:00"},
+        {remote + "MdidList", R"([{"BSSID":"02:00:5e:00:02:20","Mdid":4660,"Enabled":true}])"},
+        {remote + "BssConfigList",
+         R"([{"BandIndex":64,"Attribute":1,"Mdid":4660,"Tci":2,"WlMode":3,"ExtAttribute":5}])"},
+        {remote + "ApConfigurationList",
+         R"([{"Band":"5GHz","BandIndex":64,"Attribute":1,"Mdid":4660,"Tci":2,"ExtAttribute":6}])"},
+    };
+    for (const auto &[path, value] : rows) {
+        std::string text = textAt(root, path);
+        std::erase(text, ' ');
+        EXPECT_EQ(text, value) << path;
+    }
 }
 
 TEST(ValidUtf8, ReplacesWhatIsNoCharacter) {

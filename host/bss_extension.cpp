@@ -1,0 +1,92 @@
+#include "bss_extension.h"
+
+#include <algorithm>
+
+namespace kv1905d {
+namespace {
+
+constexpr uint8_t kFronthaul = 1;
+constexpr size_t kMdidTlvSize = 7 + 9 * KV_MAX_MDID_INTERFACES;           // bytes that the plug-in asks for
+constexpr size_t kConfigurationTlvSize = 7 + 8 * KV_MAX_MDID_INTERFACES;  // the same
+constexpr size_t kAttributeSize = 24;
+
+// The main BSS of a band: the low four bits, the BSS on its radio, are zero.
+uint8_t bandIndex(Band band) {
+    constexpr uint8_t indices[] = {0x80, 0x40, 0};
+    static_assert(kBand24 == 0 && kBand5 == 1 && kBandOther == 2);
+    return indices[band];
+}
+
+}  // namespace
+
+BssExtension::BssExtension(const PluginSymbols &plugin, const std::vector<RadioOption> &radios) : plugin_(plugin) {
+    for (const RadioOption &radio : radios) {
+        if (bands_.size() == KV_MAX_MDID_INTERFACES) break;
+        KvMdidInterface &entry = mdids_.interfaces[bands_.size()];
+        std::copy(radio.facts.mac.bytes.begin(), radio.facts.mac.bytes.end(), entry.bssid);
+        radio.name.copy(entry.ifname, sizeof entry.ifname - 1);
+        entry.enabled = 1;
+        bands_.push_back(wifiBand(radio.facts.mediaType));
+    }
+    mdids_.InterfaceNumberOfEntries = static_cast<uint32_t>(bands_.size());
+}
+
+void BssExtension::refresh() {
+    tlvs_.clear();
+    elements_ = {};
+    const auto add = [this](size_t size, const auto &insert) {
+        Bytes value(size);
+        uint32_t length = 0;
+        if (insert(value.data(), &length) != 0 || length > size) return;
+        value.resize(length);
+        readBssElement(value, elements_);  // shown beside what others told
+        tlvs_.push_back({kTlvVendorSpecific, std::move(value)});
+    };
+    if (bands_.empty()) return;
+    add(kMdidTlvSize,
+        [this](uint8_t *buffer, uint32_t *length) { return plugin_.mdidInsert(buffer, length, &mdids_); });
+    const BssList list = configurations();  // with the MDIDs just looked up
+    if (list.count == 0) return;
+    add(kConfigurationTlvSize,
+        [&](uint8_t *buffer, uint32_t *length) { return plugin_.bssConfigInsert(buffer, length, &list); });
+}
+
+BssExtension::BssList BssExtension::configurations() const {
+    static_assert(offsetof(BssList, entries) == 4);
+    BssList list;
+    for (size_t i = 0; i < bands_.size(); ++i) {
+        if (bands_[i] == kBandOther) continue;  // its band has no index
+        KvBssConfig &entry = list.entries[list.count++];
+        entry.BandIndex = bandIndex(bands_[i]);
+        entry.Attribute = kFronthaul;
+        entry.MDID = mdids_.interfaces[i].mdid;
+    }
+    return list;
+}
+
+Bytes BssExtension::attribute(Band band) const {
+    const auto found = std::find(bands_.begin(), bands_.end(), band);
+    if (found == bands_.end()) return {};
+    KvBssInfo bss{};
+    bss.BandIndex = bandIndex(band);
+    bss.Attribute = kFronthaul;
+    bss.MDID = mdids_.interfaces[found - bands_.begin()].mdid;
+    Bytes buffer(kAttributeSize);
+    const int written = plugin_.apCfgFill(buffer.data(), 0, &bss);
+    buffer.resize(std::min(static_cast<size_t>(std::max(written, 0)), buffer.size()));
+    return buffer;
+}
+
+std::optional<KvBssInfo> BssExtension::readAttribute(ByteView value) const {
+    // The reader that is told no length gets zeros behind the attribute: they are no sub-element, so it stops there.
+    // The other one goes last, as it alone knows the bounds and sub-elements in any order.
+    constexpr size_t padding = 4;
+    Bytes padded(value.begin(), value.end());
+    padded.resize(padded.size() + padding);
+    KvBssInfo bss{};
+    if (plugin_.apCfgParse(padded.data(), &bss) != 0) return std::nullopt;
+    if (plugin_.apCfgParseCheckLen(value.data(), static_cast<uint32_t>(value.size()), &bss) != 0) return std::nullopt;
+    return bss;
+}
+
+}  // namespace kv1905d

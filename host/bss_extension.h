@@ -1,0 +1,49 @@
+// The plug-in's share in onboarding and topology responses: what this device tells of its own BSSs, one per radio, and
+// how it reads what others tell.
+#pragma once
+
+#include <optional>
+#include <vector>
+
+#include "ieee1905/bss_elements.h"
+#include "ieee1905/cmdu.h"
+#include "options.h"
+#include "plugin.h"
+#include "wifi_band.h"
+
+namespace kv1905d {
+
+class BssExtension {
+  public:
+    // `plugin` must outlive it. Radios beyond KV_MAX_MDID_INTERFACES are not told of: the TLV holds no more.
+    BssExtension(const PluginSymbols &plugin, const std::vector<RadioOption> &radios);
+
+    // Have the plug-in look up the MDIDs and build both TLVs anew. May run nvram. A TLV that it refuses is left out.
+    void refresh();
+
+    // Of the last refresh.
+    const std::vector<Tlv> &topologyTlvs() const { return tlvs_; }
+    const BssElements &elements() const { return elements_; }
+
+    // The vendor extension attribute for the main BSS of that band; empty when no radio is on it.
+    Bytes attribute(Band band) const;
+    // Read a received one from its vendor ID on. Nothing when it is malformed.
+    std::optional<KvBssInfo> readAttribute(ByteView value) const;
+
+  private:
+    // The plug-in's list for the BSS configuration TLV.
+    struct BssList {
+        uint32_t count = 0;
+        KvBssConfig entries[KV_MAX_MDID_INTERFACES]{};
+    };
+
+    BssList configurations() const;
+
+    const PluginSymbols &plugin_;
+    std::vector<Band> bands_;  // of the entries of mdids_
+    KvMdidInterfaceList mdids_{};
+    std::vector<Tlv> tlvs_;
+    BssElements elements_;
+};
+
+}  // namespace kv1905d

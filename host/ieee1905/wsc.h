@@ -1,0 +1,47 @@
+// Wi-Fi Simple Configuration messages in the WSC TLV, as far as onboarding.h uses them: attributes of type u16, length
+// u16.
+#pragma once
+
+#include <array>
+#include <optional>
+#include <string>
+
+#include "wire.h"
+
+namespace kv1905d {
+
+using WscNonce = std::array<uint8_t, 16>;
+
+inline constexpr uint8_t kWscM1 = 0x04;
+inline constexpr uint8_t kWscM2 = 0x05;
+inline constexpr uint8_t kWscBand24 = 0x01;
+inline constexpr uint8_t kWscBand5 = 0x02;
+inline constexpr size_t kMaxWscAttributes = 128;  // of one message; more are refused
+
+struct WscMessage {
+    uint8_t type = 0;   // kWscM1 or kWscM2
+    uint8_t bands = 0;  // kWscBand*
+    WscNonce enrolleeNonce{};
+    WscNonce registrarNonce{};  // M2 alone
+};
+
+// What describes the sender. Texts are cut to their attribute's size.
+struct WscSender {
+    MacAddress alMac;
+    MacAddress radio;   // M1 alone
+    std::string model;  // M1 alone
+    std::string ssid;   // M2 alone; of the main BSS
+};
+
+// extension: a whole vendor extension attribute, put last; may be empty.
+Bytes encodeWsc(const WscMessage &message, const WscSender &sender, ByteView extension);
+
+struct ReceivedWsc {
+    WscMessage message;
+    ByteView extension;  // the maker's vendor extension from its vendor ID on, in the parsed value; empty: none
+};
+
+// Nothing when an attribute does not end, has another size than it must, or one that is needed is missing.
+std::optional<ReceivedWsc> parseWsc(ByteView value);
+
+}  // namespace kv1905d

@@ -1,0 +1,252 @@
+#include "onboarding.h"
+
+#include <algorithm>
+#include <cstring>
+
+#include "log.h"
+
+namespace kv1905d {
+namespace {
+
+constexpr uint8_t kRegistrar = 0x00;
+constexpr Time kStartPause{1000};  // the topology is known by then, and a message's sender must be in it
+constexpr Time kFirstPause{2000};  // between Searches; doubles up to the longest one
+constexpr Time kLongestPause{60000};
+constexpr Time kOfferPause{2000};
+constexpr unsigned kMaxOffers = 3;     // M1 in vain: a foreign controller wants keys, which we do not have
+constexpr Time kRetryPause{2000};      // after a settings request that could not be sent
+constexpr Time kLongestUnseen{30000};  // between a controller's Response and its place in the topology
+constexpr int kSettings = 2;
+
+// How the two bands are written in each place.
+struct BandRow {
+    Band band;
+    uint8_t frequencyBand;  // in the frequency band TLVs
+    uint8_t wsc;
+};
+constexpr BandRow kBandRows[] = {{kBand24, 0x00, kWscBand24}, {kBand5, 0x01, kWscBand5}};
+
+const BandRow &rowOf(Band band) {
+    return *std::find_if(std::begin(kBandRows), std::end(kBandRows),
+                         [&](const BandRow &row) { return row.band == band; });
+}
+
+const BandRow *findRow(uint8_t BandRow::*member, uint8_t value) {
+    const auto found = std::find_if(std::begin(kBandRows), std::end(kBandRows),
+                                    [&](const BandRow &row) { return row.*member == value; });
+    return found == std::end(kBandRows) ? nullptr : found;
+}
+
+Tlv byteTlv(TlvType type, uint8_t value) {
+    return {type, {value}};
+}
+
+std::optional<uint8_t> byteOf(const Message &message, TlvType type) {
+    const Tlv *tlv = message.find(type);
+    if (tlv == nullptr || tlv->value.size() != 1) return std::nullopt;
+    return tlv->value[0];
+}
+
+}  // namespace
+
+const Onboarding::HandlerRow Onboarding::kHandlers[] = {
+    {kAutoconfigurationSearch, &Onboarding::handleSearch},
+    {kAutoconfigurationResponse, &Onboarding::handleResponse},
+    {kAutoconfigurationWsc, &Onboarding::handleWsc},
+};
+
+Onboarding::Onboarding(Node &node, OnboardingActions actions, Time now)
+    : node_(node), actions_(std::move(actions)), random_(node.config().seed) {
+    for (const BandRow &row : kBandRows) {
+        for (const LocalInterface &radio : node.config().radios) {
+            if (wifiBand(radio.mediaType) != row.band) continue;
+            exchanges_.push_back({row.band, radio.mac});
+            break;
+        }
+    }
+    reset(now);
+}
+
+void Onboarding::reset(Time now) {
+    controller_.reset();
+    for (Exchange &exchange : exchanges_) {
+        exchange.step = Step::Search;
+        exchange.due = now + node_.jittered(kStartPause);
+        exchange.pause = kFirstPause;
+    }
+}
+
+std::optional<MacAddress> Onboarding::controller() const {
+    return actions_.isController() ? node_.config().alMac : controller_;
+}
+
+// ---- Receiving
+
+bool Onboarding::receive(const MacAddress &source, const Message &message, Time now) {
+    for (const HandlerRow &row : kHandlers) {
+        if (row.type == message.type) return (this->*row.handle)(source, message, now);
+    }
+    return true;
+}
+
+bool Onboarding::handleSearch(const MacAddress &source, const Message &message, Time now) {
+    const std::optional<uint8_t> role = byteOf(message, kTlvSearchedRole);
+    const std::optional<uint8_t> band = byteOf(message, kTlvAutoconfigFreqBand);
+    if (!role || !band || message.find(kTlvAlMac) == nullptr) return false;
+    if (!actions_.isController() || *role != kRegistrar || !findRow(&BandRow::frequencyBand, *band)) return true;
+    Message response{kAutoconfigurationResponse,
+                     message.id,
+                     false,
+                     {byteTlv(kTlvSupportedRole, kRegistrar), byteTlv(kTlvSupportedFreqBand, *band)}};
+    node_.sendMessage(Reach::Unicast, source, response, now);
+    return true;
+}
+
+bool Onboarding::handleResponse(const MacAddress &source, const Message &message, Time now) {
+    const std::optional<uint8_t> role = byteOf(message, kTlvSupportedRole);
+    const std::optional<uint8_t> band = byteOf(message, kTlvSupportedFreqBand);
+    if (!role || !band) return false;
+    const bool other = controller_ && *controller_ != source;  // the first one to answer stays ours
+    if (actions_.isController() || *role != kRegistrar || other) return true;
+    for (Exchange &exchange : exchanges_) {
+        if (exchange.step != Step::Search || exchange.searchId != message.id) continue;
+        if (rowOf(exchange.band).frequencyBand != *band) continue;
+        if (!controller_) join(source, now);
+        exchange.step = Step::Offer;
+        exchange.offers = 0;
+        exchange.nonce = newNonce();
+        offer(exchange, now);
+    }
+    return true;
+}
+
+bool Onboarding::handleWsc(const MacAddress &source, const Message &message, Time now) {
+    const Tlv *tlv = message.find(kTlvWsc);
+    const std::optional<ReceivedWsc> wsc = tlv ? parseWsc(tlv->value) : std::nullopt;
+    if (!wsc) return false;
+    std::optional<KvBssInfo> bss;
+    if (!wsc->extension.empty() && actions_.readExtension) {
+        bss = actions_.readExtension(wsc->extension);
+        if (!bss) return false;
+    }
+    const BandRow *band = findRow(&BandRow::wsc, wsc->message.bands);
+    Device *device = node_.topology().find(source);
+    if (band == nullptr || device == nullptr) return true;  // a device that is new to us asks again
+    const bool isOffer = actions_.isController() && wsc->message.type == kWscM1;
+    Exchange *answered = isOffer ? nullptr : offerOf(source, wsc->message);
+    if (!isOffer && answered == nullptr) return true;
+    if (bss) {
+        device->apConfigurations[band->band] = *bss;
+    } else {
+        device->apConfigurations.erase(band->band);
+    }
+    if (isOffer) {
+        answerM1(source, wsc->message, message.id, now);
+    } else {
+        answered->step = Step::Done;
+    }
+    return true;
+}
+
+void Onboarding::answerM1(const MacAddress &source, const WscMessage &m1, uint16_t id, Time now) {
+    WscMessage m2 = m1;
+    m2.type = kWscM2;
+    m2.registrarNonce = newNonce();
+    sendWsc(source, m2, {}, id, now);
+}
+
+// The exchange that this M2 answers; null when there is none.
+Onboarding::Exchange *Onboarding::offerOf(const MacAddress &source, const WscMessage &m2) {
+    if (actions_.isController() || m2.type != kWscM2 || source != controller_) return nullptr;
+    const auto found = std::find_if(exchanges_.begin(), exchanges_.end(), [&](const Exchange &exchange) {
+        return exchange.step == Step::Offer && exchange.nonce == m2.enrolleeNonce &&
+               rowOf(exchange.band).wsc == m2.bands;
+    });
+    return found == exchanges_.end() ? nullptr : &*found;
+}
+
+// ---- The agent's duties
+
+void Onboarding::run(Time now) {
+    if (actions_.isController()) return;
+    if (controllerIsGone(now)) reset(now);
+    for (Exchange &exchange : exchanges_) {
+        if (exchange.due <= now) advance(exchange, now);
+    }
+    requestSettings(now);
+}
+
+bool Onboarding::controllerIsGone(Time now) {
+    if (!controller_) return false;
+    if (node_.topology().find(*controller_) != nullptr) {
+        controllerSeen_ = true;
+        return false;
+    }
+    return controllerSeen_ || now - joined_ >= kLongestUnseen;
+}
+
+void Onboarding::join(const MacAddress &source, Time now) {
+    KV_HOST_LOG(KV_LOG_NOTICE, "controller %s answered", source.text().c_str());
+    controller_ = source;
+    controllerSeen_ = false;
+    joined_ = now;
+    nextSetting_ = 0;
+    settingDue_ = now;
+}
+
+void Onboarding::advance(Exchange &exchange, Time now) {
+    if (exchange.step == Step::Search) return search(exchange, now);
+    if (exchange.step == Step::Offer && exchange.offers < kMaxOffers) return offer(exchange, now);
+    exchange.step = Step::Done;
+}
+
+void Onboarding::search(Exchange &exchange, Time now) {
+    exchange.due = now + node_.jittered(exchange.pause);
+    exchange.pause = std::min(exchange.pause * 2, kLongestPause);
+    Message message{kAutoconfigurationSearch,
+                    0,
+                    false,
+                    {macTlv(kTlvAlMac, node_.config().alMac), byteTlv(kTlvSearchedRole, kRegistrar),
+                     byteTlv(kTlvAutoconfigFreqBand, rowOf(exchange.band).frequencyBand)}};
+    node_.sendMessage(Reach::Network, kMulticastMac, message, now);
+    exchange.searchId = message.id;
+}
+
+void Onboarding::offer(Exchange &exchange, Time now) {
+    ++exchange.offers;
+    exchange.due = now + kOfferPause;
+    sendWsc(*controller_, {kWscM1, rowOf(exchange.band).wsc, exchange.nonce, {}}, exchange.radio, 0, now);
+}
+
+void Onboarding::requestSettings(Time now) {
+    const auto offers = [](const Exchange &exchange) { return exchange.step == Step::Offer; };
+    if (!controller_ || !actions_.requestSetting || std::any_of(exchanges_.begin(), exchanges_.end(), offers)) return;
+    for (; nextSetting_ < kSettings && settingDue_ <= now; ++nextSetting_) {
+        if (actions_.requestSetting(*controller_, nextSetting_) == 0) continue;
+        settingDue_ = now + kRetryPause;
+        return;
+    }
+}
+
+// ---- Sending
+
+void Onboarding::sendWsc(const MacAddress &to, const WscMessage &message, const MacAddress &radio, uint16_t id,
+                         Time now) {
+    const Band band = findRow(&BandRow::wsc, message.bands)->band;
+    const KvDevVendorData &own = *node_.topology().local().vendor.data();
+    const WscSender sender{node_.config().alMac,
+                           radio,
+                           {own.modelName, strnlen(own.modelName, sizeof own.modelName)},
+                           actions_.ssid(band)};
+    const Bytes extension = actions_.extension ? actions_.extension(band) : Bytes();
+    Message wsc{kAutoconfigurationWsc, id, false, {{kTlvWsc, encodeWsc(message, sender, extension)}}};
+    node_.sendMessage(Reach::Unicast, to, wsc, now);
+}
+
+WscNonce Onboarding::newNonce() {
+    WscNonce nonce;
+    std::generate(nonce.begin(), nonce.end(), [this] { return static_cast<uint8_t>(random_()); });
+    return nonce;
+}
+
+}  // namespace kv1905d

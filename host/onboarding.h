@@ -1,0 +1,101 @@
+/*
+ * AP-autoconfiguration: an agent finds its controller, both tell one another of their main BSSs, and the agent takes
+ * over the controller's settings.
+ *
+ *   agent                                     controller
+ *   Search, one per band (relayed)    ---->
+ *                                     <----   Response: the agent has joined
+ *   WSC M1 with the vendor extension  ---->   kept per device and band
+ *   kept per device and band          <----   WSC M2 with the vendor extension
+ *   settings requests of the plug-in  ---->   once per join
+ *
+ * Reduced against the standard: M1 and M2 carry neither public keys nor an authenticator nor encrypted settings. There
+ * is no Diffie-Hellman exchange, so nothing here is secret or proven, and no radio is configured by it.
+ */
+#pragma once
+
+#include <functional>
+#include <optional>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "ieee1905/wsc.h"
+#include "node.h"
+#include "wifi_band.h"
+
+namespace kv1905d {
+
+// What Onboarding needs of its owner; those marked with * may be empty, as they are without the plug-in.
+struct OnboardingActions {
+    std::function<bool()> isController;
+    std::function<std::string(Band)> ssid;  // of the main BSS; "" when there is none
+    // * The vendor extension attribute for the main BSS of that band; an empty one is left out.
+    std::function<Bytes(Band)> extension;
+    // * Read a received one from its vendor ID on; nothing when it is malformed.
+    std::function<std::optional<KvBssInfo>(ByteView)> readExtension;
+    // * Have the controller's setting (0 password, 1 country) sent to us; 0 when the request left.
+    std::function<int(const MacAddress &, int)> requestSetting;
+};
+
+class Onboarding {
+  public:
+    // `node` must outlive it; its first radio of each band takes part.
+    Onboarding(Node &node, OnboardingActions actions, Time now);
+
+    // Take a Search, Response or WSC message. False when it is malformed; other devices then learn nothing of us.
+    bool receive(const MacAddress &source, const Message &message, Time now);
+
+    // Do what is due; call about once a second.
+    void run(Time now);
+
+    // The controller's AL MAC, this device's included; nothing while none is known.
+    std::optional<MacAddress> controller() const;
+
+  private:
+    enum class Step { Search, Offer, Done };  // Offer: M1 was sent, M2 is awaited
+    // The agent's side of one band.
+    struct Exchange {
+        Band band;
+        MacAddress radio;
+        Step step = Step::Search;
+        Time due{};
+        Time pause{};           // until the next Search
+        uint16_t searchId = 0;  // message identifier that the Response must carry
+        unsigned offers = 0;    // M1 sent
+        WscNonce nonce{};
+    };
+    struct HandlerRow {
+        uint16_t type;
+        bool (Onboarding::*handle)(const MacAddress &, const Message &, Time);
+    };
+    static const HandlerRow kHandlers[];
+
+    bool handleSearch(const MacAddress &source, const Message &message, Time now);
+    bool handleResponse(const MacAddress &source, const Message &message, Time now);
+    bool handleWsc(const MacAddress &source, const Message &message, Time now);
+    void answerM1(const MacAddress &source, const WscMessage &m1, uint16_t id, Time now);
+    Exchange *offerOf(const MacAddress &source, const WscMessage &m2);
+
+    void reset(Time now);
+    bool controllerIsGone(Time now);
+    void join(const MacAddress &source, Time now);
+    void advance(Exchange &exchange, Time now);
+    void search(Exchange &exchange, Time now);
+    void offer(Exchange &exchange, Time now);
+    void requestSettings(Time now);
+    void sendWsc(const MacAddress &to, const WscMessage &message, const MacAddress &radio, uint16_t id, Time now);
+    WscNonce newNonce();
+
+    Node &node_;
+    OnboardingActions actions_;
+    std::mt19937 random_;  // nonces pair answers with questions here; they protect nothing
+    std::vector<Exchange> exchanges_;
+    std::optional<MacAddress> controller_;
+    Time joined_{};
+    bool controllerSeen_ = false;  // in the topology since we joined
+    int nextSetting_ = 0;          // to be requested; kSettings when all were
+    Time settingDue_{};
+};
+
+}  // namespace kv1905d
