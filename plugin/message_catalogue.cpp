@@ -30,7 +30,9 @@ uint16_t refuseReserved(ByteReader &, KvVendMsg &) {
     return 0;
 }
 // Types whose decoder has already done the work.
-int acceptDecoded(const Dispatch &) { return KV_RET_OK; }
+int acceptDecoded(const Dispatch &) {
+    return KV_RET_OK;
+}
 int encodeNothing(const KvVendMsg &, ByteWriter &) {
     return KV_RET_OK;
 }
