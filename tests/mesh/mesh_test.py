@@ -6,7 +6,7 @@ import signal
 import unittest
 from collections import Counter
 
-from lab import COMPLAINTS, Capture, Mesh, MeshTest, poll, run
+from lab import COMPLAINTS, NOBODY, Capture, Mesh, MeshTest, nobody_can_run_the_build, poll, run
 
 VENDOR_MESSAGE = "0x0004"
 NOTIFICATION = "0x0001"
@@ -173,12 +173,11 @@ class Lab(MeshTest):
 
     @unittest.skipIf(os.geteuid() != 0, "the other tests already run as an ordinary user")
     def test_works_as_an_ordinary_user(self):
-        nobody = ["setpriv", "--reuid=65534", "--regid=65534", "--clear-groups"]
-        if run(*nobody, "unshare", "--user", "--net", "true").returncode != 0:
+        if run(*NOBODY, "unshare", "--user", "--net", "true").returncode != 0:
             self.skipTest("this machine allows ordinary users no namespaces")
-        if run(*nobody, "test", "-x", Mesh().command[-3]).returncode != 0:
+        if not nobody_can_run_the_build():
             self.skipTest("this tree is not readable for other users")
-        with Mesh("--devices", "2", prefix=nobody) as mesh:
+        with Mesh("--devices", "2", prefix=NOBODY) as mesh:
             mesh.await_learnt("agent1")
 
 
