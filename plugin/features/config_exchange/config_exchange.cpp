@@ -15,6 +15,7 @@
 #include "protocol/message_row.h"
 #include "transport/outstanding_queries.h"
 #include "transport/send.h"
+#include "transport/tracked_query.h"
 
 namespace kv {
 
@@ -202,21 +203,7 @@ void store(KvDevVendorData &dev, const uint8_t *alMac, const KvConfAttr &attribu
 }  // namespace
 
 int sendConfQuery(const uint8_t *alMac, uint8_t retry) {
-    if (alMac == nullptr) {
-        LOG_MSG(KV_LOG_ERROR, "config query without an AL MAC\n");
-        return KV_RET_ERR;
-    }
-    LOG_MSG(KV_LOG_DEBUG, "send config query to " KV_MAC "\n", KV_MAC_BYTES(alMac));
-    KvConfQueryData query = {};
-    std::memcpy(query.alMac, alMac, sizeof query.alMac);
-    const KvVendMsg msg = makeVendMsg(VEND_MSG_TYPE_CONF_QUERY, kConfQueryLen, &query);
-    uint16_t msgId = 0;
-    if (sendUnicast(alMac, &msgId, &msg) != KV_RET_OK) {
-        LOG_MSG(KV_LOG_WARNING, "fail send config query to " KV_MAC "\n", KV_MAC_BYTES(alMac));
-        return KV_RET_ERR;
-    }
-    registerKvVendQueryMsg(alMac, msgId, VEND_MSG_TYPE_CONF_QUERY, retry);
-    return KV_RET_OK;
+    return sendTrackedQuery(VEND_MSG_TYPE_CONF_QUERY, "config query", alMac, retry);
 }
 
 int sendConfResp(const KvRecvVendTlv *source, uint16_t msgId, uint8_t mcast) {

@@ -3,7 +3,6 @@
 #include <cstring>
 
 #include "features/device_control/answer.h"
-#include "features/device_control/control_codec.h"
 #include "features/device_control/interface_power_codec.h"
 #include "features/kvMAP1905_netCtrl.h"
 #include "frame/host_table.h"
@@ -14,6 +13,7 @@
 #include "protocol/message_row.h"
 #include "transport/outstanding_queries.h"
 #include "transport/send.h"
+#include "transport/tracked_query.h"
 
 namespace kv {
 
@@ -124,21 +124,7 @@ uint32_t overallResult(const KvIntfPwrCtrlResp &response) {
 }  // namespace
 
 int sendIntfPwrStateQuery(const uint8_t *alMac, uint8_t retry) {
-    if (alMac == nullptr) {
-        LOG_MSG(KV_LOG_ERROR, "intfPwr state query without an AL MAC\n");
-        return KV_RET_ERR;
-    }
-    LOG_MSG(KV_LOG_DEBUG, "send intfPwr state query to " KV_MAC "\n", KV_MAC_BYTES(alMac));
-    KvTargetData target = {};
-    std::memcpy(target.alMac, alMac, sizeof target.alMac);
-    const KvVendMsg msg = makeVendMsg(VEND_MSG_TYPE_INTF_PWR_STATE_QUERY, kTargetLen, &target);
-    uint16_t msgId = 0;
-    if (sendUnicast(alMac, &msgId, &msg) != KV_RET_OK) {
-        LOG_MSG(KV_LOG_WARNING, "fail send intfPwr state query to " KV_MAC "\n", KV_MAC_BYTES(alMac));
-        return KV_RET_ERR;
-    }
-    registerKvVendQueryMsg(alMac, msgId, VEND_MSG_TYPE_INTF_PWR_STATE_QUERY, retry);
-    return KV_RET_OK;
+    return sendTrackedQuery(VEND_MSG_TYPE_INTF_PWR_STATE_QUERY, "intfPwr state query", alMac, retry);
 }
 
 int handleIntfPwrStateQueryMsg(const KvRecvVendTlv *source, uint16_t msgId) {

@@ -79,6 +79,14 @@ int handleReset(const Reset &reset, const KvRecvVendTlv *source, uint16_t msgId,
     return reset.act();
 }
 
+// name: "reset to default" or "partial reset to default".
+int handleResetResponse(const char *name, uint16_t msgId, const KvVendMsg *msg) {
+    const uint32_t result = resultOf(msg);
+    LOG_MSG(KV_LOG_DEBUG, "received %s response msgId %04x, result %d\n", name, msgId, static_cast<int>(result));
+    reportResult(result);
+    return KV_RET_OK;
+}
+
 }  // namespace
 
 int handleRebootReqMsg(const KvRecvVendTlv *source, uint16_t msgId, KvVendMsg *msg, unsigned origin) {
@@ -111,11 +119,7 @@ int handleResetDefaultReqMsg(const KvRecvVendTlv *source, uint16_t msgId, KvVend
 }
 
 int handleResetDefaultRespMsg(uint16_t msgId, KvVendMsg *msg) {
-    const uint32_t result = resultOf(msg);
-    LOG_MSG(KV_LOG_DEBUG, "received reset to default response msgId %04x, result %d\n", msgId,
-            static_cast<int>(result));
-    reportResult(result);
-    return KV_RET_OK;
+    return handleResetResponse("reset to default", msgId, msg);
 }
 
 int handlePartialResetDefaultReqMsg(const KvRecvVendTlv *source, uint16_t msgId, KvVendMsg *msg, unsigned origin) {
@@ -123,11 +127,7 @@ int handlePartialResetDefaultReqMsg(const KvRecvVendTlv *source, uint16_t msgId,
 }
 
 int handlePartialResetDefaultRespMsg(uint16_t msgId, KvVendMsg *msg) {
-    const uint32_t result = resultOf(msg);
-    LOG_MSG(KV_LOG_DEBUG, "received partial reset to default response msgId %04x, result %d\n", msgId,
-            static_cast<int>(result));
-    reportResult(result);
-    return KV_RET_OK;
+    return handleResetResponse("partial reset to default", msgId, msg);
 }
 
 }  // namespace kv
