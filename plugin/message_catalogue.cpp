@@ -2,7 +2,6 @@
 // and one file in features/. Types without a row are unknown to encoder, decoder and dispatcher alike.
 #include <array>
 #include <iterator>
-#include <span>
 
 #include "features/config_exchange/config_codec.h"
 #include "features/config_exchange/config_exchange.h"
@@ -18,6 +17,11 @@
 #include "features/multiap/country_sync.h"
 #include "features/multiap/password_sync.h"
 #include "features/multiap/settings_sync_codec.h"
+#include "features/wifi_clients/client_report.h"
+#include "features/wifi_clients/client_report_codec.h"
+#include "features/wifi_clients/rssi_measurement.h"
+#include "features/wifi_clients/wifi_state.h"
+#include "features/wifi_clients/wifi_state_codec.h"
 #include "protocol/intel_message.h"
 #include "protocol/message_row.h"
 
@@ -51,30 +55,38 @@ constexpr MessageRow kRows[] = {
     {VEND_MSG_TYPE_REBOOT_RESP, "REBOOT_RESP", parseResultMsgData, genResultMsgData, handledBy<handleRebootRespMsg>, nullptr},
     {VEND_MSG_TYPE_INTF_PWR_CTRL_REQ, "INTF_PWR_CTRL_REQ", parseIntfPwrCtrlReqMsgData, genIntfPwrCtrlReqMsgData, handledBy<handleIntfPwrCtrlReqMsg>, nullptr},
     {VEND_MSG_TYPE_INTF_PWR_CTRL_RESP, "INTF_PWR_CTRL_RESP", parseIntfPwrCtrlRespMsgData, genIntfPwrCtrlRespMsgData, handledBy<handleIntfPwrCtrlRespMsg>, nullptr},
+    {VEND_MSG_TYPE_WIFI_STATE_REQ, "WIFI_STATE_REQ", parseNamedTargetMsgData, genTargetMsgData, handledBy<handleWifiStateReqMsg>, nullptr},
+    {VEND_MSG_TYPE_WIFI_STATE_RESP, "WIFI_STATE_RESP", parseWifiStateRespMsgData, genWifiStateRespMsgData, handledBy<handleWifiStateRespMsg>, nullptr},
     RESERVED(10), RESERVED(11), RESERVED(12), RESERVED(16), RESERVED(17), RESERVED(18), RESERVED(19),
     {VEND_MSG_TYPE_FW_CTRL_REQ, "FW_CTRL_REQ", parseFWCtrlReqMsgData, genFWCtrlReqMsgData, handledBy<handleFWCtrlReqMsg>, nullptr},
     {VEND_MSG_TYPE_FW_CTRL_RESP, "FW_CTRL_RESP", parseResultMsgData, genResultMsgData, handledBy<handleFWCtrlRespMsg>, nullptr},
-    {VEND_MSG_TYPE_RESET_DEFAULT_REQ, "RESET_DEFAULT_REQ", parseResetTargetMsgData, genTargetMsgData, handledBy<handleResetDefaultReqMsg>, nullptr},
+    {VEND_MSG_TYPE_RESET_DEFAULT_REQ, "RESET_DEFAULT_REQ", parseNamedTargetMsgData, genTargetMsgData, handledBy<handleResetDefaultReqMsg>, nullptr},
     {VEND_MSG_TYPE_RESET_DEFAULT_RESP, "RESET_DEFAULT_RESP", parseResultMsgData, genResultMsgData, handledBy<handleResetDefaultRespMsg>, nullptr},
     {VEND_MSG_TYPE_COMMAND_REQ, "COMMAND_REQ", parseCommandReqMsgData, genCommandReqMsgData, handledBy<handleCommandReqMsg>, nullptr},
-    {VEND_MSG_TYPE_PARTIAL_RESET_DEFAULT_REQ, "PARTIAL_RESET_DEFAULT_REQ", parseResetTargetMsgData, genTargetMsgData, handledBy<handlePartialResetDefaultReqMsg>, nullptr},
+    {VEND_MSG_TYPE_PARTIAL_RESET_DEFAULT_REQ, "PARTIAL_RESET_DEFAULT_REQ", parseNamedTargetMsgData, genTargetMsgData, handledBy<handlePartialResetDefaultReqMsg>, nullptr},
     {VEND_MSG_TYPE_PARTIAL_RESET_DEFAULT_RESP, "PARTIAL_RESET_DEFAULT_RESP", parseResultMsgData, genResultMsgData, handledBy<handlePartialResetDefaultRespMsg>, nullptr},
     {VEND_MSG_TYPE_COMMAND_RESP, "COMMAND_RESP", parseResultMsgData, genResultMsgData, handledBy<handleCommandRespMsg>, nullptr},
     {VEND_MSG_TYPE_LED_CTRL_REQ, "LED_CTRL_REQ", parseLedCtrlMsgData, genLedCtrlMsgData, handledBy<handleLedCtrlReqMsg>, nullptr},
     {VEND_MSG_TYPE_LED_CTRL_MCAST, "LED_CTRL_MCAST", parseLedCtrlMsgData, genLedCtrlMsgData, handledBy<handleLedCtrlMcastMsg>, nullptr},
     {VEND_MSG_TYPE_LED_CTRL_RESP, "LED_CTRL_RESP", parseResultMsgData, genResultMsgData, handledBy<handleLedCtrlRespMsg>, nullptr},
+    {VEND_MSG_TYPE_WIFI_CLIENT_MCAST2, "WIFI_CLIENT_MCAST2", parseWifiClientMsgData, genWifiClientMsgData, handledBy<handleWifiClientMcastMsg>, nullptr},
     RESERVED(42), RESERVED(43), RESERVED(44), RESERVED(49), RESERVED(50),
     {VEND_MSG_TYPE_SYNC_CTRL_PWD_RESP, "SYNC_CTRL_PWD_RESP", parseSyncCtrlerPwdMsgData, genSyncCtrlerPwdMsgData, acceptDecoded, nullptr},
     {VEND_MSG_TYPE_SYNC_CTRL_PWD_REQ, "SYNC_CTRL_PWD_REQ", parseTargetMsgData, genTargetMsgData, handledBy<handleSyncControllerPwdReqMsg>, nullptr},
     {VEND_MSG_TYPE_SYNC_CTRL_COUNTRY_BCN_REQ, "SYNC_CTRL_COUNTRY_BCN_REQ", parseTargetMsgData, genTargetMsgData, handledBy<handleSyncControllerCountryBcnReqMsg>, nullptr},
     {VEND_MSG_TYPE_SYNC_CTRL_COUNTRY_BCN_RESP, "SYNC_CTRL_COUNTRY_BCN_RESP", parseSyncCtrlerCountryMsgData, genSyncCtrlerCountryMsgData, acceptDecoded, nullptr},
 };
+
+// Intel's set.
+constexpr IntelMessageRow kIntelRows[] = {
+    // type, name, decode, encode, handle
+    {INTEL_MSG_TYPE_RSSI_MEASUREMENT_REQ, "RSSI_MEASUREMENT_REQ", parseRssiMeasurementReq, nullptr, handleIntelRssiMeasurementReq},
+    {INTEL_MSG_TYPE_RSSI_MEASUREMENT_RESP, "RSSI_MEASUREMENT_RESP", nullptr, genRssiMeasurementResp, nullptr},
+    {INTEL_MSG_TYPE_RSSI_MEASUREMENT_NOTIFY, "RSSI_MEASUREMENT_NOTIFY", nullptr, genRssiMeasurementNotify, nullptr},
+};
 // clang-format on
 
 #undef RESERVED
-
-// Intel's set: no type of it is spoken yet.
-constexpr std::span<const IntelMessageRow> kIntelRows = {};
 
 constexpr uint8_t kNoRow = 0xFF;
 

@@ -124,6 +124,12 @@ typedef struct WIFINeighborEntry {
     uint8_t Band;      /* 1 = 2.4 GHz, 6 = 5 GHz */
 } WIFINeighborEntry;
 
+/* A view of a list of stations: head and what hangs from it stay its owner's, unless a function says otherwise. */
+typedef struct {
+    uint32_t count;
+    WIFINeighborEntry *head; /* null when empty */
+} WIFINeighborList;
+
 /* Security configuration of a device. secData holds secLen bytes from malloc, owned by the record, or is null. */
 typedef struct {
     uint32_t secType;
@@ -164,8 +170,8 @@ typedef struct {
     uint32_t versionFileMtime; /* seconds since the epoch */
     char uptime[16];           /* seconds, decimal text */
     uint32_t uptimeRecvTime;   /* seconds since the epoch */
-    uint32_t wifiNbrNum;
-    WIFINeighborEntry *wifiNbrHead;
+    uint32_t wifiNbrNum; /* entries of a remote device's table; the local device's are counted by WIFINbrNum */
+    WIFINeighborEntry *wifiNbrHead; /* of the local device: the plug-in's own list, renewed by kvMAP1905_MainLoop */
     SecurityConfig security;
 } KvDevVendorData;
 
@@ -328,6 +334,7 @@ KV_LAYOUT(offsetof(WIFINeighborEntry, mac) == KV_LP(8, 4) && offsetof(WIFINeighb
           offsetof(WIFINeighborEntry, RSSI) == KV_LP(18, 14) && offsetof(WIFINeighborEntry, Tx) == KV_LP(24, 20) &&
           offsetof(WIFINeighborEntry, lastSeen) == KV_LP(36, 32) && offsetof(WIFINeighborEntry, Band) == KV_LP(40, 36) &&
           sizeof(WIFINeighborEntry) == KV_LP(48, 40));
+KV_LAYOUT(offsetof(WIFINeighborList, head) == sizeof(void *) && sizeof(WIFINeighborList) == 2 * sizeof(void *));
 KV_LAYOUT(offsetof(SecurityConfig, secLen) == 4 && offsetof(SecurityConfig, secData) == 8 &&
           sizeof(SecurityConfig) == KV_LP(16, 12));
 KV_LAYOUT(offsetof(KvDevVendorData, fwVersion) == 3 && offsetof(KvDevVendorData, auxStatus) == 387 &&
@@ -389,6 +396,11 @@ extern KVMAP1905_API uint32_t NCAL_state;
 extern KVMAP1905_API char g_MainSSID[66];
 /* Main BSSIDs, 6 bytes each: 2.4 GHz, 5 GHz. */
 extern KVMAP1905_API uint8_t g_MainBSSID[12];
+
+/* Stations that are associated with this device: how many, and the first. Only read by the host; renewed from the
+ * driver's station files every 10 seconds by kvMAP1905_MainLoop, so pointers into the list live until the next call. */
+extern KVMAP1905_API uint32_t WIFINbrNum;
+extern KVMAP1905_API WIFINeighborEntry *WIFINeighborHead;
 
 /* Firmware states, driven by command 111: 0 none, 2 downloading, 3 downloaded; 0 none, 4 writing, 5 written. */
 extern KVMAP1905_API int32_t State_fw_is_download;
@@ -514,6 +526,22 @@ KVMAP1905_API int kvMAP1905_ConfQuery_send(const uint8_t *alMac, uint8_t retry);
  * mcast: 1 sends it to every device by relayed multicast (source is not used, msgId 0 takes a fresh identifier).
  */
 KVMAP1905_API int kvMAP1905_ConfRespMsg_send(const KvRecvVendTlv *source, uint16_t msgId, uint8_t mcast);
+
+/* ---- Wi-Fi stations ---- */
+
+/*
+ * Ask an agent which stations are associated with it. alMac: the agent's; reserved: not read. Sent once; the answers
+ * are merged into the agent's neighbour table. KV_RET_ERR when it could not be sent.
+ */
+KVMAP1905_API int kvMAP1905_WifiStateQuery_send(const uint8_t *alMac, uint8_t reserved);
+
+/*
+ * Tell a device the signal of one station of this device, in Intel's message 0x6A. destination: its AL MAC. msg: the
+ * host sets payload (null is refused) with staMac, field11 and field18; the rest is filled in, payload included when
+ * the station is known. 0; 1 or 16 when the station is not known: then the payload's own figures were sent; KV_RET_ERR
+ * also when nothing could be sent.
+ */
+KVMAP1905_API int kvMAP1905_RssiMeasurementNotify_send(const uint8_t *destination, KvIntelVendMsg *msg);
 
 /* ---- Device control ---- */
 

@@ -44,6 +44,10 @@ KvDevVendorData *deviceVendorData(const uint8_t *alMac) {
     return reinterpret_cast<KvDevVendorData *>(queryDataModel(DM_QUERY_DEV_VENDOR_DATA, alMac, 0));
 }
 
+KvDevVendorData *wifiNeighborData(const uint8_t *alMac) {
+    return reinterpret_cast<KvDevVendorData *>(queryDataModel(DM_QUERY_DEV_WIFI_NBR, alMac, 0));
+}
+
 bool isInTopology(const uint8_t *alMac) {
     return queryDataModel(DM_QUERY_DEVICE, alMac, 0) != KV_RET_ERR;
 }

@@ -28,6 +28,9 @@ uintptr_t queryDataModel(uint32_t code, const void *argument, uintptr_t argument
 // The plug-in's block of a device, or null when the host does not know it. alMac null: the local device.
 KvDevVendorData *deviceVendorData(const uint8_t *alMac);
 
+// The same where the table of the device's stations is meant.
+KvDevVendorData *wifiNeighborData(const uint8_t *alMac);
+
 // Whether the host's topology holds a device with this AL MAC.
 bool isInTopology(const uint8_t *alMac);
 

@@ -2,6 +2,9 @@
 
 #include <iterator>
 
+#include "features/wifi_clients/client_report.h"
+#include "features/wifi_clients/local_stations.h"
+#include "features/wifi_clients/neighbor_table.h"
 #include "frame/host_table.h"
 #include "frame/local_files.h"
 #include "transport/outstanding_queries.h"
@@ -20,6 +23,9 @@ struct PeriodicTask {
 
 // In the order in which they run; the last one's result is the main loop's.
 constexpr PeriodicTask kTasks[] = {
+    {runNetCtrl, 10.0},
+    {kvSendWIFIClientInfo, 10.0},  // of what was just collected
+    {checkWIFIClientInfo, 10.0},
     {checkWIFIChannelInfo, 120.0},
 };
 
@@ -28,7 +34,7 @@ Schedule instance;
 }  // namespace
 
 int Schedule::runDue(std::time_t now) {
-    static_assert(std::size(kTasks) <= kMaxTasks);
+    static_assert(std::size(kTasks) == kTaskCount);
     int result = 0;
     for (size_t i = 0; i < std::size(kTasks); ++i) {
         const bool due = std::difftime(now, static_cast<std::time_t>(lastRun_[i])) >= kTasks[i].period;

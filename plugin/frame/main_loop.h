@@ -15,8 +15,8 @@ class Schedule {
     void clear() { *this = Schedule(); }
 
   private:
-    static constexpr size_t kMaxTasks = 4;
-    uint32_t lastRun_[kMaxTasks] = {};  // seconds since the epoch
+    static constexpr size_t kTaskCount = 4;
+    uint32_t lastRun_[kTaskCount] = {};  // seconds since the epoch
 };
 
 Schedule &schedule();

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstring>
 
 #include "kv1905/kvMAP1905.h"
 
@@ -14,6 +15,7 @@ class RegisteredNeighbors {
 
     // Adds an AL MAC; nothing happens when it is there already or no entry is free.
     void add(const uint8_t *alMac);
+    void remove(size_t index) { std::memset(entries_[index], 0, sizeof entries_[index]); }
     void clear() { *this = RegisteredNeighbors(); }
     const uint8_t *at(size_t index) const { return entries_[index]; }
 

@@ -15,6 +15,8 @@ class ByteReader {
 
     bool ok() const { return !failed_; }
     size_t remaining() const { return remaining_; }
+    // The next byte; remaining() bytes may be read there.
+    const uint8_t *data() const { return position_; }
 
     uint8_t u8() {
         uint8_t value = 0;
@@ -26,6 +28,12 @@ class ByteReader {
         const unsigned high = u8();
         const unsigned low = u8();
         return static_cast<uint16_t>(high << 8 | low);
+    }
+
+    uint32_t u32() {
+        const uint32_t high = u16();
+        const uint32_t low = u16();
+        return high << 16 | low;
     }
 
     // Copies count bytes; leaves destination alone when fewer remain.

@@ -21,6 +21,11 @@ class ByteWriter {
         bytes(wire, sizeof wire);
     }
 
+    void u32(uint32_t value) {
+        u16(static_cast<uint16_t>(value >> 16));
+        u16(static_cast<uint16_t>(value));
+    }
+
     void bytes(const void *source, size_t count) {
         if (failed_ || count > remaining_) {
             failed_ = true;

@@ -6,6 +6,7 @@
 #include "features/device_control/firmware.h"
 #include "features/multiap/ap_cfg.h"
 #include "features/multiap/mdid_tlv.h"
+#include "features/wifi_clients/local_stations.h"
 #include "frame/main_loop.h"
 #include "frame/vendor_data.h"
 #include "support/captured_log.h"
@@ -92,6 +93,7 @@ void resetPlugin() {
     kv::outstandingQueries().clear();
     kv::registeredNeighbors().clear();
     kv::firmwareUpgradeList().clear();
+    kv::localStations().clear();
     kv::mdidCache().clear();
     kv::rememberedRadio().clear();
     nvram().clear();
@@ -129,6 +131,9 @@ FakeHost::FakeHost() {
 FakeHost::~FakeHost() {
     for (auto &[mac, device] : devices) {
         std::free(device->security.secData);
+        if (mac != kLocal) {
+            kv::FreeStations()(device->wifiNbrHead);
+        }
     }
     resetPlugin();
     host = nullptr;

@@ -2,11 +2,13 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <cstdlib>
 #include <cstring>
 #include <ctime>
 
 #include "features/config_exchange/config_codec.h"
 #include "features/device_control/firmware.h"
+#include "features/wifi_clients/wifi_state.h"
 #include "frame/host_table.h"
 #include "frame/local_files.h"
 #include "frame/log.h"
@@ -200,6 +202,23 @@ void store(KvDevVendorData &dev, const uint8_t *alMac, const KvConfAttr &attribu
     }
 }
 
+// Agents before this build report their stations only when they are asked, and tell no protocol version.
+constexpr int kFirstReportingBuild = 7142;
+
+bool reportsByItself(const KvConfRespData &response, const KvDevVendorData &dev) {
+    int build = 0;
+    for (unsigned i = 0; i < response.count; ++i) {
+        const KvConfAttr &attribute = response.attributes[i];
+        if (attribute.attrType == CONF_ATTR_PROTO_VERSION && attribute.attrLen > 0 && attribute.attrValue[0] != 0) {
+            return true;
+        }
+        if (attribute.attrType == CONF_ATTR_BUILD) {
+            build = std::atoi(dev.buildNum);
+        }
+    }
+    return build >= kFirstReportingBuild;
+}
+
 }  // namespace
 
 int sendConfQuery(const uint8_t *alMac, uint8_t retry) {
@@ -245,6 +264,9 @@ int handleConfRespMsg(uint16_t msgId, KvVendMsg *msg) {
         store(*dev, response->alMac, response->attributes[i]);
     }
     reportKvVendRespMsgReceived(msg->alMac, msgId, VEND_MSG_TYPE_CONF_RESP);
+    if (!reportsByItself(*response, *dev)) {
+        sendWifiStateQuery(response->alMac);
+    }
     return KV_RET_OK;
 }
 

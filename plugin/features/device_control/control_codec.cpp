@@ -27,7 +27,7 @@ uint16_t parseRebootTargetMsgData(ByteReader &payload, KvVendMsg &msg) {
     return consumed;
 }
 
-uint16_t parseResetTargetMsgData(ByteReader &payload, KvVendMsg &msg) {
+uint16_t parseNamedTargetMsgData(ByteReader &payload, KvVendMsg &msg) {
     const uint16_t consumed = parseTargetMsgData(payload, msg);
     if (consumed > 0) {
         const uint8_t *alMac = static_cast<const KvTargetData *>(msg.payload)->alMac;

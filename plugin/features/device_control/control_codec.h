@@ -24,7 +24,7 @@ using KvResultData = uint32_t;  // the byte, zero-extended
 // The same layout three times; what differs is the line that names the target.
 uint16_t parseTargetMsgData(ByteReader &payload, KvVendMsg &msg);        // no line
 uint16_t parseRebootTargetMsgData(ByteReader &payload, KvVendMsg &msg);  // without a level
-uint16_t parseResetTargetMsgData(ByteReader &payload, KvVendMsg &msg);   // debug
+uint16_t parseNamedTargetMsgData(ByteReader &payload, KvVendMsg &msg);   // debug
 int genTargetMsgData(const KvVendMsg &msg, ByteWriter &writer);
 
 uint16_t parseResultMsgData(ByteReader &payload, KvVendMsg &msg);

@@ -9,6 +9,8 @@
 #include "features/multiap/country_sync.h"
 #include "features/multiap/mdid_tlv.h"
 #include "features/multiap/password_sync.h"
+#include "features/wifi_clients/rssi_measurement.h"
+#include "features/wifi_clients/wifi_state.h"
 #include "frame/host_table.h"
 #include "frame/local_files.h"
 #include "frame/main_loop.h"
@@ -120,6 +122,16 @@ int kvMAP1905_ConfQuery_send(const uint8_t *alMac, uint8_t retry) {
 
 int kvMAP1905_ConfRespMsg_send(const KvRecvVendTlv *source, uint16_t msgId, uint8_t mcast) {
     return sendConfResp(source, msgId, mcast);
+}
+
+// Wi-Fi stations
+
+int kvMAP1905_WifiStateQuery_send(const uint8_t *alMac, uint8_t) {
+    return sendWifiStateQuery(alMac);
+}
+
+int kvMAP1905_RssiMeasurementNotify_send(const uint8_t *destination, KvIntelVendMsg *msg) {
+    return sendRssiMeasurementNotify(destination, msg);
 }
 
 // Device control

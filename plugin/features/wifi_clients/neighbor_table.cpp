@@ -1,0 +1,206 @@
+#include "features/wifi_clients/neighbor_table.h"
+
+#include <cstring>
+#include <ctime>
+
+#include "features/wifi_clients/station_list.h"
+#include "frame/host_table.h"
+#include "frame/log.h"
+#include "frame/memory.h"
+#include "frame/vendor_data.h"
+
+namespace kv {
+
+namespace {
+
+constexpr uint32_t kMaxAge = 600;  // seconds
+
+// Finds reported stations in a table. The table is a list that the host reads, so it carries no index: one walk along
+// it notes where the reported stations are, and a merge costs one step per station, known or reported. Without memory
+// for a long report every search walks the table.
+class TableIndex {
+  public:
+    TableIndex(WIFINeighborEntry *&table, const WIFINeighborEntry *reported) : table_(table), end_(&table) {
+        allocate(reported);
+        if (slots_ == nullptr) {
+            return;
+        }
+        for (; reported != nullptr; reported = reported->next) {
+            Slot &slot = slotOf(reported->mac);
+            slot.mac = reported->mac;
+        }
+        for (WIFINeighborEntry *known = table; known != nullptr; known = known->next) {
+            Slot &slot = slotOf(known->mac);
+            if (slot.mac != nullptr && slot.known == nullptr) {
+                slot.known = known;
+            }
+            end_ = &known->next;
+        }
+    }
+
+    // The table's entry of a reported station, or null.
+    WIFINeighborEntry *find(const uint8_t *mac) {
+        if (slots_ != nullptr) {
+            return slotOf(mac).known;
+        }
+        for (end_ = &table_; *end_ != nullptr; end_ = &(*end_)->next) {
+            if (sameMac((*end_)->mac, mac)) {
+                return *end_;
+            }
+        }
+        return nullptr;
+    }
+
+    // Appends the entry of the station that find missed last.
+    void append(WIFINeighborEntry *entry) {
+        *end_ = entry;
+        end_ = &entry->next;
+        if (slots_ != nullptr) {
+            slotOf(entry->mac).known = entry;
+        }
+    }
+
+  private:
+    struct Slot {
+        const uint8_t *mac;  // of a reported station; null: free
+        WIFINeighborEntry *known;
+    };
+
+    static constexpr unsigned kSmallBits = 6;  // a message's worth of stations needs no heap
+
+    void allocate(const WIFINeighborEntry *reported) {
+        size_t count = 0;
+        for (; reported != nullptr; reported = reported->next) {
+            ++count;
+        }
+        while (count > capacity() / 2) {  // at least half of the slots stay free, so every probe ends soon
+            ++bits_;
+        }
+        if (bits_ == kSmallBits) {
+            slots_ = small_;
+        } else {
+            large_.reset(static_cast<Slot *>(std::calloc(capacity(), sizeof(Slot))));
+            slots_ = large_.get();
+        }
+    }
+
+    size_t capacity() const { return size_t{1} << bits_; }
+
+    // The station's slot, or the free one where it would stand.
+    Slot &slotOf(const uint8_t *mac) {
+        uint64_t bits = 0;
+        std::memcpy(&bits, mac, KV_MAC_LEN);
+        size_t at = static_cast<size_t>(bits * 0x9E3779B97F4A7C15u >> (64 - bits_));
+        while (slots_[at].mac != nullptr && !sameMac(slots_[at].mac, mac)) {
+            at = (at + 1) & (capacity() - 1);
+        }
+        return slots_[at];
+    }
+
+    WIFINeighborEntry *&table_;
+    WIFINeighborEntry **end_;  // the link to append at
+    unsigned bits_ = kSmallBits;
+    Slot small_[size_t{1} << kSmallBits] = {};
+    Owned<Slot[]> large_;
+    Slot *slots_ = nullptr;
+};
+
+// False when the table is full or memory ran out.
+bool addStation(KvDevVendorData &dev, TableIndex &index, const WIFINeighborEntry &reported, uint32_t now) {
+    LOG_PLAIN(KV_LOG_DEBUG, "Not found, add WiFi neighbor data\n");
+    if (dev.wifiNbrNum >= kMaxTableStations) {
+        LOG_MSG(KV_LOG_WARNING, "WiFi neighbor table is full, %u stations\n", dev.wifiNbrNum);
+        return false;
+    }
+    auto entry = allocateRecord<WIFINeighborEntry>();
+    if (entry == nullptr) {
+        LOG_PLAIN(KV_LOG_ERROR, "Allocate memory failed for WiFiNbr\n");
+        return false;
+    }
+    std::memcpy(entry->mac, reported.mac, sizeof entry->mac);
+    copyFigures(*entry, reported);
+    entry->lastSeen = now;
+    index.append(entry.release());
+    ++dev.wifiNbrNum;
+    return true;
+}
+
+void dropStaleStations(KvDevVendorData &dev, uint32_t now) {
+    for (WIFINeighborEntry **link = &dev.wifiNbrHead; *link != nullptr;) {
+        WIFINeighborEntry *entry = *link;
+        if (now - entry->lastSeen <= kMaxAge) {
+            link = &entry->next;
+            continue;
+        }
+        *link = entry->next;
+        std::free(entry);
+        dev.wifiNbrNum -= dev.wifiNbrNum > 0;
+    }
+}
+
+}  // namespace
+
+int kvUpdateWiFiNbr(KvDevVendorData *devData, const WIFINeighborList *list) {
+    if (devData == nullptr || list == nullptr) {
+        LOG_MSG(KV_LOG_WARNING, "invalid input when update WiFiNbr\n");
+        return KV_RET_ERR;
+    }
+    const auto now = static_cast<uint32_t>(std::time(nullptr));
+    TableIndex index(devData->wifiNbrHead, list->head);
+    for (const WIFINeighborEntry *reported = list->head; reported != nullptr; reported = reported->next) {
+        const WIFINeighborEntry &r = *reported;
+        LOG_PLAIN(KV_LOG_DEBUG,
+                  "Neighbor Mac " KV_MAC
+                  ", mediaType 0x%04x, Band 0x%x, Rate %d, RSSI %d, SNR %d, signalLevel %d, "
+                  "Tx %u, Rx %u, tx_rate %d, rx_rate %d\n",
+                  KV_MAC_BYTES(r.mac), r.mediaType, r.Band, r.Rate, r.RSSI, r.SNR, r.signalLevel, r.Tx, r.Rx, r.tx_rate,
+                  r.rx_rate);
+        if (WIFINeighborEntry *known = index.find(r.mac)) {
+            LOG_PLAIN(KV_LOG_DEBUG, "Found, update WiFi neighbor data\n");
+            copyFigures(*known, r);
+            known->lastSeen = now;
+        } else if (!addStation(*devData, index, r, now)) {
+            return KV_RET_ERR;
+        }
+    }
+    return KV_RET_OK;
+}
+
+int findReporter(const KvRecvVendTlv *source, uint8_t *alMac) {
+    if (getalMacOfDevTableByIfMac(alMac, source->srcMac) != KV_RET_OK) {
+        return KV_RET_ERR;
+    }
+    if (sameMac(alMac, getMAPAlMac())) {
+        LOG_MSG(KV_LOG_WARNING, "dropped stations that " KV_MAC " reports in this device's own name\n",
+                KV_MAC_BYTES(source->srcMac));
+        return KV_RET_ERR;
+    }
+    return KV_RET_OK;
+}
+
+KvDevVendorData *registeredTable(const uint8_t *alMac) {
+    KvDevVendorData *dev = wifiNeighborData(alMac);
+    if (dev != nullptr) {
+        registerMAPNeighbor(alMac);
+    }
+    return dev;
+}
+
+int checkWIFIClientInfo() {
+    const auto now = static_cast<uint32_t>(std::time(nullptr));
+    for (size_t index = 0; index < RegisteredNeighbors::kCapacity; ++index) {
+        const uint8_t *alMac = registeredNeighbors().at(index);
+        if (isZeroMac(alMac)) {
+            continue;
+        }
+        if (KvDevVendorData *dev = wifiNeighborData(alMac)) {
+            dropStaleStations(*dev, now);
+        } else {
+            LOG_DEVICE(KV_LOG_WARNING, "get " KV_MAC " info failed\n", KV_MAC_BYTES(alMac));
+            registeredNeighbors().remove(index);
+        }
+    }
+    return 0;
+}
+
+}  // namespace kv

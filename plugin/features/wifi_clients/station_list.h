@@ -1,0 +1,46 @@
+// Lists of stations: WIFINeighborEntry records from calloc, linked by next.
+#pragma once
+
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+
+#include "kv1905/kvMAP1905.h"
+
+namespace kv {
+
+struct FreeStations {
+    void operator()(WIFINeighborEntry *first) const {
+        while (first != nullptr) {
+            WIFINeighborEntry *next = first->next;
+            std::free(first);
+            first = next;
+        }
+    }
+};
+using StationList = std::unique_ptr<WIFINeighborEntry, FreeStations>;
+
+// Frees the entries that hang from the view, however many it counts, and the view. A null view is ignored.
+inline void freeWIFINeighborList(WIFINeighborList *list) {
+    if (list != nullptr) {
+        FreeStations()(list->head);
+        std::free(list);
+    }
+}
+
+struct FreeStationView {
+    void operator()(WIFINeighborList *list) const { freeWIFINeighborList(list); }
+};
+// A view that owns its entries.
+using OwnedStations = std::unique_ptr<WIFINeighborList, FreeStationView>;
+
+// Copies all that is told of a station: everything but mac, next and lastSeen.
+inline void copyFigures(WIFINeighborEntry &to, const WIFINeighborEntry &from) {
+    WIFINeighborEntry copy = from;
+    copy.next = to.next;
+    copy.lastSeen = to.lastSeen;
+    std::memcpy(copy.mac, to.mac, sizeof copy.mac);
+    to = copy;
+}
+
+}  // namespace kv

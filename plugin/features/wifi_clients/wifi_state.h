@@ -1,0 +1,15 @@
+// Wi-Fi state: a controller asks an agent for its stations, the agent answers in chunks.
+#pragma once
+
+#include <cstdint>
+
+#include "kv1905/kvMAP1905.h"
+
+namespace kv {
+
+int sendWifiStateQuery(const uint8_t *alMac);
+
+int handleWifiStateReqMsg(const KvRecvVendTlv *source, uint16_t msgId);
+int handleWifiStateRespMsg(const KvRecvVendTlv *source, uint16_t msgId, KvVendMsg *msg);
+
+}  // namespace kv
