@@ -15,19 +15,22 @@
 
 #define LOG_PLAIN(level, ...) kvMAP_syslog(KV_LOG_FACILITY_MSG, level, __VA_ARGS__)
 
-#define LOG_PREFIXED(level, prefix, text, ...)                             \
-    kvMAP_syslog(KV_LOG_FACILITY_MSG, level, prefix "Device " KV_MAC text, \
-                 KV_MAC_BYTES(kv::getMAPAlMac()) __VA_OPT__(, ) __VA_ARGS__)
-
-#define LOG_DEVICE(level, text, ...) LOG_PREFIXED(level, "", ", " text __VA_OPT__(, ) __VA_ARGS__)
-#define LOG_MSG(level, text, ...) LOG_PREFIXED(level, "[MSG] ", ", " text __VA_OPT__(, ) __VA_ARGS__)
-#define LOG_TLV(level, text, ...) LOG_PREFIXED(level, "[TLV] ", ", " text __VA_OPT__(, ) __VA_ARGS__)
-#define LOG_DB(level, text, ...) LOG_PREFIXED(level, "[DB] ", ", " text __VA_OPT__(, ) __VA_ARGS__)
-
-// The same prefixes on lines without a level.
+#ifdef __CPPCHECK__  // has no __VA_OPT__; the compilers check the arguments
+#define LOG_PREFIXED(level, prefix, ...) LOG_PLAIN(level, prefix __VA_ARGS__)
+#define PRINT_PREFIXED(prefix, ...) kos_pk(prefix __VA_ARGS__)
+#else
+#define LOG_PREFIXED(level, prefix, text, ...) \
+    LOG_PLAIN(level, prefix "Device " KV_MAC ", " text, KV_MAC_BYTES(kv::getMAPAlMac()) __VA_OPT__(, ) __VA_ARGS__)
 #define PRINT_PREFIXED(prefix, text, ...) \
     kos_pk(prefix "Device " KV_MAC ", " text, KV_MAC_BYTES(kv::getMAPAlMac()) __VA_OPT__(, ) __VA_ARGS__)
+#endif
 
-#define PRINT_DEVICE(text, ...) PRINT_PREFIXED("", text __VA_OPT__(, ) __VA_ARGS__)
-#define PRINT_MSG(text, ...) PRINT_PREFIXED("[MSG] ", text __VA_OPT__(, ) __VA_ARGS__)
-#define PRINT_TLV(text, ...) PRINT_PREFIXED("[TLV] ", text __VA_OPT__(, ) __VA_ARGS__)
+#define LOG_DEVICE(level, ...) LOG_PREFIXED(level, "", __VA_ARGS__)
+#define LOG_MSG(level, ...) LOG_PREFIXED(level, "[MSG] ", __VA_ARGS__)
+#define LOG_TLV(level, ...) LOG_PREFIXED(level, "[TLV] ", __VA_ARGS__)
+#define LOG_DB(level, ...) LOG_PREFIXED(level, "[DB] ", __VA_ARGS__)
+
+// The same prefixes on lines without a level.
+#define PRINT_DEVICE(...) PRINT_PREFIXED("", __VA_ARGS__)
+#define PRINT_MSG(...) PRINT_PREFIXED("[MSG] ", __VA_ARGS__)
+#define PRINT_TLV(...) PRINT_PREFIXED("[TLV] ", __VA_ARGS__)

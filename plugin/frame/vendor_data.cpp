@@ -36,6 +36,11 @@ bool isDue(When when, const std::optional<uint32_t> &now, uint32_t loaded) {
     return when == When::Always || !now || *now != loaded;
 }
 
+// A file that could not be opened is tried again, changed or not.
+uint32_t timeOfLoad(int result, const std::optional<uint32_t> &fileTime) {
+    return result == KV_RET_OK ? fileTime.value_or(0) : 0;
+}
+
 void loadFiles(KvDevVendorData *dev, bool isController, When when) {
     const std::optional<uint32_t> confTime = modificationTime(kDeviceConfigPath);
     if (isDue(when, confTime, dev->confFileMtime)) {
@@ -43,14 +48,13 @@ void loadFiles(KvDevVendorData *dev, bool isController, When when) {
         dev->cfgAttrCount = 0;
         dev->rebootFromNbrCap = isController ? 0 : 1;
         dev->intfPwrCtrlFromNbrCap = isController ? 0 : 1;
-        readDevConfFile(dev);
+        const int loaded = readDevConfFile(dev);
         getDeviceChannel(dev);
-        dev->confFileMtime = confTime.value_or(0);
+        dev->confFileMtime = timeOfLoad(loaded, confTime);
     }
     const std::optional<uint32_t> versionTime = modificationTime(kVersionPath);
     if (isDue(when, versionTime, dev->versionFileMtime)) {
-        readDevVersionFile(dev);
-        dev->versionFileMtime = versionTime.value_or(0);
+        dev->versionFileMtime = timeOfLoad(readDevVersionFile(dev), versionTime);
     }
 }
 

@@ -5,6 +5,8 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "support/fake_system.h"
+
 namespace kvtest {
 
 ConfigService &configService() {
@@ -20,7 +22,7 @@ bool enter(const std::string &call) {
     if (service.also != nullptr) {
         *service.also += call + " ";
     }
-    return service.failing != call;
+    return !callFails(Call::Config) && service.failing != call;
 }
 
 }  // namespace
@@ -91,6 +93,9 @@ int kcfgFeObjStructGetWithoutUpdate(uint32_t object, KcfgInstanceIndex *index, v
 }
 
 int kcfgFeObjStructGetNextWithoutUpdate(uint32_t object, KcfgInstanceIndex *index, void **copy) {
+    if (kvtest::callFails(kvtest::Call::Config)) {
+        return -1;
+    }
     index->instance[0] = static_cast<uint8_t>(index->level == 0 ? 1 : index->instance[0] + 1);
     index->level = 1;
     return get(object, *index, copy);

@@ -43,6 +43,9 @@ KvIntfList *newInterfaceList() {
 }
 
 uintptr_t dmDataGet(uint32_t code, void *argument, uintptr_t argument2) {
+    if (callFails(Call::Query)) {
+        return code <= DM_QUERY_ALMAC_BY_IFMAC ? KV_RET_ERR : 0;
+    }
     const Mac mac = argument == nullptr ? kLocal : macAt(argument);
     const auto device = host->devices.find(mac);
     switch (code) {
@@ -77,12 +80,12 @@ int send(KvVendMsgDest *dest, uint16_t *msgId) {
     }
     host->sent.push_back(record);
     host->journal += "send ";
-    return host->sendResult;
+    return callFails(Call::Send) ? KV_RET_ERR : host->sendResult;
 }
 
 int jsonWrite(uint32_t) {
     ++host->jsonWrites;
-    return host->jsonResult;
+    return callFails(Call::JsonWrite) ? KV_RET_ERR : host->jsonResult;
 }
 
 void resetPlugin() {

@@ -4,7 +4,8 @@
 
 namespace {
 std::time_t clockNow = 0;
-size_t failIn = 0;  // allocations until the one that fails; 0: none is to fail
+kvtest::Call failing = kvtest::Call::Allocation;
+size_t failIn = 0;  // calls of that kind until the one that fails; 0: none is to fail
 bool failed = false;
 size_t allocations = 0;
 unsigned slept = 0;
@@ -32,8 +33,7 @@ extern "C" unsigned sleep(unsigned seconds) {
 // The linker's --wrap=calloc leads the plug-in's calls here.
 extern "C" void *__real_calloc(size_t count, size_t size);
 extern "C" void *__wrap_calloc(size_t count, size_t size) {
-    if (failIn > 0 && --failIn == 0) {
-        failed = true;
+    if (kvtest::callFails(kvtest::Call::Allocation)) {
         return nullptr;
     }
     ++allocations;
@@ -46,17 +46,26 @@ void setClock(std::time_t now) {
     clockNow = now;
 }
 
-FailingAllocation::FailingAllocation(size_t nth) {
+FailingCall::FailingCall(Call call, size_t nth) {
+    failing = call;
     failIn = nth;
     failed = false;
 }
 
-FailingAllocation::~FailingAllocation() {
+FailingCall::~FailingCall() {
     failIn = 0;
 }
 
-bool FailingAllocation::happened() const {
+bool FailingCall::happened() const {
     return failed;
+}
+
+bool callFails(Call call) {
+    if (call != failing || failIn == 0 || --failIn > 0) {
+        return false;
+    }
+    failed = true;
+    return true;
 }
 
 unsigned takeSleptSeconds() {

@@ -12,17 +12,28 @@ void setClock(std::time_t now);
 // Seconds that the code under test asked to sleep since the last call; no time passes.
 unsigned takeSleptSeconds();
 
-// Makes the nth calloc from now on (1 is the next) fail, once.
-class FailingAllocation {
+// What can fail on the far side of the plug-in.
+enum class Call { Allocation, OpenFile, OpenPipe, RunCommand, Send, Query, JsonWrite, Config, Post };
+
+// Makes the nth call of a kind from now on (1 is the next) fail, once.
+class FailingCall {
   public:
-    explicit FailingAllocation(size_t nth);
-    ~FailingAllocation();
-    FailingAllocation(const FailingAllocation &) = delete;
-    FailingAllocation &operator=(const FailingAllocation &) = delete;
+    FailingCall(Call call, size_t nth);
+    ~FailingCall();
+    FailingCall(const FailingCall &) = delete;
+    FailingCall &operator=(const FailingCall &) = delete;
 
     // A failure that was injected and never happened proves nothing.
     bool happened() const;
 };
+
+// The nth calloc.
+struct FailingAllocation : FailingCall {
+    explicit FailingAllocation(size_t nth) : FailingCall(Call::Allocation, nth) {}
+};
+
+// Whether this call is the one that is to fail; asked by whatever stands in for the far side.
+bool callFails(Call call);
 
 // Successful allocations of the plug-in since the last call.
 size_t takeAllocationCount();
