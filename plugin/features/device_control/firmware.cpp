@@ -29,6 +29,7 @@ namespace {
 FirmwareUpgradeList upgradeList;
 
 constexpr unsigned kWriteDelay = 1;  // seconds
+constexpr char kListLine[] = "%02x:%02x:%02x:%02x:%02x:%02x\n";
 
 // The agent's copy of a URL, its terminator included; a longer one is answered with KV_RET_ERR.
 constexpr size_t kUrlTextLen = 1024;
@@ -261,6 +262,9 @@ void FirmwareUpgradeList::writeFile() const {
         std::remove(kFirmwareListPath);
         return;
     }
+    if (isWritten()) {
+        return;
+    }
     sleep(kWriteDelay);
     const File file = openFile(kFirmwareListPath, "w");
     if (file == nullptr) {
@@ -268,8 +272,25 @@ void FirmwareUpgradeList::writeFile() const {
     }
     LOG_DEVICE(KV_LOG_INFO, "update firmware file %s\n", kFirmwareListPath);
     for (const FWalmacEntry *entry = head_->first; entry != nullptr; entry = entry->next) {
-        kos_fpk(file.get(), "%02x:%02x:%02x:%02x:%02x:%02x\n", KV_MAC_BYTES(entry->alMac));
+        kos_fpk(file.get(), kListLine, KV_MAC_BYTES(entry->alMac));
     }
+}
+
+// Every configuration response asks for a write: a neighbour that repeats itself must not stop the host each time.
+bool FirmwareUpgradeList::isWritten() const {
+    const File file = openFile(kFirmwareListPath, "r");
+    if (file == nullptr) {
+        return false;
+    }
+    ConfigLine line;
+    for (const FWalmacEntry *entry = head_->first; entry != nullptr; entry = entry->next) {
+        char expected[sizeof line];
+        kos_snprintf(expected, sizeof expected, kListLine, KV_MAC_BYTES(entry->alMac));
+        if (!readLine(file.get(), line) || std::strcmp(line, expected) != 0) {
+            return false;
+        }
+    }
+    return !readLine(file.get(), line);
 }
 
 FirmwareUpgradeList &firmwareUpgradeList() {

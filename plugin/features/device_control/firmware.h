@@ -42,7 +42,7 @@ struct FWalmacHead {
 };
 
 // Agents that reported an upgrade in progress or finished, oldest first, mirrored in a file. Each write of entries
-// waits a second first, so a change blocks the caller for up to two.
+// waits a second first, so a change blocks the caller for up to two; a file that already tells the list stays.
 class FirmwareUpgradeList {
   public:
     // status: FW_STATE_*; only 4 and 5 are listed. KV_RET_ERR for others, for a duplicate, without an AL MAC or memory.
@@ -56,6 +56,7 @@ class FirmwareUpgradeList {
 
   private:
     FWalmacEntry *append();
+    bool isWritten() const;
 
     FWalmacHead *head_ = nullptr;  // exists from the first addition on
 };
