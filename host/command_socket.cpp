@@ -146,7 +146,7 @@ std::optional<Reply> parseReply(ByteView message) {
     WireReader in(message);
     const uint32_t verdict = readU32(in);
     const uint32_t needed = readU32(in);
-    if (!in.finished() || verdict > static_cast<uint32_t>(Verdict::NotPermitted)) return std::nullopt;
+    if (!in.finished() || verdict > static_cast<uint32_t>(kLastVerdict)) return std::nullopt;
     return Reply{static_cast<Verdict>(verdict), needed};
 }
 
@@ -160,9 +160,11 @@ Reply handlePost(ByteView message, const CommandActions &actions) {
     alignas(std::max_align_t) std::array<uint8_t, kMaxCommandSize + alignof(std::max_align_t)> copy{};
     std::copy(post->buffer.begin(), post->buffer.end(), copy.begin());
     const Verdict verdict = row == nullptr ? Verdict::Accepted : verdictOn(*row, post->buffer, actions);
-    const uint64_t sent = actions.run(post->code, copy.data());
-    const bool hasTarget = row != nullptr && row->target != Target::None;
-    return {hasTarget && verdict == Verdict::Accepted && sent == 0 ? Verdict::NothingSent : verdict};
+    if (row != nullptr && row->target == Target::OtherDevice && verdict != Verdict::Accepted) return {verdict};
+    const Effect effect = actions.run(post->code, copy.data());
+    if (row == nullptr || row->target == Target::None || verdict != Verdict::Accepted) return {verdict};
+    if (effect.sent == 0) return {Verdict::NothingSent};
+    return {effect.result != KV_RET_OK ? Verdict::UnknownStation : Verdict::Accepted};
 }
 
 // ---- The daemon's end

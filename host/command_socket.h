@@ -3,7 +3,7 @@
  * the daemon checks before the plug-in sees a command.
  *
  * One connection carries one exchange of two packets (SOCK_SEQPACKET; numbers are big-endian):
- *   post   code u32, size u32, that many bytes laid out as KV_CMD_* says
+ *   post   code u32, size u32, that many bytes laid out as KV_CMD_* or OwnCommand says
  *   reply  verdict u32, bytes that the code needs u32 (0 unless the verdict is ShortBuffer)
  */
 #pragma once
@@ -25,10 +25,17 @@ namespace kv1905d {
 inline constexpr const char *kDefaultCommandSocket = "/tmp/kv1905d.sock";
 inline constexpr size_t kMaxCommandSize = 4096;  // bytes of one command buffer
 
+// Commands that the daemon runs itself; the plug-in never sees these codes, and its own are below 0x10000.
+enum OwnCommand : uint32_t {
+    kCommandRssi = 0x10001,           // AL MAC of the device to tell, MAC of a station of this device: 12 bytes
+    kCommandQueryStations = 0x10002,  // AL MAC of the device to ask: 6 bytes
+};
+
 enum class Target {
     None,
-    Device,       // the buffer starts with an AL MAC
-    DeviceOrZero  // an all-zero AL MAC is allowed, and nothing is sent
+    Device,        // the buffer starts with an AL MAC
+    DeviceOrZero,  // an all-zero AL MAC is allowed, and nothing is sent
+    OtherDevice    // a known one that is not this device, or nothing is done
 };
 
 struct CommandRow {
@@ -51,6 +58,8 @@ inline constexpr CommandRow kCommandRows[] = {
     {KV_CMD_SYNC_COUNTRY_BCN_REQ, KV_MAC_LEN, Target::None},
     {KV_CMD_COUNTRY_IN_BCN, sizeof(SyncCtrlerCountryMsgData), Target::None},
     {KV_CMD_UPDATE_DEVICE_INFO, 0, Target::None},
+    {kCommandRssi, 2 * KV_MAC_LEN, Target::OtherDevice},
+    {kCommandQueryStations, KV_MAC_LEN, Target::OtherDevice},
 };
 
 // Null for a code without a row. Such a post is handed on all the same: the plug-in may know more codes.
@@ -62,7 +71,7 @@ struct Post {
 };
 
 enum class Verdict : uint32_t {
-    Accepted,     // the plug-in has taken the command; so it has with the next four
+    Accepted,     // the plug-in has taken the command; so it has with the next four, unless Target::OtherDevice
     LocalTarget,  // the target is this device itself
     NoTarget,     // the target is all zero: nothing was sent
     UnknownTarget,
@@ -71,7 +80,9 @@ enum class Verdict : uint32_t {
     NoPlugin,
     Malformed,
     NotPermitted,
+    UnknownStation,  // taken and sent all the same: that station is not associated with this device
 };
+inline constexpr Verdict kLastVerdict = Verdict::UnknownStation;
 
 struct Reply {
     Verdict verdict;
@@ -85,10 +96,16 @@ std::optional<Reply> parseReply(ByteView message);
 
 enum class Presence { Unknown, Known, Local };
 
+// What running a command did.
+struct Effect {
+    uint64_t sent;           // messages
+    int result = KV_RET_OK;  // of an own command; anything else after a message was sent: the station is not here
+};
+
 struct CommandActions {
     std::function<Presence(const MacAddress &)> find;  // in the topology
-    // Hands code and buffer to the plug-in and returns how many messages that sent; empty without a plug-in.
-    std::function<uint64_t(uint32_t, void *)> run;
+    // Hands code and buffer to the plug-in; empty without one.
+    std::function<Effect(uint32_t, void *)> run;
 };
 
 // Check a post and run it. The plug-in gets a copy, aligned and zero-filled to more than kMaxCommandSize bytes.

@@ -16,6 +16,8 @@ namespace {
 constexpr int kFramesPerTurn = 64;           // read from one socket before the others have their turn
 constexpr size_t kLargestFrame = 65536;      // bytes; larger than any interface delivers
 constexpr uint64_t kUpdateEvery = 5;         // seconds between looks at the local configuration files
+constexpr Time kWriteSpacing{1000};          // between JSON files, which every report of stations asks for
+constexpr int8_t kNoSignal = -90;            // dBm, told of a station that is not here
 constexpr uint64_t kWriteEvery = 3;          // seconds between JSON files when there is no plug-in to ask for them
 constexpr uint64_t kBssEvery = 60;           // seconds between looks at the MDIDs, which may run nvram
 constexpr unsigned kSilentAgentRounds = 10;  // agents that never answered are asked in one round of so many
@@ -61,7 +63,7 @@ KvIntfList *newInterfaceList(const Device &device) {
 const Daemon::SignalRow Daemon::kSignals[] = {
     {SIGTERM, &Daemon::stop},
     {SIGINT, &Daemon::stop},
-    {SIGHUP, &Daemon::writeNow},
+    {SIGHUP, &Daemon::writeOnSignal},
     {SIGUSR1, &Daemon::announceConfiguration},
 };
 
@@ -71,8 +73,8 @@ Daemon::Daemon(const Options &options) : options_(options), commands_(options.so
     if (!options_.plugin.empty()) plugin_ = loadPlugin(options_.plugin);
     node_ = std::make_unique<Node>(std::move(config), nodeEvents(), monotonicNow());
     openLoop();
-    if (plugin_) initPlugin();
     onboarding_.emplace(*node_, onboardingActions(), monotonicNow());
+    if (plugin_) initPlugin();  // may ask for the JSON file
 }
 
 Daemon::~Daemon() {
@@ -144,6 +146,7 @@ void Daemon::openLoop() {
     loop_.data = this;
     uv_timer_init(&loop_, &nodeTimer_);
     uv_timer_init(&loop_, &secondTimer_);
+    uv_timer_init(&loop_, &writeTimer_);
     for (uv_signal_t &handle : signals_)
         uv_signal_init(&loop_, &handle);
 }
@@ -251,8 +254,8 @@ void Daemon::stop() {
     uv_stop(&loop_);
 }
 
-void Daemon::writeNow() {
-    writeDataModel();
+void Daemon::writeOnSignal() {
+    writeDataModelNow();
 }
 
 void Daemon::announceConfiguration() {
@@ -293,14 +296,41 @@ CommandActions Daemon::commandActions() {
         if (device == nullptr) return Presence::Unknown;
         return device->local ? Presence::Local : Presence::Known;
     };
-    actions.run = [this](uint32_t code, void *buffer) {
-        KV_HOST_LOG(KV_LOG_INFO, "operator command %u", code);
-        const uint64_t before = node_->counters().vendorMessagesSent;
-        plugin_->commandHandle(buffer, code);
-        wake(0);  // what it sent to this device itself waits for the node, and must not come before the tool's reply
-        return node_->counters().vendorMessagesSent - before;
-    };
+    actions.run = [this](uint32_t code, void *buffer) { return runCommand(code, buffer); };
     return actions;
+}
+
+const Daemon::OwnCommandRow Daemon::kOwnCommands[] = {
+    {kCommandRssi, &Daemon::notifyRssi},
+    {kCommandQueryStations, &Daemon::queryStations},
+};
+
+Effect Daemon::runCommand(uint32_t code, void *buffer) {
+    KV_HOST_LOG(KV_LOG_INFO, "operator command %u", code);
+    const auto own = std::find_if(std::begin(kOwnCommands), std::end(kOwnCommands),
+                                  [code](const OwnCommandRow &row) { return row.code == code; });
+    const uint64_t before = node_->counters().vendorMessagesSent;
+    int result = KV_RET_OK;
+    if (own != std::end(kOwnCommands)) {
+        result = (this->*own->run)(static_cast<const uint8_t *>(buffer));
+    } else {
+        plugin_->commandHandle(buffer, code);
+    }
+    wake(0);  // what it sent to this device itself waits for the node, and must not come before the tool's reply
+    return {node_->counters().vendorMessagesSent - before, result};
+}
+
+int Daemon::notifyRssi(const uint8_t *buffer) {
+    KvRssiMeasurement measurement{};
+    std::copy_n(buffer + KV_MAC_LEN, KV_MAC_LEN, measurement.staMac);
+    measurement.rssi = static_cast<uint8_t>(kNoSignal);
+    KvIntelVendMsg message{};
+    message.payload = &measurement;
+    return plugin_->rssiNotifySend(buffer, &message);
+}
+
+int Daemon::queryStations(const uint8_t *buffer) {
+    return plugin_->wifiStateQuerySend(buffer, 0);
 }
 
 // ---- The controller's duties
@@ -370,21 +400,39 @@ uintptr_t Daemon::dataQuery(uint32_t code, void *argument, uintptr_t argument2) 
     return answers[code](*this, argument, argument2);
 }
 
+// Early requests become one write when the spacing has passed; until then the last result stands.
 int Daemon::writeDataModel() {
+    const Time wait = nextWrite_ - monotonicNow();
+    if (wait <= Time{}) return writeDataModelNow();
+    if (!uv_is_active(reinterpret_cast<uv_handle_t *>(&writeTimer_))) {
+        const auto callback = [](uv_timer_t *handle) {
+            static_cast<Daemon *>(handle->loop->data)->writeDataModelNow();
+        };
+        uv_update_time(&loop_);
+        uv_timer_start(&writeTimer_, callback, static_cast<uint64_t>(wait.count()), 0);
+    }
+    return lastWrite_;
+}
+
+int Daemon::writeDataModelNow() {
     const time_t wallClock = std::time(nullptr);
     const Time now = monotonicNow();
+    uv_timer_stop(&writeTimer_);
+    nextWrite_ = now + kWriteSpacing;
+    lastWrite_ = KV_RET_ERR;
     try {
-        replaceFile(options_.dataModel, dataModelJson({node_->topology(), node_->counters(), role(), mainNetworks(),
-                                                       now, wallClock, onboarding_->controller()}));
+        replaceFile(options_.dataModel,
+                    dataModelJson({node_->topology(), node_->counters(), role(), mainNetworks(), now, wallClock,
+                                   onboarding_->controller(), plugin_ ? *plugin_->stationCount : 0}));
     } catch (const std::exception &error) {
         unsigned held = 0;
         if (writeFailures_.open(now, &held)) {
             KV_HOST_LOG(KV_LOG_ERROR, "JSON file not written: %s (%u more lines held back)", error.what(), held);
         }
-        return KV_RET_ERR;
+        return lastWrite_;
     }
     if (plugin_) *plugin_->dataModelTimeStamp = static_cast<uint32_t>(wallClock);
-    return KV_RET_OK;
+    return lastWrite_ = KV_RET_OK;
 }
 
 const char *Daemon::role() const {

@@ -62,7 +62,7 @@ class Daemon final : private PluginHost {
 
     // Signals
     void stop();
-    void writeNow();
+    void writeOnSignal();
     void announceConfiguration();
 
     // The controller's duties
@@ -75,11 +75,21 @@ class Daemon final : private PluginHost {
     void refreshBss();
 
     CommandActions commandActions();
+    Effect runCommand(uint32_t code, void *buffer);
+    // The host's own commands; the entry point's result.
+    int notifyRssi(const uint8_t *buffer);
+    int queryStations(const uint8_t *buffer);
+    struct OwnCommandRow {
+        uint32_t code;
+        int (Daemon::*run)(const uint8_t *buffer);
+    };
+    static const OwnCommandRow kOwnCommands[];
     const char *role() const;
     MainNetworks mainNetworks() const;
 
     uintptr_t dataQuery(uint32_t code, void *argument, uintptr_t argument2) override;
     int writeDataModel() override;
+    int writeDataModelNow();
     int sendUnicast(const KvVendMsgDest &dest, uint16_t *msgId) override;
     int sendToNeighbours(const KvVendMsgDest &dest, uint16_t *msgId) override;
     int sendToNetwork(const KvVendMsgDest &dest, uint16_t *msgId) override;
@@ -95,10 +105,13 @@ class Daemon final : private PluginHost {
     std::optional<BssExtension> bss_;  // with the plug-in
     std::optional<Onboarding> onboarding_;
     LogGate writeFailures_;
-    uint64_t seconds_ = 0;  // calls of everySecond
+    Time nextWrite_{};           // of the JSON file, at the earliest
+    int lastWrite_ = KV_RET_OK;  // its result
+    uint64_t seconds_ = 0;       // calls of everySecond
     uv_loop_t loop_{};
     uv_timer_t nodeTimer_{};
     uv_timer_t secondTimer_{};
+    uv_timer_t writeTimer_{};
     std::array<uv_signal_t, kSignalCount> signals_{};
 };
 

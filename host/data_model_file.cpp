@@ -28,6 +28,7 @@ class Json {
         return Json(json_object_new_string_len(valid.data(), static_cast<int>(valid.size())));
     }
     static Json number(uint64_t value) { return Json(json_object_new_uint64(value)); }
+    static Json integer(int64_t value) { return Json(json_object_new_int64(value)); }
     static Json boolean(bool value) { return Json(json_object_new_boolean(value)); }
     static Json mac(const MacAddress &value) { return text(value.text()); }
 
@@ -73,7 +74,7 @@ Json timeJson(time_t when) {
 
 // ---- Fields of the plug-in's record
 
-enum class FieldKind { Text, Byte, Flag, Number, Time };
+enum class FieldKind { Text, Byte, Flag, Time };
 
 struct FieldRow {
     const char *name;
@@ -110,7 +111,6 @@ constexpr FieldRow kVendorFields[] = {
     KV_FIELD("LedOnOff", ledOnOff, Text),
     KV_FIELD("Uptime", uptime, Text),
     KV_FIELD("UptimeReceived", uptimeRecvTime, Time),
-    KV_FIELD("WifiNeighborCount", wifiNbrNum, Number),
 };
 #undef KV_FIELD
 
@@ -125,18 +125,19 @@ Json fieldJson(const KvDevVendorData &record, const FieldRow &row) {
         const auto byte = static_cast<uint8_t>(*field);
         return row.kind == FieldKind::Flag ? Json::boolean(byte != 0) : Json::number(byte);
     }
-    uint32_t number = 0;
+    uint32_t when = 0;
     static_assert(std::all_of(std::begin(kVendorFields), std::end(kVendorFields), [](const FieldRow &r) {
-        return r.kind == FieldKind::Text || r.size == 1 || r.size == sizeof(uint32_t);
+        return r.kind == FieldKind::Text || r.size == (r.kind == FieldKind::Time ? sizeof(when) : 1);
     }));
-    std::memcpy(&number, field, sizeof number);
-    return row.kind == FieldKind::Time ? timeJson(static_cast<time_t>(number)) : Json::number(number);
+    std::memcpy(&when, field, sizeof when);
+    return timeJson(static_cast<time_t>(when));
 }
 
 // ---- Wi-Fi
 
 constexpr uint8_t kStationBand24 = 1;
 constexpr uint8_t kStationBand5 = 6;
+constexpr const char *kBandNames[] = {"2.4GHz", "5GHz", ""};  // by Band
 
 bool isWifi(const DeviceInterface &interface) {
     return (interface.facts.mediaType & 0xFF00) == 0x0100;
@@ -152,11 +153,16 @@ uint8_t signalCode(int dBm) {
     return static_cast<uint8_t>(std::clamp(2 * (dBm + 110), 0, 220));
 }
 
+Json rateJson(uint16_t megabits) {
+    return Json::number(uint64_t{megabits} * 1000);  // kbit/s, as Data Elements has it
+}
+
+// The local list carries no time: its stations were there when it was made.
 Json stationJson(const WIFINeighborEntry &station, time_t now) {
     Json json = Json::object();
     json.add("MACAddress", Json::mac(MacAddress::copyOf(station.mac)));
-    json.add("LastDataDownlinkRate", Json::number(uint64_t{station.tx_rate} * 1000));  // kbit/s
-    json.add("LastDataUplinkRate", Json::number(uint64_t{station.rx_rate} * 1000));
+    json.add("LastDataDownlinkRate", rateJson(station.tx_rate));
+    json.add("LastDataUplinkRate", rateJson(station.rx_rate));
     json.add("SignalStrength", Json::number(signalCode(station.RSSI)));
     json.add("BytesSent", Json::number(station.Tx));
     json.add("BytesReceived", Json::number(station.Rx));
@@ -189,6 +195,15 @@ std::optional<Bss> bssOf(const DataModelView &view, const Device &device, const 
     return Bss{bssid, ""};
 }
 
+// The radio that stands for the device's stations of that band; null when none has a network.
+const DeviceInterface *stationRadio(const DataModelView &view, const Device &device, Band band) {
+    const auto isIt = [&](const DeviceInterface &each) {
+        return isWifi(each) && wifiBand(each.facts.mediaType) == band && bssOf(view, device, each, band);
+    };
+    const auto found = std::find_if(device.interfaces.begin(), device.interfaces.end(), isIt);
+    return found == device.interfaces.end() ? nullptr : &*found;
+}
+
 Json radioJson(const DataModelView &view, const Device &device, const DeviceInterface &radio) {
     const Band band = wifiBand(radio.facts.mediaType);
     Json networks = Json::array();
@@ -197,7 +212,9 @@ Json radioJson(const DataModelView &view, const Device &device, const DeviceInte
         network.add("BSSID", Json::mac(bss->bssid));
         network.add("SSID", Json::text(bss->ssid));
         network.add("Enabled", Json::boolean(radio.vendor.pwrState == 0));
-        network.addCounted("NumberOfSTA", "STAList", stationsJson(device, band, view.wallClock));
+        const bool hasStations = stationRadio(view, device, band) == &radio;
+        network.addCounted("NumberOfSTA", "STAList",
+                           hasStations ? stationsJson(device, band, view.wallClock) : Json::array());
         networks.add(std::move(network));
     }
     Json json = Json::object();
@@ -205,6 +222,34 @@ Json radioJson(const DataModelView &view, const Device &device, const DeviceInte
     json.add("Enabled", Json::boolean(radio.vendor.pwrState == 0));
     json.addCounted("NumberOfBSS", "BSSList", std::move(networks));
     return json;
+}
+
+// ---- Every station, also of devices whose networks are not known
+
+void addStations(Json &list, const DataModelView &view, const Device &device) {
+    std::optional<Bss> networks[std::size(kBandNames)];
+    for (const Band band : {kBand24, kBand5}) {
+        if (const DeviceInterface *radio = stationRadio(view, device, band)) {
+            networks[band] = bssOf(view, device, *radio, band);
+        }
+    }
+    for (const WIFINeighborEntry *at = device.vendor.data()->wifiNbrHead; at != nullptr; at = at->next) {
+        const Band band = bandOf(*at);
+        Json json = stationJson(*at, view.wallClock);
+        json.add("Device", Json::mac(device.alMac));
+        if (networks[band]) {
+            json.add("BSSID", Json::mac(networks[band]->bssid));
+        } else {
+            json.addNull("BSSID");
+        }
+        json.add("Band", Json::text(kBandNames[band]));
+        json.add("MediaType", Json::number(at->mediaType));
+        json.add("RSSI", Json::integer(at->RSSI));  // dBm
+        json.add("SNR", Json::integer(at->SNR));    // dB
+        json.add("SignalLevel", Json::number(at->signalLevel));
+        json.add("Rate", rateJson(at->Rate));
+        list.add(std::move(json));
+    }
 }
 
 // ---- BSSs as devices told of them
@@ -240,7 +285,7 @@ Json apConfigurationsJson(const Device &device) {
     Json list = Json::array();
     for (const auto &[band, bss] : device.apConfigurations) {
         Json json = Json::object();
-        json.add("Band", Json::text(band == kBand24 ? "2.4GHz" : "5GHz"));
+        json.add("Band", Json::text(kBandNames[band]));
         json.add("BandIndex", Json::number(bss.BandIndex));
         json.add("Attribute", Json::number(bss.Attribute));
         json.add("Mdid", Json::number(bss.MDID));
@@ -294,6 +339,7 @@ Json vendorDeviceJson(const DataModelView &view, const Device &device, const std
     json.add("SecondsSinceHeard", Json::number(static_cast<uint64_t>(silence.count() / 1000)));
     for (const FieldRow &row : kVendorFields)
         json.add(row.name, fieldJson(*device.vendor.data(), row));
+    json.add("WifiNeighborCount", Json::number(device.local ? view.localStations : device.vendor.data()->wifiNbrNum));
     json.add("MdidList", mdidsJson(device));
     json.add("BssConfigList", bssConfigurationsJson(device));
     json.add("ApConfigurationList", apConfigurationsJson(device));
@@ -305,14 +351,18 @@ Json ownJson(const DataModelView &view) {
     for (const CounterRow &row : kCounterRows)
         counters.add(row.name, Json::number(view.counters.*row.field));
     Json devices = Json::array();
+    Json stations = Json::array();
     const std::map<MacAddress, unsigned> hops = view.topology.hops();
-    for (const auto &[alMac, device] : view.topology.devices())
+    for (const auto &[alMac, device] : view.topology.devices()) {
         devices.add(vendorDeviceJson(view, *device, hops));
+        addStations(stations, view, *device);
+    }
     Json json = Json::object();
     json.add("Role", Json::text(view.role));
     json.add("Controller", Json::text(view.controller ? view.controller->text() : ""));
     json.add("Counters", std::move(counters));
     json.addCounted("NumberOfDevices", "DeviceList", std::move(devices));
+    json.addCounted("NumberOfStations", "StationList", std::move(stations));
     return json;
 }
 

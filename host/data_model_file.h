@@ -24,8 +24,14 @@ struct DataModelView {
     Time now;          // the clock of the topology
     time_t wallClock;  // seconds since the epoch
     std::optional<MacAddress> controller{};
+    uint32_t localStations = 0;  // entries of the local device's list, which its record does not count
 };
 
+/*
+ * Two views of the network: "wfa-dataelements:Network" as other programs expect it, and "kv1905", which alone is
+ * complete. A station says its band but not its network: the first shows it under the first radio of that band with a
+ * known BSSID, or not at all; StationList of the second holds every station of every device.
+ */
 std::string dataModelJson(const DataModelView &view);
 
 // The text with every byte that is not valid UTF-8 replaced by U+FFFD.

@@ -42,11 +42,14 @@ constexpr SymbolRow kSymbols[] = {
     {"kvMAP1905_ApCfg_parse", store<&PluginSymbols::apCfgParse>},
     {"kvMAP1905_ApCfg_parse_check_len", store<&PluginSymbols::apCfgParseCheckLen>},
     {"kvMAP1905_SyncCtrlSettingReq_send", store<&PluginSymbols::settingRequestSend>},
+    {"kvMAP1905_WifiStateQuery_send", store<&PluginSymbols::wifiStateQuerySend>},
+    {"kvMAP1905_RssiMeasurementNotify_send", store<&PluginSymbols::rssiNotifySend>},
     {"KvDevAlMac", store<&PluginSymbols::alMac>},
     {"controller", store<&PluginSymbols::controller>},
     {"data_model_time_stamp", store<&PluginSymbols::dataModelTimeStamp>},
     {"g_MainSSID", store<&PluginSymbols::mainSsid>},
     {"g_MainBSSID", store<&PluginSymbols::mainBssid>},
+    {"WIFINbrNum", store<&PluginSymbols::stationCount>},
 };
 static_assert(std::size(kSymbols) * sizeof(void *) == sizeof(PluginSymbols), "every symbol has a row");
 

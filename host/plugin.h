@@ -41,11 +41,14 @@ struct PluginSymbols {
     decltype(&kvMAP1905_ApCfg_parse) apCfgParse;
     decltype(&kvMAP1905_ApCfg_parse_check_len) apCfgParseCheckLen;
     decltype(&kvMAP1905_SyncCtrlSettingReq_send) settingRequestSend;
+    decltype(&kvMAP1905_WifiStateQuery_send) wifiStateQuerySend;
+    decltype(&kvMAP1905_RssiMeasurementNotify_send) rssiNotifySend;
     uint8_t (*alMac)[KV_MAC_LEN];
     uint8_t *controller;
     uint32_t *dataModelTimeStamp;
     char (*mainSsid)[66];
     uint8_t (*mainBssid)[12];
+    uint32_t *stationCount;
 };
 
 /*

@@ -29,7 +29,7 @@ std::string exampleOf(const std::string &text) {
 }
 
 std::string statusHelp() {
-    std::string text = "Commands also go by their numbers: kv1905App 2 is kv1905App reboot.\n\nExit status:\n";
+    std::string text = "Most commands also go by their numbers: kv1905App 2 is kv1905App reboot.\n\nExit status:\n";
     for (size_t i = 0; i < std::size(kStatusTexts); ++i)
         text += "  " + std::to_string(i) + "  " + kStatusTexts[i] + "\n";
     return text + "\n" + exampleOf("reboot 02:00:5e:00:02:00");
@@ -74,7 +74,8 @@ class RawUsage : public CLI::Formatter {
 
 void declareTools(Line &line) {
     for (const ToolCommand &row : kToolCommands) {
-        CLI::App *sub = declare(line, row.name, row.help, row.example)->alias(row.number);
+        CLI::App *sub = declare(line, row.name, row.help, row.example);
+        if (*row.number != '\0') sub->alias(row.number);
         // Words of a remote command may look like options of ours: nothing behind its name is looked at.
         const bool isRaw = row.code == KV_CMD_COMMAND;
         if (isRaw) {

@@ -48,7 +48,7 @@ std::optional<Outcome> act(const AppOptions &options) {
         case AppOptions::Action::Post:
             return runPost(options.post->code, readBuffer(options), options.run);
         case AppOptions::Action::Show:
-            std::cout << show(options.dataModel, options.what, options.alMac, options.json);
+            std::cout << show(options.dataModel, {options.what, options.alMac, options.json, std::time(nullptr)});
             warnIfStale(options.dataModel);
             break;
         case AppOptions::Action::Complete:

@@ -25,7 +25,7 @@ inline constexpr const char *kStatusTexts[] = {
     "another failure",
     "bad arguments",
     "refused by the agent, whose result is printed",
-    "no such device in the network",
+    "no such device in the network, or station of this device",
     "no answer in time",
     "no daemon",
     "no permission",

@@ -50,6 +50,15 @@ std::optional<Collected> askPlugin(const ToolCommand &command, std::vector<std::
     return std::exchange(collected, std::nullopt);
 }
 
+Bytes bufferOfMacs(const std::vector<std::string> &arguments) {
+    Bytes buffer;
+    for (const std::string &argument : arguments) {
+        const MacAddress mac = MacAddress::parse(argument).value();
+        buffer.insert(buffer.end(), mac.bytes.begin(), mac.bytes.end());
+    }
+    return buffer;
+}
+
 std::string targetOf(const Post &post) {
     const CommandRow *row = findCommandRow(post.code);
     const bool has = row != nullptr && row->target != Target::None && post.buffer.size() >= KV_MAC_LEN;
@@ -63,6 +72,7 @@ std::optional<Outcome> settledBy(const Reply &reply, Answer answer, const std::s
         case Verdict::Accepted:
             break;
         case Verdict::LocalTarget:
+            if (answer == Answer::Sent) return outcome(Status::BadArguments, "the target must be another device");
             if (answer != Answer::AgentUnlessLocal) break;
             return outcome(Status::Success, "recorded for this device itself; nothing was sent");
         case Verdict::NoTarget:
@@ -72,6 +82,8 @@ std::optional<Outcome> settledBy(const Reply &reply, Answer answer, const std::s
         case Verdict::NothingSent:
             return outcome(Status::Failure,
                            "nothing was sent: it fits no message, or no interface took it; the daemon's log says more");
+        case Verdict::UnknownStation:
+            return outcome(Status::NoDevice, "sent without figures: that station is not associated with this device");
         case Verdict::ShortBuffer:
             return outcome(Status::BadArguments,
                            "the buffer is too short: the code needs " + std::to_string(reply.needed) + " bytes");
@@ -82,6 +94,7 @@ std::optional<Outcome> settledBy(const Reply &reply, Answer answer, const std::s
         case Verdict::Malformed:
             return outcome(Status::Failure, "the daemon does not understand this tool; are both of one version?");
     }
+    if (answer == Answer::Sent) return outcome(Status::Success, "sent");
     if (answer == Answer::None) return outcome(Status::Success, "the daemon has taken the command");
     return std::nullopt;
 }
@@ -116,7 +129,8 @@ void requireDaemon(const std::string &path) {
 
 // Taken for a command that an agent answers.
 std::optional<ResultFile> resultsFor(const ToolCommand *command, const RunOptions &options) {
-    if (command == nullptr || command->answer == Answer::None) return std::nullopt;
+    const Answer answer = command == nullptr ? Answer::None : command->answer;
+    if (answer == Answer::None || answer == Answer::Sent) return std::nullopt;
     requireDaemon(options.socket);
     return ResultFile(options.resultFile, options.timeout);
 }
@@ -125,6 +139,7 @@ std::optional<ResultFile> resultsFor(const ToolCommand *command, const RunOption
 
 Outcome runCommand(const ToolCommand &command, const std::vector<std::string> &arguments, const RunOptions &options) {
     const std::vector<std::string> checked = checkArguments(command, arguments);
+    if (command.entryPoint == nullptr) return runPost(command.code, bufferOfMacs(checked), options);
     const std::optional<ResultFile> results = resultsFor(&command, options);
     const std::optional<Collected> posted = askPlugin(command, checked, options.plugin);
     if (posted) return deliver({posted->code, posted->buffer}, &command, results ? &*results : nullptr, options);

@@ -43,9 +43,22 @@ std::string plain(json_object *value) {
     return out.empty() ? "-" : out;
 }
 
+std::string age(json_object *when, time_t now) {
+    const std::string text = plain(when);
+    tm parts{};
+    const char *end = strptime(text.c_str(), "%Y-%m-%dT%H:%M:%SZ", &parts);
+    if (end == nullptr || *end != '\0') return "-";
+    return std::to_string(std::max<time_t>(now - timegm(&parts), 0));  // a clock may have stepped back since
+}
+
+std::string megabits(json_object *kilobits, time_t) {
+    return kilobits == nullptr ? "-" : std::to_string(json_object_get_int64(kilobits) / 1000);
+}
+
 struct Column {
     const char *title;
     const char *key;
+    std::string (*format)(json_object *value, time_t now) = [](json_object *value, time_t) { return plain(value); };
 };
 
 constexpr Column kDeviceColumns[] = {
@@ -60,21 +73,24 @@ constexpr Column kDeviceColumns[] = {
 };
 constexpr Column kStationColumns[] = {
     {"DEVICE", "Device"},
-    {"BSSID", "BSSID"},
+    {"BAND", "Band"},
     {"STATION", "MACAddress"},
-    {"DOWN kbit/s", "LastDataDownlinkRate"},
-    {"UP kbit/s", "LastDataUplinkRate"},
-    {"SIGNAL 0-220", "SignalStrength"},
+    {"SIGNAL dBm", "RSSI"},
+    {"LEVEL 0-5", "SignalLevel"},
+    {"RATE Mbit/s", "Rate", megabits},
+    {"DOWN", "LastDataDownlinkRate", megabits},
+    {"UP", "LastDataUplinkRate", megabits},
+    {"SEEN (s ago)", "TimeStamp", age},
 };
 
-std::string table(json_object *list, std::span<const Column> columns) {
+std::string table(json_object *list, std::span<const Column> columns, time_t now) {
     std::vector<std::vector<std::string>> rows(1);
     for (const Column &column : columns)
         rows[0].push_back(column.title);
     forEach(list, [&](json_object *entry) {
         std::vector<std::string> &row = rows.emplace_back();
         for (const Column &column : columns)
-            row.push_back(plain(member(entry, column.key)));
+            row.push_back(column.format(member(entry, column.key), now));
     });
     std::vector<size_t> widths(columns.size());
     for (const auto &row : rows) {
@@ -109,13 +125,9 @@ JsonOwner readFile(const std::string &path) {
     return root;
 }
 
-json_object *deviceList(json_object *root) {
-    return member(member(root, "kv1905"), "DeviceList");
-}
-
 JsonOwner devices(json_object *root, const MacAddress *only) {
     JsonOwner list(json_object_new_array());
-    forEach(deviceList(root), [&](json_object *device) {
+    forEach(member(member(root, "kv1905"), "DeviceList"), [&](json_object *device) {
         if (only == nullptr || plain(member(device, "ID")) == only->text()) {
             json_object_array_add(list.get(), json_object_get(device));
         }
@@ -123,22 +135,9 @@ JsonOwner devices(json_object *root, const MacAddress *only) {
     return list;
 }
 
-// Each station with the device and the network that it is on.
 JsonOwner stations(json_object *root) {
-    JsonOwner list(json_object_new_array());
-    forEach(member(member(root, "wfa-dataelements:Network"), "DeviceList"), [&](json_object *device) {
-        forEach(member(device, "RadioList"), [&](json_object *radio) {
-            forEach(member(radio, "BSSList"), [&](json_object *network) {
-                forEach(member(network, "STAList"), [&](json_object *station) {
-                    if (!json_object_is_type(station, json_type_object)) return;
-                    json_object_object_add(station, "Device", json_object_get(member(device, "ID")));
-                    json_object_object_add(station, "BSSID", json_object_get(member(network, "BSSID")));
-                    json_object_array_add(list.get(), json_object_get(station));
-                });
-            });
-        });
-    });
-    return list;
+    json_object *list = member(member(root, "kv1905"), "StationList");
+    return JsonOwner(json_object_is_type(list, json_type_array) ? json_object_get(list) : json_object_new_array());
 }
 
 std::string printed(const JsonOwner &list) {
@@ -154,7 +153,8 @@ std::string staleness(const std::string &path, time_t now) {
     return "the daemon last wrote " + path + " " + std::to_string(now - facts.st_mtime) + " s ago; is it running?";
 }
 
-std::string show(const std::string &path, const std::string &what, const std::string &alMac, bool json) {
+std::string show(const std::string &path, const Question &question) {
+    const auto &[what, alMac, json, now] = question;
     const std::optional<MacAddress> only = MacAddress::parse(alMac);
     if ((what == "device") != only.has_value() || alMac.empty() != (what != "device")) {
         throw Failure(Status::BadArguments, "'device', and it alone, takes an AL MAC such as 02:00:5e:00:01:00");
@@ -167,7 +167,7 @@ std::string show(const std::string &path, const std::string &what, const std::st
     if (json) return printed(list);
     if (json_object_array_length(list.get()) == 0) return "no " + what + "\n";
     if (only) return fieldLines(list.get());
-    return what == "stations" ? table(list.get(), kStationColumns) : table(list.get(), kDeviceColumns);
+    return what == "stations" ? table(list.get(), kStationColumns, now) : table(list.get(), kDeviceColumns, now);
 }
 
 }  // namespace kv1905d

@@ -6,9 +6,15 @@
 
 namespace kv1905d {
 
-// What of the file at `path`: "devices", "stations", or "device" with its AL MAC. Returns the text to print.
-// Throws Failure.
-std::string show(const std::string &path, const std::string &what, const std::string &alMac, bool json);
+struct Question {
+    std::string what;   // "devices", "stations", or "device" with its AL MAC
+    std::string alMac;  // empty but for "device"
+    bool json = false;
+    time_t now = 0;  // seconds since the epoch, for ages
+};
+
+// What the file at `path` answers, as text to print. Throws Failure.
+std::string show(const std::string &path, const Question &question);
 
 // A warning for people when the file was not written for long; empty when it was, or is not there.
 std::string staleness(const std::string &path, time_t now);

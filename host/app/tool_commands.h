@@ -8,6 +8,8 @@
 #include <span>
 #include <string_view>
 
+#include "command_socket.h"
+
 namespace kv1905d {
 
 // The plug-in's entry point for one of them.
@@ -15,6 +17,7 @@ using ToolEntry = int (*)(void *context, int argc, char **argv);
 
 enum class Answer {
     None,             // done when the daemon has taken it
+    Sent,             // done when the daemon has sent it
     Agent,            // an agent reports a result
     AgentUnlessLocal  // the same, but the daemon's own device acts without a report
 };
@@ -64,6 +67,10 @@ inline constexpr Word kRemoteWords[] = {
 
 inline constexpr Argument kAlMac{"AL-MAC", "a MAC address such as 02:00:5e:00:02:00", Kind::Mac};
 inline constexpr Argument kTargetArguments[] = {kAlMac};
+inline constexpr Argument kRssiArguments[] = {
+    kAlMac,
+    {"STATION-MAC", "a MAC address such as 02:00:5e:0a:01:01", Kind::Mac},
+};
 inline constexpr Argument kPowerArguments[] = {
     kAlMac,
     {"INTERFACE-MAC", "a MAC address such as 02:00:5e:00:02:20", Kind::Mac},
@@ -99,8 +106,8 @@ inline constexpr Argument kLogArguments[] = {
 
 struct ToolCommand {
     const char *name;
-    const char *number;      // the older name, which the entry point receives too
-    const char *entryPoint;  // symbol in the plug-in
+    const char *number;      // the older name, which the entry point receives too; empty: none
+    const char *entryPoint;  // symbol in the plug-in; null: the buffer is the arguments, MAC addresses all
     std::span<const Argument> arguments;
     uint32_t code;  // posted to the daemon
     Answer answer;
@@ -210,6 +217,24 @@ inline constexpr ToolCommand kToolCommands[] = {
      {},
      "Set what this device's daemon logs",
      "0 0 6"},
+    {"query-stations",
+     "",
+     nullptr,
+     kTargetArguments,
+     kCommandQueryStations,
+     Answer::Sent,
+     {},
+     "Ask a device for its Wi-Fi stations; 'show stations' tells what came back",
+     "02:00:5e:00:02:00"},
+    {"rssi",
+     "",
+     nullptr,
+     kRssiArguments,
+     kCommandRssi,
+     Answer::Sent,
+     {},
+     "Tell a device how well this device receives one of its own Wi-Fi stations",
+     "02:00:5e:00:02:00 02:00:5e:0a:01:01"},
 };
 
 // Null when no command posts that code.

@@ -79,7 +79,7 @@ enum {
 typedef struct {
     /* Ask the topology database; see DM_QUERY_*. Pointers travel as uintptr_t. */
     uintptr_t (*dmDataGet)(uint32_t code, void *argument, uintptr_t argument2);
-    /* Rewrite the JSON data-model file. 0 on success. */
+    /* Rewrite the JSON data-model file, now or soon: every report of stations asks for it. 0 on success. */
     int (*jsonDataModelWrite)(uint32_t unused);
     /* Send the TLV value in a message of type 0x0004 to dest->dstMac. 0 when sent. */
     int (*vendMsgSend)(KvVendMsgDest *dest, uint16_t *msgId);

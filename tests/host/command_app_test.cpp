@@ -100,6 +100,9 @@ TEST(RunPost, StatusAndMeaningOfEveryEnd) {
         {KV_CMD_LED_CTRL, bufferFor({}, 8), "", Status::Success, "nothing was sent"},
         {KV_CMD_LED_CTRL, bufferFor(mac(2), 8), "00\n", Status::Success, "success"},
         {KV_CMD_UPDATE_DEVICE_INFO, {}, "", Status::Success, "taken"},
+        {kCommandRssi, bufferFor(mac(2), 12), "", Status::Success, "sent"},
+        {kCommandRssi, bufferFor(mac(1), 12), "", Status::BadArguments, "another device"},
+        {kCommandQueryStations, bufferFor(mac(3), 6), "", Status::NoDevice, "no such device"},
     };
     for (const auto &row : rows) {
         const ServedSocket daemon(agentThatSays(row.answer));
@@ -107,6 +110,12 @@ TEST(RunPost, StatusAndMeaningOfEveryEnd) {
         EXPECT_EQ(outcome.status, row.status) << row.code << outcome.meaning;
         EXPECT_NE(outcome.meaning.find(row.meaning), std::string::npos) << outcome.meaning;
         EXPECT_EQ(outcome.code.has_value(), *row.answer != '\0');
+    }
+    {
+        const ServedSocket daemon(actionsOfTwo([](uint32_t, void *) {}, {1, 1}));
+        const Outcome outcome = runPost(kCommandRssi, bufferFor(mac(2), 12), quickOptions());
+        EXPECT_EQ(outcome.status, Status::NoDevice);
+        EXPECT_NE(outcome.meaning.find("sent without figures"), std::string::npos) << outcome.meaning;
     }
     EXPECT_EQ(statusThrown([] { runPost(KV_CMD_UPDATE_DEVICE_INFO, {}, quickOptions()); }), Status::NoDaemon);
     const CommandServer hung(kTestSocket);  // accepts nothing
@@ -138,6 +147,8 @@ TEST(RunCommand, ArgumentsAreCheckedAndReachTheDaemonAsItReadsThem) {
         {"sync-country", {}, Status::Success, ""},
         {"log", {"0", "0", "6"}, Status::Success, "00000000 00000000 06000000"},
         {"firmware", {kTarget, "8", "0", "url"}, Status::BadArguments, ""},
+        {"rssi", {kTarget, "02:00:5E:0a:01:01"}, Status::Success, "02005E000200 02005E0A0101"},
+        {"query-stations", {kTarget}, Status::Success, "02005E000200"},
     };
     for (const auto &row : rows) {
         Bytes posted;
@@ -204,6 +215,8 @@ TEST(RunCommand, AWrongArgumentIsNamedBeforeAnythingHappens) {
         {"command", {kTarget, "led", kTarget, "on"}, "COMMAND must be reboot, power"},
         {"command", {kTarget, "2"}, "AL-MAC is missing"},
         {"command", {kTarget, "power", kTarget, kTarget, "0103", "down"}, "STATE must be on (0)"},
+        {"rssi", {kTarget}, "STATION-MAC is missing"},
+        {"rssi", {kTarget, "wl0"}, "STATION-MAC must be"},
         {"log", {"a", "0"}, "FACILITY must be"},
         {"log", {"0", "2"}, "TARGET must be"},
         {"log", {"0", "0", "8"}, "LEVEL must be"},
@@ -234,7 +247,8 @@ std::optional<AppOptions> parse(std::vector<const char *> arguments) {
 TEST(AppOptions, NamesNumbersAndWordsThatLookLikeOptions) {
     for (const ToolCommand &row : kToolCommands) {
         EXPECT_EQ(parse({row.name})->command, &row);
-        EXPECT_EQ(parse({"--json", row.number})->command, &row);
+        const char *other = *row.number != '\0' ? row.number : row.name;  // the older name, if there is one
+        EXPECT_EQ(parse({"--json", other})->command, &row);
     }
     using Words = std::vector<std::string>;
     const auto remote = parse({"--timeout", "0.5", "command", "MAC", "2", "--json", "-l"});
@@ -272,17 +286,28 @@ TEST(AppOptions, NamesNumbersAndWordsThatLookLikeOptions) {
 TEST(Show, TablesAndListsOfWhatTheFileSays) {
     const std::string path = "/tmp/model.json";
     std::ofstream(path)
-        << R"({"kv1905":{"DeviceList":[{"ID":"02:00:5e:00:02:00","ModelName":"a\u001b[2Jb","Hops":null}]},
-        "wfa-dataelements:Network":{"DeviceList":[{"ID":"02:00:5e:00:02:00","RadioList":[{"BSSList":[{"BSSID":"X",
-        "STAList":[{"MACAddress":"Y"}]}]}]}]}})";
-    const std::string devices = show(path, "devices", "", false);
-    EXPECT_NE(devices.find("02:00:5e:00:02:00  a?[2Jb  -"), std::string::npos) << devices;
-    EXPECT_NE(show(path, "device", kTarget, false).find("ModelName: a?[2Jb\nHops: -\n"), std::string::npos);
-    EXPECT_EQ(show(path, "device", kTarget, true), show(path, "devices", "", true));
-    EXPECT_NE(show(path, "stations", "", false).find("02:00:5e:00:02:00  X      Y"), std::string::npos);
+        << R"({"kv1905":{"DeviceList":[{"ID":"02:00:5e:00:02:00","ModelName":"a\u001b[2Jb","Hops":null}],"StationList":[
+        {"Device":"D","Band":"5GHz","MACAddress":"Y","RSSI":-61,"SignalLevel":4,"Rate":866000,"LastDataDownlinkRate":0,
+         "LastDataUplinkRate":999,"TimeStamp":"2023-11-14T22:13:20Z"},
+        {"Device":"D","Band":"","MACAddress":"Z","RSSI":0,"TimeStamp":"2023-11-14T22:15:00Z"},
+        {"TimeStamp":"yesterday"}, 7]}})";
+    const auto shown = [&](const char *what, const std::string &alMac = "", bool json = false) {
+        return show(path, {what, alMac, json, 1700000042});
+    };
+    EXPECT_NE(shown("devices").find("02:00:5e:00:02:00  a?[2Jb  -"), std::string::npos) << shown("devices");
+    EXPECT_NE(shown("device", kTarget).find("ModelName: a?[2Jb\nHops: -\n"), std::string::npos);
+    EXPECT_EQ(shown("device", kTarget, true), shown("devices", "", true));
+    const std::string title = "DEVICE  BAND  STATION  SIGNAL dBm  LEVEL 0-5  RATE Mbit/s  DOWN  UP  SEEN (s ago)\n";
+    EXPECT_EQ(shown("stations"),
+              title +  // the second was seen after now: the clock stepped back
+                  "D       5GHz  Y        -61         4          866          0     0   42\n"
+                  "D       -     Z        0           -          -            -     -   0\n"
+                  "-       -     -        -           -          -            -     -   -\n"
+                  "-       -     -        -           -          -            -     -   -\n");
+    EXPECT_NE(shown("stations", "", true).find("\"SignalLevel\": 4"), std::string::npos);
     std::ofstream(path) << "{}";
-    EXPECT_EQ(show(path, "stations", "", true), "[\n]\n");
-    EXPECT_EQ(show(path, "stations", "", false), "no stations\n");
+    EXPECT_EQ(shown("stations", "", true), "[\n]\n");
+    EXPECT_EQ(shown("stations"), "no stations\n");
     const time_t now = std::time(nullptr);
     EXPECT_EQ(staleness(path, now), "");
     EXPECT_NE(staleness(path, now + 100).find(path + " 1"), std::string::npos);
@@ -297,10 +322,10 @@ TEST(Show, TablesAndListsOfWhatTheFileSays) {
                {"{\"kv1905\":", "devices", "", Status::Failure}, {"[]", "devices", "", Status::Failure}};
     for (const auto &row : bad) {
         std::ofstream(path) << row.text;
-        EXPECT_EQ(statusThrown([&] { show(path, row.what, row.alMac, false); }), row.status) << row.text << row.what;
+        EXPECT_EQ(statusThrown([&] { shown(row.what, row.alMac); }), row.status) << row.text << row.what;
     }
     unlink(path.c_str());
-    EXPECT_EQ(statusThrown([&] { show(path, "devices", "", false); }), Status::NoDaemon);
+    EXPECT_EQ(statusThrown([&] { shown("devices"); }), Status::NoDaemon);
 }
 
 }  // namespace

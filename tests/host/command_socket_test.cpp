@@ -32,7 +32,7 @@ TEST(CommandMessages, RoundTripAndNothingShorterOrLonger) {
     for (const char *bad :
          {"00000066 00000006 02005E00020000", "00000066 00000005 02005E000200", "00000066 FFFFFFFF 02005E000200"})
         EXPECT_FALSE(parsePost(fromHex(bad))) << bad;
-    for (const char *bad : {"00000000 00000000 00", "00000009 00000000", "FFFFFFFF 00000000"})
+    for (const char *bad : {"00000000 00000000 00", "0000000A 00000000", "FFFFFFFF 00000000"})
         EXPECT_FALSE(parseReply(fromHex(bad))) << bad;
     EXPECT_TRUE(parsePost(encodePost({1, Bytes(kMaxCommandSize)})));
     Bytes tooLong = encodePost({1, Bytes(kMaxCommandSize)});
@@ -69,6 +69,12 @@ TEST(HandlePost, VerdictBeforeThePluginSeesACommand) {
         {KV_CMD_SYNC_CTRL_PWD, mac(2), 0, Verdict::ShortBuffer, false},
         {KV_CMD_SYNC_COUNTRY_BCN_REQ, mac(2), 5, Verdict::ShortBuffer, false},
         {KV_CMD_COUNTRY_IN_BCN, mac(2), 10, Verdict::ShortBuffer, false},
+        {kCommandRssi, mac(2), 12, Verdict::Accepted, true},
+        {kCommandRssi, mac(2), 11, Verdict::ShortBuffer, false},
+        {kCommandRssi, mac(3), 12, Verdict::UnknownTarget, false},
+        {kCommandQueryStations, mac(2), 6, Verdict::Accepted, true},
+        {kCommandQueryStations, mac(1), 6, Verdict::LocalTarget, false},  // would enter its own list a second time
+        {kCommandQueryStations, zero, 6, Verdict::UnknownTarget, false},
     };
     for (const auto &row : rows) {
         const Bytes buffer = bufferFor(row.target, row.size);
@@ -85,9 +91,24 @@ TEST(HandlePost, VerdictBeforeThePluginSeesACommand) {
         EXPECT_EQ(seen, padded) << row.code;
     }
     EXPECT_EQ(handlePost(encodePost({KV_CMD_REBOOT, Bytes(6)}), {}).verdict, Verdict::NoPlugin);
-    const CommandActions silent = actionsOfTwo([](uint32_t, void *) {}, 0);
-    EXPECT_EQ(handlePost(encodePost({KV_CMD_REBOOT, bufferFor(mac(2), 6)}), silent).verdict, Verdict::NothingSent);
-    EXPECT_EQ(handlePost(encodePost({KV_CMD_FW_RESULT, Bytes(8)}), silent).verdict, Verdict::Accepted);
+}
+
+TEST(HandlePost, VerdictOnWhatACommandDid) {
+    const struct {
+        uint32_t code;
+        Effect effect;
+        Verdict verdict;
+    } rows[] = {
+        {KV_CMD_REBOOT, {0}, Verdict::NothingSent},
+        {KV_CMD_FW_RESULT, {0}, Verdict::Accepted},
+        {kCommandRssi, {1, 1}, Verdict::UnknownStation},
+        {kCommandRssi, {1, KV_RET_ERR}, Verdict::UnknownStation},  // there are no stations at all
+        {kCommandRssi, {0, KV_RET_ERR}, Verdict::NothingSent},
+    };
+    for (const auto &row : rows) {
+        const CommandActions actions = actionsOfTwo([](uint32_t, void *) {}, row.effect);
+        EXPECT_EQ(handlePost(encodePost({row.code, bufferFor(mac(2), 12)}), actions).verdict, row.verdict) << row.code;
+    }
 }
 
 bool exists(const char *path) {

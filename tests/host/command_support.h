@@ -37,14 +37,14 @@ class ServedSocket {
 };
 
 // Device 1 is the daemon's own, device 2 the only other one.
-inline CommandActions actionsOfTwo(std::function<void(uint32_t, void *)> run, uint64_t sent = 1) {
+inline CommandActions actionsOfTwo(std::function<void(uint32_t, void *)> run, Effect effect = {1}) {
     CommandActions actions;
     actions.find = [](const MacAddress &alMac) {
         return alMac == mac(1) ? Presence::Local : alMac == mac(2) ? Presence::Known : Presence::Unknown;
     };
-    actions.run = [run = std::move(run), sent](uint32_t code, void *buffer) {
+    actions.run = [run = std::move(run), effect](uint32_t code, void *buffer) {
         run(code, buffer);
-        return sent;
+        return effect;
     };
     return actions;
 }

@@ -31,7 +31,7 @@ class DataModel : public testing::Test {
   protected:
     JsonPointer build() {
         const std::string text =
-            dataModelJson({topology_, {}, "Agent", networks_, Time(9000), 1700000000, controller_});
+            dataModelJson({topology_, {}, "Agent", networks_, Time(9000), 1700000000, controller_, 77});
         return {json_tokener_parse(text.c_str()), json_object_put};
     }
     Device &addRemote(unsigned device) {
@@ -67,6 +67,7 @@ TEST_F(DataModel, ListsAreListsAndAgreeWithTheirCounts) {
             {radios + "/0/BSSList", radios + "/0/NumberOfBSS", 1},
             {radios + "/1/BSSList", radios + "/1/NumberOfBSS", 0},  // no BSSID is known
             {bss + "STAList", bss + "NumberOfSTA", 1},
+            {"/kv1905/StationList", "/kv1905/NumberOfStations", 2},
         };
         for (const auto &[list, count, size] : lists) {
             ASSERT_TRUE(json_object_is_type(at(root, list), json_type_array)) << list;
@@ -77,6 +78,62 @@ TEST_F(DataModel, ListsAreListsAndAgreeWithTheirCounts) {
         EXPECT_EQ(textAt(root, bss + "STAList/0/SignalStrength"), "98");
         EXPECT_EQ(textAt(root, bss + "STAList/0/TimeStamp"), "2023-11-14T22:13:20Z");
     }
+}
+
+TEST_F(DataModel, EveryStationIsListedWithAllItCarriesWhateverIsKnownOfItsNetwork) {
+    Device &twoRadios = *topology_.update({{mac(2),
+                                            {{mac(2, 0x20), 0x0105, fromHex("02005E00F00100000000")},
+                                             {mac(2, 0x21), 0x0105, fromHex("02005E00F00200000000")}}},
+                                           {},
+                                           {},
+                                           {}},
+                                          Time(0));
+    WIFINeighborEntry local{};  // of a device without radios
+    local.Band = 1;
+    std::vector<WIFINeighborEntry> remote(2000);
+    for (size_t i = 0; i < remote.size(); ++i) {
+        remote[i] = {
+            nullptr, {2, 0, 0x5E, 0x0A, uint8_t(i >> 8), uint8_t(i)}, 0x0105, 866, -61, -2, 4, 1u << 31, 6, 7, 8, 9, 6};
+        if (i > 0) remote[i - 1].next = &remote[i];
+    }
+    remote[1].Band = 0;
+    topology_.local().vendor.data()->wifiNbrHead = &local;
+    twoRadios.vendor.data()->wifiNbrHead = remote.data();
+    twoRadios.vendor.data()->wifiNbrNum = 2000;
+    const JsonPointer root = build();
+    topology_.local().vendor.data()->wifiNbrHead = twoRadios.vendor.data()->wifiNbrHead = nullptr;
+
+    const std::string stations = "/kv1905/StationList/", radios = "/wfa-dataelements:Network/DeviceList/1/RadioList/";
+    const std::pair<std::string, std::string> rows[] = {
+        {"/kv1905/NumberOfStations", "2001"},
+        {"/kv1905/DeviceList/0/WifiNeighborCount", "77"},
+        {"/kv1905/DeviceList/1/WifiNeighborCount", "2000"},
+        {stations + "0/Device", "02:00:5e:00:01:00"},
+        {stations + "0/Band", "2.4GHz"},
+        {stations + "0/BSSID", "(absent)"},
+        {stations + "0/TimeStamp", "2023-11-14T22:13:20Z"},
+        {stations + "2/Band", ""},
+        {stations + "2/BSSID", "(absent)"},
+        {stations + "1/Device", "02:00:5e:00:02:00"},
+        {stations + "1/BSSID", "02:00:5e:00:f0:01"},
+        {stations + "1/MACAddress", "02:00:5e:0a:00:00"},
+        {stations + "1/Band", "5GHz"},
+        {stations + "1/MediaType", "261"},
+        {stations + "1/RSSI", "-61"},
+        {stations + "1/SNR", "-2"},
+        {stations + "1/SignalLevel", "4"},
+        {stations + "1/Rate", "866000"},
+        {stations + "1/BytesSent", "2147483648"},
+        {stations + "1/BytesReceived", "6"},
+        {stations + "1/LastDataDownlinkRate", "7000"},
+        {stations + "1/LastDataUplinkRate", "8000"},
+        {stations + "1/TimeStamp", "1970-01-01T00:00:09Z"},
+        {stations + "2000/MACAddress", "02:00:5e:0a:07:cf"},
+        {radios + "0/BSSList/0/NumberOfSTA", "1999"},
+        {radios + "1/BSSList/0/NumberOfSTA", "0"},  // nobody knows which of the two: they are not listed twice
+    };
+    for (const auto &[path, value] : rows)
+        EXPECT_EQ(textAt(root, path), value) << path;
 }
 
 TEST_F(DataModel, ValuesOfARemoteDevice) {
