@@ -175,10 +175,14 @@ void endPrintedLine() {
     if (!gLog.print.empty()) endLine(gLog.print, outputOf(0).target, KV_LOG_DEBUG);
 }
 
+// Asked before a line is formatted: most lines are for debugging and never shown.
+bool isShown(int facility, int level) {
+    return level <= outputOf(facility).highestLevel;
+}
+
 // place: shown before the text, may be empty.
 void writeLog(int facility, int level, std::string_view place, std::string_view text) {
     const Output &output = outputOf(facility);
-    if (level > output.highestLevel) return;
     endPrintedLine();
     const int shown = std::clamp(level, 0, kLevels - 1);
     LogLine line;
@@ -216,6 +220,7 @@ __attribute__((destructor)) void finishPrintedLine() {
 
 KV_PLATFORM_API int kvMAP_syslog(int facility, int level, const char *format, ...) {
     const ErrnoKeeper keeper;
+    if (!isShown(facility, level)) return 0;
     va_list arguments;
     va_start(arguments, format);
     const Formatted formatted(format, arguments);
@@ -226,6 +231,7 @@ KV_PLATFORM_API int kvMAP_syslog(int facility, int level, const char *format, ..
 
 KV_PLATFORM_API void kvlog(int level, const char *file, int line, const char *function, const char *format, ...) {
     const ErrnoKeeper keeper;
+    if (!isShown(0, level)) return;
     va_list arguments;
     va_start(arguments, format);
     const Formatted formatted(format, arguments);

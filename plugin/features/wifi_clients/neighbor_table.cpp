@@ -16,8 +16,8 @@ namespace {
 constexpr uint32_t kMaxAge = 600;  // seconds
 
 // Finds reported stations in a table. The table is a list that the host reads, so it carries no index: one walk along
-// it notes where the reported stations are, and a merge costs one step per station, known or reported. Without memory
-// for a long report every search walks the table.
+// it, as far as the last of the reported stations, notes where they are, and a merge costs one step per station, known
+// or reported. Without memory for a long report every search walks the table.
 class TableIndex {
   public:
     TableIndex(WIFINeighborEntry *&table, const WIFINeighborEntry *reported) : table_(table), end_(&table) {
@@ -25,14 +25,17 @@ class TableIndex {
         if (slots_ == nullptr) {
             return;
         }
+        size_t missing = 0;
         for (; reported != nullptr; reported = reported->next) {
             Slot &slot = slotOf(reported->mac);
+            missing += slot.mac == nullptr;
             slot.mac = reported->mac;
         }
-        for (WIFINeighborEntry *known = table; known != nullptr; known = known->next) {
+        for (WIFINeighborEntry *known = table; known != nullptr && missing > 0; known = known->next) {
             Slot &slot = slotOf(known->mac);
             if (slot.mac != nullptr && slot.known == nullptr) {
                 slot.known = known;
+                --missing;
             }
             end_ = &known->next;
         }
@@ -98,7 +101,7 @@ class TableIndex {
     }
 
     WIFINeighborEntry *&table_;
-    WIFINeighborEntry **end_;  // the link to append at
+    WIFINeighborEntry **end_;  // the link to append at, once a search has missed
     unsigned bits_ = kSmallBits;
     Slot small_[size_t{1} << kSmallBits] = {};
     Owned<Slot[]> large_;
