@@ -257,7 +257,8 @@ void readWifiChannel(const char *ifname, char *channelOut) {
         }
         char *rest = nullptr;
         if (const char *channel = strtok_r(word, "ul/", &rest)) {
-            std::strcpy(channelOut, channel);  // at most 9 characters of the caller's 16
+            // NOLINTNEXTLINE(clang-analyzer-security.insecureAPI.strcpy): at most 9 characters of the caller's 16
+            std::strcpy(channelOut, channel);
         }
     }
 }

@@ -17,8 +17,12 @@ const std::string kPath = std::getenv("PATH") == nullptr ? "" : std::getenv("PAT
 }  // namespace
 
 void writeFile(const std::string &path, const std::string &text) {
-    static std::time_t stamp = 1'600'000'000;
     std::ofstream(path, std::ios::binary) << text;
+    touchFile(path);
+}
+
+void touchFile(const std::string &path) {
+    static std::time_t stamp = 1'600'000'000;
     ++stamp;
     const utimbuf times = {stamp, stamp};
     ASSERT_EQ(utime(path.c_str(), &times), 0) << path << ": run the tests through lab/room";

@@ -8,8 +8,9 @@ namespace kvtest {
 inline const std::string kConfigFile = "/tmp/.kv1905_conf";
 inline const std::string kVersionFile = "/etc/kv1905/kv1905_Version";
 
-// Writes a file whole and gives it a modification time that no earlier write of the test had.
+// Writes a file whole, or leaves it, and gives it a modification time that it never had in this test.
 void writeFile(const std::string &path, const std::string &text);
+void touchFile(const std::string &path);
 std::string readFile(const std::string &path);
 bool exists(const std::string &path);
 

@@ -22,6 +22,7 @@
 #include "support/fake_config_service.h"
 #include "support/fake_host.h"
 #include "support/fake_system.h"
+#include "support/sample_messages.h"
 
 using namespace kvtest;
 
@@ -41,9 +42,9 @@ std::vector<Scenario> &scenarios() {
     return all;
 }
 
-Scenario received(const std::string &name, uint16_t type, const std::string &payload) {
-    return {"received " + name, [type, payload](FakeHost &host) {
-                host.receive(kAgent, message(kAgent, type, fromHex(payload)), 0xBEEF);
+Scenario received(const SampleMessage &sample) {
+    return {std::string("received ") + kv::findMessageRow(sample.type)->name, [&sample](FakeHost &host) {
+                host.receive(kAgent, message(kAgent, sample.type, fromHex(sample.payload)), 0xBEEF);
                 return 0;
             }};
 }
@@ -95,43 +96,20 @@ KvMdidInterfaceList mdidList() {
 
 void fillScenarios() {
     using namespace kv;
-    const std::string remoteReboot = "0002000D" + hexOf("2 ") + hexOf("00:11:22:33:44:55");
-    scenarios() = {
-        received("CONF_QUERY", VEND_MSG_TYPE_CONF_QUERY, kLocalHex),
-        received("CONF_RESP", VEND_MSG_TYPE_CONF_RESP, kAgentHex + "03 02 0003 312E30 04 0001 04 74 0002 3737"),
-        received("INTF_PWR_STATE_QUERY", VEND_MSG_TYPE_INTF_PWR_STATE_QUERY, kLocalHex),
-        received("INTF_PWR_STATE_RESP", VEND_MSG_TYPE_INTF_PWR_STATE_RESP, kAgentHex + "01 020000000005 0105 00"),
-        received("REBOOT_REQ", VEND_MSG_TYPE_REBOOT_REQ, kLocalHex),
-        received("REBOOT_RESP", VEND_MSG_TYPE_REBOOT_RESP, "00"),
-        received("INTF_PWR_CTRL_REQ", VEND_MSG_TYPE_INTF_PWR_CTRL_REQ, kLocalHex + "01 020000000005 0105 01"),
-        received("INTF_PWR_CTRL_RESP", VEND_MSG_TYPE_INTF_PWR_CTRL_RESP, "01 020000000005 0105 00"),
-        received("WIFI_STATE_REQ", VEND_MSG_TYPE_WIFI_STATE_REQ, kLocalHex),
-        received("WIFI_STATE_RESP", VEND_MSG_TYPE_WIFI_STATE_RESP,
-                 "01 020000000009 0105 0362 FFD3 001E 05 06 0000007B 000001C8"),
-        received("FW_CTRL_REQ", VEND_MSG_TYPE_FW_CTRL_REQ, "01 0000"),
-        received("FW_CTRL_RESP", VEND_MSG_TYPE_FW_CTRL_RESP, "00"),
-        received("RESET_DEFAULT_REQ", VEND_MSG_TYPE_RESET_DEFAULT_REQ, kLocalHex),
-        received("RESET_DEFAULT_RESP", VEND_MSG_TYPE_RESET_DEFAULT_RESP, "00"),
-        received("COMMAND_REQ", VEND_MSG_TYPE_COMMAND_REQ,
-                 "0002"
-                 "0013" +
-                     hexOf("2 00:11:22:33:44:55")),
-        received("PARTIAL_RESET_DEFAULT_REQ", VEND_MSG_TYPE_PARTIAL_RESET_DEFAULT_REQ, kLocalHex),
-        received("PARTIAL_RESET_DEFAULT_RESP", VEND_MSG_TYPE_PARTIAL_RESET_DEFAULT_RESP, "00"),
-        received("COMMAND_RESP", VEND_MSG_TYPE_COMMAND_RESP, "00"),
-        received("LED_CTRL_REQ", VEND_MSG_TYPE_LED_CTRL_REQ, kLocalHex + "00"),
-        received("LED_CTRL_MCAST", VEND_MSG_TYPE_LED_CTRL_MCAST, "000000000000 01"),
-        received("LED_CTRL_RESP", VEND_MSG_TYPE_LED_CTRL_RESP, "00"),
-        received("WIFI_CLIENT_MCAST2", VEND_MSG_TYPE_WIFI_CLIENT_MCAST2,
-                 kAgentHex + "0016" + hexOf("019{0=2:0:0:0:0:9,2=1}")),
-        received("SYNC_CTRL_PWD_RESP", VEND_MSG_TYPE_SYNC_CTRL_PWD_RESP,
-                 kAgentHex + "0002 7878" + std::string(2 * 254, '0')),
-        received("SYNC_CTRL_PWD_REQ", VEND_MSG_TYPE_SYNC_CTRL_PWD_REQ, kLocalHex),
-        received("SYNC_CTRL_COUNTRY_BCN_REQ", VEND_MSG_TYPE_SYNC_CTRL_COUNTRY_BCN_REQ, kLocalHex),
-        received("SYNC_CTRL_COUNTRY_BCN_RESP", VEND_MSG_TYPE_SYNC_CTRL_COUNTRY_BCN_RESP, kAgentHex + "02 4445"),
+    for (uint16_t type = 0; type < VEND_MSG_TYPE_LIMIT; ++type) {
+        const MessageRow *row = findMessageRow(type);
+        const bool isSpoken = row != nullptr && row->handle != nullptr;
+        EXPECT_TRUE(!isSpoken || std::any_of(std::begin(kSampleMessages), std::end(kSampleMessages),
+                                             [type](const SampleMessage &sample) { return sample.type == type; }))
+            << row->name << " has no sample message";
+    }
+    for (const SampleMessage &sample : kSampleMessages) {
+        scenarios().push_back(received(sample));
+    }
+    const Scenario more[] = {
         {"received Intel's RSSI_MEASUREMENT_REQ",
          [](FakeHost &host) {
-             host.receive(kAgent, fromHex("000347 01020304 0506 67 00 112233445566 00 0708 0000 020000000001"), 1);
+             host.receive(kAgent, fromHex(kSampleIntelRequest), 1);
              return 0;
          }},
         {"kvMAP1905_ConfQuery_send", [](FakeHost &) { return kvMAP1905_ConfQuery_send(kAgent.data(), 0); }},
@@ -167,7 +145,7 @@ void fillScenarios() {
          }},
         {"kvMAP1905_DeviceDm_update",
          [](FakeHost &host) {
-             writeFile(kConfigFile, "ModelName=M2\n");
+             touchFile(kConfigFile);
              kvMAP1905_DeviceDm_update(&host.local());
              return 0;
          }},
@@ -229,6 +207,7 @@ void fillScenarios() {
         posted("country", kvMAP1905_CountryInBcn_send, {"DE"}),
         posted("log setting", kvMAP1905_SyslogDbg_set, {"1", "7"}),
     };
+    scenarios().insert(scenarios().end(), std::begin(more), std::end(more));
 }
 
 // A device with all that the scenarios touch: configuration, stations, a radio, an account, a key, tools that answer.

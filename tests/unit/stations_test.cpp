@@ -8,7 +8,9 @@
 #include "features/wifi_clients/client_report_codec.h"
 #include "features/wifi_clients/local_stations.h"
 #include "features/wifi_clients/neighbor_table.h"
+#include "frame/main_loop.h"
 #include "frame/vendor_data.h"
+#include "protocol/kvMAP1905_message.h"
 #include "support/captured_log.h"
 #include "support/device_files.h"
 #include "support/fake_host.h"
@@ -43,7 +45,7 @@ size_t length(const WIFINeighborEntry *station) {
 }
 
 std::string stationLine(unsigned number, const char *figures = "866000 -45 30 1 wl1 123 456 866000 650000 0x10") {
-    char line[256];
+    char line[512];
     std::snprintf(line, sizeof line, "02:00:00:00:%02x:%02x %s\n", number >> 8, number & 0xFF, figures);
     return line;
 }
@@ -130,6 +132,10 @@ TEST_F(Stations, AreReadAsTheDriverWroteThem) {
          "zz:00:00:00:00:01 1\n02-00-00-00-00-02 1\n02:00:00:00:00 1\n02:00:00:00:00:003 1\nnoise\n"
          "0:0:0:0:0:4 1000\n2:0:0:0:0:5 2000\n0x:00:00:00:00:06 1\n",
          "", "00:04 0000 1 0 0 0 0 0 0 0 1\n00:05 0000 2 0 0 0 0 0 0 0 1\n", 6},
+        {"standards at 5 GHz; a long line; RSSI beyond 16 bits", "",
+         stationLine(1, "0 -1 0 0 w 0 0 0 0 1") + stationLine(2, "0 -1 0 0 w 0 0 0 0 20") +
+             stationLine(3, (std::string(300, ' ') + "1000 65476").c_str()),
+         "00:01 0100 0 -1 0 5 0 0 0 0 6\n00:02 0108 0 -1 0 5 0 0 0 0 6\n00:03 0108 1 -60 0 4 0 0 0 0 6\n", 0},
         {"the null address is skipped silently", "00:00:00:00:00:00 1\n0:0:0:0:0:0 1\n", "", "", 0},
         {"a missing final newline, and noise behind the fields", "02:00:00:00:00:01 1000 -1 2 3 w 4 5 6000 7000 8 9 x",
          "", "00:01 0103 1 -1 2 5 4 5 6 7 1\n", 0},
@@ -225,6 +231,11 @@ TEST_F(Stations, AStateQueryIsAnsweredInChunksOf32) {
             }
         }
     }
+    associate(1);
+    host_.sent.clear();
+    host_.receive(kAgent, message(kAgent, kStateRequest, Bytes(6)), 1);
+    EXPECT_EQ(host_.sent.at(0).value,
+              message(kLocal, kStateResponse, fromHex("01 020000000000 0105 0362 FFD3 001E 05 06 0000007B 000001C8")));
     for (const auto &[nth, text] : {std::pair(2u, "Allocate memory failed for WiFiStateReq\n"),
                                     std::pair(3u, "Allocate memory failed for split_linklist\n")}) {
         host_.sent.clear();
@@ -262,6 +273,12 @@ TEST_F(Stations, AStateResponseIsMergedIntoTheAgentsTable) {
     respond({}, kAgent, 255);
     host_.owners[kStranger] = kStranger;  // owned, but not in the topology
     respond({first}, kStranger);
+    Bytes foreign = report(framed("0=0:0:0:0:0:1"));
+    std::copy(kStranger.begin(), kStranger.end(), foreign.begin() + 3);
+    std::copy(kStranger.begin(), kStranger.end(), foreign.begin() + 15);
+    host_.receive(kStranger, foreign, 7);
+    host_.owners[kStranger] = Mac{};  // a host that fills nothing in
+    respond({first}, kStranger);
     host_.owners[kLocal] = kLocal;  // somebody who speaks in this device's own name
     respond({first}, kLocal);
     host_.receive(kLocal, report(framed("0=0:0:0:0:0:1")), 1);
@@ -293,6 +310,30 @@ TEST_F(Stations, AreReportedInBatches) {
     EXPECT_EQ(kv::kvSendWIFIClientInfo(), 0);
     EXPECT_EQ(std::string(host_.sent[2].value.begin() + 23, host_.sent[2].value.end()),
               "078{0=AA:BB:CC:00:11:22,1=0105,2=866,3=-45,10=30,4=5,5=123,6=456,7=866,8=650,9=6}");
+
+    associate(3);
+    // Full batches: 13 records of 96 characters with their length and one of 51, 52 more than fit or not.
+    const auto batches = [&](const std::string &lastRx) {
+        std::string text;
+        for (unsigned i = 0; i < 13; ++i) {
+            text += stationLine(i, "866000 -45 30 1 wl1 123456789 456789012 866000 650000 0x10");
+        }
+        writeFile(kv::kStationFile5G,
+                  text + stationLine(13, ("866000 -45 30 1 wl1 123456789 " + lastRx + " 866000 650000 0x10").c_str()));
+        kv::runNetCtrl();
+        host_.sent.clear();
+        kv::kvSendWIFIClientInfo();
+        return host_.sent.size() == 1 ? host_.sent[0].value.size() - 23 : 0;
+    };
+    EXPECT_EQ(batches("456789"), 1299u);
+    EXPECT_EQ(batches("4567890"), 0u) << "one more takes two messages";
+    host_.sendResult = 1;
+    EXPECT_EQ(batches("4567890"), 0u);
+    EXPECT_EQ(host_.sent.size(), 2u) << "a batch that is lost does not keep the next one back";
+    host_.sendResult = 0;
+    associate(1, "65535000 -32768 -32768 1 w 4294967295 4294967295 65535000 65535000 0x10");
+    EXPECT_EQ(kv::kvSendWIFIClientInfo(), 0) << "the longest record is sent";
+    host_.sent.resize(3);
 
     associate(3);
     for (const size_t nth : {1u, 2u, 4u, 7u}) {  // view, copy's view, a copy, a chunk
@@ -336,6 +377,8 @@ TEST_F(Stations, AReportsTextIsReadWithoutTrust) {
         {"negative length", "-10{}", "refused"},
         {"one more than a record may be", "514{" + std::string(512, ',') + "}", "refused"},
         {"longer than the rest", "078" + full + "003{}", "refused"},
+        {"longer than the rest, pairs good", "010{2=1}", "refused"},
+        {"a band is decimal", framed("9=a,1=xF"), none},
         {"a length and no more", "078" + full + "078", "refused"},
         {"half a length", "078" + full + "07", "refused"},
     };
@@ -381,6 +424,136 @@ TEST_F(Stations, AReportThatContradictsItsEnvelopeNeverReachesTheTable) {
         }
     }
     EXPECT_EQ(length(agent().wifiNbrHead), 1u);
+}
+
+TEST_F(Stations, AReportThatContradictsItsRecordIsNotSent) {
+    kv::KvWifiClientMsg record = {};
+    std::memcpy(record.alMac, kLocal.data(), kLocal.size());
+    std::strcpy(record.text, "002{}");
+    record.dataLen = 5;
+    const auto refused = [&](uint16_t payloadLen, const char *printed) {
+        KvVendMsg msg = kv::makeVendMsg(kReport, payloadLen, &record);
+        clearLog();
+        EXPECT_EQ(kvMAP1905_VenderSpecRelayMcastMsg_send(&msg, nullptr), 16);
+        EXPECT_EQ(logCount(kPrint, printed), 1u) << printed;
+        std::string dump;
+        for (const LogLine &line : logLines()) {
+            dump += line.level == kPrint ? line.text : "";
+        }
+        return dump.substr(dump.find("="));
+    };
+    const std::string start = "===================== Start =====================";
+    const std::string end = "\n===================== End =====================\n";
+    EXPECT_EQ(refused(17, "generate dataLen(5) is unequal to (17-8)!!!\n"),
+              start + "\n00 11 22 33 44 55 " + (record.dataLen == 0x0500 ? "05 00 " : "") +
+                  "05 00 30 30 32 7b 7d 00 00 00 \n00 " + end);
+    record.dataLen = 1301;
+    refused(1309, "generate dataLen(1301) is unequal to (1309-8)!!!\n");
+    record.dataLen = 5;
+    record.alMac[5] = 0;
+    refused(13, "generate AlMac 00:11:22:33:44:00 is unequal to 00:11:22:33:44:55!!!\n");
+    EXPECT_TRUE(host_.sent.empty());
+}
+
+TEST_F(Stations, DecodersReleaseWhatTheyHaveWhenMemoryRunsOut) {
+    Bytes two = {2};
+    two.resize(1 + 2 * 24, 7);
+    const struct {
+        Bytes value;
+        size_t allocations;
+    } cases[] = {{message(kAgent, kStateResponse, two), 4}, {report("002{}002{}"), 5}};
+    for (const auto &c : cases) {
+        for (size_t nth = 1; nth <= c.allocations; ++nth) {
+            FailingAllocation failure(nth);
+            host_.receive(kAgent, c.value, 1);
+            EXPECT_TRUE(failure.happened());
+            EXPECT_EQ(host_.jsonWrites, 0) << nth;
+        }
+    }
+    associate(1);
+    WIFINeighborEntry out = {};
+    FailingAllocation failure(1);
+    EXPECT_EQ(kv::kvGetWIFIStaData(WIFINeighborHead->mac, &out), 16);
+}
+
+TEST_F(Stations, AFullTableRefreshesWhatItHoldsAndTakesNobodyIn) {
+    std::vector<WIFINeighborEntry> all(kv::kMaxTableStations + 2);
+    for (size_t i = 0; i < all.size(); ++i) {
+        all[i].mac[4] = static_cast<uint8_t>(i >> 8);
+        all[i].mac[5] = static_cast<uint8_t>(i);
+        all[i].next = i + 1 < all.size() ? &all[i + 1] : nullptr;
+    }
+    const WIFINeighborList everybody = {static_cast<uint32_t>(all.size()), all.data()};
+    EXPECT_EQ(kv::kvUpdateWiFiNbr(&agent(), &everybody), 0);
+    EXPECT_EQ(agent().wifiNbrNum, kv::kMaxTableStations);
+    setClock(1'000'500);
+    all.back().next = &all[0];  // a newcomer, then one that is known
+    all[0].next = nullptr;
+    const WIFINeighborList two = {2, &all.back()};
+    EXPECT_EQ(kv::kvUpdateWiFiNbr(&agent(), &two), 0);
+    EXPECT_EQ(agent().wifiNbrHead->lastSeen, 1'000'500u);
+    EXPECT_EQ(length(agent().wifiNbrHead), kv::kMaxTableStations);
+    setClock(1'000'601);
+    EXPECT_EQ(kv::kvUpdateWiFiNbr(&agent(), &two), 0) << "of a device that is not registered for ageing";
+    EXPECT_EQ(length(agent().wifiNbrHead), 2u);
+    EXPECT_EQ(agent().wifiNbrNum, 2u);
+}
+
+// The lines of one round, word for word, but for those of other features.
+TEST_F(Stations, TellWhatTheyDo) {
+    writeFile(kv::kStationFile24G, "AA:BB:CC:00:11:22 65000 -45 30 1 wl0 123 456 65000 6000 8\n");
+    kv::runNetCtrl();
+    kv::kvSendWIFIClientInfo();
+    for (int i = 0; i < 2; ++i) {
+        host_.receive(kAgent, report(framed("0=AA:BB:CC:00:11:33,1=0105,9=6")), 0x77);
+    }
+    host_.receive(kAgent, message(kAgent, kStateRequest, Bytes(6, 0xFF)), 0xBEEF);
+    host_.receive(kAgent, message(kAgent, kStateResponse, {0}), 0x78);
+    kvMAP1905_WifiStateQuery_send(kAgent.data(), 0);
+    std::string told;
+    for (const LogLine &line : logLines()) {
+        const bool isOther = line.text.find("vendor message") != std::string::npos ||
+                             line.text.find("Vendor specific") != std::string::npos ||
+                             line.text.find("Register MAP") != std::string::npos;
+        told += isOther ? "" : std::to_string(line.level) + " " + line.text;
+    }
+    const std::string device = "Device 00:11:22:33:44:55, ";
+    const std::string merged =
+        "5 [MSG] " + device +
+        "received VEND_MSG_TYPE_WIFI_CLIENT_MCAST2 msgId 0077\n"
+        "7 WiFiClient Mcast AlMac 66:77:88:99:AA:BB, send number 35, value 032{0=AA:BB:CC:00:11:33,1=0105,9=6}\n"
+        "7 [MSG] " +
+        device +
+        "parse WiFi client data 0=AA:BB:CC:00:11:33,1=0105,9=6\n"
+        "7 Neighbor number 1\n";
+    const std::string neighbor =
+        "7 Neighbor Mac AA:BB:CC:00:11:33, mediaType 0x0105, Band 0x6, Rate 0, RSSI 0, SNR 0, signalLevel 0, Tx 0, Rx "
+        "0, "
+        "tx_rate 0, rx_rate 0\n";
+    const std::string copied = "6 " + device + "WiFi NBR device count = 1\n7 Neighbor MAC AA:BB:CC:00:11:22\n";
+    EXPECT_EQ(told, "7 " + device +
+                        "[WIFI 2.4G] NbrMac aa:bb:cc:00:11:22, Rate 65, RSSI -45, SNR 30, ifname wl0, Tx 123, Rx 456, "
+                        "tx_rate 65, rx_rate 6, standard 0008\n"
+                        "7 " +
+                        device +
+                        "Write WiFi Nbr AA:BB:CC:00:11:22\n"
+                        "3 Can't open file [/tmp/assoc_list.5g]\n" +
+                        copied + "7 " + device +
+                        "send WiFi client information "
+                        "{0=AA:BB:CC:00:11:22,1=0103,2=65,3=-45,10=30,4=5,5=123,6=456,7=65,8=6,9=1}\n" +
+                        merged + neighbor + "7 Not found, add WiFi neighbor data\n" + merged + neighbor +
+                        "7 Found, update WiFi neighbor data\n"
+                        "7 [TLV] " +
+                        device +
+                        "parse vendor msg data from AlMac FF:FF:FF:FF:FF:FF\n"
+                        "5 [MSG] " +
+                        device + "received VEND_MSG_TYPE_WIFI_STATE_REQ msgId beef\n" + copied + "5 [MSG] " + device +
+                        "transmit VEND_MSG_TYPE_WIFI_STATE_RESP msgId beef\n"
+                        "5 [MSG] " +
+                        device +
+                        "received VEND_MSG_TYPE_WIFI_STATE_RESP msgId 0078\n"
+                        "7 [MSG] " +
+                        device + "send WiFi state query to 66:77:88:99:AA:BB\n");
 }
 
 // The index of a merge must find what a plain walk finds, with and without memory for it.
@@ -436,9 +609,7 @@ TEST_F(Stations, AMergeDoesWhatAPlainWalkDoes) {
 }
 
 TEST_F(Stations, AMergeWithoutMemoryKeepsWhatItHas) {
-    FailingAllocation failure(6);  // behind message, record, view and the parsed stations
     host_.receive(kAgent, report(framed("0=0:0:0:0:0:1")), 1);
-    EXPECT_FALSE(failure.happened());
     WIFINeighborEntry reported[2] = {};
     reported[0].mac[5] = 2;
     reported[0].next = &reported[1];
@@ -449,8 +620,6 @@ TEST_F(Stations, AMergeWithoutMemoryKeepsWhatItHas) {
     EXPECT_TRUE(second.happened());
     EXPECT_EQ(logCount(3, "Allocate memory failed for WiFiNbr\n"), 1u);
     EXPECT_EQ(length(agent().wifiNbrHead), agent().wifiNbrNum);
-    agent().wifiNbrNum = kv::kMaxTableStations;
-    EXPECT_EQ(kv::kvUpdateWiFiNbr(&agent(), &list), 16) << "a full table takes nobody in";
 }
 
 TEST_F(Stations, TwoThousandTravelFromTheFilesToAnotherDevicesTable) {
@@ -497,6 +666,10 @@ TEST_F(Stations, AgeOutWhenNoReportNamesThem) {
     EXPECT_EQ(pass(1600), "1234");
     EXPECT_EQ(pass(1601), "2");
     reportAt(1601, framed("0=0:0:0:0:0:5"));
+    EXPECT_EQ(pass(1600), "2") << "a clock that stepped back makes what was seen later old";
+    reportAt(1000, framed("0=0:0:0:0:0:2"));
+    reportAt(1601, framed("0=0:0:0:0:0:5"));
+    agent().wifiNbrNum = 2;
     EXPECT_EQ(pass(1602), "5") << "appended behind the one that is left, which then goes";
     kv::FreeStations()(agent().wifiNbrHead);
     host_.devices.erase(kAgent);
@@ -518,6 +691,16 @@ TEST_F(Stations, SignalIsMeasuredForIntelsPeers) {
                       0x4711);
         return host_.sent.empty() ? Bytes() : host_.sent[0].value;
     };
+    for (const uint8_t last : {uint8_t{0x47}, uint8_t{0x48}}) {  // the entry without a length
+        Bytes value = fromHex("000347 01020304 0506 67 00 112233445566 00 0708 0000 AABBCC001122");
+        value[2] = last;
+        KvRecvVendTlv tlv = {};
+        std::memcpy(tlv.srcMac, kAgent.data(), 6);
+        tlv.value = value.data();
+        kvMAP1905_VendSpecMsg_handle_Intel(&tlv, 1);
+        EXPECT_EQ(host_.sent.size(), 1u);
+    }
+    EXPECT_EQ(logCount(4, "parse unsupported vendor OUI 00:03:48\n"), 1u);
     const std::string answered = "000347 01020304 0506 68 00 112233445566 00 0708 0000";
     const struct {
         const char *station;
@@ -545,8 +728,14 @@ TEST_F(Stations, SignalIsMeasuredForIntelsPeers) {
         EXPECT_TRUE(failure.happened());
     }
 
+    host_.sendResult = 1;
+    ask("AABBCC001122");
+    EXPECT_EQ(logCount(4, "fail send rssi measurement response to 66:77:88:99:AA:BB\n"), 1u);
+    host_.sendResult = 0;
+
     KvRssiMeasurement measurement = {};
     KvIntelVendMsg notify = {};
+    notify.field10 = 9;
     notify.payload = &measurement;
     std::memcpy(notify.field11, "\x21\x22\x23\x24\x25\x26", 6);
     std::memcpy(notify.field18, "\x31\x32", 2);
@@ -570,6 +759,8 @@ TEST_F(Stations, SignalIsMeasuredForIntelsPeers) {
     host_.sendResult = 1;
     EXPECT_EQ(push(fromHex("AABBCC001122")), 16);
     EXPECT_EQ(logCount(4, "fail send rssi measurement notify to 66:77:88:99:AA:BB\n"), 1u);
+    EXPECT_EQ(kvMAP1905_RssiMeasurementNotify_send(nullptr, &notify), 16);
+    EXPECT_EQ(kvMAP1905_RssiMeasurementNotify_send(kAgent.data(), nullptr), 16);
     notify.payload = nullptr;
     EXPECT_EQ(kvMAP1905_RssiMeasurementNotify_send(kAgent.data(), &notify), 16);
 }
@@ -579,9 +770,10 @@ TEST_F(Stations, OlderAgentsAreAskedWhenTheyTellTheirConfiguration) {
         const char *attributes;
         bool asked;
     } cases[] = {
-        {"00", true},                    // none
-        {"01 10 0003 332E30", false},    // protocol version "3.0"
-        {"01 10 0000", true},            // an empty one
+        {"00", true},                  // none
+        {"01 10 0003 332E30", false},  // protocol version "3.0"
+        {"01 10 0000", true},
+        {"01 10 0001 00", true},         // an empty one
         {"01 0B 0004 37313432", false},  // build 7142
         {"01 0B 0004 37313431", true},   // build 7141
         {"02 0B 0004 37313431 10 0003 332E30", false},
@@ -609,6 +801,17 @@ TEST_F(Stations, ThePeriodicRunReportsWhatItHasJustCollected) {
         kvMAP1905_MainLoop();
         return host_.sent.size();
     };
+    host_.receive(kAgent, report(framed("0=0:0:0:0:0:1")), 1);
+    setClock(1'000'601 - 10);
+    kvMAP1905_MainLoop();
+    EXPECT_EQ(agent().wifiNbrNum, 1u);
+    setClock(1'000'601);
+    host_.sendResult = 1;  // a line that tells when the report was sent
+    clearLog();
+    kvMAP1905_MainLoop();
+    EXPECT_EQ(agent().wifiNbrNum, 0u) << "aged by the main loop";
+    host_.sendResult = 0;
+    kv::schedule().clear();
     EXPECT_EQ(run(1'000'000), 1u);
     EXPECT_EQ(run(1'000'009), 0u);
     EXPECT_EQ(run(1'000'010), 1u);

@@ -206,14 +206,14 @@ void store(KvDevVendorData &dev, const uint8_t *alMac, const KvConfAttr &attribu
 constexpr int kFirstReportingBuild = 7142;
 
 bool reportsByItself(const KvConfRespData &response, const KvDevVendorData &dev) {
-    int build = 0;
+    long build = 0;
     for (unsigned i = 0; i < response.count; ++i) {
         const KvConfAttr &attribute = response.attributes[i];
         if (attribute.attrType == CONF_ATTR_PROTO_VERSION && attribute.attrLen > 0 && attribute.attrValue[0] != 0) {
             return true;
         }
         if (attribute.attrType == CONF_ATTR_BUILD) {
-            build = std::atoi(dev.buildNum);
+            build = std::strtol(dev.buildNum, nullptr, 10);
         }
     }
     return build >= kFirstReportingBuild;

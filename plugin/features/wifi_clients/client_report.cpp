@@ -1,12 +1,10 @@
 #include "features/wifi_clients/client_report.h"
 
-#include <cstdio>
 #include <cstring>
 
 #include "features/wifi_clients/client_report_codec.h"
 #include "features/wifi_clients/local_stations.h"
 #include "features/wifi_clients/neighbor_table.h"
-#include "frame/host_table.h"
 #include "frame/log.h"
 #include "frame/memory.h"
 #include "protocol/kvMAP1905_message.h"
@@ -46,10 +44,10 @@ bool fillQueue(Queue &queue, const WIFINeighborEntry *station) {
     WIFIClientMsgChunk *tail = nullptr;
     for (; station != nullptr; station = station->next) {
         char record[512];
-        formatStation(record, sizeof record, *station);
+        const int recordLength = formatStation(record, sizeof record, *station);
         LOG_DEVICE(KV_LOG_DEBUG, "send WiFi client information %s\n", record);
         char framed[sizeof record + 8];
-        const int length = kos_snprintf(framed, sizeof framed, "%03d%s", static_cast<int>(std::strlen(record)), record);
+        const int length = kos_snprintf(framed, sizeof framed, "%03d%s", recordLength, record);
         if (length < 0 || static_cast<size_t>(length) > kMaxFramedRecord) {
             continue;
         }
@@ -100,7 +98,7 @@ void sendQueue(const WIFIClientMsgChunk *chunk) {
 }  // namespace
 
 int kvSendWIFIClientInfo() {
-    const OwnedStations stations(allocateRecord<WIFINeighborList>().release());
+    const OwnedStations stations = newStations();
     if (stations == nullptr) {
         return KV_RET_ERR;
     }
@@ -122,14 +120,11 @@ int handleWifiClientMcastMsg(const KvRecvVendTlv *source, uint16_t msgId, KvVend
     const auto *report = static_cast<const KvWifiClientMsg *>(msg->payload);
     LOG_PLAIN(KV_LOG_DEBUG, "WiFiClient Mcast AlMac " KV_MAC ", send number %d, value %s\n",
               KV_MAC_BYTES(report->alMac), report->dataLen, report->text);
-    const OwnedStations stations(allocateRecord<WIFINeighborList>().release());
-    if (stations == nullptr || copyWIFIclientMsgDataTokvWIFINeighborTable(stations.get(), report) != KV_RET_OK ||
-        !isInTopology(alMac)) {
+    const OwnedStations stations = newStations();
+    if (stations == nullptr || copyWIFIclientMsgDataTokvWIFINeighborTable(stations.get(), report) != KV_RET_OK) {
         return KV_RET_ERR;
     }
-    kvUpdateWiFiNbr(registeredTable(alMac), stations.get());
-    writeJsonDataModel();
-    return KV_RET_OK;
+    return mergeReport(alMac, stations.get());
 }
 
 }  // namespace kv

@@ -2,7 +2,9 @@
 
 #include <algorithm>
 #include <cstring>
+#include <iterator>
 #include <string_view>
+#include <type_traits>
 
 #include "features/wifi_clients/station_list.h"
 #include "frame/log.h"
@@ -125,6 +127,7 @@ bool readRecord(Text &rest, Text whole, WIFINeighborEntry &station) {
 }
 
 #undef REFUSE
+#undef TEXT_ARGUMENT
 
 void dump(const uint8_t *bytes, size_t count) {
     kos_pk("===================== Start =====================");
@@ -156,7 +159,6 @@ uint16_t parseWifiClientMsgData(ByteReader &payload, KvVendMsg &msg) {
     const uint8_t *bytes = payload.data();
     const size_t size = payload.remaining();
     payload.copyTo(record->alMac, sizeof record->alMac);
-    record->dataLen = payload.u16();
     if (!payload.ok()) {
         return 0;
     }
@@ -166,7 +168,8 @@ uint16_t parseWifiClientMsgData(ByteReader &payload, KvVendMsg &msg) {
         dump(bytes, size);
         return 0;
     }
-    if (!hasValidLength(*record, msg.payloadLen)) {
+    record->dataLen = payload.u16();
+    if (!payload.ok() || !hasValidLength(*record, msg.payloadLen)) {
         PRINT_TLV("parse dataLen(%hu) is unequal to (%hu-8)!!!\n", record->dataLen, msg.payloadLen);
         dump(bytes, size);
         return 0;

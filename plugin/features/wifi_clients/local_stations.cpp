@@ -198,7 +198,7 @@ void kvWriteWIFINbrInfo(WIFINeighborEntry *scratch, const char *macText, uint16_
     scratch->Rate = static_cast<uint16_t>(line.rate);
     scratch->RSSI = static_cast<int16_t>(line.rssi);
     scratch->SNR = static_cast<int16_t>(line.snr);
-    scratch->signalLevel = signalLevelOf(line.rssi);
+    scratch->signalLevel = signalLevelOf(scratch->RSSI);
     scratch->Tx = line.tx;
     scratch->Rx = line.rx;
     scratch->tx_rate = static_cast<uint16_t>(line.txRate);
@@ -208,11 +208,9 @@ void kvWriteWIFINbrInfo(WIFINeighborEntry *scratch, const char *macText, uint16_
 
 void mac_from_cap_to_lower(char *text, size_t size) {
     uint8_t mac[KV_MAC_LEN];
-    if (!parseMacText(text, std::strlen(text), mac)) {
-        *text = '\0';
-        return;
+    if (parseMacText(text, std::strlen(text), mac)) {
+        std::snprintf(text, size, "%02hhx:%02hhx:%02hhx:%02hhx:%02hhx:%02hhx", KV_MAC_BYTES(mac));
     }
-    std::snprintf(text, size, "%02hhx:%02hhx:%02hhx:%02hhx:%02hhx:%02hhx", KV_MAC_BYTES(mac));
 }
 
 bool CheckingNullMAC(const uint8_t *mac) {
@@ -276,7 +274,7 @@ int kvGetWIFIConfdata(WIFINeighborList *list) {
     for (const WIFINeighborEntry *station = view->head; station != nullptr; station = station->next) {
         LOG_PLAIN(KV_LOG_DEBUG, "Neighbor MAC " KV_MAC "\n", KV_MAC_BYTES(station->mac));
         uint8_t owner[KV_MAC_LEN] = {};
-        const bool isOwned = getalMacOfDevTableByIfMac(owner, station->mac) == KV_RET_OK;
+        const bool isOwned = getalMacOfDevTableByIfMac(owner, station->mac) == KV_RET_OK && !isZeroMac(owner);
         auto copy = allocateRecord<WIFINeighborEntry>();
         if (copy == nullptr) {
             return KV_RET_ERR;

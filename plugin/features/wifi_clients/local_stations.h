@@ -58,8 +58,8 @@ struct StationLine {
 void kvWriteWIFINbrInfo(WIFINeighborEntry *scratch, const char *macText, uint16_t mediaType, const StationLine &line,
                         int band);
 
-// Rewrites a MAC text in place as six two-digit lower-case bytes; anything else becomes the empty text. size: the
-// room of text, at least 18.
+// Rewrites a MAC text in place as six two-digit lower-case bytes; anything else stays. size: the room of text, at least
+// 18.
 void mac_from_cap_to_lower(char *text, size_t size);
 
 bool CheckingNullMAC(const uint8_t *mac);

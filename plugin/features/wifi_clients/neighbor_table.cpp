@@ -108,12 +108,11 @@ class TableIndex {
     Slot *slots_ = nullptr;
 };
 
-// False when the table is full or memory ran out.
+// False when memory ran out. A full table takes nobody in.
 bool addStation(KvDevVendorData &dev, TableIndex &index, const WIFINeighborEntry &reported, uint32_t now) {
     LOG_PLAIN(KV_LOG_DEBUG, "Not found, add WiFi neighbor data\n");
     if (dev.wifiNbrNum >= kMaxTableStations) {
-        LOG_MSG(KV_LOG_WARNING, "WiFi neighbor table is full, %u stations\n", dev.wifiNbrNum);
-        return false;
+        return true;
     }
     auto entry = allocateRecord<WIFINeighborEntry>();
     if (entry == nullptr) {
@@ -149,6 +148,10 @@ int kvUpdateWiFiNbr(KvDevVendorData *devData, const WIFINeighborList *list) {
         return KV_RET_ERR;
     }
     const auto now = static_cast<uint32_t>(std::time(nullptr));
+    if (devData->wifiNbrNum >= kMaxTableStations) {
+        LOG_MSG(KV_LOG_WARNING, "WiFi neighbor table is full, %u stations\n", devData->wifiNbrNum);
+        dropStaleStations(*devData, now);  // only five devices are registered for ageing
+    }
     TableIndex index(devData->wifiNbrHead, list->head);
     for (const WIFINeighborEntry *reported = list->head; reported != nullptr; reported = reported->next) {
         const WIFINeighborEntry &r = *reported;
@@ -170,7 +173,7 @@ int kvUpdateWiFiNbr(KvDevVendorData *devData, const WIFINeighborList *list) {
 }
 
 int findReporter(const KvRecvVendTlv *source, uint8_t *alMac) {
-    if (getalMacOfDevTableByIfMac(alMac, source->srcMac) != KV_RET_OK) {
+    if (getalMacOfDevTableByIfMac(alMac, source->srcMac) != KV_RET_OK || isZeroMac(alMac)) {
         return KV_RET_ERR;
     }
     if (sameMac(alMac, getMAPAlMac())) {
@@ -181,12 +184,17 @@ int findReporter(const KvRecvVendTlv *source, uint8_t *alMac) {
     return KV_RET_OK;
 }
 
-KvDevVendorData *registeredTable(const uint8_t *alMac) {
+int mergeReport(const uint8_t *alMac, const WIFINeighborList *list) {
+    if (!isInTopology(alMac)) {
+        return KV_RET_ERR;
+    }
     KvDevVendorData *dev = wifiNeighborData(alMac);
     if (dev != nullptr) {
         registerMAPNeighbor(alMac);
     }
-    return dev;
+    kvUpdateWiFiNbr(dev, list);
+    writeJsonDataModel();
+    return KV_RET_OK;
 }
 
 int checkWIFIClientInfo() {

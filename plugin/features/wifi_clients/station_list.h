@@ -5,6 +5,7 @@
 #include <cstring>
 #include <memory>
 
+#include "frame/memory.h"
 #include "kv1905/kvMAP1905.h"
 
 namespace kv {
@@ -33,6 +34,11 @@ struct FreeStationView {
 };
 // A view that owns its entries.
 using OwnedStations = std::unique_ptr<WIFINeighborList, FreeStationView>;
+
+// An empty view, or null when memory runs out.
+inline OwnedStations newStations() {
+    return OwnedStations(allocateRecord<WIFINeighborList>().release());
+}
 
 // Copies all that is told of a station: everything but mac, next and lastSeen.
 inline void copyFigures(WIFINeighborEntry &to, const WIFINeighborEntry &from) {

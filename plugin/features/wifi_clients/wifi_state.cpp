@@ -1,11 +1,11 @@
 #include "features/wifi_clients/wifi_state.h"
 
 #include <algorithm>
+#include <cstring>
 
 #include "features/wifi_clients/local_stations.h"
 #include "features/wifi_clients/neighbor_table.h"
 #include "features/wifi_clients/wifi_state_codec.h"
-#include "frame/host_table.h"
 #include "frame/log.h"
 #include "frame/memory.h"
 #include "protocol/kvMAP1905_message.h"
@@ -46,7 +46,7 @@ int sendWifiStateQuery(const uint8_t *alMac) {
 
 int handleWifiStateReqMsg(const KvRecvVendTlv *source, uint16_t msgId) {
     LOG_MSG(KV_LOG_NOTICE, "received VEND_MSG_TYPE_WIFI_STATE_REQ msgId %04x\n", msgId);
-    const OwnedStations stations(allocateRecord<WIFINeighborList>().release());
+    const OwnedStations stations = newStations();
     if (stations == nullptr) {
         LOG_PLAIN(KV_LOG_ERROR, "Allocate memory failed for WiFiStateReq\n");
         return KV_RET_ERR;
@@ -56,7 +56,10 @@ int handleWifiStateReqMsg(const KvRecvVendTlv *source, uint16_t msgId) {
         LOG_PLAIN(KV_LOG_ERROR, "Allocate memory failed for split_linklist\n");
         return KV_RET_ERR;
     }
-    kvGetWIFIConfdata(stations.get());
+    if (kvGetWIFIConfdata(stations.get()) != KV_RET_OK) {
+        LOG_PLAIN(KV_LOG_ERROR, "Allocate memory failed for WiFiStateReq\n");
+        return KV_RET_ERR;  // rather no answer than one that tells of no stations
+    }
     uint32_t rest = stations->count;
     chunk->head = stations->head;
     while (true) {
@@ -79,12 +82,10 @@ int handleWifiStateRespMsg(const KvRecvVendTlv *source, uint16_t msgId, KvVendMs
     const OwnedStations stations(static_cast<WIFINeighborList *>(msg->payload));
     msg->payload = nullptr;
     uint8_t alMac[KV_MAC_LEN] = {};
-    if (stations == nullptr || findReporter(source, alMac) != KV_RET_OK || !isInTopology(alMac)) {
+    if (stations == nullptr || findReporter(source, alMac) != KV_RET_OK) {
         return KV_RET_ERR;
     }
-    kvUpdateWiFiNbr(registeredTable(alMac), stations.get());
-    writeJsonDataModel();
-    return KV_RET_OK;
+    return mergeReport(alMac, stations.get());
 }
 
 }  // namespace kv

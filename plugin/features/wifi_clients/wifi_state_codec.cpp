@@ -35,7 +35,7 @@ void writeStation(const WIFINeighborEntry &station, ByteWriter &writer) {
 }  // namespace
 
 uint16_t parseWifiStateRespMsgData(ByteReader &payload, KvVendMsg &msg) {
-    OwnedStations list(allocateRecord<WIFINeighborList>().release());
+    OwnedStations list = newStations();
     if (list == nullptr) {
         return 0;
     }
