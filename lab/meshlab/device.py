@@ -8,7 +8,9 @@ import subprocess
 import time
 from pathlib import Path
 
+from meshlab.clock import clock_environment, set_up_clock
 from meshlab.plan import DEVICE_FILES, plan_devices, plan_parser
+from meshlab.stations import Population, StationFiles
 
 LOG = "/tmp/kv1905d.log"
 STOP_SECONDS = 5.0
@@ -22,8 +24,9 @@ class DaemonKeeper:
     SIGNALS = (signal.SIGUSR1, signal.SIGUSR2, signal.SIGHUP, signal.SIGCHLD)
     POLL_SECONDS = 0.02
 
-    def __init__(self, command, interfaces):
+    def __init__(self, command, interfaces, variables):
         self._command = command
+        self._variables = variables
         self._interfaces = interfaces
         self._daemon = None
         self._restart_at = None
@@ -55,7 +58,7 @@ class DaemonKeeper:
         self._restart_at = None
         if self._daemon:
             return
-        environment = {**os.environ, "KV_LOG_LEVEL": "7", "KV1905_LAB_PID": str(os.getpid())}
+        environment = {**os.environ, **self._variables, "KV_LOG_LEVEL": "7", "KV1905_LAB_PID": str(os.getpid())}
         self._log(f"start {shlex.join(self._command)}")
         try:
             with open(LOG, "ab") as log:
@@ -131,6 +134,12 @@ def run_device(name, arguments):
         Path(path).write_text(text.format(**device.facts()))
     if options.password_file:
         write_password(options.password_file)
+    if options.stations:
+        population = Population({name: device.number}, seed=0)
+        population.add(name, options.stations)
+        StationFiles(Path("/")).write(population.stations[name])
+    if options.movable_clock:
+        set_up_clock()
     for scope in ("all", "default"):  # quiet links: no router solicitations, no multicast reports
         switch = Path(f"/proc/sys/net/ipv6/conf/{scope}/disable_ipv6")
         if switch.exists():
@@ -138,4 +147,5 @@ def run_device(name, arguments):
     null = os.open(os.devnull, os.O_RDWR)
     for stream in (1, 2):
         os.dup2(null, stream)
-    DaemonKeeper(device.daemon_command(options), device.interfaces).run()
+    variables = clock_environment() if options.movable_clock else {}
+    DaemonKeeper(device.daemon_command(options), device.interfaces, variables).run()

@@ -11,6 +11,7 @@ DEFAULT_BUILD = LAB.parent / "build" / "release"
 BUILD_NEEDS = ("bin/kv1905d", "bin/nvram", "bin/wl", "lib/libkvMAP1905.so", "lib/libkvplatform.so")
 BRIDGE = "br0"
 MAX_DEVICES = 64
+MAX_STATIONS = 65535  # of one device: the last two bytes of a station's MAC count them
 MAX_PORTS = 16  # a port's number is the low digit of its MAC address
 
 # What other components of a device would have written before its daemon starts; placeholders come from Device.facts().
@@ -173,6 +174,12 @@ def device_count(text):
     return int(text)
 
 
+def station_count(text):
+    if not text.isdigit() or int(text) > MAX_STATIONS:
+        raise argparse.ArgumentTypeError(f"'{text}' is not a number from 0 to {MAX_STATIONS}")
+    return int(text)
+
+
 def shell_words(text):
     try:
         shlex.split(text)
@@ -192,6 +199,10 @@ def add_plan_options(parser):
     parser.add_argument("--password-file", type=lambda text: Path(text).resolve(), metavar="FILE",
                         help="its first line becomes every device's administrator password, encrypted as the device "
                              "keeps it; a file, because command lines can be read by everybody")
+    parser.add_argument("--stations", type=station_count, default=0, metavar="N",
+                        help="Wi-Fi stations that every device has from the start (default 0; see stations)")
+    parser.add_argument("--movable-clock", action="store_true",
+                        help="let 'clock' move devices' wall clocks; needs the Debian package faketime")
     parser.add_argument("--daemon-args", type=shell_words, default="", metavar="ARGS",
                         help="further arguments for every daemon, in one word with shell quoting")
     parser.add_argument("--controller-args", type=shell_words, default="", metavar="ARGS",
@@ -212,4 +223,6 @@ def plan_arguments(options):
     return ["--name", options.name, "--devices", str(options.devices), "--shape", options.shape,
             "--build", str(options.build), "--no-plugin", ",".join(options.no_plugin),
             f"--controller-args={options.controller_args}", f"--daemon-args={options.daemon_args}",
+            "--stations", str(options.stations),
+            *(["--movable-clock"] if options.movable_clock else []),
             *([f"--password-file={options.password_file}"] if options.password_file else [])]

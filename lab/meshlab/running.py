@@ -62,6 +62,10 @@ class RunningMesh:
             raise MeshError(f"{name}'s supervisor is gone; take the mesh down")
         return self.device_pids[name]
 
+    def device_root(self, name):
+        """The device's file system, seen from outside."""
+        return Path(f"/proc/{self.device_pid(name)}/root")
+
 
 def find_mesh(name):
     everything = list(processes())
