@@ -1,6 +1,7 @@
 // Stations: the driver's files, state queries, reports, the tables of other devices and their ageing.
 #include <gtest/gtest.h>
 
+#include <bit>
 #include <cstring>
 #include <random>
 
@@ -445,8 +446,8 @@ TEST_F(Stations, AReportThatContradictsItsRecordIsNotSent) {
     const std::string start = "===================== Start =====================";
     const std::string end = "\n===================== End =====================\n";
     EXPECT_EQ(refused(17, "generate dataLen(5) is unequal to (17-8)!!!\n"),
-              start + "\n00 11 22 33 44 55 " + (record.dataLen == 0x0500 ? "05 00 " : "") +
-                  "05 00 30 30 32 7b 7d 00 00 00 \n00 " + end);
+              start + "\n00 11 22 33 44 55 " + (std::endian::native == std::endian::little ? "05 00" : "00 05") +
+                  " 30 30 32 7b 7d 00 00 00 \n00 " + end);
     record.dataLen = 1301;
     refused(1309, "generate dataLen(1301) is unequal to (1309-8)!!!\n");
     record.dataLen = 5;
@@ -456,8 +457,8 @@ TEST_F(Stations, AReportThatContradictsItsRecordIsNotSent) {
 }
 
 TEST_F(Stations, DecodersReleaseWhatTheyHaveWhenMemoryRunsOut) {
-    Bytes two = {2};
-    two.resize(1 + 2 * 24, 7);
+    Bytes two(1 + 2 * 24, 7);
+    two[0] = 2;
     const struct {
         Bytes value;
         size_t allocations;

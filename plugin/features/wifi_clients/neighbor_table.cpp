@@ -30,14 +30,18 @@ class TableIndex {
             Slot &slot = slotOf(reported->mac);
             missing += slot.mac == nullptr;
             slot.mac = reported->mac;
+            filterWord(reported->mac) |= filterBit(reported->mac);
         }
         for (WIFINeighborEntry *known = table; known != nullptr && missing > 0; known = known->next) {
+            end_ = &known->next;
+            if ((filterWord(known->mac) & filterBit(known->mac)) == 0) {
+                continue;
+            }
             Slot &slot = slotOf(known->mac);
             if (slot.mac != nullptr && slot.known == nullptr) {
                 slot.known = known;
                 --missing;
             }
-            end_ = &known->next;
         }
     }
 
@@ -87,6 +91,10 @@ class TableIndex {
         }
     }
 
+    // A bit for each value of the last ten bits of a MAC: most stations of a long table are not in a report.
+    uint64_t &filterWord(const uint8_t *mac) { return filter_[(mac[4] & 3) << 2 | mac[5] >> 6]; }
+    static uint64_t filterBit(const uint8_t *mac) { return uint64_t{1} << (mac[5] & 63); }
+
     size_t capacity() const { return size_t{1} << bits_; }
 
     // The station's slot, or the free one where it would stand.
@@ -103,6 +111,7 @@ class TableIndex {
     WIFINeighborEntry *&table_;
     WIFINeighborEntry **end_;  // the link to append at, once a search has missed
     unsigned bits_ = kSmallBits;
+    uint64_t filter_[16] = {};
     Slot small_[size_t{1} << kSmallBits] = {};
     Owned<Slot[]> large_;
     Slot *slots_ = nullptr;
