@@ -53,7 +53,7 @@ struct MacAddress {
             const size_t digit = digits.find(c);
             if (digit == std::string_view::npos) return std::nullopt;
             uint8_t &byte = mac.bytes[i / 3];
-            byte = static_cast<uint8_t>(byte * 16 + digit);
+            byte = static_cast<uint8_t>(size_t{byte} * 16 + digit);
         }
         return mac;
     }

@@ -22,7 +22,7 @@ void writeFile(const std::string &path, const std::string &text) {
 }
 
 void touchFile(const std::string &path) {
-    static std::time_t stamp = 1'600'000'000;
+    static std::time_t stamp = 4'200'000'000;  // beyond 2038, the end of 32 bits with a sign
     ++stamp;
     const utimbuf times = {stamp, stamp};
     ASSERT_EQ(utime(path.c_str(), &times), 0) << path << ": run the tests through lab/room";

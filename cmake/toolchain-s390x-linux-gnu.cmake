@@ -1,0 +1,5 @@
+# No gateway has this processor; it stands for those that store the high byte first.
+set(CMAKE_SYSTEM_PROCESSOR s390x)
+set(triplet s390x-linux-gnu)
+set(qemu qemu-s390x)
+include(${CMAKE_CURRENT_LIST_DIR}/debian_cross.cmake)
