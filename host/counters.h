@@ -17,6 +17,7 @@ struct Counters {
     uint64_t reassemblyEvictions = 0;
     uint64_t parseFailures = 0;
     uint64_t vendorTlvsReceived = 0;
+    uint64_t vendorTlvsRefused = 0;  // by the settings guard
     uint64_t vendorMessagesSent = 0;
 };
 
@@ -37,6 +38,7 @@ inline constexpr CounterRow kCounterRows[] = {
     {"ReassemblyEvictions", &Counters::reassemblyEvictions},
     {"ParseFailures", &Counters::parseFailures},
     {"VendorTlvsReceived", &Counters::vendorTlvsReceived},
+    {"VendorTlvsRefused", &Counters::vendorTlvsRefused},
     {"VendorMessagesSent", &Counters::vendorMessagesSent},
 };
 

@@ -17,6 +17,7 @@ constexpr int kFramesPerTurn = 64;           // read from one socket before the 
 constexpr size_t kLargestFrame = 65536;      // bytes; larger than any interface delivers
 constexpr uint64_t kUpdateEvery = 5;         // seconds between looks at the local configuration files
 constexpr Time kWriteSpacing{1000};          // between JSON files, which every report of stations asks for
+constexpr int kWritePause = 4;               // times as long as a write took; a flood makes large files
 constexpr int8_t kNoSignal = -90;            // dBm, told of a station that is not here
 constexpr uint64_t kWriteEvery = 3;          // seconds between JSON files when there is no plug-in to ask for them
 constexpr uint64_t kBssEvery = 60;           // seconds between looks at the MDIDs, which may run nvram
@@ -67,7 +68,7 @@ const Daemon::SignalRow Daemon::kSignals[] = {
     {SIGUSR1, &Daemon::announceConfiguration},
 };
 
-Daemon::Daemon(const Options &options) : options_(options), commands_(options.socket) {
+Daemon::Daemon(const Options &options) : options_(options), commands_(options.socket), guard_(options.settingsFrom) {
     static_assert(std::size(kSignals) == kSignalCount);
     NodeConfig config = openPorts();
     if (!options_.plugin.empty()) plugin_ = loadPlugin(options_.plugin);
@@ -119,14 +120,19 @@ NodeEvents Daemon::nodeEvents() {
     };
     if (!plugin_) return events;
     events.vendorTlv = [this](const MacAddress &source, ByteView value, uint16_t msgId) {
-        KvRecvVendTlv tlv{};
-        std::copy(source.bytes.begin(), source.bytes.end(), tlv.srcMac);
-        tlv.value = value.data();
-        plugin_->tlvHandle(&tlv, static_cast<uint32_t>(value.size()), msgId);
+        receiveVendorTlv(source, value, msgId);
     };
     events.topologyResponse = [this](Device &device) { topologyResponse(device); };
     events.extraTopologyTlvs = [this] { return bss_->topologyTlvs(); };
     return events;
+}
+
+void Daemon::receiveVendorTlv(const MacAddress &source, ByteView value, uint16_t msgId) {
+    if (!guard_.admits(source, value, onboarding_->controller(), node_->topology(), monotonicNow())) return;
+    KvRecvVendTlv tlv{};
+    std::copy(source.bytes.begin(), source.bytes.end(), tlv.srcMac);
+    tlv.value = value.data();
+    plugin_->tlvHandle(&tlv, static_cast<uint32_t>(value.size()), msgId);
 }
 
 void Daemon::initPlugin() {
@@ -418,21 +424,31 @@ int Daemon::writeDataModelNow() {
     const time_t wallClock = std::time(nullptr);
     const Time now = monotonicNow();
     uv_timer_stop(&writeTimer_);
-    nextWrite_ = now + kWriteSpacing;
-    lastWrite_ = KV_RET_ERR;
+    lastWrite_ = writeDataModelFile(now, wallClock);
+    nextWrite_ = now + std::max(kWriteSpacing, (monotonicNow() - now) * (1 + kWritePause));
+    if (plugin_ && lastWrite_ == KV_RET_OK) *plugin_->dataModelTimeStamp = static_cast<uint32_t>(wallClock);
+    return lastWrite_;
+}
+
+int Daemon::writeDataModelFile(Time now, time_t wallClock) {
     try {
         replaceFile(options_.dataModel,
-                    dataModelJson({node_->topology(), node_->counters(), role(), mainNetworks(), now, wallClock,
+                    dataModelJson({node_->topology(), counters(), role(), mainNetworks(), now, wallClock,
                                    onboarding_->controller(), plugin_ ? *plugin_->stationCount : 0}));
     } catch (const std::exception &error) {
         unsigned held = 0;
         if (writeFailures_.open(now, &held)) {
             KV_HOST_LOG(KV_LOG_ERROR, "JSON file not written: %s (%u more lines held back)", error.what(), held);
         }
-        return lastWrite_;
+        return KV_RET_ERR;
     }
-    if (plugin_) *plugin_->dataModelTimeStamp = static_cast<uint32_t>(wallClock);
-    return lastWrite_ = KV_RET_OK;
+    return KV_RET_OK;
+}
+
+Counters Daemon::counters() const {
+    Counters counters = node_->counters();
+    counters.vendorTlvsRefused = guard_.refused();
+    return counters;
 }
 
 const char *Daemon::role() const {

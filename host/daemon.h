@@ -16,6 +16,7 @@
 #include "onboarding.h"
 #include "options.h"
 #include "plugin.h"
+#include "settings_guard.h"
 
 namespace kv1905d {
 
@@ -55,6 +56,7 @@ class Daemon final : private PluginHost {
 
     void watch(Watch &watch);
     void readFrames(Watch &watch);
+    void receiveVendorTlv(const MacAddress &source, ByteView value, uint16_t msgId);
     void schedule();
     void wake(uint64_t delay);  // schedule() after so many milliseconds
     void everySecond();
@@ -84,12 +86,14 @@ class Daemon final : private PluginHost {
         int (Daemon::*run)(const uint8_t *buffer);
     };
     static const OwnCommandRow kOwnCommands[];
+    Counters counters() const;
     const char *role() const;
     MainNetworks mainNetworks() const;
 
     uintptr_t dataQuery(uint32_t code, void *argument, uintptr_t argument2) override;
     int writeDataModel() override;
     int writeDataModelNow();
+    int writeDataModelFile(Time now, time_t wallClock);
     int sendUnicast(const KvVendMsgDest &dest, uint16_t *msgId) override;
     int sendToNeighbours(const KvVendMsgDest &dest, uint16_t *msgId) override;
     int sendToNetwork(const KvVendMsgDest &dest, uint16_t *msgId) override;
@@ -104,6 +108,7 @@ class Daemon final : private PluginHost {
     std::unique_ptr<Node> node_;
     std::optional<BssExtension> bss_;  // with the plug-in
     std::optional<Onboarding> onboarding_;
+    SettingsGuard guard_;
     LogGate writeFailures_;
     Time nextWrite_{};           // of the JSON file, at the earliest
     int lastWrite_ = KV_RET_OK;  // its result

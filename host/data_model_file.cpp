@@ -324,6 +324,28 @@ Json networkJson(const DataModelView &view) {
     return json;
 }
 
+// Who the device says are its neighbours, and over which of its interfaces.
+Json neighboursJson(const Device &device) {
+    Json list = Json::array();
+    for (const Ieee1905Neighbours &link : device.neighbours) {
+        const auto isIt = [&](const DeviceInterface &each) { return each.facts.mac == link.localInterface; };
+        const auto interface = std::find_if(device.interfaces.begin(), device.interfaces.end(), isIt);
+        for (const Neighbour &neighbour : link.neighbours) {
+            Json json = Json::object();
+            json.add("ID", Json::mac(neighbour.alMac));
+            json.add("Interface", Json::mac(link.localInterface));
+            if (interface != device.interfaces.end()) {
+                json.add("MediaType", Json::number(interface->facts.mediaType));
+            } else {
+                json.addNull("MediaType");  // an interface that the device does not list
+            }
+            json.add("ViaBridge", Json::boolean(neighbour.viaBridge));
+            list.add(std::move(json));
+        }
+    }
+    return list;
+}
+
 Json vendorDeviceJson(const DataModelView &view, const Device &device, const std::map<MacAddress, unsigned> &hops) {
     Json json = Json::object();
     json.add("ID", Json::mac(device.alMac));
@@ -340,6 +362,7 @@ Json vendorDeviceJson(const DataModelView &view, const Device &device, const std
     for (const FieldRow &row : kVendorFields)
         json.add(row.name, fieldJson(*device.vendor.data(), row));
     json.add("WifiNeighborCount", Json::number(device.local ? view.localStations : device.vendor.data()->wifiNbrNum));
+    json.add("NeighborList", neighboursJson(device));
     json.add("MdidList", mdidsJson(device));
     json.add("BssConfigList", bssConfigurationsJson(device));
     json.add("ApConfigurationList", apConfigurationsJson(device));

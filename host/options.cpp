@@ -3,6 +3,7 @@
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <charconv>
+#include <map>
 #include <set>
 
 #include "command_socket.h"
@@ -25,7 +26,11 @@ struct RawOptions {
     std::string socket = kDefaultCommandSocket;
     unsigned discoveryInterval = kDefaultInterval;
     unsigned queryInterval = kDefaultInterval;
+    std::string settingsFrom = "any";
 };
+
+const std::map<std::string, SettingsFrom> kSettingsFrom = {{"any", SettingsFrom::Any},
+                                                           {"controller", SettingsFrom::Controller}};
 
 void declare(CLI::App &app, RawOptions &raw) {
     const auto interval = CLI::Range(1u, kLongestInterval);
@@ -49,6 +54,11 @@ void declare(CLI::App &app, RawOptions &raw) {
         ->capture_default_str();
     app.add_option("--query-interval", raw.queryInterval, "Seconds between a controller's configuration queries")
         ->check(interval)
+        ->capture_default_str();
+    app.add_option("--settings-from", raw.settingsFrom,
+                   "Whose messages may reboot, reset, switch or configure this device: those of any device, or of the "
+                   "controller alone, which a device with a --radio finds by itself")
+        ->check(CLI::IsMember(kSettingsFrom))
         ->capture_default_str();
     app.set_config("--config", "", "Read options from this TOML or INI file; the command line wins [none]");
     app.allow_config_extras(CLI::config_extras_mode::error);
@@ -125,6 +135,7 @@ Options check(const RawOptions &raw) {
     options.socket = raw.socket;
     options.discoveryInterval = raw.discoveryInterval;
     options.queryInterval = raw.queryInterval;
+    options.settingsFrom = kSettingsFrom.at(raw.settingsFrom);
     refuseRepeats("--interface ", options.interfaces, [](const std::string &name) { return name; });
     refuseRepeats("--radio ", options.radios, [](const RadioOption &radio) { return radio.name; });
     refuseRepeats("--radio ", options.radios, [](const RadioOption &radio) { return radio.facts.mac.text(); });

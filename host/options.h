@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "ieee1905/topology_tlvs.h"
+#include "settings_guard.h"
 
 namespace kv1905d {
 
@@ -29,6 +30,7 @@ struct Options {
     std::string socket;              // where operator commands arrive
     unsigned discoveryInterval = 0;  // seconds
     unsigned queryInterval = 0;      // seconds
+    SettingsFrom settingsFrom = SettingsFrom::Any;
 };
 
 // One line that names the option, the interface or the value at fault.

@@ -68,7 +68,7 @@ struct Device {
 
 class Topology {
   public:
-    static constexpr size_t kMaxDevices = 1024;  // the local one included; more are refused
+    static constexpr size_t kMaxDevices = 256;  // the local one included; more are refused
 
     Topology(const MacAddress &localAlMac, Time now);
 

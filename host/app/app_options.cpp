@@ -5,6 +5,7 @@
 #include "arguments.h"
 #include "options.h"
 #include "result_file.h"
+#include "view.h"
 
 namespace kv1905d {
 namespace {
@@ -22,6 +23,8 @@ struct Line {
     double timeout = kDefaultTimeout;
     uint32_t code = 0;  // to post
     bool noWait = false;
+    bool serve = false;
+    uint16_t port = kDefaultViewPort;
 };
 
 std::string exampleOf(const std::string &text) {
@@ -44,7 +47,8 @@ void declareOptions(Line &line) {
     CLI::App &app = line.app;
     app.add_option("--plugin", run.plugin, "Plug-in library that checks the arguments")->capture_default_str();
     app.add_option("--socket", run.socket, "The daemon's local socket")->capture_default_str();
-    app.add_option("--data-model", line.options.dataModel, "The daemon's JSON file, for show")->capture_default_str();
+    app.add_option("--data-model", line.options.dataModel, "The daemon's JSON file, for show and view")
+        ->capture_default_str();
     app.add_option("--timeout", line.timeout, "Seconds to wait for the daemon, other tools and the agent")
         ->check(CLI::Range(kShortestTimeout, kLongestTimeout))
         ->capture_default_str();
@@ -155,6 +159,16 @@ void declareOthers(Line &line) {
     show->add_option("what", options.what, "What to show")->required()->check(CLI::IsMember(kShowable));
     show->add_option("al-mac", options.alMac, "The device to show");
     show->callback(sets(AppOptions::Action::Show, "show"));
+
+    CLI::App *view = declare(line, "view", "Draw the network as a web page", "--output mesh.html");
+    CLI::Option *serve =
+        view->add_flag("--serve", line.serve, "Serve the page on 127.0.0.1, always up to date [false]");
+    view->add_option("--output", options.output, "File to write the page to [standard output]")->excludes(serve);
+    view->add_option("--port", line.port, "Port to serve on, 0 for any")->needs(serve)->capture_default_str();
+    view->callback([&line, set = sets(AppOptions::Action::View, "view")] {
+        set();
+        if (line.serve) line.options.port = line.port;
+    });
 
     CLI::App *completion = declare(line, "completion", "Print a completion script", "bash > kv1905App.bash");
     static const std::vector<std::string> shells{"bash"};

@@ -10,7 +10,7 @@
 namespace kv1905d {
 
 struct AppOptions {
-    enum class Action { Run, Post, Show, Complete };
+    enum class Action { Run, Post, Show, View, Complete };
 
     Action action = Action::Run;
     std::string name;                      // of the command, as it is printed
@@ -20,6 +20,8 @@ struct AppOptions {
     std::string file;                      // for Post; empty: standard input
     std::string what;                      // for Show
     std::string alMac;                     // for Show
+    std::string output;                    // for View; empty: standard output
+    std::optional<uint16_t> port;          // for View: where to serve it; 0 is any
     std::string script;                    // for Complete: the text to print
     std::string dataModel;
     bool json = false;

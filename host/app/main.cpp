@@ -12,6 +12,7 @@
 
 #include "app_options.h"
 #include "show.h"
+#include "view.h"
 
 namespace {
 
@@ -50,6 +51,14 @@ std::optional<Outcome> act(const AppOptions &options) {
         case AppOptions::Action::Show:
             std::cout << show(options.dataModel, {options.what, options.alMac, options.json, std::time(nullptr)});
             warnIfStale(options.dataModel);
+            break;
+        case AppOptions::Action::View:
+            warnIfStale(options.dataModel);
+            if (options.port) {
+                serveView(options.dataModel, *options.port);
+            } else {
+                writeView(options.dataModel, options.output);
+            }
             break;
         case AppOptions::Action::Complete:
             std::cout << options.script;

@@ -10,7 +10,9 @@ namespace kv1905d {
 
 class DuplicateFilter {
   public:
-    static constexpr size_t kMaxEntries = 1024;  // the oldest gives way
+    // The oldest gives way. More than the sockets of a ring of busy devices hold: what comes round after its entry gave
+    // way would go round for ever.
+    static constexpr size_t kMaxEntries = 16384;
     static constexpr Time kLifetime{3000};
 
     struct Key {

@@ -1,4 +1,5 @@
-/*
+/**
+ * @file
  * kcfg.h - the device's configuration library, as the plug-in calls it.
  *
  * The configuration service behind it holds the device's configuration data model as numbered objects with instances
@@ -23,67 +24,71 @@ extern "C" {
 
 struct json_object;
 
-/* Which instance of an object. All zero: the only instance, and the start of an iteration. Level 1 with
+/** Which instance of an object. All zero: the only instance, and the start of an iteration. Level 1 with
  * instance[0] == 1: the first instance of a multi-instance object. */
 typedef struct {
-    uint8_t level;       /* index levels in use, 0 to 6 */
-    uint8_t instance[6]; /* one instance number per level, counted from 1 */
+    uint8_t level;       /**< index levels in use, 0 to 6 */
+    uint8_t instance[6]; /**< one instance number per level, counted from 1 */
 } KcfgInstanceIndex;
 
-/* Objects that the plug-in uses, with their structures. */
+/** Objects that the plug-in uses, with their structures. */
 enum {
-    RDM_OID_NAT_INTF_SETTING = 68104, /* login accounts: RdmNatIntfSetting per instance */
-    RDM_OID_FACTORY_RESET = 75172,    /* member "FactoryResetUnpurgedList"; JSON alone */
-    RDM_OID_LED_CTRL = 88892,         /* RdmLedCtrl, one instance */
-    RDM_OID_WIFI_RADIO = 110680,      /* RdmWifiRadio per instance */
-    RDM_OID_SYNC_KEY_SOURCE = 114476  /* RdmSyncKeySource, one instance */
+    RDM_OID_NAT_INTF_SETTING = 68104, /**< login accounts: RdmNatIntfSetting per instance */
+    RDM_OID_FACTORY_RESET = 75172,    /**< member "FactoryResetUnpurgedList"; JSON alone */
+    RDM_OID_LED_CTRL = 88892,         /**< RdmLedCtrl, one instance */
+    RDM_OID_WIFI_RADIO = 110680,      /**< RdmWifiRadio per instance */
+    RDM_OID_SYNC_KEY_SOURCE = 114476  /**< RdmSyncKeySource, one instance */
 };
 
+/** The device's LEDs. */
 typedef struct {
-    uint8_t enable; /* 1 LEDs on, 0 off */
+    uint8_t enable; /**< 1 LEDs on, 0 off */
 } RdmLedCtrl;
 
+/** One login account. */
 typedef struct {
     char userName[256];
     char password[256];
 } RdmNatIntfSetting;
 
+/** One radio's country. */
 typedef struct {
     char ifName[32];
     char countryCode[16];
     char countryInBeacon[5];
 } RdmWifiRadio;
 
+/** What the key of the settings sync is made from. */
 typedef struct {
     char key[257];
 } RdmSyncKeySource;
 
-/* Service requests. */
+/** Service requests. */
 enum {
-    KCFG_REQ_RESET_DEFAULT = 8,         /* restore the factory defaults */
-    KCFG_REQ_PARTIAL_RESET_DEFAULT = 34 /* the same, but for what "FactoryResetUnpurgedList" selects */
+    KCFG_REQ_RESET_DEFAULT = 8,         /**< restore the factory defaults */
+    KCFG_REQ_PARTIAL_RESET_DEFAULT = 34 /**< the same, but for what "FactoryResetUnpurgedList" selects */
 };
 
-/* The instance as a structure of the object's type. */
+/** The instance as a structure of the object's type. */
 int kcfgFeObjStructGetWithoutUpdate(uint32_t object, KcfgInstanceIndex *index, void **copy);
 
-/* The next instance after the index, in the service's order; the index is advanced to it. Non-zero after the last. */
+/** The next instance after the index, in the service's order; the index is advanced to it. Non-zero after the last. */
 int kcfgFeObjStructGetNextWithoutUpdate(uint32_t object, KcfgInstanceIndex *index, void **copy);
 
-/* Write the instance from a structure and apply it. options: null. */
+/** Write the instance from a structure and apply it. options: null. */
 int kcfgFeObjStructSet(uint32_t object, KcfgInstanceIndex *index, void *value, const char *options);
 
-/* Write the instance; applying is left to the service. options: null. */
+/** Write the instance; applying is left to the service. options: null. */
 int kcfgFeObjStructSetWithoutApply(uint32_t object, KcfgInstanceIndex *index, void *value, const char *options);
 
-/* The instance as a JSON object. */
+/** The instance as a JSON object. */
 int kcfgFeObjJsonGet(uint32_t object, KcfgInstanceIndex *index, struct json_object **copy);
 
-/* Write the instance from a JSON object without applying it. options: null. */
+/** Write the instance from a JSON object without applying it. options: null. */
 int kcfgFeObjJsonSetWithoutApply(uint32_t object, KcfgInstanceIndex *index, struct json_object *value,
                                  const char *options);
 
-/* Ask the service for a KCFG_REQ_*. payload: null, length: 0 for the requests above. 0 when it was accepted. */
+/** Ask the service for a KCFG_REQ_*. payload: null, length: 0 for the requests above. 0 when it was accepted. */
 int kcfgFeReqSend(uint32_t request, const void *payload, uint32_t length);
 
 #define KCFG_LAYOUT(condition) static_assert(condition, "binary layout of a configuration object changed")

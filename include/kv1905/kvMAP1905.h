@@ -1,6 +1,8 @@
-/*
+/**
+ * @file
  * kvMAP1905.h - the plug-in's entry points, callback table, globals and the records that cross the boundary.
  *
+ * @verbatim
  * Conventions
  *   Language   C11 or later, or C++20.
  *   Threads    Every entry point runs on the host's thread, one call at a time. Nothing is locked. The host
@@ -14,6 +16,7 @@
  *   Results    0 for success and KV_RET_ERR for failure, unless a function says otherwise. Failures are logged
  *              where they happen, through kvMAP_syslog (kvlog.h).
  *   Exceptions None leaves an entry point; the plug-in neither aborts nor exits.
+ * @endverbatim
  *
  * Order of calls: kvMAP1905_Func_reg before anything else, then kvMAP1905_ApCfg_reg, KvDevAlMac filled by the host,
  * kvMAP1905_DeviceDm_init for the local device, kvMAP1905_DevIntfDm_init for each interface and
@@ -35,71 +38,72 @@ extern "C" {
 
 #define KVMAP1905_API __attribute__((visibility("default")))
 
-/* Results of operations. */
+/** Results of operations. */
 #define KV_RET_OK 0
-#define KV_RET_NOT_FOUND 7 /* the AL MAC is not this device's, or not in the topology */
-#define KV_RET_ERR 16      /* every other failure */
+#define KV_RET_NOT_FOUND 7 /**< the AL MAC is not this device's, or not in the topology */
+#define KV_RET_ERR 16      /**< every other failure */
 
 #define KV_MAC_LEN 6
 #define KV_OUI_LEN 3
 
-/* Size of the buffer that carries one encoded vendor-specific TLV value; larger messages are refused. */
+/** Size of the buffer that carries one encoded vendor-specific TLV value; larger messages are refused. */
 #define KV_VEND_MSG_BUFFER_LEN 1514
 
 /* ---- Records of the callback table ---- */
 
-/* A received vendor-specific TLV (IEEE 1905.1 TLV type 0x0B), as the host hands it to the receive entries. */
+/** A received vendor-specific TLV (IEEE 1905.1 TLV type 0x0B), as the host hands it to the receive entries. */
 typedef struct {
-    uint8_t srcMac[KV_MAC_LEN]; /* source of the message; for a relayed message the originator's AL MAC */
-    const uint8_t *value;       /* first byte of the TLV value, which starts with the OUI; the host's memory */
+    uint8_t srcMac[KV_MAC_LEN]; /**< source of the message; for a relayed message the originator's AL MAC */
+    const uint8_t *value;       /**< first byte of the TLV value, which starts with the OUI; the host's memory */
 } KvRecvVendTlv;
 
-/* One encoded vendor-specific TLV value on its way to the host's send slots. */
+/** One encoded vendor-specific TLV value on its way to the host's send slots. */
 typedef struct {
     uint8_t dstMac[KV_MAC_LEN];
-    uint8_t *buffer; /* the plug-in's memory, valid during the callback alone */
-    uint32_t length; /* bytes in buffer */
+    uint8_t *buffer; /**< the plug-in's memory, valid during the callback alone */
+    uint32_t length; /**< bytes in buffer */
 } KvVendMsgDest;
 
-/* Query codes of dmDataGet, with argument, second argument and result. */
+/** Query codes of dmDataGet, with argument, second argument and result. */
 enum {
-    DM_QUERY_DEVICE = 0,          /* AL MAC, 0: KV_RET_ERR when no such device is in the topology, else anything */
-    DM_QUERY_ALMAC_BY_IFMAC = 1,  /* interface MAC, uint8_t[6] to fill: KV_RET_ERR when nobody owns it, else 0 */
-    DM_QUERY_DEV_VENDOR_DATA = 2, /* AL MAC or null for the local device, 0: KvDevVendorData * or 0 */
-    DM_QUERY_INTF_LIST = 3,       /* AL MAC or null, 0: KvIntfList * or 0; the caller frees entries and head */
-    DM_QUERY_DEV_WIFI_NBR = 4     /* as DM_QUERY_DEV_VENDOR_DATA; asked where the neighbour table is meant */
+    DM_QUERY_DEVICE = 0,          /**< AL MAC, 0: KV_RET_ERR when no such device is in the topology, else anything */
+    DM_QUERY_ALMAC_BY_IFMAC = 1,  /**< interface MAC, uint8_t[6] to fill: KV_RET_ERR when nobody owns it, else 0 */
+    DM_QUERY_DEV_VENDOR_DATA = 2, /**< AL MAC or null for the local device, 0: KvDevVendorData * or 0 */
+    DM_QUERY_INTF_LIST = 3,       /**< AL MAC or null, 0: KvIntfList * or 0; the caller frees entries and head */
+    DM_QUERY_DEV_WIFI_NBR = 4     /**< as DM_QUERY_DEV_VENDOR_DATA; asked where the neighbour table is meant */
 };
 
-/*
+/**
  * What the host does for the plug-in. A slot may be null; the plug-in then logs and fails the operation.
  * Message identifiers: the IEEE 1905.1 message identifier of the frame that carries the TLV. *msgId == 0 asks
  * the host to choose one and write it back; any other value is the identifier of the message being answered and
  * must be used as it is. A null msgId means that the plug-in does not care.
  */
 typedef struct {
-    /* Ask the topology database; see DM_QUERY_*. Pointers travel as uintptr_t. */
+    /** Ask the topology database; see DM_QUERY_*. Pointers travel as uintptr_t. */
     uintptr_t (*dmDataGet)(uint32_t code, void *argument, uintptr_t argument2);
-    /* Rewrite the JSON data-model file, now or soon: every report of stations asks for it. 0 on success. */
+    /** Rewrite the JSON data-model file, now or soon: every report of stations asks for it. 0 on success. */
     int (*jsonDataModelWrite)(uint32_t unused);
-    /* Send the TLV value in a message of type 0x0004 to dest->dstMac. 0 when sent. */
+    /** Send the TLV value in a message of type 0x0004 to dest->dstMac. 0 when sent. */
     int (*vendMsgSend)(KvVendMsgDest *dest, uint16_t *msgId);
-    /* The same to the IEEE 1905.1 multicast address, neighbours only. */
+    /** The same to the IEEE 1905.1 multicast address, neighbours only. */
     int (*vendMcastMsgSend)(KvVendMsgDest *dest, uint16_t *msgId);
-    /* The same as relayed multicast: every device of the network receives it once. */
+    /** The same as relayed multicast: every device of the network receives it once. */
     int (*vendRelayMcastMsgSend)(KvVendMsgDest *dest, uint16_t *msgId);
-    /* Post an operator command (code, buffer of size bytes) to the daemon; set in the command tool. */
+    /** Post an operator command (code, buffer of size bytes) to the daemon; set in the command tool. */
     int (*cmdSend)(uint32_t code, void *buffer, uint32_t size);
-    /* Written by kvMAP1905_ApCfg_reg for the host; the plug-in never calls it. */
+    /** Written by kvMAP1905_ApCfg_reg for the host; the plug-in never calls it. */
     int (*apCfgSet)(void *argument);
 } Kv1905BcmCbs;
 
-/* Interfaces of one device, the result of DM_QUERY_INTF_LIST. The caller frees every entry and the head. */
+/** One interface of a device. Who asked for the list frees every entry and the head. */
 typedef struct KvIntfEntry {
     struct KvIntfEntry *next;
     uint8_t mac[KV_MAC_LEN];
-    uint32_t mediaType; /* IEEE 1905.1 media type in the low 16 bits */
+    uint32_t mediaType; /**< IEEE 1905.1 media type in the low 16 bits */
 } KvIntfEntry;
 
+/** The whole result of DM_QUERY_INTF_LIST. */
 typedef struct {
     uint32_t count;
     KvIntfEntry *head;
@@ -107,56 +111,56 @@ typedef struct {
 
 /* ---- Records inside the host's topology database ---- */
 
-/* One associated Wi-Fi station, or a station that another device reported. */
+/** One associated Wi-Fi station, or a station that another device reported. */
 typedef struct WIFINeighborEntry {
     struct WIFINeighborEntry *next;
     uint8_t mac[KV_MAC_LEN];
     uint16_t mediaType;
-    uint16_t Rate; /* Mbit/s */
-    int16_t RSSI;  /* dBm */
-    int16_t SNR;   /* dB */
-    uint16_t signalLevel; /* 0 to 5 */
+    uint16_t Rate; /**< Mbit/s */
+    int16_t RSSI;  /**< dBm */
+    int16_t SNR;   /**< dB */
+    uint16_t signalLevel; /**< 0 to 5 */
     uint32_t Tx;
     uint32_t Rx;
-    uint16_t tx_rate; /* Mbit/s */
-    uint16_t rx_rate; /* Mbit/s */
-    uint32_t lastSeen; /* seconds since the epoch; 0 in the local list */
-    uint8_t Band;      /* 1 = 2.4 GHz, 6 = 5 GHz */
+    uint16_t tx_rate; /**< Mbit/s */
+    uint16_t rx_rate; /**< Mbit/s */
+    uint32_t lastSeen; /**< seconds since the epoch; 0 in the local list */
+    uint8_t Band;      /**< 1 = 2.4 GHz, 6 = 5 GHz */
 } WIFINeighborEntry;
 
-/* A view of a list of stations: head and what hangs from it stay its owner's, unless a function says otherwise. */
+/** A view of a list of stations: head and what hangs from it stay its owner's, unless a function says otherwise. */
 typedef struct {
     uint32_t count;
-    WIFINeighborEntry *head; /* null when empty */
+    WIFINeighborEntry *head; /**< null when empty */
 } WIFINeighborList;
 
-/* Security configuration of a device. secData holds secLen bytes from malloc, owned by the record, or is null. */
+/** Security configuration of a device. secData holds secLen bytes from malloc, owned by the record, or is null. */
 typedef struct {
     uint32_t secType;
     uint16_t secLen;
     uint8_t *secData;
 } SecurityConfig;
 
-/*
+/**
  * The plug-in's block in the host's device record. The host allocates it zero-filled and frees it, together with
  * security.secData and, for a remote device, the entries of wifiNbrHead. Texts that arrive longer than their
  * field are cut to it.
  */
 typedef struct {
-    uint8_t cfgAttrCount;          /* attributes of the last configuration response */
-    uint8_t rebootFromNbrCap;      /* non-zero: the controller may reboot or reset this device */
-    uint8_t intfPwrCtrlFromNbrCap; /* non-zero: the controller may switch its Wi-Fi interfaces' power */
+    uint8_t cfgAttrCount;          /**< attributes of the last configuration response */
+    uint8_t rebootFromNbrCap;      /**< non-zero: the controller may reboot or reset this device */
+    uint8_t intfPwrCtrlFromNbrCap; /**< non-zero: the controller may switch its Wi-Fi interfaces' power */
     char fwVersion[128];
     char newFwVersion[128];
     char newFwDate[128];
     uint8_t auxStatus;
-    uint8_t fwUpgradeStatus; /* 0 none, 1 newer known, 2 downloading, 3 downloaded, 4 writing, 5 written */
+    uint8_t fwUpgradeStatus; /**< 0 none, 1 newer known, 2 downloading, 3 downloaded, 4 writing, 5 written */
     char modelName[128];
-    char ipAddr[128];    /* dotted text */
-    char opMode[32];     /* "AP", "Repeater" or "Router" */
-    char buildNum[32];   /* decimal text */
-    char protoVersion[32]; /* empty for a device that never reported one */
-    char ledStatus[32];  /* "ON" or "OFF" */
+    char ipAddr[128];    /**< dotted text */
+    char opMode[32];     /**< "AP", "Repeater" or "Router" */
+    char buildNum[32];   /**< decimal text */
+    char protoVersion[32]; /**< empty for a device that never reported one */
+    char ledStatus[32];  /**< "ON" or "OFF" */
     char appVersion[32];
     char l2DevCtrl[32];
     char wifiAutoCfg[32];
@@ -166,42 +170,42 @@ typedef struct {
     char channel24G[16];
     char channel5G[16];
     char channelExtra[16];
-    uint32_t confFileMtime;    /* seconds since the epoch */
-    uint32_t versionFileMtime; /* seconds since the epoch */
-    char uptime[16];           /* seconds, decimal text */
-    uint32_t uptimeRecvTime;   /* seconds since the epoch */
-    uint32_t wifiNbrNum; /* entries of a remote device's table; the local device's are counted by WIFINbrNum */
-    WIFINeighborEntry *wifiNbrHead; /* of the local device: the plug-in's own list, renewed by kvMAP1905_MainLoop */
+    uint32_t confFileMtime;    /**< seconds since the epoch */
+    uint32_t versionFileMtime; /**< seconds since the epoch */
+    char uptime[16];           /**< seconds, decimal text */
+    uint32_t uptimeRecvTime;   /**< seconds since the epoch */
+    uint32_t wifiNbrNum; /**< entries of a remote device's table; the local device's are counted by WIFINbrNum */
+    WIFINeighborEntry *wifiNbrHead; /**< of the local device: the plug-in's own list, renewed by kvMAP1905_MainLoop */
     SecurityConfig security;
 } KvDevVendorData;
 
-/* The plug-in's block in the host's interface record. */
+/** The plug-in's block in the host's interface record. */
 typedef struct {
-    uint32_t pwrState; /* IEEE 1905.1 power state: 0 on, 2 off, 255 unknown */
+    uint32_t pwrState; /**< IEEE 1905.1 power state: 0 on, 2 off, 255 unknown */
 } KvIntfVendorData;
 
 /* ---- Messages in memory ---- */
 
-/* One message of the maker's set (IEEE 1905.1 vendor-specific TLV, OUI 02:4E:A7). */
+/** One message of the maker's set (IEEE 1905.1 vendor-specific TLV, OUI 02:4E:A7). */
 typedef struct {
     uint8_t oui[KV_OUI_LEN];
-    uint8_t alMac[KV_MAC_LEN]; /* AL MAC of the device that built the message */
-    uint8_t marker[2];         /* 0x00 0x01 in every message sent; kept as received, never checked */
+    uint8_t alMac[KV_MAC_LEN]; /**< AL MAC of the device that built the message */
+    uint8_t marker[2];         /**< 0x00 0x01 in every message sent; kept as received, never checked */
     uint16_t msgType;
-    uint16_t payloadLen; /* exact number of payload bytes on the wire */
-    void *payload;       /* the type's payload record, or null */
+    uint16_t payloadLen; /**< exact number of payload bytes on the wire */
+    void *payload;       /**< the type's payload record, or null */
 } KvVendMsg;
 
-/* Signal measurement of one station, the payload record of Intel's RSSI messages. */
+/** Signal measurement of one station, the payload record of Intel's RSSI messages. */
 typedef struct {
     uint8_t staMac[KV_MAC_LEN];
-    uint16_t rxRate10; /* 100 kbit/s */
-    uint16_t txRate10; /* 100 kbit/s */
-    uint8_t rssi;      /* low 8 bits of the signed dBm value */
+    uint16_t rxRate10; /**< 100 kbit/s */
+    uint16_t txRate10; /**< 100 kbit/s */
+    uint8_t rssi;      /**< low 8 bits of the signed dBm value */
     uint8_t snr;
 } KvRssiMeasurement;
 
-/* One message of Intel's set (IEEE 1905.1 vendor-specific TLV, OUI 00:03:47). */
+/** One message of Intel's set (IEEE 1905.1 vendor-specific TLV, OUI 00:03:47). */
 typedef struct {
     uint8_t oui[KV_OUI_LEN];
     uint8_t field3[4];
@@ -209,7 +213,7 @@ typedef struct {
     uint8_t msgType;
     uint8_t field10;
     uint8_t field11[6];
-    uint8_t field18[2]; /* wire order */
+    uint8_t field18[2]; /**< wire order */
     KvRssiMeasurement *payload;
 } KvIntelVendMsg;
 
@@ -218,40 +222,41 @@ typedef struct {
 #define KV_MAX_INTF_PWR_ENTRIES 30
 #define KV_MAX_COMMAND_TEXT 2048
 
+/** What is to be switched. */
 typedef struct {
-    uint8_t mac[KV_MAC_LEN]; /* all zero: every interface of this media type */
+    uint8_t mac[KV_MAC_LEN]; /**< all zero: every interface of this media type */
     uint16_t mediaType;
 } KvIntfPwrCtrlEntry;
 
-/* Interface power control: command 103 and message type 6. */
+/** Interface power control: command 103 and message type 6. */
 typedef struct {
-    uint8_t alMac[KV_MAC_LEN]; /* the agent that is to act */
-    uint8_t count;             /* entries in use, at most 30 */
+    uint8_t alMac[KV_MAC_LEN]; /**< the agent that is to act */
+    uint8_t count;             /**< entries in use, at most 30 */
     uint8_t zero;
     KvIntfPwrCtrlEntry entries[KV_MAX_INTF_PWR_ENTRIES];
-    uint32_t pwrState; /* IEEE 1905.1 power state; the wire carries its low 8 bits */
+    uint32_t pwrState; /**< IEEE 1905.1 power state; the wire carries its low 8 bits */
 } KvIntfPwrCtrlReq;
 
-/* Firmware control: command 109 and message type 20. A URL that does not fit is refused. */
+/** Firmware control: command 109 and message type 20. A URL that does not fit is refused. */
 typedef struct {
     uint8_t alMac[KV_MAC_LEN];
     uint16_t FWOption;
-    uint16_t FWTopoOption; /* 0: no URL is carried */
-    uint16_t FWURLcount;   /* characters of FWURL */
+    uint16_t FWTopoOption; /**< 0: no URL is carried */
+    uint16_t FWURLcount;   /**< characters of FWURL */
     char FWURL[KV_MAX_COMMAND_TEXT];
 } KvFWCtrlReq;
 
-/* LED control: command 114 and message types 33 and 34. */
+/** LED control: command 114 and message types 33 and 34. */
 typedef struct {
     uint8_t alMac[KV_MAC_LEN];
-    uint16_t ledOption; /* 0 off, any other value on */
+    uint16_t ledOption; /**< 0 off, any other value on */
 } KvLedCtrlReq;
 
-/* Remote command: command 200 and message type 25. A text that does not fit is refused. */
+/** Remote command: command 200 and message type 25. A text that does not fit is refused. */
 typedef struct {
     uint8_t alMac[KV_MAC_LEN];
-    uint16_t CommandDatacount; /* words */
-    uint16_t CommandURLcount;  /* characters of CommandURL */
+    uint16_t CommandDatacount; /**< words */
+    uint16_t CommandURLcount;  /**< characters of CommandURL */
     char CommandURL[KV_MAX_COMMAND_TEXT];
 } KvCommandReq;
 
@@ -259,20 +264,21 @@ typedef struct {
 
 #define KV_MAX_MDID_INTERFACES 15
 
-/* One BSS of the host's list for the MDID TLV; the plug-in writes mdid alone. */
+/** One BSS of the host's list for the MDID TLV; the plug-in writes mdid alone. */
 typedef struct {
     uint8_t bssid[KV_MAC_LEN];
-    char ifname[16]; /* NUL-terminated, such as "wl0.5" */
-    uint16_t mdid;   /* mobility-domain identifier */
+    char ifname[16]; /**< NUL-terminated, such as "wl0.5" */
+    uint16_t mdid;   /**< mobility-domain identifier */
     uint8_t enabled;
 } KvMdidInterface;
 
+/** The host's BSSs for the MDID TLV. */
 typedef struct {
-    uint32_t InterfaceNumberOfEntries; /* at most 15; more is refused */
+    uint32_t InterfaceNumberOfEntries; /**< at most 15; more is refused */
     KvMdidInterface interfaces[KV_MAX_MDID_INTERFACES];
 } KvMdidInterfaceList;
 
-/*
+/**
  * One BSS of the BSS configuration TLV; the host's list is a uint32_t count, then that many of these from offset 4.
  * BandIndex: the low four bits are the BSS on its radio (0 main, 1 to 15 virtual), 0x20, 0x40 and 0x80 name the band.
  */
@@ -282,45 +288,45 @@ typedef struct {
     uint8_t WlMode, ExtAttribute;
 } KvBssConfig;
 
-/* One BSS of the AP-configuration extension. */
+/** One BSS of the AP-configuration extension. */
 typedef struct {
     uint8_t BandIndex, Attribute;
     uint16_t MDID, TCI;
     uint8_t WlMode, ExtAttribute, Channel, ACS_Sideband, Bandwidth;
 } KvBssInfo;
 
-/* A password on its way, scrambled: message type 69. A longer one than 255 bytes is refused. */
+/** A password on its way, scrambled: message type 69. A longer one than 255 bytes is refused. */
 typedef struct {
     uint8_t alMac[KV_MAC_LEN];
     uint16_t pwdLen;
-    uint8_t pwd[256]; /* zero beyond pwdLen */
+    uint8_t pwd[256]; /**< zero beyond pwdLen */
 } SyncCtrlerPwdMsgData;
 
-/* A country-in-beacon text on its way: command 205 and message type 77. Longer ones are refused. */
+/** A country-in-beacon text on its way: command 205 and message type 77. Longer ones are refused. */
 typedef struct {
     uint8_t alMac[KV_MAC_LEN];
-    uint8_t countryLen; /* 0 to 4 */
-    char country[4];    /* no terminator when it is full */
+    uint8_t countryLen; /**< 0 to 4 */
+    char country[4];    /**< no terminator when it is full */
 } SyncCtrlerCountryMsgData;
 
-/* Command codes between the command tool and kvMAP1905_VendSpecCmd_handle, with their buffers. */
+/** Command codes between the command tool and kvMAP1905_VendSpecCmd_handle, with their buffers. */
 enum {
-    KV_CMD_REBOOT = 102,                /* AL MAC, 6 bytes */
-    KV_CMD_INTF_PWR_CTRL = 103,         /* KvIntfPwrCtrlReq */
-    KV_CMD_FW_CTRL = 109,               /* KvFWCtrlReq */
-    KV_CMD_RESET_DEFAULT = 110,         /* AL MAC */
-    KV_CMD_FW_RESULT = 111,             /* 8 bytes: int32_t result, zero */
-    KV_CMD_LED_CTRL = 114,              /* KvLedCtrlReq */
-    KV_CMD_PARTIAL_RESET_DEFAULT = 120, /* AL MAC */
-    KV_CMD_COMMAND = 200,               /* KvCommandReq */
-    KV_CMD_LOG_SETTING = 201,           /* three int32_t */
-    KV_CMD_SYNC_CTRL_PWD = 202,         /* text: decimal byte count, one blank, two digits 0-9 A-F per byte */
-    KV_CMD_SYNC_COUNTRY_BCN_REQ = 203,  /* 6 bytes, not read */
-    KV_CMD_COUNTRY_IN_BCN = 205,        /* SyncCtrlerCountryMsgData */
-    KV_CMD_UPDATE_DEVICE_INFO = 301     /* not read */
+    KV_CMD_REBOOT = 102,                /**< AL MAC, 6 bytes */
+    KV_CMD_INTF_PWR_CTRL = 103,         /**< KvIntfPwrCtrlReq */
+    KV_CMD_FW_CTRL = 109,               /**< KvFWCtrlReq */
+    KV_CMD_RESET_DEFAULT = 110,         /**< AL MAC */
+    KV_CMD_FW_RESULT = 111,             /**< 8 bytes: int32_t result, zero */
+    KV_CMD_LED_CTRL = 114,              /**< KvLedCtrlReq */
+    KV_CMD_PARTIAL_RESET_DEFAULT = 120, /**< AL MAC */
+    KV_CMD_COMMAND = 200,               /**< KvCommandReq */
+    KV_CMD_LOG_SETTING = 201,           /**< three int32_t */
+    KV_CMD_SYNC_CTRL_PWD = 202,         /**< text: decimal byte count, one blank, two digits 0-9 A-F per byte */
+    KV_CMD_SYNC_COUNTRY_BCN_REQ = 203,  /**< 6 bytes, not read */
+    KV_CMD_COUNTRY_IN_BCN = 205,        /**< SyncCtrlerCountryMsgData */
+    KV_CMD_UPDATE_DEVICE_INFO = 301     /**< not read */
 };
 
-/* The layouts are a promise to hosts that were built earlier: a change must be deliberate. */
+/** The layouts are a promise to hosts that were built earlier: a change must be deliberate. */
 #define KV_LAYOUT(condition) static_assert(condition, "binary layout of a boundary record changed")
 #define KV_LP(on64, on32) (sizeof(void *) == 8 ? (size_t)(on64) : (size_t)(on32))
 KV_LAYOUT(offsetof(KvRecvVendTlv, value) == 8 && sizeof(KvRecvVendTlv) == KV_LP(16, 12));
@@ -373,46 +379,48 @@ KV_LAYOUT(offsetof(SyncCtrlerCountryMsgData, country) == 7 && sizeof(SyncCtrlerC
 
 /* ---- Globals ---- */
 
-/* The callbacks in force; all null until kvMAP1905_Func_reg. The host reads slot 6 from here. */
+/** The callbacks in force; all null until kvMAP1905_Func_reg. The host reads slot 6 from here. */
 extern KVMAP1905_API Kv1905BcmCbs g_kv1905_bcm_cbs;
-/* The local device's AL MAC; written by the host before any message traffic. */
+/** The local device's AL MAC; written by the host before any message traffic. */
 extern KVMAP1905_API uint8_t KvDevAlMac[KV_MAC_LEN];
-/* Non-zero when the local device is the Multi-AP controller; set by kvMAP1905_DeviceDm_init, 1 before it. */
+/** Non-zero when the local device is the Multi-AP controller; set by kvMAP1905_DeviceDm_init, 1 before it. */
 extern KVMAP1905_API uint8_t controller;
-/* Time of the last registration, seconds since the epoch; the plug-in only writes it. */
+/** Time of the last registration, seconds since the epoch; the plug-in only writes it. */
 extern KVMAP1905_API uint32_t g_timeStamp;
-/* Time of the last JSON data-model write, seconds since the epoch; written by the host. While it is more than
+/** Time of the last JSON data-model write, seconds since the epoch; written by the host. While it is more than
  * 2 seconds old, every kvMAP1905_MainLoop asks for a write. */
 extern KVMAP1905_API uint32_t data_model_time_stamp;
-/* 01:80:C2:00:00:13. */
+/** 01:80:C2:00:00:13. */
 extern KVMAP1905_API const uint8_t I5_MCAST_MAC_ADDRESS[KV_MAC_LEN];
-/* Firmware download time-out in seconds, for the host; the plug-in does not read it. */
+/** Firmware download time-out in seconds, for the host; the plug-in does not read it. */
 extern KVMAP1905_API uint32_t download_timeout;
-/* Role-selection flags, rebuilt by kvMAP1905_param_update: KV_FLAG_*. */
+/** Role-selection flags, rebuilt by kvMAP1905_param_update: KV_FLAG_*. */
 extern KVMAP1905_API uint32_t kvFlags;
-/* Network-control state, written by the host. */
+/** Network-control state, written by the host. */
 extern KVMAP1905_API uint32_t NCAL_state;
-/* Main SSIDs, two NUL-terminated slots of 33 bytes: 2.4 GHz, 5 GHz. */
+/** Main SSIDs, two NUL-terminated slots of 33 bytes: 2.4 GHz, 5 GHz. */
 extern KVMAP1905_API char g_MainSSID[66];
-/* Main BSSIDs, 6 bytes each: 2.4 GHz, 5 GHz. */
+/** Main BSSIDs, 6 bytes each: 2.4 GHz, 5 GHz. */
 extern KVMAP1905_API uint8_t g_MainBSSID[12];
 
-/* Stations that are associated with this device: how many, and the first. Only read by the host; renewed from the
+/** Stations that are associated with this device: how many. Only read by the host; renewed from the
  * driver's station files every 10 seconds by kvMAP1905_MainLoop, so pointers into the list live until the next call. */
 extern KVMAP1905_API uint32_t WIFINbrNum;
+/** The first of them. */
 extern KVMAP1905_API WIFINeighborEntry *WIFINeighborHead;
 
-/* Firmware states, driven by command 111: 0 none, 2 downloading, 3 downloaded; 0 none, 4 writing, 5 written. */
+/** Firmware state, driven by command 111: 0 none, 2 downloading, 3 downloaded. */
 extern KVMAP1905_API int32_t State_fw_is_download;
+/** The same: 0 none, 4 writing, 5 written. */
 extern KVMAP1905_API int32_t State_fw_upgrade;
-/* Further firmware values, for the host; the plug-in does not read them. */
-extern KVMAP1905_API int32_t Download_and_upgrade;
-extern KVMAP1905_API int32_t Time_download;
-extern KVMAP1905_API int32_t State_new_fw;
-extern KVMAP1905_API char FW_file_name[128];
-extern KVMAP1905_API char FW_file_version_old[128];
-extern KVMAP1905_API char FW_file_version_new[128];
-extern KVMAP1905_API char FW_file_date[128];
+/* Further firmware values, for the host. */
+extern KVMAP1905_API int32_t Download_and_upgrade;  /**< the plug-in does not read it */
+extern KVMAP1905_API int32_t Time_download;         /**< the plug-in does not read it */
+extern KVMAP1905_API int32_t State_new_fw;          /**< the plug-in does not read it */
+extern KVMAP1905_API char FW_file_name[128];        /**< the plug-in does not read it */
+extern KVMAP1905_API char FW_file_version_old[128]; /**< the plug-in does not read it */
+extern KVMAP1905_API char FW_file_version_new[128]; /**< the plug-in does not read it */
+extern KVMAP1905_API char FW_file_date[128];        /**< the plug-in does not read it */
 
 #define KV_FLAG_AUTO_ROLE_SELECT 0x1u
 #define KV_FLAG_AUTO_ROLE_SELECT_ONLY_WHEN_GW_FOUND 0x2u
@@ -421,7 +429,7 @@ extern KVMAP1905_API char FW_file_date[128];
 
 /* ---- Registration ---- */
 
-/*
+/**
  * Take over the host's callbacks and note the time in g_timeStamp.
  * table: the host's seven slots, only read. flag: 1 copies slot 5 alone (the command tool); any other value
  * copies slots 0 to 4 (the daemon). A slot that is not copied keeps its value; slot 6 is never read.
@@ -429,49 +437,49 @@ extern KVMAP1905_API char FW_file_date[128];
  */
 KVMAP1905_API void kvMAP1905_Func_reg(const Kv1905BcmCbs *table, uint8_t flag);
 
-/* Put the plug-in's AP-configuration setter into slot 6 of g_kv1905_bcm_cbs. ignored: not used. */
+/** Put the plug-in's AP-configuration setter into slot 6 of g_kv1905_bcm_cbs. ignored: not used. */
 KVMAP1905_API void kvMAP1905_ApCfg_reg(void *ignored);
 
-/* The AP-configuration setter of slot 6. argument: not used. Returns 0. */
+/** The AP-configuration setter of slot 6. argument: not used. Returns 0. */
 KVMAP1905_API int kvMAP1905_ApCfg_set(void *argument);
 
-/* Ask the host's topology database (slot 0); arguments and result as DM_QUERY_* says. 0 when the slot is empty. */
+/** Ask the host's topology database (slot 0); arguments and result as DM_QUERY_* says. 0 when the slot is empty. */
 KVMAP1905_API uintptr_t kvMAP1905_DmData_get(uint32_t code, void *argument, uintptr_t argument2);
 
-/* Ask the host to rewrite its JSON data-model file (slot 1). Returns the slot's result, KV_RET_ERR when empty. */
+/** Ask the host to rewrite its JSON data-model file (slot 1). Returns the slot's result, KV_RET_ERR when empty. */
 KVMAP1905_API int kvMAP1905_JsonDataModel_write(void);
 
 /* ---- Periodic work, role, local record ---- */
 
-/* Run what is due; call about once a second. May run shell commands. The result carries no meaning. */
+/** Run what is due; call about once a second. May run shell commands. The result carries no meaning. */
 KVMAP1905_API int kvMAP1905_MainLoop(void);
 
-/* Rebuild kvFlags from /tmp/.kv1905_conf. KV_RET_ERR, and kvFlags unchanged, when the file cannot be opened. */
+/** Rebuild kvFlags from /tmp/.kv1905_conf. KV_RET_ERR, and kvFlags unchanged, when the file cannot be opened. */
 KVMAP1905_API int kvMAP1905_param_update(void);
 
-/* 1 when the nvram setting multiap_mode makes this device the Multi-AP controller, else 0. Runs "nvram show". */
+/** 1 when the nvram setting multiap_mode makes this device the Multi-AP controller, else 0. Runs "nvram show". */
 KVMAP1905_API int kvMAP1905_findController(void);
 
-/* Start a device's record: decide the controller role, then load everything. dev: zero-filled; null is ignored. */
+/** Start a device's record: decide the controller role, then load everything. dev: zero-filled; null is ignored. */
 KVMAP1905_API void kvMAP1905_DeviceDm_init(KvDevVendorData *dev);
 
-/* Reload what changed on disk into the record, and renew dev->security (its former secData is freed). Cheap when
+/** Reload what changed on disk into the record, and renew dev->security (its former secData is freed). Cheap when
  * nothing changed. A null dev is logged. */
 KVMAP1905_API void kvMAP1905_DeviceDm_update(KvDevVendorData *dev);
 
-/* Fill an interface's record from its media type (IEEE 1905.1 code, low 16 bits used). A null intf is logged. */
+/** Fill an interface's record from its media type (IEEE 1905.1 code, low 16 bits used). A null intf is logged. */
 KVMAP1905_API void kvMAP1905_DevIntfDm_init(KvIntfVendorData *intf, uint32_t mediaType);
 
-/*
+/**
  * Does this device speak the maker's protocol? alMac: 6 bytes; isKovan: receives 1 or 0.
  * KV_RET_ERR, and isKovan unchanged, when the host does not know the device.
  */
 KVMAP1905_API int checkKovanAgent(const uint8_t *alMac, uint8_t *isKovan);
 
-/* May the controller reboot this device (which 0) or switch its interface power (which 1)? 1 or 0. */
+/** May the controller reboot this device (which 0) or switch its interface power (which 1)? 1 or 0. */
 KVMAP1905_API int kvMAP1905_CtrlFromNbrCap_get(int which);
 
-/*
+/**
  * Current channel of a Wi-Fi interface, from "wl -i IFNAME chanspec". channelOut: 16 characters; left unchanged
  * when wl fails, or when ifname is longer than 144 characters or holds one that must not reach a shell.
  */
@@ -479,49 +487,49 @@ KVMAP1905_API void kvMAP1905_WifiChan_get(const char *ifname, char *channelOut);
 
 /* ---- Sending ---- */
 
-/*
+/**
  * Encode a message of the maker's set and send it by unicast (slot 2). destinationMac: 6 bytes. msgId: in-out, see
  * Kv1905BcmCbs. msg: only read. KV_RET_ERR when the slot is empty, memory runs out, the type is unknown, the
  * encoded message exceeds KV_VEND_MSG_BUFFER_LEN bytes, or the host's send failed.
  */
 KVMAP1905_API int kvMAP1905_VenderSpecMsg_send(const uint8_t *destinationMac, uint16_t *msgId, const KvVendMsg *msg);
 
-/* The same for a message of Intel's set. */
+/** The same for a message of Intel's set. */
 KVMAP1905_API int kvMAP1905_IntelVenderSpecMsg_send(const uint8_t *destinationMac, uint16_t *msgId,
                                                     const KvIntelVendMsg *msg);
 
-/* The same to 01:80:C2:00:00:13 (slot 3). */
+/** The same to 01:80:C2:00:00:13 (slot 3). */
 KVMAP1905_API int kvMAP1905_VenderSpecMcastMsg_send(const KvVendMsg *msg, uint16_t *msgId);
 
-/* The same to 01:80:C2:00:00:13 by relayed multicast (slot 4). */
+/** The same to 01:80:C2:00:00:13 by relayed multicast (slot 4). */
 KVMAP1905_API int kvMAP1905_VenderSpecRelayMcastMsg_send(const KvVendMsg *msg, uint16_t *msgId);
 
 /* ---- Receiving ---- */
 
-/*
+/**
  * Handle one received vendor-specific TLV of any OUI. tlv: source and value; length: bytes at tlv->value, never
  * read past; msgId: message identifier of the frame (low 16 bits). What is malformed or unknown is logged and dropped.
  */
 KVMAP1905_API void kvMAP1905_VendSpecTlv_handle(const KvRecvVendTlv *tlv, uint32_t length, uint32_t msgId);
 
-/*
+/**
  * The same for a host that does not know the length, maker's OUI. At least 15 bytes, plus as many as the big-endian
  * number at offset 13 says, must be readable at tlv->value. Prefer kvMAP1905_VendSpecTlv_handle.
  */
 KVMAP1905_API void kvMAP1905_VendSpecMsg_handle(const KvRecvVendTlv *tlv, uint32_t msgId);
 
-/* The same for Intel's OUI; 28 bytes must be readable at tlv->value. */
+/** The same for Intel's OUI; 28 bytes must be readable at tlv->value. */
 KVMAP1905_API void kvMAP1905_VendSpecMsg_handle_Intel(const KvRecvVendTlv *tlv, uint32_t msgId);
 
 /* ---- Configuration exchange ---- */
 
-/*
+/**
  * Ask an agent for its configuration. alMac: the agent's; retry: earlier attempts, 0 for the host. The query is
  * sent again after more than 5 seconds without an answer, at most twice. KV_RET_ERR when it could not be sent.
  */
 KVMAP1905_API int kvMAP1905_ConfQuery_send(const uint8_t *alMac, uint8_t retry);
 
-/*
+/**
  * Send this device's configuration. source: the query's source, whose MAC receives the answer; msgId: the query's.
  * mcast: 1 sends it to every device by relayed multicast (source is not used, msgId 0 takes a fresh identifier).
  */
@@ -529,13 +537,13 @@ KVMAP1905_API int kvMAP1905_ConfRespMsg_send(const KvRecvVendTlv *source, uint16
 
 /* ---- Wi-Fi stations ---- */
 
-/*
+/**
  * Ask an agent which stations are associated with it. alMac: the agent's; reserved: not read. Sent once; the answers
  * are merged into the agent's neighbour table. KV_RET_ERR when it could not be sent.
  */
 KVMAP1905_API int kvMAP1905_WifiStateQuery_send(const uint8_t *alMac, uint8_t reserved);
 
-/*
+/**
  * Tell a device the signal of one station of this device, in Intel's message 0x6A. destination: its AL MAC. msg: the
  * host sets payload (null is refused) with staMac, field11 and field18; the rest is filled in, payload included when
  * the station is known. 0; 1 or 16 when the station is not known: then the payload's own figures were sent; KV_RET_ERR
@@ -545,67 +553,67 @@ KVMAP1905_API int kvMAP1905_RssiMeasurementNotify_send(const uint8_t *destinatio
 
 /* ---- Device control ---- */
 
-/*
+/**
  * Ask an agent for the power state of its interfaces; tracked and sent again like a configuration query. alMac: the
  * agent's; retry: earlier attempts, 0 for the host. KV_RET_ERR when it could not be sent.
  */
 KVMAP1905_API int kvMAP1905_IntfPwrStateQuery_send(const uint8_t *alMac, uint8_t retry);
 
-/* Record in the local device's data that a newer firmware is known (result 1). KV_RET_ERR without local data. */
+/** Record in the local device's data that a newer firmware is known (result 1). KV_RET_ERR without local data. */
 KVMAP1905_API int updateKvFWNewfirmware(int result);
 
 /* ---- Multi-AP extensions ---- */
 
-/*
+/**
  * Write the value of the MDID TLV (IEEE 1905.1 vendor-specific TLV, element 0xC0) for the list, after filling in every
  * mdid from nvram or from the last answer. buffer: room for 142 bytes; length: receives the bytes written. -1, with
  * length untouched, for null arguments, an empty list, more than 15 entries, or a backhaul BSS "wl0.5" without MDID.
  */
 KVMAP1905_API int kvMAP1905_TlvMDID_insert(uint8_t *buffer, uint32_t *length, KvMdidInterfaceList *list);
 
-/* Fill in every mdid of the list. May run "nvram show". 0 or -1 as above. */
+/** Fill in every mdid of the list. May run "nvram show". 0 or -1 as above. */
 KVMAP1905_API int kvMAP1905_mdid_update(KvMdidInterfaceList *list);
 
-/*
+/**
  * Write the value of the BSS configuration TLV (element 0xD0). list: uint32_t count, then KvBssConfig entries from
  * offset 4; buffer: room for 7 + 8 * count bytes; more than 255 entries are refused. 0, or -1 with length untouched.
  */
 KVMAP1905_API int kvMAP1905_TlvBss_Config_insert(uint8_t *buffer, uint32_t *length, const void *list);
 
-/*
+/**
  * Write the maker's Wi-Fi Simple Configuration attribute (0x1049, vendor ID 0A 61 C4) for one BSS at buffer + offset.
  * Returns the bytes written, 24.
  */
 KVMAP1905_API int kvMAP1905_ApCfg_fill(uint8_t *buffer, uint32_t offset, const KvBssInfo *bss);
 
-/*
+/**
  * Read that attribute from its vendor ID on; sub-elements 1 to 4, in this order, as far as they stand there. The caller
  * vouches for the sub-elements and one byte behind them; prefer kvMAP1905_ApCfg_parse_check_len. 0 or -1.
  */
 KVMAP1905_API int kvMAP1905_ApCfg_parse(const uint8_t *data, KvBssInfo *bss);
 
-/*
+/**
  * The same with len bytes from the vendor ID to the attribute's end, in any order. ExtAttribute defaults to the nvram
  * setting of the interface that BandIndex names. -1 for a wrong vendor ID, a wrong length of a sub-element, or one
  * that claims more than remains; fields read before the fault stay.
  */
 KVMAP1905_API int kvMAP1905_ApCfg_parse_check_len(const uint8_t *data, uint32_t len, KvBssInfo *bss);
 
-/* Set ExtAttribute from nvram. subElements: at least 3 bytes, the third is the BandIndex. Returns 0. */
+/** Set ExtAttribute from nvram. subElements: at least 3 bytes, the third is the BandIndex. Returns 0. */
 KVMAP1905_API int kvMAP1905_parameter_init(const uint8_t *subElements, KvBssInfo *bss);
 
-/* Log the nine fields at debug level. */
+/** Log the nine fields at debug level. */
 KVMAP1905_API void dumpBssInfo(const KvBssInfo *bss);
 
 /* ---- Settings sync ---- */
 
-/*
+/**
  * Ask the controller for its administrator password (command 0) or its country in beacons (command 1). The answer is
  * applied when it arrives; none is awaited. KV_RET_ERR for another command or a failed send.
  */
 KVMAP1905_API int kvMAP1905_SyncCtrlSettingReq_send(const uint8_t *alMac, int command);
 
-/*
+/**
  * Apply one radio's country with wl: beaconCountry, or when that is empty the part of countryCode before "/". Texts
  * that must not reach a shell are logged and wl is not run. Returns 0.
  */
@@ -614,30 +622,42 @@ KVMAP1905_API int kvMAP1905_CountryInBcn_update(const char *ifname, const char *
 
 /* ---- Operator commands ---- */
 
-/*
+/**
  * In the daemon: run one posted command. buffer: laid out as KV_CMD_* says for the code, only read; its multi-byte
  * fields are read byte by byte, so any alignment will do. The outcome is logged; an agent's answer arrives
  * later in the result file /tmp/1905ReturnValue (one byte as two hexadecimal digits and a newline).
  */
 KVMAP1905_API void kvMAP1905_VendSpecCmd_handle(void *buffer, uint32_t code);
 
-/*
+/**
+ * @name Tool commands
  * In the command tool: check the arguments of one tool command, fill its buffer and post it through slot 5. context,
  * argv[0] and argv[1] are not read. Returns slot 5's result, -1 when the arguments are refused or the slot is empty.
+ * @{
  */
-KVMAP1905_API int kvMAP1905_RebootQuery_send(void *context, int argc, char **argv);       /* 2: AL MAC */
-KVMAP1905_API int kvMAP1905_CtrlInftPwrQuery_send(void *context, int argc, char **argv);  /* 3: AL MAC, interface MAC,
-                                                                       media type (hexadecimal), power state */
-KVMAP1905_API int kvMAP1905_FWCtrlQuery_send(void *context, int argc, char **argv);       /* 9: AL MAC, option 1 to 7,
-                                                                       topology option, URL */
-KVMAP1905_API int kvMAP1905_ResetDefaultQuery_send(void *context, int argc, char **argv); /* 10: AL MAC */
-KVMAP1905_API int kvMAP1905_FwResult_set(void *context, int argc, char **argv);           /* 11: number; 0, 2 to 5 act */
-KVMAP1905_API int kvMAP1905_ledStatus_send(void *context, int argc, char **argv);         /* 14: AL MAC, state */
-KVMAP1905_API int kvMAP1905_PartialResetDefaultQuery_send(void *context, int argc, char **argv); /* 20: AL MAC */
-KVMAP1905_API int kvMAP1905_CmdQuery_send(void *context, int argc, char **argv);          /* 100: AL MAC, words... */
-KVMAP1905_API int kvMAP1905_SyslogDbg_set(void *context, int argc, char **argv);          /* d: two or three numbers */
-KVMAP1905_API int kvMAP1905_sync_country_req_send(void *context, int argc, char **argv);  /* one argument, not read */
-KVMAP1905_API int kvMAP1905_CountryInBcn_send(void *context, int argc, char **argv);      /* country of 0 to 4 */
+/** 2: AL MAC. */
+KVMAP1905_API int kvMAP1905_RebootQuery_send(void *context, int argc, char **argv);
+/** 3: AL MAC, interface MAC, media type (hexadecimal), power state. */
+KVMAP1905_API int kvMAP1905_CtrlInftPwrQuery_send(void *context, int argc, char **argv);
+/** 9: AL MAC, option 1 to 7, topology option, URL. */
+KVMAP1905_API int kvMAP1905_FWCtrlQuery_send(void *context, int argc, char **argv);
+/** 10: AL MAC. */
+KVMAP1905_API int kvMAP1905_ResetDefaultQuery_send(void *context, int argc, char **argv);
+/** 11: number; 0, 2 to 5 act. */
+KVMAP1905_API int kvMAP1905_FwResult_set(void *context, int argc, char **argv);
+/** 14: AL MAC, state. */
+KVMAP1905_API int kvMAP1905_ledStatus_send(void *context, int argc, char **argv);
+/** 20: AL MAC. */
+KVMAP1905_API int kvMAP1905_PartialResetDefaultQuery_send(void *context, int argc, char **argv);
+/** 100: AL MAC, words... */
+KVMAP1905_API int kvMAP1905_CmdQuery_send(void *context, int argc, char **argv);
+/** d: two or three numbers. */
+KVMAP1905_API int kvMAP1905_SyslogDbg_set(void *context, int argc, char **argv);
+/** One argument, not read. */
+KVMAP1905_API int kvMAP1905_sync_country_req_send(void *context, int argc, char **argv);
+/** Country of 0 to 4. */
+KVMAP1905_API int kvMAP1905_CountryInBcn_send(void *context, int argc, char **argv);
+/** @} */
 
 #ifdef __cplusplus
 }

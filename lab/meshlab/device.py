@@ -58,7 +58,7 @@ class DaemonKeeper:
         self._restart_at = None
         if self._daemon:
             return
-        environment = {**os.environ, **self._variables, "KV_LOG_LEVEL": "7", "KV1905_LAB_PID": str(os.getpid())}
+        environment = {**os.environ, **self._variables, "KV1905_LAB_PID": str(os.getpid())}
         self._log(f"start {shlex.join(self._command)}")
         try:
             with open(LOG, "ab") as log:
@@ -147,5 +147,5 @@ def run_device(name, arguments):
     null = os.open(os.devnull, os.O_RDWR)
     for stream in (1, 2):
         os.dup2(null, stream)
-    variables = clock_environment() if options.movable_clock else {}
+    variables = {"KV_LOG_LEVEL": str(options.log_level)} | (clock_environment() if options.movable_clock else {})
     DaemonKeeper(device.daemon_command(options), device.interfaces, variables).run()

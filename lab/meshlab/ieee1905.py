@@ -7,11 +7,13 @@ from dataclasses import dataclass
 ETHER_TYPE = 0x893A
 MULTICAST = "01:80:c2:00:00:13"
 
-VENDOR_SPECIFIC = 0x0004  # message type
-TLV_END, TLV_AL_MAC, TLV_VENDOR = 0x00, 0x01, 0x0B
+# Message types
+TOPOLOGY_DISCOVERY, TOPOLOGY_NOTIFICATION, TOPOLOGY_QUERY, TOPOLOGY_RESPONSE, VENDOR_SPECIFIC = range(5)
+TLV_END, TLV_AL_MAC, TLV_MAC_ADDRESS, TLV_DEVICE_INFORMATION, TLV_NEIGHBOURS, TLV_VENDOR = 0, 1, 2, 3, 7, 11
 FLAG_LAST, FLAG_RELAY = 0x80, 0x40
 
 MAKER_OUI, INTEL_OUI = bytes.fromhex("024ea7"), bytes.fromhex("000347")
+MAX_BODY = 1492  # bytes of a frame behind the message's header
 RSSI_REQUEST, RSSI_RESPONSE, RSSI_NOTIFICATION = 0x67, 0x68, 0x6A  # Intel's message types
 
 END = bytes(3)
@@ -48,6 +50,14 @@ def ethernet(destination, source, payload):
 
 def vendor_frame(destination, source, message_id, value, flags=FLAG_LAST):
     return ethernet(destination, source, cmdu(VENDOR_SPECIFIC, message_id, tlv(TLV_VENDOR, value) + END, flags=flags))
+
+
+def fragments(destination, source, message_type, body):
+    """The frames of a message that is cut wherever a frame is full."""
+    cuts = range(0, len(body), MAX_BODY)
+    return [ethernet(destination, source, cmdu(message_type, 0, body[at:at + MAX_BODY], fragment=index,
+                                               flags=FLAG_LAST if index == len(cuts) - 1 else 0))
+            for index, at in enumerate(cuts)]
 
 
 def maker_message(source, message_type, payload, length=None):

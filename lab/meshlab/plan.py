@@ -120,6 +120,8 @@ class Device:
                     "--data-model", "/tmp/kv1905_datamodel.json"]
         if self.name in options.no_plugin:
             command.append("--no-plugin")
+        if options.settings_from:
+            command += ["--settings-from", options.settings_from]
         if self.number == 1:
             command += shlex.split(options.controller_args)
         return command + shlex.split(options.daemon_args)
@@ -201,6 +203,10 @@ def add_plan_options(parser):
                              "keeps it; a file, because command lines can be read by everybody")
     parser.add_argument("--stations", type=station_count, default=0, metavar="N",
                         help="Wi-Fi stations that every device has from the start (default 0; see stations)")
+    parser.add_argument("--settings-from", choices=("any", "controller"),
+                        help="whose messages may change a device (default: the daemon's, see kv1905d --help)")
+    parser.add_argument("--log-level", type=int, choices=range(8), default=7, metavar="0..7",
+                        help="highest level that daemons log (default 7); a flood fills logs, which take memory")
     parser.add_argument("--movable-clock", action="store_true",
                         help="let 'clock' move devices' wall clocks; needs the Debian package faketime")
     parser.add_argument("--daemon-args", type=shell_words, default="", metavar="ARGS",
@@ -223,6 +229,7 @@ def plan_arguments(options):
     return ["--name", options.name, "--devices", str(options.devices), "--shape", options.shape,
             "--build", str(options.build), "--no-plugin", ",".join(options.no_plugin),
             f"--controller-args={options.controller_args}", f"--daemon-args={options.daemon_args}",
-            "--stations", str(options.stations),
+            "--stations", str(options.stations), "--log-level", str(options.log_level),
+            *(["--settings-from", options.settings_from] if options.settings_from else []),
             *(["--movable-clock"] if options.movable_clock else []),
             *([f"--password-file={options.password_file}"] if options.password_file else [])]

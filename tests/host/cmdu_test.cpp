@@ -175,10 +175,10 @@ TEST(DuplicateFilter, RemembersForItsLifetimeAndWithinItsBound) {
     EXPECT_TRUE(filter.enter(key, kStart + DuplicateFilter::kLifetime));
 
     const Time later{20000};
-    for (uint16_t id = 0; id < 2000; ++id)
+    for (uint16_t id = 0; id < 20000; ++id)
         filter.enter({mac(3), kVendorSpecific, id}, later);
     EXPECT_EQ(filter.size(), DuplicateFilter::kMaxEntries);
-    EXPECT_FALSE(filter.enter({mac(3), kVendorSpecific, 1999}, later));
+    EXPECT_FALSE(filter.enter({mac(3), kVendorSpecific, 19999}, later));
     EXPECT_TRUE(filter.enter({mac(3), kVendorSpecific, 0}, later));
 }
 

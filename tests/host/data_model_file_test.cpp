@@ -158,20 +158,24 @@ TEST_F(DataModel, ValuesOfARemoteDevice) {
         EXPECT_EQ(textAt(root, path), value) << path;
 }
 
-TEST_F(DataModel, WhatDevicesToldOfTheirBssIsInListsOfAnyLength) {
+TEST_F(DataModel, WhatDevicesToldOfNeighboursAndBssIsInListsOfAnyLength) {
     const std::string own = "/kv1905/DeviceList/0/", remote = "/kv1905/DeviceList/1/";
     Device &device = addRemote(2);
     EXPECT_EQ(textAt(build(), "/kv1905/Controller"), "");
     controller_ = mac(2);
+    device.neighbours = {{mac(2, 0x20), {{mac(1), false}}}, {mac(2, 0x10), {{mac(3), true}}}};
     device.bss = {{{mac(2, 0x20), 0x1234, true}}, {{0x40, 1, 0x1234, 2, 3, 5}}};
     device.apConfigurations[kBand5] = {0x40, 1, 0x1234, 2, 0, 6, 0, 0, 0};
     const JsonPointer root = build();
-    for (const char *list : {"MdidList", "BssConfigList", "ApConfigurationList"}) {
+    for (const char *list : {"NeighborList", "MdidList", "BssConfigList", "ApConfigurationList"}) {
         ASSERT_TRUE(json_object_is_type(at(root, own + list), json_type_array)) << list;
         EXPECT_EQ(json_object_array_length(at(root, own + list)), 0u) << list;
     }
     const std::pair<std::string, const char *> rows[] = {
         {"/kv1905/Controller", "02:00:5e:00:02:00"},
+        {remote + "NeighborList",
+         R"([{"ID":"02:00:5e:00:01:00","Interface":"02:00:5e:00:02:20","MediaType":261,"ViaBridge":false},)"
+         R"({"ID":"02:00:5e:00:03:00","Interface":"02:00:5e:00:02:10","MediaType":null,"ViaBridge":true}])"},
         {remote + "MdidList", R"([{"BSSID":"02:00:5e:00:02:20","Mdid":4660,"Enabled":true}])"},
         {remote + "BssConfigList",
          R"([{"BandIndex":64,"Attribute":1,"Mdid":4660,"Tci":2,"WlMode":3,"ExtAttribute":5}])"},

@@ -18,6 +18,8 @@ TEST(Options, Values) {
     ASSERT_EQ(full->radios.size(), 2u);
     EXPECT_EQ(full->radios[0].facts.mac, mac(1, 0x20));
     EXPECT_EQ(full->radios[1].facts.mediaType, 0x0105);
+    EXPECT_EQ(full->settingsFrom, SettingsFrom::Any);
+    EXPECT_EQ(parse({"-i", "lo", "--settings-from", "controller"})->settingsFrom, SettingsFrom::Controller);
 }
 
 TEST(Options, BadOnesAreNamedInOneLine) {
@@ -32,6 +34,7 @@ TEST(Options, BadOnesAreNamedInOneLine) {
         {{"-i", "lo", "--radio", "a,02:00:5e:00:01:20,259", "--radio", "b,02:00:5e:00:01:20,259"}, "given twice"},
         {{"-i", "lo", "--discovery-interval", "0"}, "--discovery-interval"},
         {{"-i", "lo", "--query-interval", "soon"}, "soon"},
+        {{"-i", "lo", "--settings-from", "strangers"}, "strangers"},
         {{"-i", "lo", "--config", "/no/such/file"}, "/no/such/file"},
     };
     for (const auto &[arguments, named] : rows) {

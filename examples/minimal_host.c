@@ -1,0 +1,70 @@
+/*
+ * The smallest host there can be: one device, no network. It registers its callbacks, starts the local device in the
+ * order that kvMAP1905.h prescribes, hands over one received TLV and prints what the plug-in wants sent.
+ *
+ *     cc minimal_host.c $(pkg-config --cflags --libs kv1905) -o minimal_host && ./minimal_host
+ */
+#include <stdio.h>
+#include <string.h>
+
+#include "kv1905/kvMAP1905.h"
+
+static KvDevVendorData local; /* a real host has one in every device record of its topology database */
+
+static int print(const char *how, const KvVendMsgDest *dest, const uint16_t *msgId) {
+    printf("%s to ", how);
+    for (int i = 0; i < KV_MAC_LEN; ++i)
+        printf(i == 0 ? "%02x" : ":%02x", dest->dstMac[i]);
+    printf(", message %04x:", msgId == NULL ? 0u : (unsigned)*msgId);
+    for (uint32_t i = 0; i < dest->length; ++i)
+        printf(" %02x", dest->buffer[i]);
+    printf("\n");
+    return KV_RET_OK; /* "sent" */
+}
+
+/* Slots 0 to 6. A real host looks devices up, writes its file, and puts the buffer into a TLV of a message 0x0004. */
+static uintptr_t dataGet(uint32_t code, void *argument, uintptr_t argument2) {
+    (void)argument2;
+    if (code == DM_QUERY_DEVICE) return memcmp(argument, KvDevAlMac, KV_MAC_LEN) == 0 ? KV_RET_OK : KV_RET_ERR;
+    if (code == DM_QUERY_ALMAC_BY_IFMAC) return KV_RET_ERR;
+    return code == DM_QUERY_DEV_VENDOR_DATA && argument == NULL ? (uintptr_t)&local : 0;
+}
+static int jsonWrite(uint32_t unused) {
+    return (void)unused, KV_RET_OK;
+}
+static int unicast(KvVendMsgDest *dest, uint16_t *msgId) {
+    return print("unicast", dest, msgId);
+}
+static int multicast(KvVendMsgDest *dest, uint16_t *msgId) {
+    return print("multicast", dest, msgId);
+}
+static int relayed(KvVendMsgDest *dest, uint16_t *msgId) {
+    return print("relayed multicast", dest, msgId);
+}
+static int noCommand(uint32_t code, void *buffer, uint32_t size) {
+    return (void)code, (void)buffer, (void)size, KV_RET_ERR; /* for the command tool's half */
+}
+static int noApCfg(void *argument) {
+    return (void)argument, KV_RET_ERR; /* never read: the plug-in fills slot 6 for the host */
+}
+
+int main(void) {
+    static const uint8_t ownAlMac[KV_MAC_LEN] = {0x02, 0x00, 0x5e, 0x00, 0x02, 0x00};
+    const Kv1905BcmCbs table = {dataGet, jsonWrite, unicast, multicast, relayed, noCommand, noApCfg};
+
+    kvMAP1905_Func_reg(&table, 0);
+    kvMAP1905_ApCfg_reg(NULL);
+    memcpy(KvDevAlMac, ownAlMac, KV_MAC_LEN);
+    kvMAP1905_DeviceDm_init(&local);
+    KvIntfVendorData ethernet = {0};
+    kvMAP1905_DevIntfDm_init(&ethernet, 0x0001); /* IEEE 802.3ab, gigabit */
+    kvMAP1905_param_update();
+
+    /* A controller asks for our configuration: OUI, its AL MAC, marker, type 0, 6 bytes of payload: our AL MAC. */
+    const uint8_t value[] = {0x02, 0x4e, 0xa7, 0x02, 0x00, 0x5e, 0x00, 0x01, 0x00, 0x00, 0x01,
+                             0x00, 0x00, 0x00, 0x06, 0x02, 0x00, 0x5e, 0x00, 0x02, 0x00};
+    const KvRecvVendTlv tlv = {{0x02, 0x00, 0x5e, 0x00, 0x01, 0x00}, value};
+    kvMAP1905_VendSpecTlv_handle(&tlv, sizeof value, 0x4711);
+    kvMAP1905_MainLoop(); /* a real host: about once a second */
+    return 0;
+}

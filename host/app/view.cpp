@@ -1,0 +1,81 @@
+#include "app/view.h"
+
+#include <fcntl.h>
+#include <json-c/json.h>
+
+#include <cerrno>
+#include <cstring>
+#include <initializer_list>
+#include <iostream>
+#include <memory>
+#include <system_error>
+#include <utility>
+
+#include "app/outcome.h"
+#include "data_model_file.h"
+#include "ethernet_port.h"
+
+namespace kv1905d {
+namespace {
+
+using Replacement = std::pair<std::string_view, std::string_view>;
+
+// What could end the script block, or a line of a script, in HTML's eyes. In JSON these occur within strings only.
+constexpr Replacement kEscapes[] = {
+    {"<", "\\u003c"}, {">", "\\u003e"}, {"&", "\\u0026"}, {"\xE2\x80\xA8", "\\u2028"}, {"\xE2\x80\xA9", "\\u2029"},
+};
+
+std::string escaped(std::string_view json) {
+    std::string out;
+    while (!json.empty()) {
+        Replacement taken{json.substr(0, 1), json.substr(0, 1)};
+        for (const Replacement &escape : kEscapes) {
+            if (json.starts_with(escape.first)) taken = escape;
+        }
+        out += taken.second;
+        json.remove_prefix(taken.first.size());
+    }
+    return out;
+}
+
+// The marks stand in the text in this order, each once. What replaces them is not looked at again.
+std::string filled(std::string_view text, std::initializer_list<Replacement> marks) {
+    std::string out;
+    for (const auto &[mark, value] : marks) {
+        const size_t at = text.find(mark);
+        out.append(text.substr(0, at)).append(value);
+        text.remove_prefix(at + mark.size());
+    }
+    return out.append(text);
+}
+
+}  // namespace
+
+std::string readModel(const std::string &path) {
+    const FileDescriptor fd(open(path.c_str(), O_RDONLY | O_CLOEXEC));
+    if (!fd.valid()) throw Failure(statusOf(errno), path + ": " + std::strerror(errno));
+    const std::unique_ptr<json_object, decltype(&json_object_put)> root(json_object_from_fd(fd.get()), json_object_put);
+    if (!json_object_is_type(root.get(), json_type_object)) throw Failure(Status::Failure, path + ": no JSON object");
+    return json_object_to_json_string_ext(root.get(), JSON_C_TO_STRING_PLAIN | JSON_C_TO_STRING_NOSLASHESCAPE);
+}
+
+std::string viewPage(const std::string &model, const std::string &source) {
+    return filled(kViewPage, {{"{{connect}}", source.empty() ? "" : "; connect-src 'self'"},
+                              {"{{source}}", source},
+                              {"{{model}}", escaped(model)}});
+}
+
+void writeView(const std::string &dataModel, const std::string &output) {
+    const std::string page = viewPage(readModel(dataModel), "");
+    if (output.empty()) {
+        std::cout << page;
+        return;
+    }
+    try {
+        replaceFile(output, page);
+    } catch (const std::system_error &error) {
+        throw Failure(Status::Failure, error.what());
+    }
+}
+
+}  // namespace kv1905d

@@ -1,0 +1,67 @@
+// What a vendor message from the network may do to this device. The protocol proves nothing about a sender, so without
+// a guard any device of the network may reboot this one, give it a password, tell its configuration or keep it busy.
+#pragma once
+
+#include <algorithm>
+#include <cstdint>
+#include <optional>
+
+#include "ieee1905/wire.h"
+#include "log.h"
+#include "topology.h"
+
+namespace kv1905d {
+
+// Whose messages may change this device.
+enum class SettingsFrom { Any, Controller };
+
+// So many at once, then so many per time: each costs some time, and what is not spent is saved up to the credit.
+class RateLimit {
+  public:
+    RateLimit(Time cost, Time credit) : cost_(cost), credit_(credit) {}
+
+    bool take(Time now) {
+        spent_ = std::max(spent_, now - credit_);
+        if (spent_ + cost_ > now) return false;
+        spent_ += cost_;
+        return true;
+    }
+
+  private:
+    Time cost_, credit_;
+    Time spent_ = -std::chrono::hours(24);  // long before any start
+};
+
+class SettingsGuard {
+  public:
+    // All remote devices' stations together; the local list is the driver's. Each costs some kilobytes when the JSON
+    // file is made.
+    static constexpr size_t kMaxStations = 16384;
+    // Questions that make the plug-in run a program: 20 per second, and a large mesh may start at once.
+    static constexpr Time kQuestionCost{50};
+    static constexpr Time kQuestionCredit{10000};
+
+    explicit SettingsGuard(SettingsFrom from) : from_(from) {}
+
+    /*
+     * Whether a vendor-specific TLV may reach the plug-in. `source`: the originator's AL MAC; `controller`: the
+     * network's one, nothing while none is known. Refused are
+     *  - what changes this device, unless the controller or this device itself says it (SettingsFrom::Controller),
+     *  - this device's own configuration as told by others,
+     *  - stations of a device that has more than its even share of kMaxStations, once that many are known,
+     *  - costly questions that come too fast, but not the controller's.
+     */
+    bool admits(const MacAddress &source, ByteView value, const std::optional<MacAddress> &controller,
+                const Topology &topology, Time now);
+
+    // Messages refused since the start.
+    uint64_t refused() const { return refused_; }
+
+  private:
+    SettingsFrom from_;
+    RateLimit questions_{kQuestionCost, kQuestionCredit};
+    uint64_t refused_ = 0;
+    LogGate refusals_;
+};
+
+}  // namespace kv1905d
