@@ -1,7 +1,5 @@
 #include "common/device_world.h"
 
-#include <dlfcn.h>
-
 #include <cerrno>
 #include <cstring>
 #include <fstream>
@@ -13,6 +11,7 @@
 #include "protocol/message_row.h"
 #include "support/captured_log.h"
 #include "support/fake_config_service.h"
+#include "support/real_call.h"
 #include "transport/outstanding_queries.h"
 
 namespace kvfuzz {
@@ -150,14 +149,6 @@ RdmWifiRadio radio(const char *ifName) {
     std::strcpy(setting.countryCode, "DE/0");
     std::strcpy(setting.countryInBeacon, "DE");
     return setting;
-}
-
-template <typename Function, typename... Arguments>
-auto callReal(const char *name, Arguments... arguments) {
-    Function *real = nullptr;
-    void *address = dlsym(RTLD_NEXT, name);
-    std::memcpy(&real, &address, sizeof real);
-    return real(arguments...);
 }
 
 }  // namespace
@@ -299,17 +290,17 @@ std::FILE *DeviceWorld::openCommand(const char *command) {
 // In a program's own symbol table before the C library's. The fuzzer itself runs commands, outside of any world.
 extern "C" int system(const char *command) {
     return kvfuzz::current != nullptr ? kvfuzz::current->runCommand(command)
-                                      : kvfuzz::callReal<int(const char *)>("system", command);
+                                      : kvtest::callReal<int(const char *)>("system", command);
 }
 
 extern "C" std::FILE *popen(const char *command, const char *mode) {
     return kvfuzz::current != nullptr
                ? kvfuzz::current->openCommand(command)
-               : kvfuzz::callReal<std::FILE *(const char *, const char *)>("popen", command, mode);
+               : kvtest::callReal<std::FILE *(const char *, const char *)>("popen", command, mode);
 }
 
 extern "C" int pclose(std::FILE *pipe) {
-    return kvfuzz::current != nullptr ? std::fclose(pipe) : kvfuzz::callReal<int(std::FILE *)>("pclose", pipe);
+    return kvfuzz::current != nullptr ? std::fclose(pipe) : kvtest::callReal<int(std::FILE *)>("pclose", pipe);
 }
 
 // The fuzzer's watch over its memory sleeps with sleep(), which costs no time here and would spin.

@@ -1,24 +1,11 @@
 // Files and commands that cannot be opened or run on demand. In a program's own symbol table before the C library's.
-#include <dlfcn.h>
-
 #include <cerrno>
 #include <cstdio>
-#include <cstring>
 
 #include "support/fake_system.h"
+#include "support/real_call.h"
 
-namespace {
-
-// Calls what stands behind our own definition of a function.
-template <typename Function, typename... Arguments>
-auto callReal(const char *name, Arguments... arguments) {
-    Function *real = nullptr;
-    void *address = dlsym(RTLD_NEXT, name);
-    std::memcpy(&real, &address, sizeof real);
-    return real(arguments...);
-}
-
-}  // namespace
+using kvtest::callReal;
 
 extern "C" std::FILE *fopen(const char *path, const char *mode) {
     if (kvtest::callFails(kvtest::Call::OpenFile)) {
