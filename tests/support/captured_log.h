@@ -1,7 +1,6 @@
 // The device's logging, OS helper and nvram calls: lines are captured, commands really run.
 #pragma once
 
-#include <array>
 #include <map>
 #include <string>
 #include <vector>
@@ -22,19 +21,15 @@ struct LogLine {
 const std::vector<LogLine> &logLines();
 void clearLog();
 
-// What kvMAP_log_setting was called with last.
-std::array<int, 3> &lastLogSetting();
-
-// Makes kos_formsys say that the command could not run.
-bool &shellCannotRun();
+// Everything that the plug-in did to its outside since the last call, oldest first: its lines, and what the other
+// fakes note of sends, commands, configuration calls.
+void note(const std::string &event);
+std::vector<std::string> takeNotes();
 
 // What nvram_get finds.
 std::map<std::string, std::string> &nvram();
 
 // How many lines have this level and contain this text.
 size_t logCount(int level, const std::string &text);
-
-// All lines of a level or more severe, joined; empty when nothing went wrong.
-std::string loggedAtMost(int level);
 
 }  // namespace kvtest

@@ -2,6 +2,7 @@
 #include <cerrno>
 #include <cstdio>
 
+#include "support/captured_log.h"
 #include "support/fake_system.h"
 #include "support/real_call.h"
 
@@ -16,6 +17,7 @@ extern "C" std::FILE *fopen(const char *path, const char *mode) {
 }
 
 extern "C" std::FILE *popen(const char *command, const char *mode) {
+    kvtest::note(std::string("reads ") + command);
     if (kvtest::callFails(kvtest::Call::OpenPipe)) {
         errno = EAGAIN;
         return nullptr;
@@ -24,6 +26,7 @@ extern "C" std::FILE *popen(const char *command, const char *mode) {
 }
 
 extern "C" int system(const char *command) {
+    kvtest::note(std::string("runs ") + command);
     if (kvtest::callFails(kvtest::Call::RunCommand)) {
         errno = EAGAIN;
         return -1;

@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "support/captured_log.h"
 #include "support/fake_system.h"
 
 namespace kvtest {
@@ -17,12 +18,8 @@ ConfigService &configService() {
 namespace {
 
 bool enter(const std::string &call) {
-    ConfigService &service = configService();
-    service.calls += call + " ";
-    if (service.also != nullptr) {
-        *service.also += call + " ";
-    }
-    return !callFails(Call::Config) && service.failing != call;
+    note("configuration " + call);
+    return !callFails(Call::Config) && configService().failing != call;
 }
 
 }  // namespace

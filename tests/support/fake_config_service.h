@@ -15,9 +15,7 @@ struct ConfigService {
     std::vector<RdmSyncKeySource> keys;
     int unpurged = -1;              // "FactoryResetUnpurgedList" as last written
     bool unpurgedIsNumber = false;  // hand out a number where an object belongs
-    std::string calls;              // "get", "set", "setQuietly", "jsonGet", "req8", ... separated by blanks
     std::string failing;            // the call that fails from now on
-    std::string *also = nullptr;    // a second journal, to see the order with other events
     int failingInstance = 0;        // the instance whose set fails, 0 for none
 };
 

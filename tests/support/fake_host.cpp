@@ -79,12 +79,13 @@ int send(KvVendMsgDest *dest, uint16_t *msgId) {
         }
     }
     host->sent.push_back(record);
-    host->journal += "send ";
+    note("send");
     return callFails(Call::Send) ? KV_RET_ERR : host->sendResult;
 }
 
 int jsonWrite(uint32_t) {
     ++host->jsonWrites;
+    note("writes the data model");
     return callFails(Call::JsonWrite) ? KV_RET_ERR : host->jsonResult;
 }
 
@@ -102,7 +103,6 @@ void resetPlugin() {
     nvram().clear();
     State_fw_is_download = 0;
     State_fw_upgrade = 0;
-    takeSleptSeconds();
     kv::schedule().clear();
     setClock(0);
     clearLog();

@@ -62,7 +62,6 @@ class FakeHost {
     std::map<Mac, Mac> owners;                         // interface MAC -> AL MAC
     std::vector<std::pair<Mac, uint32_t>> interfaces;  // of every device: MAC, media type; none: query 3 finds nothing
     std::vector<Sent> sent;
-    std::string journal;  // what happened in which order: "send", then what commands under test append
     int sendResult = 0;
     int jsonResult = 0;
     int jsonWrites = 0;

@@ -2,13 +2,14 @@
 
 #include <sys/time.h>
 
+#include "support/captured_log.h"
+
 namespace {
 std::time_t clockNow = 0;
 kvtest::Call failing = kvtest::Call::Allocation;
 size_t failIn = 0;  // calls of that kind until the one that fails; 0: none is to fail
 bool failed = false;
 size_t allocations = 0;
-unsigned slept = 0;
 }  // namespace
 
 // In a program's own symbol table before the C library's, for plug-in and test alike.
@@ -26,7 +27,7 @@ extern "C" std::time_t time(std::time_t *out) noexcept {
 }
 
 extern "C" unsigned sleep(unsigned seconds) {
-    slept += seconds;
+    kvtest::note("sleeps " + std::to_string(seconds));
     return 0;
 }
 
@@ -66,12 +67,6 @@ bool callFails(Call call) {
     }
     failed = true;
     return true;
-}
-
-unsigned takeSleptSeconds() {
-    const unsigned seconds = slept;
-    slept = 0;
-    return seconds;
 }
 
 size_t takeAllocationCount() {

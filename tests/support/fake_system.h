@@ -9,9 +9,6 @@ namespace kvtest {
 // What time() returns from now on; 0 gives the real clock back.
 void setClock(std::time_t now);
 
-// Seconds that the code under test asked to sleep since the last call; no time passes.
-unsigned takeSleptSeconds();
-
 // What can fail on the far side of the plug-in.
 enum class Call { Allocation, OpenFile, OpenPipe, RunCommand, Send, Query, JsonWrite, Config, Post };
 

@@ -1,0 +1,577 @@
+// The steps of a script, in tables by their names; README.md explains them.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstring>
+#include <functional>
+#include <stdexcept>
+
+#include "features/device_control/firmware.h"
+#include "features/kvMAP1905_netCtrl.h"
+#include "features/wifi_clients/client_report.h"
+#include "features/wifi_clients/local_stations.h"
+#include "features/wifi_clients/neighbor_table.h"
+#include "frame/file.h"
+#include "frame/local_files.h"
+#include "frame/main_loop.h"
+#include "frame/vendor_data.h"
+#include "protocol/kvMAP1905_message.h"
+#include "protocol/message_row.h"
+#include "support/captured_log.h"
+#include "support/device_files.h"
+#include "support/fake_config_service.h"
+#include "transcripts/script_words.h"
+#include "transcripts/scripted_device.h"
+
+namespace kvtest {
+
+namespace {
+
+// A number, or the name of a message type.
+uint16_t messageType(ScriptWords &in) {
+    const std::string word = in.text();
+    for (uint16_t type = 0; type < kv::VEND_MSG_TYPE_LIMIT; ++type) {
+        const kv::MessageRow *row = kv::findMessageRow(type);
+        if (row != nullptr && word == row->name) {
+            return type;
+        }
+    }
+    return static_cast<uint16_t>(std::stoul(word));
+}
+
+KvDevVendorData &deviceAt(ScriptedDevice &device, const Mac &mac) {
+    const auto found = device.host.devices.find(mac);
+    return found == device.host.devices.end() ? device.host.addDevice(mac) : *found->second;
+}
+
+// ---- Messages of others
+
+using ValueReader = Bytes (*)(const Mac &writer, ScriptWords &in);
+
+Bytes readMessage(const Mac &writer, ScriptWords &in) {
+    std::optional<uint16_t> claimed;
+    if (in.accept("claims")) {
+        claimed = static_cast<uint16_t>(in.number());
+    }
+    const uint16_t type = messageType(in);
+    return message(writer, type, in.bytes(), claimed);
+}
+
+Bytes readRaw(const Mac &, ScriptWords &in) {
+    return in.bytes();
+}
+
+Bytes readReport(const Mac &writer, ScriptWords &in) {
+    Bytes text;
+    while (!in.empty()) {
+        const std::string record = in.text();
+        append(text, record[0] == '{' ? std::to_string(1000 + record.size()).substr(1) + record : record);
+    }
+    Bytes payload(writer.begin(), writer.end());
+    append(payload, std::initializer_list<size_t>{text.size() >> 8, text.size() & 0xFF});
+    append(payload, text);
+    return message(writer, kv::VEND_MSG_TYPE_WIFI_CLIENT_MCAST2, payload);
+}
+
+template <ValueReader readValue>
+void receive(ScriptedDevice &device, ScriptWords &in) {
+    const Mac source = in.accept("from") ? in.mac() : kAgent;
+    const Mac writer = in.accept("as") ? in.mac() : source;
+    const uint32_t msgId = in.accept("id") ? in.number() : 0xBEEF;
+    const bool hasLength = !in.accept("without-length");
+    const Bytes value = readValue(writer, in);
+    if (hasLength) {
+        return device.host.receive(source, value, static_cast<uint16_t>(msgId));
+    }
+    KvRecvVendTlv tlv = {};
+    std::copy(source.begin(), source.end(), tlv.srcMac);
+    tlv.value = value.data();
+    (value[0] == 0 ? kvMAP1905_VendSpecMsg_handle_Intel : kvMAP1905_VendSpecMsg_handle)(&tlv, msgId);
+}
+
+// Each shorter payload, first while its length field still tells of the whole, then with a true one.
+void receiveCuts(ScriptedDevice &device, ScriptWords &in) {
+    const Bytes whole = readMessage(kAgent, in);
+    for (size_t length = 0; length < whole.size(); ++length) {
+        Bytes cut = head(whole, length);
+        device.host.receive(kAgent, cut, 1);
+        if (length >= 15) {
+            cut[13] = static_cast<uint8_t>((length - 15) >> 8);
+            cut[14] = static_cast<uint8_t>(length - 15);
+            device.host.receive(kAgent, cut, 1);
+        }
+    }
+}
+
+// ---- Calls
+
+using Call1 = std::function<long(ScriptedDevice &, ScriptWords &)>;
+
+// A function whose arguments are addresses ("null" for none), texts and numbers, which stand in that order.
+template <typename Result, typename... Arguments>
+Call1 plain(Result (*function)(Arguments...)) {
+    return [function](ScriptedDevice &, [[maybe_unused]] ScriptWords &in) -> long {
+        std::vector<Mac> macs;
+        std::vector<std::string> texts;
+        macs.reserve(sizeof...(Arguments));
+        texts.reserve(sizeof...(Arguments));
+        [[maybe_unused]] const auto read = [&]<typename Argument>(Argument *) -> Argument {
+            if constexpr (std::is_same_v<Argument, const uint8_t *>) {
+                return in.accept("null") ? nullptr : macs.emplace_back(in.mac()).data();
+            } else if constexpr (std::is_same_v<Argument, const char *>) {
+                return in.accept("null") ? nullptr : texts.emplace_back(in.text()).c_str();
+            } else {
+                return static_cast<Argument>(in.number());
+            }
+        };
+        const std::tuple<Arguments...> arguments{read(static_cast<Arguments *>(nullptr))...};
+        if constexpr (std::is_void_v<Result>) {
+            std::apply(function, arguments);
+            return 0;
+        } else {
+            return std::apply(function, arguments);
+        }
+    };
+}
+
+// A function of the local device's record.
+template <auto function>
+long ofRecord(ScriptedDevice &device, ScriptWords &in) {
+    if constexpr (std::is_void_v<decltype(function(nullptr))>) {
+        function(in.accept("null") ? nullptr : &device.host.local());
+        return 0;
+    } else {
+        return function(in.accept("null") ? nullptr : &device.host.local());
+    }
+}
+
+// Entries: last byte of the BSSID, interface, "disabled" when it is; "count" lies about their number.
+KvMdidInterfaceList readMdids(ScriptWords &in) {
+    KvMdidInterfaceList list = {};
+    while (!in.empty() && !in.accept("count")) {
+        KvMdidInterface &entry = list.interfaces[list.InterfaceNumberOfEntries++];
+        entry.bssid[5] = static_cast<uint8_t>(in.number());
+        const std::string name = in.text();
+        std::memcpy(entry.ifname, name.data(), std::min(name.size(), sizeof entry.ifname));
+        entry.mdid = 0x7777;
+        entry.enabled = !in.accept("disabled");
+    }
+    list.InterfaceNumberOfEntries = in.empty() ? list.InterfaceNumberOfEntries : in.number();
+    return list;
+}
+
+long insertMdids(ScriptedDevice &, ScriptWords &in) {
+    KvMdidInterfaceList list = readMdids(in);
+    uint8_t buffer[142];
+    uint32_t length = 0;
+    const long result = kvMAP1905_TlvMDID_insert(buffer, &length, &list);
+    note("value " + hexText(buffer, length));
+    return result;
+}
+
+long updateMdids(ScriptedDevice &, ScriptWords &in) {
+    KvMdidInterfaceList list = readMdids(in);
+    const long result = kvMAP1905_mdid_update(&list);
+    for (size_t i = 0; i < std::min<size_t>(list.InterfaceNumberOfEntries, KV_MAX_MDID_INTERFACES); ++i) {
+        note("MDID " + std::to_string(list.interfaces[i].mdid));
+    }
+    return result;
+}
+
+long notifySignal(ScriptedDevice &, ScriptWords &in) {
+    const Mac destination = in.mac();
+    const Mac station = in.mac();
+    KvRssiMeasurement measurement = {{}, 0, 0, 0xB0, 0};
+    std::copy(station.begin(), station.end(), measurement.staMac);
+    KvIntelVendMsg msg = {};
+    std::memcpy(msg.field11, "\x21\x22\x23\x24\x25\x26", sizeof msg.field11);
+    std::memcpy(msg.field18, "\x31\x32", sizeof msg.field18);
+    msg.payload = in.accept("without") ? nullptr : &measurement;
+    return kvMAP1905_RssiMeasurementNotify_send(destination.data(), &msg);
+}
+
+int sendToAgent(const KvVendMsg *msg, uint16_t *msgId) {
+    return kvMAP1905_VenderSpecMsg_send(kAgent.data(), msgId, msg);
+}
+
+// A message of a type and a payload length, without a payload.
+template <auto send>
+long sendEmpty(ScriptedDevice &, ScriptWords &in) {
+    const uint16_t type = messageType(in);
+    const KvVendMsg msg = kv::makeVendMsg(type, static_cast<uint16_t>(in.number()), nullptr);
+    uint16_t msgId = 0;
+    const long result = send(&msg, in.accept("untracked") ? nullptr : &msgId);
+    note("id is " + std::to_string(msgId));
+    return result;
+}
+
+long answerQuery(ScriptedDevice &, ScriptWords &in) {
+    KvRecvVendTlv source = {};
+    const bool hasSource = !in.accept("null");
+    if (hasSource) {
+        const Mac mac = in.mac();
+        std::copy(mac.begin(), mac.end(), source.srcMac);
+    }
+    const auto msgId = static_cast<uint16_t>(in.number());
+    return kvMAP1905_ConfRespMsg_send(hasSource ? &source : nullptr, msgId, static_cast<uint8_t>(in.number()));
+}
+
+long powerState(ScriptedDevice &, ScriptWords &in) {
+    KvIntfVendorData intf = {99};
+    kvMAP1905_DevIntfDm_init(&intf, in.number());
+    return intf.pwrState;
+}
+
+long askWhetherSpeaks(ScriptedDevice &, ScriptWords &in) {
+    uint8_t speaks = 9;
+    const long result = checkKovanAgent(in.mac().data(), &speaks);
+    note("speaks " + std::to_string(speaks));
+    return result;
+}
+
+long readChannel(ScriptedDevice &, ScriptWords &in) {
+    char channel[16] = "old";
+    kvMAP1905_WifiChan_get(in.text().c_str(), channel);
+    note(std::string("channel ") + channel);
+    return 0;
+}
+
+#define PLAIN(name) \
+    { #name, plain(name) }
+const std::map<std::string, Call1> &calls() {
+    using namespace kv;
+    static const std::map<std::string, Call1> all = {
+        PLAIN(kvMAP1905_ConfQuery_send),
+        PLAIN(kvMAP1905_IntfPwrStateQuery_send),
+        PLAIN(kvMAP1905_WifiStateQuery_send),
+        PLAIN(kvMAP1905_SyncCtrlSettingReq_send),
+        PLAIN(kvMAP1905_CtrlFromNbrCap_get),
+        PLAIN(kvMAP1905_JsonDataModel_write),
+        PLAIN(kvMAP1905_findController),
+        PLAIN(kvMAP1905_param_update),
+        PLAIN(updateKvFWNewfirmware),
+        PLAIN(kvMAP1905_CountryInBcn_update),
+        PLAIN(setKvFWresult),
+        PLAIN(addKvFWupgradealmac),
+        PLAIN(rmKvFWupgradealmac),
+        PLAIN(registerMAPNeighbor),
+        PLAIN(runNetCtrl),
+        PLAIN(kvSendWIFIClientInfo),
+        PLAIN(checkWIFIClientInfo),
+        PLAIN(checkWIFIChannelInfo),
+        PLAIN(kvResetToDefault),
+        PLAIN(kvPartialResetToDefault),
+        {"kvMAP1905_DeviceDm_init", ofRecord<kvMAP1905_DeviceDm_init>},
+        {"kvMAP1905_DeviceDm_update", ofRecord<kvMAP1905_DeviceDm_update>},
+        {"updateDeviceConfig", ofRecord<updateDeviceConfig>},
+        {"kvMAP1905_TlvMDID_insert", insertMdids},
+        {"kvMAP1905_mdid_update", updateMdids},
+        {"kvMAP1905_RssiMeasurementNotify_send", notifySignal},
+        {"kvMAP1905_VenderSpecMsg_send", sendEmpty<sendToAgent>},
+        {"kvMAP1905_VenderSpecMcastMsg_send", sendEmpty<kvMAP1905_VenderSpecMcastMsg_send>},
+        {"kvMAP1905_VenderSpecRelayMcastMsg_send", sendEmpty<kvMAP1905_VenderSpecRelayMcastMsg_send>},
+        {"kvMAP1905_ConfRespMsg_send", answerQuery},
+        {"kvMAP1905_DevIntfDm_init", powerState},
+        {"checkKovanAgent", askWhetherSpeaks},
+        {"kvMAP1905_WifiChan_get", readChannel}};
+    return all;
+}
+
+void call(ScriptedDevice &device, ScriptWords &in) {
+    const std::string name = in.text();
+    const auto found = calls().find(name);
+    if (found == calls().end()) {
+        misread("no function that can be called", name);
+    }
+    device.result = found->second(device, in);
+}
+
+// "all": with every periodic task due.
+void runMainLoop(ScriptedDevice &device, ScriptWords &in) {
+    if (in.accept("all")) {
+        kv::schedule().clear();
+        data_model_time_stamp = 0;
+    }
+    device.result = kvMAP1905_MainLoop();
+}
+
+// ---- Operator commands
+
+constexpr std::pair<uint32_t, size_t> kBufferSizes[] = {  // what is not here is as long as the step says
+    {KV_CMD_REBOOT, KV_MAC_LEN},
+    {KV_CMD_INTF_PWR_CTRL, sizeof(KvIntfPwrCtrlReq)},
+    {KV_CMD_FW_CTRL, sizeof(KvFWCtrlReq)},
+    {KV_CMD_RESET_DEFAULT, KV_MAC_LEN},
+    {KV_CMD_FW_RESULT, 8},
+    {KV_CMD_LED_CTRL, sizeof(KvLedCtrlReq)},
+    {KV_CMD_PARTIAL_RESET_DEFAULT, KV_MAC_LEN},
+    {KV_CMD_COMMAND, sizeof(KvCommandReq)},
+    {KV_CMD_LOG_SETTING, 12},
+    {KV_CMD_SYNC_COUNTRY_BCN_REQ, KV_MAC_LEN},
+    {KV_CMD_COUNTRY_IN_BCN, sizeof(SyncCtrlerCountryMsgData)}};
+
+const std::map<std::string, int (*)(void *, int, char **)> kToolEntries = {
+    {"reboot", kvMAP1905_RebootQuery_send},
+    {"power", kvMAP1905_CtrlInftPwrQuery_send},
+    {"firmware", kvMAP1905_FWCtrlQuery_send},
+    {"reset", kvMAP1905_ResetDefaultQuery_send},
+    {"firmware-result", kvMAP1905_FwResult_set},
+    {"led", kvMAP1905_ledStatus_send},
+    {"partial-reset", kvMAP1905_PartialResetDefaultQuery_send},
+    {"command", kvMAP1905_CmdQuery_send},
+    {"log", kvMAP1905_SyslogDbg_set},
+    {"country-request", kvMAP1905_sync_country_req_send},
+    {"country", kvMAP1905_CountryInBcn_send}};
+
+// In a block of its own size, at an odd address: the host promises no alignment.
+void handleCommand(uint32_t code, const uint8_t *buffer, size_t size) {
+    const std::unique_ptr<uint8_t[]> block(new uint8_t[size + 1]);
+    std::copy_n(buffer, size, block.get() + 1);
+    kvMAP1905_VendSpecCmd_handle(block.get() + 1, code);
+}
+
+void command(ScriptedDevice &, ScriptWords &in) {
+    const uint32_t code = in.number();
+    if (in.accept("null")) {
+        return kvMAP1905_VendSpecCmd_handle(nullptr, code);
+    }
+    Bytes buffer = in.bytes();
+    const auto *known = std::find_if(std::begin(kBufferSizes), std::end(kBufferSizes),
+                                     [=](const auto &row) { return row.first == code; });
+    buffer.resize(known == std::end(kBufferSizes) ? buffer.size() + 1 : known->second);
+    handleCommand(code, buffer.data(), buffer.size());
+}
+
+// As the daemon takes what the tool posts.
+int takePost(uint32_t code, void *buffer, uint32_t size) {
+    note("posts " + std::to_string(code) + ", " + std::to_string(size) + " bytes");
+    if (callFails(Call::Post)) {
+        return -1;
+    }
+    handleCommand(code, static_cast<const uint8_t *>(buffer), size);
+    return 42;
+}
+
+void tool(ScriptedDevice &device, ScriptWords &in) {
+    const std::string name = in.text();
+    const auto entry = kToolEntries.find(name);
+    if (entry == kToolEntries.end()) {
+        misread("no entry of the tool", name);
+    }
+    std::vector<std::string> words = {"kv1905App", "N"};
+    while (!in.empty()) {
+        words.push_back(in.text());
+    }
+    std::vector<char *> argv;
+    for (std::string &word : words) {
+        argv.push_back(word.data());
+    }
+    argv.push_back(nullptr);
+    g_kv1905_bcm_cbs.cmdSend = g_kv1905_bcm_cbs.dmDataGet == nullptr ? nullptr : takePost;
+    device.result = entry->second(nullptr, static_cast<int>(words.size()), argv.data());
+}
+
+// ---- What the device finds around it
+
+void writeStations(ScriptedDevice &, ScriptWords &in) {
+    const uint32_t count = in.number();
+    const std::string figures = in.empty() ? "866000 -45 30 1 wl1 123 456 866000 650000 0x10" : in.text();
+    std::string text;
+    for (uint32_t i = 0; i < count; ++i) {
+        char mac[24];
+        std::snprintf(mac, sizeof mac, "02:00:00:00:%02x:%02x ", i >> 8, i & 0xFF);
+        text += mac + figures + "\n";
+    }
+    writeFile(kv::kStationFile5G, text);
+    kv::runNetCtrl();
+}
+
+void putFile(ScriptedDevice &, ScriptWords &in) {
+    const std::string path = scriptPath(in.text());
+    if (in.accept("none")) {
+        std::remove(path.c_str());
+    } else {
+        writeFile(path, in.lines());
+    }
+}
+
+// The controller's own password, encrypted as the device's other components do.
+void encryptPassword(ScriptedDevice &, ScriptWords &in) {
+    writeFile("/tmp/plain", in.lines());
+    const std::string command =
+        "openssl enc -aes-256-cbc -pbkdf2 -a -pass pass:Qm7tR2xLp9Vd4Kw8Zs3Hn6Jb1Y -in /tmp/plain -out " +
+        scriptPath("password");
+    if (std::system(command.c_str()) != 0) {
+        misread("cannot run", "openssl");
+    }
+}
+
+void putScript(ScriptedDevice &, ScriptWords &in) {
+    const std::string name = in.text();
+    fakeCommand(name, in.lines());
+}
+
+void forgetDevice(ScriptedDevice &device, ScriptWords &in) {
+    const auto found = device.host.devices.find(in.mac());
+    std::free(found->second->security.secData);
+    if (found->first != kLocal) {
+        kv::FreeStations()(found->second->wifiNbrHead);
+    }
+    device.host.devices.erase(found);
+}
+
+void failNext(ScriptedDevice &device, ScriptWords &in) {
+    const Call kind = namedFailures().at(in.text());
+    device.failure.emplace(kind, in.number());
+}
+
+void setField(ScriptedDevice &device, const Mac &mac, const std::string &name, ScriptWords &in) {
+    const RecordField *field = findRecordField(name);
+    if (field == nullptr) {
+        misread("no field of a device", name);
+    }
+    char *at = reinterpret_cast<char *>(&deviceAt(device, mac)) + field->offset;
+    std::memset(at, 0, field->size);
+    if (field->size == 1) {
+        *at = static_cast<char>(in.number());
+    } else {
+        const std::string text = in.text();
+        std::memcpy(at, text.data(), std::min(text.size(), field->size - 1));
+    }
+}
+
+template <size_t size>
+void readText(char (&field)[size], ScriptWords &in) {
+    const std::string text = in.text();
+    std::memcpy(field, text.data(), std::min(text.size(), size));
+}
+
+void setInterfaces(ScriptedDevice &device, ScriptWords &in) {
+    for (device.host.interfaces.clear(); !in.empty();) {
+        const Mac mac = in.mac();
+        device.host.interfaces.emplace_back(mac, in.number());
+    }
+}
+
+void addAccount(ScriptedDevice &, ScriptWords &in) {
+    RdmNatIntfSetting &account = configService().accounts.emplace_back(RdmNatIntfSetting{});
+    readText(account.userName, in);
+    readText(account.password, in);
+}
+
+void addRadio(ScriptedDevice &, ScriptWords &in) {
+    RdmWifiRadio &radio = configService().radios.emplace_back(RdmWifiRadio{});
+    readText(radio.ifName, in);
+    readText(radio.countryCode, in);
+    readText(radio.countryInBeacon, in);
+}
+
+void setKey(ScriptedDevice &, ScriptWords &in) {
+    configService().keys = {RdmSyncKeySource{}};
+    readText(configService().keys[0].key, in);
+}
+
+struct Row {
+    const char *name;
+    void (*play)(ScriptedDevice &device, ScriptWords &in);
+};
+
+const Row kSettings[] = {
+    {"account", addAccount},
+    {"failing", [](ScriptedDevice &, ScriptWords &in) { configService().failing = in.text(); }},
+    {"failing-instance",
+     [](ScriptedDevice &, ScriptWords &in) { configService().failingInstance = static_cast<int>(in.number()); }},
+    {"interfaces", setInterfaces},
+    {"json", [](ScriptedDevice &device, ScriptWords &in) { device.host.jsonResult = static_cast<int>(in.number()); }},
+    {"key", setKey},
+    {"no-accounts", [](ScriptedDevice &, ScriptWords &) { configService().accounts.clear(); }},
+    {"no-radios", [](ScriptedDevice &, ScriptWords &) { configService().radios.clear(); }},
+    {"no-slots", [](ScriptedDevice &, ScriptWords &) { g_kv1905_bcm_cbs = {}; }},
+    {"radio", addRadio},
+    {"send", [](ScriptedDevice &device, ScriptWords &in) { device.host.sendResult = static_cast<int>(in.number()); }},
+    {"stamp", [](ScriptedDevice &,
+                 ScriptWords &in) { data_model_time_stamp = static_cast<uint32_t>(kScriptStart) + in.number(); }},
+    {"unpurged-is-number", [](ScriptedDevice &, ScriptWords &) { configService().unpurgedIsNumber = true; }},
+    {"upgrade", [](ScriptedDevice &, ScriptWords &in) { State_fw_upgrade = static_cast<int32_t>(in.number()); }},
+};
+
+void playRow(const Row *begin, const Row *end, const std::string &name, ScriptedDevice &device, ScriptWords &in) {
+    const Row *row = std::find_if(begin, end, [&](const Row &each) { return name == each.name; });
+    if (row == end) {
+        misread("no such step", name);
+    }
+    row->play(device, in);
+    if (!in.empty()) {
+        misread("a word too many behind " + name, in.text());
+    }
+}
+
+void set(ScriptedDevice &device, ScriptWords &in) {
+    const std::string name = in.text();
+    if (const size_t dot = name.find('.'); dot != std::string::npos) {
+        return setField(device, namedMacs().at(name.substr(0, dot)), name.substr(dot + 1), in);
+    }
+    playRow(std::begin(kSettings), std::end(kSettings), name, device, in);
+}
+
+// What the plug-in is asked for.
+const Row kActs[] = {
+    {"call", call},
+    {"command", command},
+    {"cuts", receiveCuts},
+    {"loop", runMainLoop},
+    {"raw", receive<readRaw>},
+    {"receive", receive<readMessage>},
+    {"report", receive<readReport>},
+    {"tool", tool},
+};
+
+// What it then finds.
+const Row kCircumstances[] = {
+    {"clock", [](ScriptedDevice &, ScriptWords &in) { setClock(kScriptStart + static_cast<int32_t>(in.number())); }},
+    {"device", [](ScriptedDevice &device, ScriptWords &in) { deviceAt(device, in.mac()); }},
+    {"disown", [](ScriptedDevice &device, ScriptWords &in) { device.host.owners.erase(in.mac()); }},
+    {"fail", failNext},
+    {"file", putFile},
+    {"forget", forgetDevice},
+    {"nvram",
+     [](ScriptedDevice &, ScriptWords &in) {
+         const std::string name = in.text();
+         nvram()[name] = in.text();
+     }},
+    {"owner",
+     [](ScriptedDevice &device, ScriptWords &in) {
+         const Mac mac = in.mac();
+         device.host.owners[mac] = in.mac();
+     }},
+    {"password", encryptPassword},
+    {"script", putScript},
+    {"set", set},
+    {"stations", writeStations},
+    {"touch", [](ScriptedDevice &, ScriptWords &in) { touchFile(scriptPath(in.text())); }},
+};
+
+}  // namespace
+
+std::vector<std::string> ScriptedDevice::play(const std::string &step) try {
+    ScriptWords in(step);
+    const std::string name = in.text();
+    if (std::none_of(std::begin(kActs), std::end(kActs), [&](const Row &row) { return name == row.name; })) {
+        playRow(std::begin(kCircumstances), std::end(kCircumstances), name, *this, in);
+        return {};
+    }
+    takeNotes();
+    const State before = observe();
+    result.reset();
+    testing::internal::CaptureStdout();
+    playRow(std::begin(kActs), std::end(kActs), name, *this, in);
+    std::fflush(stdout);
+    if (const std::string printed = testing::internal::GetCapturedStdout(); !printed.empty()) {
+        note("stdout " + printed);
+    }
+    return outcomeSince(before);
+} catch (const std::exception &error) {
+    throw std::invalid_argument(error.what() + std::string(" in: ") + step);
+}
+
+}  // namespace kvtest
