@@ -17,6 +17,7 @@ START_SECONDS = 30.0  # bounds each step of `up`; a loaded machine with many dev
 # Between `up` and its supervisor: the byte that lets the mesh outlive `up`, and the line that says all daemons run.
 COMMIT = b"c"
 READY = "ready"
+PROGRESS = "progress: "  # in front of a line that tells how far it is
 
 
 def end_with(descriptor, commit=None):
@@ -37,13 +38,14 @@ def supervise(arguments):
         end_with(options.owner_fd)
     devices = plan_devices(options)
     keepers = {name: subprocess.Popen(device_command(name, options), stdin=subprocess.DEVNULL) for name in devices}
-    await_state(keepers, "stopped")
+    await_state(keepers, "stopped", "devices set up")
+    print(f"{PROGRESS}linking {len(keepers)} devices", flush=True)
     connect(devices, keepers, has_loop=options.shape == "ring")
     if options.capture_fd is not None:
         start_capture(options)
     for keeper in keepers.values():
         keeper.send_signal(signal.SIGUSR2)
-    await_state(keepers, "running")
+    await_state(keepers, "running", "daemons running")
     print(READY, flush=True)
     null = os.open(os.devnull, os.O_RDWR)
     for stream in (1, 2):
@@ -60,15 +62,22 @@ def device_command(name, options):
             "--bin", str(options.build / "bin"), "--", str(SCRIPT), "device", name, *plan_arguments(options)]
 
 
-def await_state(keepers, state):
+def await_state(keepers, state, meaning):
+    told = None
+
     def is_reached():
+        nonlocal told
         for name, keeper in keepers.items():
             if keeper.poll() is not None:
                 raise MeshError(f"{name} could not be set up")
             current = read_state(keeper.pid)
             if current.startswith(("exited", "signal")):
                 raise MeshError(f"{name}'s daemon did not start ({current}):\n{log_tail(keeper.pid)}")
-        return all(read_state(keeper.pid) == state for keeper in keepers.values())
+        reached = sum(read_state(keeper.pid) == state for keeper in keepers.values())
+        if reached != told:
+            told = reached
+            print(f"{PROGRESS}{reached} of {len(keepers)} {meaning}", flush=True)
+        return reached == len(keepers)
     try:
         wait_until(is_reached, START_SECONDS, f"'{state}' on every device")
     except DeadlineError as error:
