@@ -1,12 +1,11 @@
 // The operator's way in: arguments of the command tool, posts on the daemon's socket, buffers of any code.
 #include <cstring>
 #include <iterator>
+#include <sstream>
 
 #include "command_socket.h"
 #include "common/device_world.h"
-#include "common/steps.h"
-
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size);
+#include "common/story.h"
 
 namespace kvfuzz {
 
@@ -16,35 +15,29 @@ using namespace kv1905d;
 
 DeviceWorld *served = nullptr;
 
-CommandActions actions() {
-    CommandActions all;
-    all.find = [](const MacAddress &mac) {
+// A post is answered, and what is answered can be read by the tool.
+int post(const Bytes &message) {
+    CommandActions actions;
+    actions.find = [](const MacAddress &mac) {
         return served->host.devices.count(mac.bytes) == 0 ? Presence::Unknown
                : mac.bytes == kvtest::kLocal              ? Presence::Local
                                                           : Presence::Known;
     };
-    all.run = [](uint32_t code, void *buffer) {
+    actions.run = [](uint32_t code, void *buffer) {
         const size_t before = served->host.sent.size();
         kvMAP1905_VendSpecCmd_handle(buffer, code);
         return Effect{served->host.sent.size() - before};
     };
-    return all;
-}
-
-// A post is answered, and what is answered can be read by the tool.
-int post(const Bytes &message) {
-    ExactBlock exact(message);
-    const Reply reply = handlePost({exact.data(), exact.size()}, actions());
+    const ExactBlock exact(message);
+    const Reply reply = handlePost({exact.data(), exact.size()}, actions);
     const std::optional<Reply> read = parseReply(encodeReply(reply));
     require(read && read->verdict == reply.verdict && read->needed == reply.needed, "a reply survives its way");
-    served->check();
     return static_cast<int>(reply.verdict);
 }
 
 // What the tool posts fits a post, has a row and is long enough for it.
 int postFromTool(uint32_t code, void *buffer, uint32_t size) {
-    const auto *bytes = static_cast<const uint8_t *>(buffer);
-    const Bytes message = encodePost({code, {bytes, size}});
+    const Bytes message = encodePost({code, {static_cast<const uint8_t *>(buffer), size}});
     const std::optional<Post> parsed = parsePost(message);
     require(parsed && parsed->code == code && parsed->buffer.size() == size, "the tool's post survives its way");
     const CommandRow *row = findCommandRow(code);
@@ -52,78 +45,53 @@ int postFromTool(uint32_t code, void *buffer, uint32_t size) {
     return post(message);
 }
 
-using ToolEntry = int (*)(void *context, int argc, char **argv);
+constexpr int (*kEntries[])(void *context, int argc, char **argv) = {kvMAP1905_RebootQuery_send,
+                                                                     kvMAP1905_CtrlInftPwrQuery_send,
+                                                                     kvMAP1905_FWCtrlQuery_send,
+                                                                     kvMAP1905_ResetDefaultQuery_send,
+                                                                     kvMAP1905_FwResult_set,
+                                                                     kvMAP1905_ledStatus_send,
+                                                                     kvMAP1905_PartialResetDefaultQuery_send,
+                                                                     kvMAP1905_CmdQuery_send,
+                                                                     kvMAP1905_SyslogDbg_set,
+                                                                     kvMAP1905_sync_country_req_send,
+                                                                     kvMAP1905_CountryInBcn_send};
 
-constexpr ToolEntry kEntries[] = {
-    kvMAP1905_RebootQuery_send,
-    kvMAP1905_CtrlInftPwrQuery_send,
-    kvMAP1905_FWCtrlQuery_send,
-    kvMAP1905_ResetDefaultQuery_send,
-    kvMAP1905_FwResult_set,
-    kvMAP1905_ledStatus_send,
-    kvMAP1905_PartialResetDefaultQuery_send,
-    kvMAP1905_CmdQuery_send,
-    kvMAP1905_SyslogDbg_set,
-    kvMAP1905_sync_country_req_send,
-    kvMAP1905_CountryInBcn_send,
-};
-
-// The arguments stand in the body, each in a line.
-void runTool(const Step &step) {
+// The arguments stand in the body, each in a line; before them come the program and the command, which nobody reads.
+void runTool(DeviceWorld &, const Step &step) {
     constexpr size_t kMaxArguments = 16;
-    std::vector<Bytes> texts = {{0}, {0}, {}};
-    for (const uint8_t byte : step.body) {
-        if (byte == '\n' && texts.size() < kMaxArguments) {
-            texts.back().push_back(0);
-            texts.emplace_back();
-        } else if (byte != 0) {
-            texts.back().push_back(byte);
-        }
+    std::vector<ExactBlock> blocks;
+    blocks.emplace_back(Bytes(1));
+    blocks.emplace_back(Bytes(1));
+    std::istringstream lines(std::string(step.body.begin(), step.body.end()));
+    for (std::string line; blocks.size() < kMaxArguments && std::getline(lines, line);) {
+        blocks.emplace_back(Bytes(line.c_str(), line.c_str() + std::strlen(line.c_str()) + 1));
     }
-    texts.back().push_back(0);
-    std::vector<ExactBlock> blocks(texts.begin(), texts.end());
     std::vector<char *> argv;
-    for (ExactBlock &block : blocks) {
+    for (const ExactBlock &block : blocks) {
         argv.push_back(reinterpret_cast<char *>(block.data()));
     }
-    const int argc = static_cast<int>(argv.size()) - (step.body.empty() ? 1 : 0);
     argv.push_back(nullptr);
-    kEntries[step.argument % std::size(kEntries)](nullptr, argc, argv.data());
+    kEntries[step.argument % std::size(kEntries)](nullptr, static_cast<int>(blocks.size()), argv.data());
 }
 
-void postBody(const Step &step) {
-    post(step.body);
-}
-
-// A whole post around the body, for a code that has a row.
-void postCommand(const Step &step) {
-    const uint32_t code = kCommandRows[step.argument % std::size(kCommandRows)].code;
+// The last codes are the daemon's own.
+void postCommand(DeviceWorld &, const Step &step) {
+    const uint32_t own = step.argument - 254u;
     Bytes body = step.body;
     body.resize(std::min(body.size(), kMaxCommandSize));
-    post(encodePost({code, body}));
+    post(encodePost({step.argument < 254 ? 100u + step.argument : kCommandRssi + own, body}));
 }
 
-void postOtherCode(const Step &step) {
-    Bytes body = step.body;
-    body.resize(std::min(body.size(), kMaxCommandSize));
-    post(encodePost({95u + step.argument, body}));
-}
-
-constexpr void (*kPlays[])(const Step &step) = {runTool, postCommand, postOtherCode, postBody};
+constexpr Play<DeviceWorld> kPlays[] = {runTool, postCommand, [](DeviceWorld &, const Step &step) { post(step.body); }};
 
 }  // namespace
 
-}  // namespace kvfuzz
-
-int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
-    using namespace kvfuzz;
+void playInput(Input in) {
     DeviceWorld world;
     served = &world;
     g_kv1905_bcm_cbs.cmdSend = postFromTool;
-    for (const Step &step : readSteps(data, size)) {
-        kPlays[step.kind % std::size(kPlays)](step);
-        world.check();
-    }
-    served = nullptr;
-    return 0;
+    playStory(readSteps(in), world, kPlays);
 }
+
+}  // namespace kvfuzz

@@ -7,6 +7,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <memory>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -16,62 +17,37 @@ using Bytes = std::vector<uint8_t>;
 
 class Input {
   public:
-    Input(const uint8_t *data, size_t size) : data_(data), size_(size) {}
-    explicit Input(const Bytes &bytes) : Input(bytes.data(), bytes.size()) {}
+    explicit Input(std::span<const uint8_t> bytes) : left_(bytes) {}
 
-    size_t remaining() const { return size_; }
-    bool empty() const { return size_ == 0; }
+    bool empty() const { return left_.empty(); }
 
+    // At most count bytes.
+    Bytes bytes(size_t count) {
+        const auto taken = left_.first(std::min(count, left_.size()));
+        left_ = left_.subspan(taken.size());
+        return {taken.begin(), taken.end()};
+    }
+    Bytes rest() { return bytes(left_.size()); }
     uint8_t u8() {
-        if (size_ == 0) {
-            return 0;
-        }
-        --size_;
-        return *data_++;
+        const Bytes byte = bytes(1);
+        return byte.empty() ? 0 : byte[0];
     }
     uint16_t u16() {
         const unsigned high = u8();
         return static_cast<uint16_t>(high << 8 | u8());
     }
-    uint32_t u32() {
-        const uint32_t high = u16();
-        return high << 16 | u16();
-    }
-    bool flag() { return (u8() & 1) != 0; }
-
-    // At most count bytes.
-    Bytes bytes(size_t count) {
-        const size_t taken = std::min(count, size_);
-        Bytes out(data_, data_ + taken);
-        data_ += taken;
-        size_ -= taken;
-        return out;
-    }
-    Bytes rest() { return bytes(size_); }
-    std::string text(size_t count) {
-        const Bytes taken = bytes(count);
-        return {taken.begin(), taken.end()};
-    }
-
-    // Fills as much of a plain record as there is input for; the rest stays.
-    template <typename Record>
-    void fill(Record &record) {
-        const Bytes taken = bytes(sizeof record);
-        std::copy(taken.begin(), taken.end(), reinterpret_cast<uint8_t *>(&record));
-    }
 
   private:
-    const uint8_t *data_;
-    size_t size_;
+    std::span<const uint8_t> left_;
 };
 
-// A heap block of exactly these bytes: the sanitizer sees a read beyond it.
+// A heap block of exactly these bytes, even of none: the sanitizer sees a read beyond it.
 class ExactBlock {
   public:
     explicit ExactBlock(const Bytes &bytes) : block_(new uint8_t[bytes.size()]), size_(bytes.size()) {
         std::copy(bytes.begin(), bytes.end(), block_.get());
     }
-    uint8_t *data() { return block_.get(); }
+    uint8_t *data() const { return block_.get(); }
     size_t size() const { return size_; }
 
   private:
@@ -79,13 +55,22 @@ class ExactBlock {
     size_t size_;
 };
 
+template <typename... Parts>
+Bytes join(const Parts &...parts) {
+    Bytes all;
+    (all.insert(all.end(), parts.begin(), parts.end()), ...);
+    return all;
+}
+
 // What must hold whatever the input is; ends the process, as a crash would.
 inline void require(bool holds, const char *what) {
-    if (holds) {
-        return;
+    if (!holds) {
+        std::fprintf(stderr, "broken promise: %s\n", what);
+        std::abort();
     }
-    std::fprintf(stderr, "broken promise: %s\n", what);
-    std::abort();
 }
+
+// Each target's own: one input, from a fresh start.
+void playInput(Input in);
 
 }  // namespace kvfuzz
