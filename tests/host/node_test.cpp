@@ -1,8 +1,13 @@
+// Nodes that find one another, what they know of the network, and how an agent joins it.
 #include "node.h"
 
+#include <cstdlib>
+#include <fstream>
 #include <memory>
 
+#include "bss_extension.h"
 #include "host_support.h"
+#include "onboarding.h"
 
 namespace kv1905d {
 namespace {
@@ -10,51 +15,53 @@ namespace {
 constexpr Time kStart{5000}, kInterval{60000}, kLifetime{70000};
 const Bytes kValue = fromHex("024EA7 0102030405");
 
-// A node whose ports are socket pairs; the test holds the far ends.
+// A node whose ports are socket pairs, where one write is one frame; the test holds the far ends.
 struct Host {
-    explicit Host(unsigned device, unsigned ports = 1) : near(ports), far(ports) {
+    explicit Host(unsigned device, unsigned ports = 1) {
         config.alMac = mac(device);
         config.seed = device;
-        config.radios = {{mac(device, 0x20), 0x0103, Bytes(10)}};
+        config.radios = {{mac(device, 0x20), 0x0103, Bytes(10)}, {mac(device, 0x21), 0x0105, {}}};
         for (unsigned port = 0; port < ports; ++port) {
-            joinPorts(near[port], far[port]);
-            config.ports.push_back({"eth" + std::to_string(port), mac(device, 0x10 + port), 0x0001, near[port].get()});
+            int fds[2];
+            EXPECT_EQ(socketpair(AF_UNIX, SOCK_DGRAM | SOCK_NONBLOCK, 0, fds), 0);
+            near.emplace_back(fds[0]);
+            far.emplace_back(fds[1]);
+            config.ports.push_back({"eth" + std::to_string(port), mac(device, 0x10 + port), 0x0001, fds[0]});
         }
+        events.vendorTlv = [this](const MacAddress &source, ByteView value, uint16_t id) {
+            received.emplace_back(source, Bytes(value.begin(), value.end()), id);
+        };
         start(kStart);
     }
-    void start(Time now) {
-        NodeEvents events;
-        events.vendorTlv = [this](const MacAddress &source, ByteView value, uint16_t id) {
-            sources.push_back(source);
-            lastValue.assign(value.begin(), value.end());
-            lastId = id;
-        };
-        events.topologyResponse = [this](Device &) { ++responses; };
-        node = std::make_unique<Node>(config, events, now);
-    }
-    std::vector<Bytes> sent(size_t port) const {
+    void start(Time now) { node = std::make_unique<Node>(config, events, now); }
+    Time run(Time now) const { return node->run(now); }
+    std::vector<Bytes> sent(size_t port = 0) const {
         std::vector<Bytes> frames;
         for (Bytes frame; takeFrame(far[port], frame);)
             frames.push_back(frame);
         return frames;
     }
-    bool knows(const MacAddress &alMac) const { return node->topology().find(alMac) != nullptr; }
+    // Whether the node takes the frame for malformed.
+    bool refuses(size_t port, const Bytes &frame) const {
+        const uint64_t before = node->counters().parseFailures;
+        node->receive(port, frame, kStart);
+        return node->counters().parseFailures != before;
+    }
+    const Device *find(unsigned device) const { return node->topology().find(mac(device)); }
     size_t links() const { return node->topology().local().neighbours.size(); }
 
+    bool isOn = true;
     NodeConfig config;
+    NodeEvents events;
     std::vector<FileDescriptor> near, far;
-    std::unique_ptr<Node> node;  // null: switched off
-    size_t responses = 0;
-    std::vector<MacAddress> sources;  // of vendor TLVs
-    Bytes lastValue;
-    uint16_t lastId = 0;
+    std::unique_ptr<Node> node;
+    std::vector<std::tuple<MacAddress, Bytes, uint16_t>> received;  // vendor TLVs with their sources and identifiers
 };
 
-// Two hosts on one link, and a clock that moves when a test says so.
-class TwoHosts : public testing::Test {
+// Two of them on one link, and a clock that moves when a test says so.
+template <typename End>
+class Pair : public testing::Test {
   protected:
-    TwoHosts() { run(Time(1000)); }
-
     // Let everything happen that happens within `duration`.
     void run(Time duration) {
         for (const Time end = now_ + duration;;) {
@@ -68,51 +75,45 @@ class TwoHosts : public testing::Test {
             now_ = next;
         }
     }
-    bool exchange(Host &from, Host &to, Time &next) {
-        if (from.node) next = std::min(next, from.node->run(now_));
-        const std::vector<Bytes> frames = from.sent(0);
-        frames_ += frames.size();
+    bool exchange(End &from, End &to, Time &next) {
+        if (from.isOn) next = std::min(next, from.run(now_));
+        const std::vector<Bytes> frames = from.sent();
         for (const Bytes &frame : frames) {
-            if (to.node) to.node->receive(0, frame, now_);
+            types_.push_back(frame.at(16) << 8 | frame.at(17));
+            if (to.isOn) to.node->receive(0, frame, now_);
         }
         return !frames.empty();
     }
+    ptrdiff_t sent(int type) const { return std::count(types_.begin(), types_.end(), type); }
 
-    Host a_{1}, b_{2};
+    End a_{1}, b_{2};
     Time now_ = kStart;
-    size_t frames_ = 0;  // that crossed since the start
+    std::vector<int> types_;  // of the messages in all frames that crossed
 };
 
-TEST_F(TwoHosts, FindOneAnotherWithinASecondAndAfterARestartAndStayTogether) {
-    const Device *peer = a_.node->topology().find(mac(2));
-    ASSERT_NE(peer, nullptr);
-    EXPECT_EQ(peer->interfaces.at(1).facts.mediaType, 0x0103);
-    EXPECT_EQ(a_.links() + b_.links(), 2u);
-    run(Time(20000));
-    const size_t responses = b_.responses;
-    a_.start(now_);  // forgets everything; the other one still knows it
+using TwoHosts = Pair<Host>;
+
+TEST_F(TwoHosts, FindOneAnotherStayTogetherAndForgetWhoFallsSilent) {
     run(Time(1000));
-    EXPECT_TRUE(a_.knows(mac(2)));
-    EXPECT_GT(b_.responses, responses);
-
+    ASSERT_TRUE(a_.find(2) && b_.find(1));
+    EXPECT_EQ(a_.find(2)->interfaces.at(1).facts.mediaType, 0x0103);
+    EXPECT_EQ(a_.links() + b_.links(), 2u);
     run(Time(2000));
-    const size_t frames = frames_;
+    const size_t frames = types_.size();
     run(Time(30000));
-    EXPECT_EQ(frames_, frames) << "settled";
+    EXPECT_EQ(types_.size(), frames) << "settled";
     run(std::chrono::hours(3));
-    EXPECT_TRUE(a_.knows(mac(2)) && b_.knows(mac(1)));
-    EXPECT_GE(frames_ - frames, 2u * 3 * 60);  // discoveries, and nothing else
-    EXPECT_LE(frames_ - frames, 2u * 3 * 73);
-    EXPECT_EQ(a_.node->counters().parseFailures, 0u);
-}
+    EXPECT_TRUE(a_.find(2) && b_.find(1));
+    EXPECT_GE(types_.size() - frames, 2u * 3 * 60);  // discoveries, and nothing else
+    EXPECT_LE(types_.size() - frames, 2u * 3 * 73);
 
-TEST_F(TwoHosts, ASilentOneIsForgottenAndALostLinkAtOnce) {
-    b_.node.reset();
+    b_.isOn = false;
     run(Time(49000));  // silent for less than the shortest pause between two discoveries
-    EXPECT_TRUE(a_.knows(mac(2)));
+    EXPECT_TRUE(a_.find(2));
     run(kLifetime);
-    EXPECT_FALSE(a_.knows(mac(2)));
+    EXPECT_FALSE(a_.find(2));
     EXPECT_EQ(a_.links(), 0u);
+    b_.isOn = true;
     b_.start(now_);
     run(Time(1000));
     EXPECT_EQ(a_.links(), 1u);
@@ -124,133 +125,89 @@ TEST_F(TwoHosts, ASilentOneIsForgottenAndALostLinkAtOnce) {
 }
 
 TEST_F(TwoHosts, VendorMessagesReachTheOtherOneAndTheSenderItself) {
+    run(Time(1000));
     const Bytes large(KV_VEND_MSG_BUFFER_LEN, 0x4E);
     uint16_t id = 0x4711;
     EXPECT_FALSE(a_.node->sendVendor(Reach::Unicast, mac(2), Bytes(kMaxTlvValue + 1), &id, now_));
     for (int i = 0; i < 2; ++i)  // unicast is never taken for a duplicate
         EXPECT_TRUE(a_.node->sendVendor(Reach::Unicast, mac(2, 0x20), large, &id, now_));
     EXPECT_TRUE(a_.node->sendVendor(Reach::Unicast, mac(1), kValue, &id, now_));
-    EXPECT_TRUE(a_.sources.empty()) << "not while it is sending";
+    EXPECT_TRUE(a_.received.empty()) << "not while it is sending";
     run(Time(10));
-    EXPECT_EQ(b_.sources, std::vector<MacAddress>(2, mac(1)));
-    EXPECT_EQ(b_.lastValue, large);
-    EXPECT_EQ(b_.lastId, 0x4711);
-    EXPECT_EQ(a_.sources, std::vector<MacAddress>{mac(1)});
-    EXPECT_EQ(a_.lastValue, kValue);
-    EXPECT_EQ(a_.lastId, 0x4711);
+    EXPECT_EQ(b_.received, decltype(b_.received)(2, {mac(1), large, id}));
+    EXPECT_EQ(a_.received, decltype(a_.received)(1, {mac(1), kValue, id}));
+    for (unsigned i = 0; i < 70000; ++i) {
+        id = 0;
+        a_.node->sendVendor(Reach::Unicast, mac(1), kValue, &id, now_);
+        ASSERT_NE(id, 0);
+    }
 }
 
 // One host with two ports; the test is everybody else.
 class HostFrames : public testing::Test {
   protected:
     HostFrames() {
-        host_.node->run(now_);
+        host_.run(kStart);
         host_.sent(0), host_.sent(1);
     }
-    void receive(size_t port, const std::string &frame) { host_.node->receive(port, fromHex(frame), now_); }
-    const Counters &counters() const { return host_.node->counters(); }
+    void receive(size_t port, const std::string &frame) { host_.node->receive(port, fromHex(frame), kStart); }
 
-    Time now_ = kStart;
     Host host_{1, 2};
 };
 
-const std::string kToAll = "0180C2000013 02005E000200 893A";
-const std::string kToNode = "02005E000100 02005E000200 893A";
+const std::string kToAll = "0180C2000013 02005E000200 893A 00 00", kToNode = "02005E000100 02005E000200 893A 00 00";
 
-TEST_F(HostFrames, FramesThatAreNotForThisDeviceAreDropped) {
-    const std::string query = "00 00 0002 1234 00 80 00 0000";
-    const struct {
-        const char *what;
-        std::string frame;
-        bool dropped;
-    } rows[] = {
-        {"no payload", kToNode, true},
-        {"other destination", "02005E000900 02005E000200 893A" + query, true},
-        {"other protocol", "02005E000100 02005E000200 0800" + query, true},
-        {"group source", "02005E000100 03005E000200 893A" + query, true},
-        {"own AL MAC as source", "0180C2000013 02005E000100 893A" + query, true},
-        {"own interface as source", "0180C2000013 02005E000111 893A" + query, true},
-        {"to the AL MAC", kToNode + query, false},
-        {"to an interface", "02005E000111 02005E000200 893A" + query, false},
-        {"to all", kToAll + query, false},
+TEST_F(HostFrames, QueriesForThisDeviceAloneAreAnsweredUnderTheirIdentifier) {
+    const std::pair<const char *, bool> rows[] = {
+        {"02005E000900 02005E000200 893A", false}, {"02005E000100 02005E000200 0800", false},  // another protocol's
+        {"02005E000100 03005E000200 893A", false}, {"0180C2000013 02005E000100 893A", false},  // our own
+        {"0180C2000013 02005E000111 893A", false}, {"02005E000100 02005E000200 893A", true},
+        {"02005E000111 02005E000200 893A", true},  {"0180C2000013 02005E000200 893A", true},
     };
-    for (const auto &row : rows) {
-        const Counters before = counters();
-        receive(0, row.frame);
-        EXPECT_EQ(counters().framesDropped - before.framesDropped, row.dropped) << row.what;
-        EXPECT_EQ(counters().messagesReceived - before.messagesReceived, !row.dropped) << row.what;
+    for (const auto &[header, taken] : rows) {
+        receive(0, std::string(header) + "00 00 0002 BEEF 00 80 0B 0003 024EA7 0B 0001 02 0B 0003 000347 00 0000");
+        const std::vector<Bytes> answers = host_.sent();
+        EXPECT_EQ(answers.size(), taken) << header;
+        for (const Bytes &answer : answers)
+            EXPECT_EQ(prefix(answer, 23), fromHex("02005E000200 02005E000100 893A 00 00 0003 BEEF 00 80 03"));
     }
+    EXPECT_EQ(host_.received.size(), 3u * 2) << "vendor TLVs beside the malformed one";
 }
 
-TEST_F(HostFrames, AQueryIsAnsweredUnderItsIdentifierAndItsVendorTlvsAreHandedOn) {
-    receive(0, kToNode + "00 00 0002 BEEF 00 80 0B 0003 024EA7 0B 0001 02 0B 0003 000347 00 0000");
-    const std::vector<Bytes> answers = host_.sent(0);
-    ASSERT_EQ(answers.size(), 1u);
-    const Bytes start = fromHex("02005E000200 02005E000100 893A 00 00 0003 BEEF 00 80 03");
-    EXPECT_EQ(prefix(answers[0], start.size()), start);
-    EXPECT_EQ(host_.sources.size(), 2u);
-}
-
-TEST_F(HostFrames, MulticastGoesOutOnEveryPort) {
-    const std::pair<Reach, const char *> rows[] = {
-        {Reach::Network, "00 00 0004 0007 00 C0 0B 0003 024EA7 01 0006 02005E000100 00 0000"},
-        {Reach::Neighbours, "00 00 0004 0007 00 80 0B 0003 024EA7 00 0000"},
-    };
-    for (const auto &[reach, payload] : rows) {
-        uint16_t id = 7;
-        host_.node->sendVendor(reach, kMulticastMac, fromHex("024EA7"), &id, now_);
-        const std::vector<Bytes> expected{fromHex(std::string("0180C2000013 02005E000100 893A") + payload)};
-        EXPECT_EQ(host_.sent(0), expected);
-        EXPECT_EQ(host_.sent(1), expected);
-    }
-}
-
-TEST_F(HostFrames, RelayedMulticastIsForwardedOnceWithEverythingInIt) {
+TEST_F(HostFrames, RelayedMulticastGoesOutOnEveryOtherPortOnceWithEverythingInIt) {
+    const std::string ours = "0180C2000013 02005E000100 893A 00 00 0004 0007 00 C0";
     const std::string body = "0B 0004 024EA7 01 7F 0002 ABCD 01 0006 02005E000300 00 0000";
-    receive(0, kToAll + "00 00 0004 0007 00 C0" + body);
-    receive(1, kToAll + "00 00 0004 0007 00 C0" + body);
+    receive(0, kToAll + "0004 0007 00 C0" + body);
+    receive(1, kToAll + "0004 0007 00 C0" + body);
     EXPECT_TRUE(host_.sent(0).empty());
-    EXPECT_EQ(host_.sent(1),
-              std::vector<Bytes>{fromHex("0180C2000013 02005E000100 893A 00 00 0004 0007 00 C0" + body)});
-    EXPECT_EQ(host_.sources, std::vector<MacAddress>{mac(3)}) << "the originator, not who forwarded it";
+    EXPECT_EQ(host_.sent(1), std::vector<Bytes>{fromHex(ours + body)});
+    EXPECT_EQ(std::get<MacAddress>(host_.received.at(0)), mac(3)) << "the originator, not who forwarded it";
 
-    receive(0, kToAll + "00 00 0004 0008 00 80" + body);                                       // relay bit clear
-    receive(0, kToNode + "00 00 0004 0009 00 C0" + body);                                      // unicast
-    receive(0, kToAll + "00 00 0004 000A 00 C0 0B 0003 024EA7 01 0006 02005E000100 00 0000");  // our own
-    receive(0, kToAll + "00 00 0004 000B 00 C0 0B 0003 024EA7 01 0005 02005E0003 00 0000");    // malformed AL MAC
+    receive(0, kToAll + "0004 0008 00 80" + body);                                       // relay bit clear
+    receive(0, kToNode + "0004 0009 00 C0" + body);                                      // unicast
+    receive(0, kToAll + "0004 000A 00 C0 0B 0003 024EA7 01 0006 02005E000100 00 0000");  // our own
+    receive(0, kToAll + "0004 000B 00 C0 0B 0003 024EA7 01 0005 02005E0003 00 0000");    // malformed AL MAC
     EXPECT_TRUE(host_.sent(1).empty());
-}
 
-TEST_F(HostFrames, MalformedMessagesAreCountedAndChangeNothing) {
-    const std::pair<const char *, const char *> rows[] = {
-        {"discovery without MAC address", "00 00 0000 0001 00 80 01 0006 02005E000200 00 0000"},
-        {"discovery without AL MAC", "00 00 0000 0001 00 80 02 0006 02005E000210 00 0000"},
-        {"short MAC address", "00 00 0000 0001 00 80 01 0006 02005E000200 02 0005 02005E0002 00 0000"},
-        {"notification without AL MAC", "00 00 0001 0001 00 C0 00 0000"},
-        {"response without device information", "00 00 0003 0001 00 80 00 0000"},
-        {"response in our name", "00 00 0003 0001 00 80 03 0007 02005E000100 00 00 0000"},
-        {"vendor message without a vendor TLV", "00 00 0004 0001 00 80 00 0000"},
-        {"vendor TLV without an OUI", "00 00 0004 0001 00 80 0B 0002 024E 00 0000"},
-    };
-    for (const auto &[what, payload] : rows) {
-        const uint64_t failures = counters().parseFailures;
-        receive(0, kToAll + payload);
-        EXPECT_EQ(counters().parseFailures, failures + 1) << what;
-    }
-    EXPECT_EQ(host_.node->topology().size(), 1u);
-    EXPECT_EQ(host_.links() + host_.sources.size(), 0u);
+    uint16_t id = 7;
+    host_.node->sendVendor(Reach::Network, kMulticastMac, fromHex("024EA7"), &id, kStart);
+    for (const size_t port : {0u, 1u})
+        EXPECT_EQ(host_.sent(port), std::vector<Bytes>{fromHex(ours + "0B 0003 024EA7 01 0006 02005E000100 00 0000")});
 }
 
 TEST_F(HostFrames, AFarDeviceIsAskedBeforeItIsForgotten) {
-    receive(1, kToNode + "00 00 0003 0001 00 80 03 0007 02005E000300 00 00 0000");
-    host_.node->run(now_ + kInterval / 2);
+    receive(1, kToNode + "0003 0001 00 80 03 0010 02005E000300 01 02005E000320 0103 00 00 0000");
+    host_.run(kStart + kInterval / 2);
     const std::vector<Bytes> asked = host_.sent(1);
     ASSERT_EQ(asked.size(), 1u);  // on the port that it was heard on
     EXPECT_EQ(prefix(asked[0], 18), fromHex("02005E000300 02005E000100 893A 00 00 0002"));
-    host_.node->run(now_ + kLifetime - Time(1));
-    EXPECT_TRUE(host_.knows(mac(3)));
-    host_.node->run(now_ + kLifetime);
-    EXPECT_FALSE(host_.knows(mac(3)));
+    EXPECT_TRUE(host_.sent(0).empty());
+    receive(1, "02005E000100 02005E000320 893A 00 00 0004 0001 00 80 0B 0003 024EA7 00 0000");
+    EXPECT_EQ(std::get<MacAddress>(host_.received.at(0)), mac(3)) << "it sent from its interface";
+    host_.run(kStart + kLifetime - Time(1));
+    EXPECT_TRUE(host_.find(3));
+    host_.run(kStart + kLifetime);
+    EXPECT_FALSE(host_.find(3));
 }
 
 TEST_F(HostFrames, AFloodOfNeighboursAndStrangersIsBounded) {
@@ -259,18 +216,175 @@ TEST_F(HostFrames, AFloodOfNeighboursAndStrangersIsBounded) {
         const std::string tlvs = "01 0006" + address + "02 0006" + address + "00 0000";
         receive(0, "0180C2000013" + address + "893A 00 00 0000 0001 00 80" + tlvs);
     }
-    ASSERT_EQ(host_.links(), 1u);
-    EXPECT_EQ(host_.node->topology().local().neighbours[0].neighbours.size(), Node::kMaxLinks);
-    host_.node->run(now_ + Time(500));
+    EXPECT_EQ(host_.node->topology().local().neighbours.at(0).neighbours.size(), Node::kMaxLinks);
+    host_.run(kStart + Time(500));
     EXPECT_LE(host_.sent(0).size() + host_.sent(1).size(), Node::kMaxPendingQueries * 2 + 8);
 }
 
-TEST_F(HostFrames, IdentifiersWrapAndSkipZero) {
-    for (unsigned i = 0; i < 70000; ++i) {
-        uint16_t id = 0;
-        host_.node->sendVendor(Reach::Unicast, mac(9), kValue, &id, now_);
-        ASSERT_NE(id, 0);
+TopologyReport reportOf(unsigned device, const std::vector<Neighbour> &neighbours = {}) {
+    TopologyReport report;
+    report.device = {mac(device), {{mac(device, 0x10), 0x0001, {}}, {mac(device, 0x20), 0x0103, {}}}};
+    report.neighbours.push_back({mac(device, 0x10), neighbours});
+    return report;
+}
+
+// Leaks and double frees are the sanitizer's to find.
+TEST(Topology, RemoteDevicesAgeAndFreeWhatThePluginHungIntoThem) {
+    WIFINeighborEntry own{};
+    Topology topology(mac(1), kStart);
+    topology.local().vendor.data()->wifiNbrHead = &own;  // the plug-in's: must not be freed
+    topology.local().neighbours = {{mac(1, 0x10), {{mac(2), false}}}};
+    KvDevVendorData *record = topology.update(reportOf(2, {{mac(1), false}, {mac(3), false}}), kStart)->vendor.data();
+    record->wifiNbrHead = static_cast<WIFINeighborEntry *>(std::calloc(1, sizeof(WIFINeighborEntry)));
+    record->wifiNbrHead->next = static_cast<WIFINeighborEntry *>(std::calloc(1, sizeof(WIFINeighborEntry)));
+    record->security.secData = static_cast<uint8_t *>(std::malloc(4));
+    topology.update(reportOf(3, {{mac(2), false}}), kStart + Time(5000));
+    topology.update(reportOf(4), kStart + Time(5000));  // nobody's neighbour
+    EXPECT_EQ(topology.hops(), (std::map<MacAddress, unsigned>{{mac(1), 0}, {mac(2), 1}, {mac(3), 2}}));
+    EXPECT_TRUE(topology.expire(kLifetime, kStart + kLifetime - Time(1)).empty());
+    EXPECT_EQ(topology.expire(kLifetime, kStart + kLifetime), std::vector<MacAddress>{mac(2)});
+    EXPECT_EQ(topology.findByAnyMac(mac(2, 0x10)), nullptr);
+    topology.expire(kLifetime, kStart + 10 * kLifetime);
+    EXPECT_EQ(topology.size(), 1u);
+}
+
+TEST(Topology, InterfacesBelongToTheFirstWhoReportedThem) {
+    Topology topology(mac(1), kStart);
+    Device *second = topology.update(reportOf(2), kStart);
+    second->interfaces[1].vendor.pwrState = 2;
+    TopologyReport thief = reportOf(3);
+    thief.device.interfaces.push_back({mac(2, 0x10), 0x0001, {}});
+    topology.update(thief, kStart);
+    EXPECT_EQ(topology.findByAnyMac(mac(2, 0x10)), second);
+    TopologyReport fewer = reportOf(2);
+    fewer.device.interfaces.erase(fewer.device.interfaces.begin());
+    EXPECT_EQ(topology.update(fewer, kStart), second);
+    EXPECT_EQ(second->interfaces.at(0).vendor.pwrState, 2u);
+    EXPECT_EQ(topology.findByAnyMac(mac(2, 0x10)), nullptr);
+    for (unsigned i = 1; i < 2000; ++i)
+        topology.update({{mac(0x80 + (i >> 8), i), {}}, {}, {}, {}}, kStart);
+    EXPECT_EQ(topology.size(), Topology::kMaxDevices);
+}
+
+// A device that joins a network, or with the number 1 its controller.
+struct Party : Host {
+    explicit Party(unsigned device) : Host(device) {
+        events.autoconfiguration = [this](const MacAddress &source, const Message &message, Time now) {
+            return onboarding->receive(source, message, now);
+        };
+        start(kStart);
+        OnboardingActions actions;
+        actions.isController = [device] { return device == 1; };
+        actions.ssid = [](Band) { return ""; };
+        actions.extension = [](Band band) {  // what the plug-in would write, reduced to its band index
+            return fromHex(band == kBand24 ? "1049 0006 0A61C4 010180" : "1049 0006 0A61C4 010140");
+        };
+        actions.readExtension = [](ByteView value) {
+            KvBssInfo bss{};
+            bss.BandIndex = value.back();
+            return value.size() == 6 ? std::optional(bss) : std::nullopt;
+        };
+        actions.requestSetting = [this](const MacAddress &, int setting) {
+            requests.push_back(setting);
+            return requests.size() <= 2 ? KV_RET_ERR : KV_RET_OK;
+        };
+        onboarding = std::make_unique<Onboarding>(*node, actions, kStart);
     }
+    Time run(Time now) const {
+        onboarding->run(now);
+        return std::min(Host::run(now), now + Time(500));
+    }
+    std::map<Band, int> learntOf(unsigned device) const {
+        std::map<Band, int> indices;
+        for (const auto &[band, bss] : find(device)->apConfigurations)
+            indices[band] = bss.BandIndex;
+        return indices;
+    }
+
+    std::unique_ptr<Onboarding> onboarding;
+    std::vector<int> requests;  // for settings; the first two fail
+};
+
+using TwoParties = Pair<Party>;
+
+TEST_F(TwoParties, LearnOfEachBandAndTheAgentAsksForTheSettingsOncePerJoin) {
+    a_.isOn = false;
+    run(std::chrono::hours(1));
+    EXPECT_NEAR(static_cast<double>(sent(kAutoconfigurationSearch)), 2 * 70, 20) << "they back off";
+    a_.isOn = true;
+    run(std::chrono::minutes(10));
+    const std::map<Band, int> bothBands{{kBand24, 0x80}, {kBand5, 0x40}};
+    EXPECT_EQ(a_.learntOf(2), bothBands);
+    EXPECT_EQ(b_.learntOf(1), bothBands);
+    EXPECT_EQ(b_.onboarding->controller(), mac(1));
+    EXPECT_EQ(b_.requests, (std::vector<int>{0, 0, 0, 1}));
+    EXPECT_TRUE(a_.requests.empty());
+    EXPECT_LE(sent(kAutoconfigurationWsc), 8) << "settled";
+
+    a_.isOn = false;
+    run(std::chrono::minutes(2));
+    EXPECT_EQ(b_.onboarding->controller(), std::nullopt);
+    a_.isOn = true;
+    run(std::chrono::minutes(2));
+    EXPECT_EQ(b_.learntOf(1), bothBands);
+    EXPECT_EQ(b_.requests, (std::vector<int>{0, 0, 0, 1, 0, 1}));
+    EXPECT_EQ(a_.node->counters().parseFailures + b_.node->counters().parseFailures, 0u);
+}
+
+TEST_F(TwoParties, MalformedMessagesAreCountedAndTeachNothing) {
+    run(Time(5000));
+    a_.node->topology().find(mac(2))->apConfigurations.clear();
+    for (const char *message : {
+             "0000 0001 00 80 01 0006 02005E000200 00 0000",                         // discovery without a MAC address
+             "0000 0001 00 80 02 0006 02005E000210 00 0000",                         // ... an AL MAC
+             "0000 0001 00 80 01 0006 02005E000200 02 0005 02005E0002 00 0000",      // ... six bytes of it
+             "0001 0001 00 C0 00 0000",                                              // notification without an AL MAC
+             "0003 0001 00 80 03 0007 02005E000100 00 00 0000",                      // response in our name
+             "0004 0001 00 80 00 0000",                                              // vendor message without a TLV
+             "0007 0001 00 80 0D 0001 00 0E 0001 00 00 0000",                        // Search without an AL MAC
+             "0007 0001 00 80 01 0006 02005E000200 0E 0001 00 00 0000",              // ... a role
+             "0007 0001 00 80 01 0006 02005E000200 0D 0001 00 0E 0002 0000 000000",  // ... with a band too long
+             "0008 0001 00 80 0F 0001 00 00 0000",                                   // Response without a band
+             "0009 0001 00 80 00 0000",                                              // WSC without its TLV
+         })
+        EXPECT_TRUE(a_.refuses(0, fromHex(kToAll + message))) << message;
+
+    const auto refuses = [&](const Bytes &value) {
+        Bytes frame = fromHex("02005E000100 02005E000200 893A");
+        const Bytes payload = encodeMessage({kAutoconfigurationWsc, 1, false, {{kTlvWsc, value}}}).at(0);
+        frame.insert(frame.end(), payload.begin(), payload.end());
+        return a_.refuses(0, frame);
+    };
+    const std::string needed = "1022 0001 04 103C 0001 01 101A 0010 000102030405060708090A0B0C0D0E0F";
+    const Bytes m1 = fromHex(needed + "1049 0006 0A61C4 010180");
+    for (size_t size = 0; size < m1.size(); ++size)
+        EXPECT_EQ(refuses(prefix(m1, size)), size != fromHex(needed).size()) << size;
+    Bytes flood = fromHex(needed);
+    for (size_t i = 0; i <= kMaxWscAttributes; ++i)
+        flood.insert(flood.end(), {0x10, 0x03, 0, 0});
+    EXPECT_TRUE(refuses(flood));
+    EXPECT_TRUE(refuses(fromHex(needed + "1049 0005 0A61C4 0101"))) << "refused by the plug-in";
+    EXPECT_TRUE(refuses(fromHex(needed + "101A 0001 00"))) << "a short nonce";
+    EXPECT_TRUE(refuses(fromHex("1022 0001 05" + needed.substr(12)))) << "M2 without a registrar nonce";
+    EXPECT_FALSE(refuses(fromHex(needed + "1049 0004 00372A 00"))) << "another vendor's";
+    EXPECT_TRUE(a_.learntOf(2).empty());
+    EXPECT_FALSE(refuses(m1));
+    EXPECT_EQ(a_.learntOf(2), (std::map<Band, int>{{kBand24, 0x80}}));
+}
+
+TEST(BssExtension, TellsAndReadsWithThePlugIn) {
+    std::ofstream("/data/nvram") << "wl0_mdid=4660\nwl1_mdid=17\n";
+    const PluginSymbols plugin = loadPlugin(kPlugin);
+    BssExtension extension(plugin, {{"wl0", {mac(1, 0x20), 0x0103, {}}}, {"wl1", {mac(1, 0x21), 0x0105, {}}}});
+    extension.refresh();
+    EXPECT_EQ(extension.topologyTlvs().at(1).value,
+              fromHex("024EA7 D0 0011 02 80 01 1234 0000 00 00 40 01 0011 0000 00 00"));
+    EXPECT_EQ(extension.attribute(kBand5), fromHex("1049 0014 0A61C4 010140 020101 03020011 04020000 070100"));
+    const auto bss = extension.readAttribute(fromHex("0A61C4 03021234 070105 010140"));  // out of order
+    ASSERT_TRUE(bss);
+    EXPECT_EQ(std::tuple(bss->MDID, bss->ExtAttribute, bss->BandIndex), std::tuple(0x1234, 5, 0x40));
+    for (const std::string bad : {"0101", "010140 02", "010140 0302", "010140 0701", "010240 01", "010140 FFFF"})
+        EXPECT_FALSE(extension.readAttribute(fromHex("0A61C4" + bad))) << bad;
 }
 
 }  // namespace

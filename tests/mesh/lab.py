@@ -14,6 +14,9 @@ ROOT = Path(__file__).resolve().parents[2]
 MESH = ROOT / "lab" / "mesh"
 BUILD = os.environ.get("KV_BUILD", str(ROOT / "build" / "release"))
 
+DISSECTOR = ROOT / "tools" / "wireshark" / "kv1905.lua"
+NOTES = tuple(f"kv1905.expert.{name}" for name in ("short", "length", "refused", "ignored", "unknown", "capture"))
+
 # Nothing on a captured link may be malformed.
 COMPLAINTS = ("_ws.malformed || ieee1905.tlv.extraneous_data || ieee1905.tlv.extra_data || ieee1905.tlv.too_short")
 SANITIZER = ("ERROR: AddressSanitizer", "ERROR: LeakSanitizer", "runtime error:")
@@ -27,8 +30,7 @@ def poll(condition, seconds, what):
     """The first true value of the condition; a mesh works in its own time, so nothing here waits a fixed while."""
     deadline = time.monotonic() + seconds
     while True:
-        value = condition()
-        if value:
+        if value := condition():
             return value
         if time.monotonic() > deadline:
             raise AssertionError(f"not within {seconds} s: {what}")
@@ -43,21 +45,29 @@ def nobody_can_run_the_build():
     return os.geteuid() == 0 and run(*NOBODY, "test", "-r", f"{BUILD}/lib/libkvMAP1905.so").returncode == 0
 
 
+def secret_file(test, text):
+    """Path of a file that every device may read."""
+    with tempfile.NamedTemporaryFile("w", delete=False) as secret:
+        secret.write(text + "\n")
+    os.chmod(secret.name, 0o644)
+    test.addCleanup(os.unlink, secret.name)
+    return secret.name
+
+
 class Mesh:
     """A mesh that is up while the object is entered; leaving it ends every daemon cleanly and looks at the logs."""
 
     counter = 0
 
-    def __init__(self, *arguments, prefix=(), build=BUILD):
+    def __init__(self, *arguments, prefix=()):
         Mesh.counter += 1
         self.name = f"test-{os.getpid()}-{Mesh.counter}"
         self.command = [*prefix, MESH, "--name", self.name]
-        self.arguments = ["--build", build, *arguments]
+        self.arguments = ["--build", BUILD, *arguments]
 
     def __enter__(self):
         done = self.call("up", *self.arguments)
-        if done.returncode != 0:
-            raise AssertionError(f"mesh up: {done.stderr}")
+        assert done.returncode == 0, f"mesh up: {done.stderr}"
         self.devices = json.loads(self.call("status", "--json").stdout)["devices"]
         return self
 
@@ -119,6 +129,20 @@ class Mesh:
         return {name: self.model(name)["kv1905"]["Counters"] for name in self.names()}
 
 
+def dissect(path, *names, display_filter=""):
+    """Per frame the texts of these fields: a field that occurs more than once has its values joined by commas."""
+    names = ("_ws.lua.error", *names)
+    fields = [word for name in names for word in ("-e", name)]
+    # Where the dissector is installed it must not load twice, so without a home.
+    done = run("tshark", "-X", f"lua_script:{DISSECTOR}", "-r", path, "-Y", display_filter, "-T", "fields",
+               "-E", "separator=/t", *fields, env={**os.environ, "HOME": "/nonexistent"})
+    assert done.returncode == 0, done.stderr
+    rows = [dict(zip(names, line.split("\t"))) for line in done.stdout.splitlines()]
+    errors = [row["_ws.lua.error"] for row in rows if row["_ws.lua.error"]]
+    assert not errors, errors[:3]
+    return rows
+
+
 class Capture:
     """A capture file, read with tshark."""
 
@@ -129,14 +153,28 @@ class Capture:
 
     def fields(self, display_filter, *names):
         """One tuple of texts per frame."""
-        command = ["tshark", "-r", self.path, "-Y", display_filter, "-T", "fields", "-E", "separator=|"]
-        for name in names:
-            command += ["-e", name]
-        done = run(*command)
-        if done.returncode != 0:
-            raise AssertionError(done.stderr)
-        return [tuple(line.split("|")) for line in done.stdout.splitlines()]
+        return [tuple(row[name] for name in names) for row in dissect(self.path, *names, display_filter=display_filter)]
+
+    def check(self, *types):
+        """Every frame is sound, our dissector knows all of it, and these message types are among them."""
+        assert not self.fields(COMPLAINTS, "frame.number")
+        rows = dissect(self.path, "kv1905.type", "_ws.col.Info", *NOTES, display_filter="kv1905")
+        noted = [row for row in rows if any(row[name] for name in NOTES)]
+        assert not noted, noted[:3]
+        missing = set(types) - {int(kind) for row in rows for kind in row["kv1905.type"].split(",") if kind}
+        assert not missing, f"message types {missing} are not in the capture"
 
 
 class MeshTest(unittest.TestCase):
     maxDiff = None
+
+    def kcfg(self, device, *words):
+        done = self.mesh.exec(device, "kcfg", *words)
+        self.assertEqual(done.returncode, 0, done.stderr)
+        return done.stdout.strip()
+
+    def app(self, *words, status=0):
+        """What the controller's tool says."""
+        done = self.mesh.exec("controller", "kv1905App", *words)
+        self.assertEqual(done.returncode, status, f"{words}: {done.stdout}{done.stderr}")
+        return done.stdout + done.stderr

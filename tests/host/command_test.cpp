@@ -1,0 +1,197 @@
+// Operator commands from the tool's arguments to the daemon's end of the command socket and back.
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <fstream>
+
+#include "app/arguments.h"
+#include "app/result_file.h"
+#include "app/run.h"
+#include "command_socket.h"
+#include "host_support.h"
+
+namespace kv1905d {
+namespace {
+
+constexpr const char *kTold = "/tmp/told";
+constexpr const char *kSocket = "/tmp/command_test.sock";
+constexpr Time kPatience{5000};
+
+// A daemon's end of the command socket in a process of its own. Device 1 is its own, device 2 the only other one. What
+// it was told is left in a file.
+class Daemon {
+  public:
+    explicit Daemon(const char *answer = "", Effect effect = {1}) {
+        unlink(kTold);
+        if (child_ != 0) return;
+        CommandActions actions;
+        actions.find = [](const MacAddress &alMac) {
+            return alMac == mac(1) ? Presence::Local : alMac == mac(2) ? Presence::Known : Presence::Unknown;
+        };
+        actions.run = [=](uint32_t, void *buffer) {
+            std::ofstream(kTold).write(static_cast<char *>(buffer), kMaxCommandSize);
+            if (*answer != '\0') std::ofstream(kResultFile) << answer;
+            return effect;
+        };
+        uv_loop_t loop;
+        uv_loop_init(&loop);
+        server_.start(loop, std::move(actions));
+        uv_run(&loop, UV_RUN_DEFAULT);
+    }
+    ~Daemon() {
+        kill(child_, SIGKILL);
+        waitpid(child_, nullptr, 0);
+    }
+
+  private:
+    CommandServer server_{kSocket};
+    pid_t child_ = fork();
+};
+
+// So many bytes of it; none when nothing came.
+Bytes told(size_t size) {
+    std::ifstream file(kTold);
+    Bytes bytes(std::istreambuf_iterator<char>(file), {});
+    bytes.resize(std::min(size, bytes.size()));
+    return bytes;
+}
+
+FileDescriptor rawSocket(int (*join)(int, const sockaddr *, socklen_t)) {
+    FileDescriptor fd(socket(AF_UNIX, SOCK_SEQPACKET, 0));
+    sockaddr_un address{AF_UNIX, {}};
+    std::copy_n(kSocket, std::string_view(kSocket).size(), address.sun_path);
+    EXPECT_EQ(join(fd.get(), reinterpret_cast<sockaddr *>(&address), sizeof address), 0);
+    return fd;
+}
+
+TEST(CommandServer, TakesThePlaceOfADeadDaemonButOfNobodyElse) {
+    {
+        const CommandServer live(kSocket);
+        struct stat facts {};
+        ASSERT_EQ(stat(kSocket, &facts), 0);
+        EXPECT_EQ(facts.st_mode & 0777, 0600u);
+        EXPECT_SAYS("another daemon", errorOf([] { CommandServer second(kSocket); }));
+    }
+    EXPECT_NE(access(kSocket, F_OK), 0);
+    rawSocket(bind);  // a daemon that was killed leaves its file
+    { const CommandServer successor(kSocket); }
+    std::ofstream(kSocket) << "somebody's file";
+    EXPECT_SAYS("no socket", errorOf([] { CommandServer server(kSocket); }));
+    EXPECT_EQ(unlink(kSocket), 0);
+}
+
+TEST(CommandServer, OutlivesClientsThatAreSilentOrTalkNonsense) {
+    const Daemon daemon;
+    std::vector<FileDescriptor> silent;
+    for (int i = 0; i < 20; ++i)
+        silent.push_back(rawSocket(connect));
+    const Bytes longer = fromHex("00000066 00000006 02005E000200 00"), shorter = prefix(longer, 13);
+    for (Bytes message : {shorter, longer, Bytes(8000, 0xFF)}) {
+        const FileDescriptor client = rawSocket(connect);
+        EXPECT_GT(send(client.get(), message.data(), message.size(), 0), 0);
+        takeFrame(client, message);
+        EXPECT_EQ(parseReply(message)->verdict, Verdict::Malformed);
+        EXPECT_FALSE(parseReply(prefix(message, 7)));
+    }
+    Bytes tooLong = encodePost({1, Bytes(kMaxCommandSize)});
+    tooLong[7] = 1;  // 0x1001 bytes, as many as there are
+    tooLong.push_back(0);
+    EXPECT_FALSE(parsePost(tooLong));
+    EXPECT_TRUE(told(1).empty());
+    EXPECT_EQ(postCommand(kSocket, {KV_CMD_UPDATE_DEVICE_INFO, {}}, kPatience).verdict, Verdict::Accepted);
+}
+
+TEST(ResultFile, OnlyACompleteLineCountsForOneToolAtATime) {
+    const std::pair<const char *, int> rows[] = {{"00\n", 0}, {"10\n", 16}, {"", -1},      {"00", -1},
+                                                 {"0\n", -1}, {"0g\n", -1}, {"000\n", -1}, {"00\n\n", -1}};
+    for (const auto &[text, value] : rows) {
+        std::ofstream(kResultFile) << text;
+        const ResultFile fresh(kResultFile, Time(0));
+        EXPECT_EQ(fresh.read(), std::nullopt) << "left from before: " << text;
+        std::ofstream(kResultFile) << text;
+        EXPECT_EQ(fresh.await(Time(0)), value < 0 ? std::nullopt : std::optional<uint8_t>(value)) << text;
+        EXPECT_EQ(statusThrown([] { ResultFile second(kResultFile, Time(0)); }), Status::NoAnswer);
+    }
+}
+
+// Of a line as it is typed, T being the AL MAC of device 2.
+Outcome outcomeOf(const std::string &line, Time timeout) {
+    std::istringstream in(line);
+    std::vector<std::string> words(std::istream_iterator<std::string>(in), {});
+    std::replace(words.begin(), words.end(), std::string("T"), mac(2).text());
+    const auto command = std::find_if(std::begin(kToolCommands), std::end(kToolCommands),
+                                      [&](const ToolCommand &each) { return each.name == words[0]; });
+    words.erase(words.begin());
+    try {
+        return runCommand(*command, words, {kPlugin, kSocket, kResultFile, timeout, true});
+    } catch (const Failure &failure) {
+        return {failure.status, failure.what(), {}, {}};
+    } catch (const std::system_error &error) {
+        return {statusOf(error.code().value()), error.what(), {}, {}};
+    }
+}
+
+TEST(RunCommand, ReachesTheDaemonAndEndsWithAStatusAndItsMeaning) {
+    const struct {
+        std::string line;
+        const char *answer;  // which the daemon's plug-in writes; empty: no answer comes
+        Status status;
+        const char *meaning;  // part of it
+        const char *posted;   // start of what the daemon gets, in hex; empty: nothing
+        Effect effect = {1};
+    } rows[] = {
+        {"reboot T", "07\n", Status::Refused, "not this device's", "02005E000200"},
+        {"reboot T", "02\n", Status::Refused, "not a result", "02005E000200"},
+        {"reboot 02:00:5e:00:03:00", "", Status::NoDevice, "no such device", "02005E000300"},
+        {"power T 02:00:5e:00:02:20 0x0103 off", "02\n", Status::Refused, "power state",
+         "02005E000200 0100 02005E000220 0301"},
+        {"command T 99 -l", "00\n", Status::Success, "success", "02005E000200 0200 0500 3939202D6C00"},
+        {"command T reboot T", "", Status::NoAnswer, "no answer", "02005E000200 0200 1300 322030323A"},
+        {"command T " + std::string(2049, 'w'), "", Status::BadArguments, "2048 characters", ""},
+        {"firmware T 8 0 url", "", Status::BadArguments, "OPTION must be 1 to 7", ""},
+        {"led T on", "00\n", Status::Success, "success", "02005E000200 0100"},
+        {"led 02:00:5e:00:01:00 off", "", Status::Success, "this device itself", "02005E000100 0000"},
+        {"led 00:00:00:00:00:00 1", "", Status::Success, "nothing was sent", "000000000000 0100"},
+        {"sync-country", "", Status::Success, "taken", "00"},
+        {"rssi T 02:00:5E:0a:01:01", "", Status::Success, "sent", "02005E000200 02005E0A0101"},
+        {"reboot T", "", Status::Failure, "nothing was sent: it fits no message", "02005E000200", {0}},
+        {"rssi T T", "", Status::NoDevice, "sent without figures", "02005E000200", {1, 1}},
+        {"reboot", "", Status::BadArguments, "AL-MAC is missing", ""},
+        {"reboot T now", "", Status::BadArguments, "'now' is too much", ""},
+        {"reset 02-00-5e-00-02-00", "", Status::BadArguments, "AL-MAC must be a MAC address", ""},
+        {"led T 65536", "", Status::BadArguments,
+         "STATE must be on, off or a number from 0 (off) to 65535, not '65536'", ""},
+        {"power T T 0103 1x", "", Status::BadArguments, "STATE must be on (0), off (2)", ""},
+        {"power T T 00103 off", "", Status::BadArguments, "MEDIA-TYPE must be", ""},
+        {"firmware T 1 1 " + std::string(2049, 'u'), "", Status::BadArguments, "URL must be at most 2048", ""},
+        {"command T ls -l", "", Status::BadArguments, "COMMAND must be reboot, power", ""},
+        {"command T power T T 0103 down", "", Status::BadArguments, "STATE must be on (0)", ""},
+        {"firmware-result 1", "", Status::BadArguments, "RESULT must be 0 (failed)", ""},
+        {"query-stations 02:00:5e:00:01:00", "", Status::BadArguments, "another device", ""},
+    };
+    for (const auto &row : rows) {
+        const Daemon daemon(row.answer, row.effect);
+        const Bytes expected = fromHex(row.posted);
+        const Outcome outcome = outcomeOf(row.line, *row.answer != '\0' ? kPatience : Time(100));
+        EXPECT_EQ(outcome.status, row.status) << row.line << ": " << outcome.meaning;
+        EXPECT_SAYS(row.meaning, outcome.meaning);
+        EXPECT_TRUE(outcome.meaning.size() < 250 && outcome.meaning.find('\n') == std::string::npos);
+        EXPECT_EQ(told(std::max<size_t>(expected.size(), 1)), expected) << row.line;
+    }
+    const std::string lock = kResultFile + std::string(".lock");
+    EXPECT_EQ(unlink(lock.c_str()), 0);
+    EXPECT_EQ(outcomeOf("reboot T", kPatience).status, Status::NoDaemon);
+    EXPECT_NE(access(lock.c_str(), F_OK), 0) << "a lock that nobody else may take";
+    CommandActions ready;
+    ready.run = [](uint32_t, void *) { return Effect{1}; };
+    EXPECT_EQ(handlePost(encodePost({KV_CMD_FW_CTRL, Bytes(2059)}), ready).verdict, Verdict::ShortBuffer);
+    EXPECT_EQ(handlePost(encodePost({KV_CMD_REBOOT, Bytes(6)}), {}).verdict, Verdict::NoPlugin);
+    const CommandServer hung(kSocket);  // accepts nothing
+    EXPECT_EQ(outcomeOf("rssi T T", Time(100)).status, Status::NoAnswer);
+}
+
+}  // namespace
+}  // namespace kv1905d
