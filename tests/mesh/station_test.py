@@ -15,8 +15,10 @@ class Stations(MeshTest):
             self.mesh = mesh
             self.check_roaming()
             self.check_query()
+            self.ask_for_signals()
             self.check_many()
         self.check_state_responses(capture)
+        self.check_signals(capture)
         capture.check(8, 9, 36)
 
     # ---- Helpers
@@ -85,6 +87,16 @@ class Stations(MeshTest):
         poll(lambda: self.mesh.log("controller").count("received VEND_MSG_TYPE_WIFI_STATE_RESP") >= 3, 10, "answers")
         poll(lambda: set(self.queried) <= set(self.table("agent2")), 10, "the agent's stations")
 
+    def ask_for_signals(self):
+        """By a neighbour that is no device of this mesh, and by an operator who has one told to an agent."""
+        self.asked = next(iter(self.queried.values())).split()
+        self.mesh.exec("controller", "peer", "ask-rssi", "--to", self.mesh.al_mac("agent2"), "--station", self.asked[0])
+        self.lab("stations", "set", "controller", "--count", "1")
+        self.told = next(iter(self.listed("controller").values())).split()
+        self.report("controller")
+        poll(lambda: self.told[0] in self.table("controller"), 15, "the controller's own station")
+        self.app("rssi", self.mesh.al_mac("agent2"), self.told[0])
+
     def check_many(self):
         self.lab("stations", "set", "agent2", "--count", "2000")
         listed = set(self.listed("agent2"))
@@ -104,6 +116,13 @@ class Stations(MeshTest):
             shown.update((mac, figures) for mac, *figures in zip(*columns))
         lines = {mac: line.split() for mac, line in self.queried.items()}
         self.assertEqual(shown, {mac: [line[2], line[3], line[6], line[7]] for mac, line in lines.items()})
+
+    def check_signals(self, capture):
+        names = [f"kv1905.intel.{name}" for name in ("type", "station", "rssi")]
+        rows = [[row[name] for name in names]
+                for row in dissect(capture.path, *names, display_filter="kv1905.intel.rssi")]
+        self.assertIn(["0x68", self.asked[0], self.asked[2]], rows)
+        self.assertIn(["0x6a", self.told[0], self.told[2]], rows)
 
 
 if __name__ == "__main__":
