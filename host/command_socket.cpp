@@ -12,8 +12,6 @@
 #include <stdexcept>
 #include <system_error>
 
-#include "log.h"
-
 namespace kv1905d {
 namespace {
 
@@ -95,6 +93,31 @@ void removeStale(const std::string &path) {
         throw std::runtime_error(path + ": another daemon serves it; stop that one or choose another --socket");
     }
     if (unlink(path.c_str()) != 0 && errno != ENOENT) throw systemError(path, "remove the socket of an earlier daemon");
+}
+
+ucred peerOf(const FileDescriptor &fd) {
+    ucred peer{0, static_cast<uid_t>(-1), 0};
+    socklen_t size = sizeof peer;
+    getsockopt(fd.get(), SOL_SOCKET, SO_PEERCRED, &peer, &size);
+    return peer;
+}
+
+// Why a post was not carried out; null when it was.
+const char *refusal(Verdict verdict) {
+    constexpr struct {
+        Verdict verdict;
+        const char *reason;
+    } rows[] = {
+        {Verdict::LocalTarget, "its target is this device"},
+        {Verdict::UnknownTarget, "its target is not known"},
+        {Verdict::ShortBuffer, "its buffer is too short"},
+        {Verdict::NoPlugin, "there is no plug-in"},
+        {Verdict::Malformed, "it is malformed"},
+        {Verdict::NotPermitted, "that user may not post"},
+    };
+    const auto at =
+        std::find_if(std::begin(rows), std::end(rows), [&](const auto &row) { return row.verdict == verdict; });
+    return at == std::end(rows) ? nullptr : at->reason;
 }
 
 bool mayPost(const ucred &peer) {
@@ -201,7 +224,9 @@ int CommandServer::start(uv_loop_t &loop, CommandActions actions) {
 void CommandServer::acceptClient() {
     FileDescriptor fd(accept4(fd_.get(), nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC));
     if (!fd.valid()) return;
-    if (clients_.size() >= kMaxClients) end(clients_.front());
+    if (clients_.size() >= kMaxClients) {
+        end(clients_.front(), "gives way to a newer connection");
+    }
     Client &client = clients_.emplace_back();
     client.server = this;
     client.fd = std::move(fd);
@@ -225,21 +250,31 @@ void CommandServer::serve(Client &client) {
     if (size > 0) {
         const auto length = static_cast<size_t>(size);
         const ByteView packet = length > message.size() ? ByteView() : ByteView(message).first(length);
-        ucred peer{0, static_cast<uid_t>(-1), 0};
-        socklen_t peerSize = sizeof peer;
-        getsockopt(client.fd.get(), SOL_SOCKET, SO_PEERCRED, &peer, &peerSize);
-        const Reply reply = mayPost(peer) ? handlePost(packet, actions_) : Reply{Verdict::NotPermitted};
+        const Reply reply = mayPost(peerOf(client.fd)) ? handlePost(packet, actions_) : Reply{Verdict::NotPermitted};
+        if (const char *reason = refusal(reply.verdict)) {
+            const std::optional<Post> post = parsePost(packet);
+            complain(client, (post ? "command " + std::to_string(post->code) : "post") + " refused: " + reason);
+        }
         const Bytes answer = encodeReply(reply);
         if (send(client.fd.get(), answer.data(), answer.size(), MSG_NOSIGNAL) < 0) {
-            KV_HOST_LOG(KV_LOG_WARNING, "%s: process %d did not wait for the reply", path_.c_str(), peer.pid);
+            complain(client, "did not wait for the reply");
         }
     }
     end(client);
 }
 
-void CommandServer::end(Client &client) {
+void CommandServer::complain(const Client &client, const std::string &what) {
+    unsigned held = 0;
+    if (!complaints_.open(Time(uv_now(handle_.loop)), &held)) return;
+    const ucred peer = peerOf(client.fd);
+    KV_HOST_LOG(KV_LOG_WARNING, "%s: process %d of user %u: %s (%u more lines held back)", path_.c_str(), peer.pid,
+                peer.uid, what.c_str(), held);
+}
+
+void CommandServer::end(Client &client, const char *complaint) {
     auto *handle = reinterpret_cast<uv_handle_t *>(&client.handle);
     if (uv_is_closing(handle)) return;
+    if (complaint != nullptr) complain(client, complaint);
     uv_close(handle, [](uv_handle_t *closed) {
         auto *gone = static_cast<Client *>(closed->data);
         gone->server->clients_.remove_if([gone](const Client &each) { return &each == gone; });

@@ -19,6 +19,7 @@
 
 #include "ethernet_port.h"
 #include "ieee1905/wire.h"
+#include "log.h"
 
 namespace kv1905d {
 
@@ -135,7 +136,8 @@ class CommandServer {
 
     void acceptClient();
     void serve(Client &client);
-    void end(Client &client);
+    void complain(const Client &client, const std::string &what);
+    void end(Client &client, const char *complaint = nullptr);
 
     std::string path_;
     FileDescriptor fd_;
@@ -143,6 +145,7 @@ class CommandServer {
     ino_t fileNumber_ = 0;
     uv_poll_t handle_{};
     CommandActions actions_;
+    LogGate complaints_;
     std::list<Client> clients_;  // those whose handle is still closing included
 };
 

@@ -4,6 +4,7 @@
 
 #include <cerrno>
 #include <csignal>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
@@ -118,21 +119,30 @@ NodeEvents Daemon::nodeEvents() {
     events.autoconfiguration = [this](const MacAddress &source, const Message &message, Time now) {
         return onboarding_->receive(source, message, now);
     };
-    if (!plugin_) return events;
     events.vendorTlv = [this](const MacAddress &source, ByteView value, uint16_t msgId) {
         receiveVendorTlv(source, value, msgId);
     };
+    if (!plugin_) return events;
     events.topologyResponse = [this](Device &device) { topologyResponse(device); };
     events.extraTopologyTlvs = [this] { return bss_->topologyTlvs(); };
     return events;
 }
 
 void Daemon::receiveVendorTlv(const MacAddress &source, ByteView value, uint16_t msgId) {
-    if (!guard_.admits(source, value, onboarding_->controller(), node_->topology(), monotonicNow())) return;
+    if (options_.trace) trace(Way::In, source.text(), msgId, value);
+    if (!plugin_ || !guard_.admits(source, value, onboarding_->controller(), node_->topology(), monotonicNow(),
+                                   node_->arrivedOn().c_str()))
+        return;
     KvRecvVendTlv tlv{};
     std::copy(source.bytes.begin(), source.bytes.end(), tlv.srcMac);
     tlv.value = value.data();
     plugin_->tlvHandle(&tlv, static_cast<uint32_t>(value.size()), msgId);
+}
+
+// Line by line, so that a pipe shows each message at once.
+void Daemon::trace(Way way, std::string_view peer, uint16_t msgId, ByteView value) const {
+    std::puts(traceLine(way, peer, msgId, value).c_str());
+    std::fflush(stdout);
 }
 
 void Daemon::initPlugin() {
@@ -469,8 +479,17 @@ MainNetworks Daemon::mainNetworks() const {
 }
 
 int Daemon::sendVendor(Reach reach, const KvVendMsgDest &dest, uint16_t *msgId) {
-    const bool sent = node_->sendVendor(reach, MacAddress::copyOf(dest.dstMac), ByteView(dest.buffer, dest.length),
-                                        msgId, monotonicNow());
+    const MacAddress destination = MacAddress::copyOf(dest.dstMac);
+    const ByteView value(dest.buffer, dest.length);
+    uint16_t ownId = 0;
+    uint16_t &id = msgId != nullptr ? *msgId : ownId;
+    const bool sent = node_->sendVendor(reach, destination, value, &id, monotonicNow());
+    if (options_.trace) {
+        std::string peer = reach == Reach::Unicast      ? destination.text()
+                           : reach == Reach::Neighbours ? "multicast"
+                                                        : "relayed multicast";
+        trace(Way::Out, peer + (sent ? "" : " (not sent)"), id, value);
+    }
     return sent ? KV_RET_OK : KV_RET_ERR;
 }
 

@@ -17,6 +17,7 @@
 #include "options.h"
 #include "plugin.h"
 #include "settings_guard.h"
+#include "trace.h"
 
 namespace kv1905d {
 
@@ -57,6 +58,7 @@ class Daemon final : private PluginHost {
     void watch(Watch &watch);
     void readFrames(Watch &watch);
     void receiveVendorTlv(const MacAddress &source, ByteView value, uint16_t msgId);
+    void trace(Way way, std::string_view peer, uint16_t msgId, ByteView value) const;
     void schedule();
     void wake(uint64_t delay);  // schedule() after so many milliseconds
     void everySecond();

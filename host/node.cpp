@@ -3,6 +3,7 @@
 #include <sys/socket.h>
 
 #include <algorithm>
+#include <cstdio>
 #include <utility>
 
 namespace kv1905d {
@@ -59,24 +60,32 @@ void Node::receive(size_t port, ByteView frame, Time now) {
     const MacAddress destination = reader.mac();
     const MacAddress source = reader.mac();
     const uint16_t etherType = reader.u16();
-    const std::optional<Fragment> fragment = parseFragment(reader.rest());
+    std::optional<Fragment> fragment = parseFragment(reader.rest());
     const auto isOurs = [&](const MacAddress &mac) {
         return mac == config_.alMac ||
                std::any_of(config_.ports.begin(), config_.ports.end(), [&](const Port &own) { return own.mac == mac; });
     };
     const bool multicast = destination == kMulticastMac;
-    if (!reader.ok() || etherType != kEtherType || (!multicast && !isOurs(destination)) || source.isGroup() ||
-        source.isZero() || isOurs(source) || !fragment) {
+    // Not for us, or our own, which a ring brings back.
+    if (!reader.ok() || etherType != kEtherType || (!multicast && !isOurs(destination)) || isOurs(source)) {
         ++counters_.framesDropped;
         return;
     }
+    if (source.isGroup() || source.isZero() || !fragment) {
+        ++counters_.framesDropped;
+        return complain({port, source, source, {}}, now, fragment ? "no device has that address" : "no valid header");
+    }
 
+    fragment->port = port;
     counters_.reassemblyTimeouts += reassembly_.expire(now);
     const Reassembly::Outcome outcome = reassembly_.add(source, *fragment, now);
     counters_.reassemblyEvictions = reassembly_.evicted();
-    if (outcome.status == Reassembly::Status::Malformed) ++counters_.parseFailures;
-    if (outcome.status != Reassembly::Status::Complete) return;
-    handle(outcome.message, port, source, multicast, now);
+    complainOfLost(now);
+    if (outcome.status == Reassembly::Status::Malformed) {
+        ++counters_.parseFailures;
+        complain({port, source, source, fragment->type}, now, "a TLV or fragment does not fit");
+    }
+    if (outcome.status == Reassembly::Status::Complete) handle(outcome.message, port, source, multicast, now);
 }
 
 void Node::handle(const Message &message, size_t port, const MacAddress &source, bool multicast, Time now) {
@@ -103,6 +112,7 @@ void Node::handle(const Message &message, size_t port, const MacAddress &source,
 
 void Node::process(const Received &received) {
     ++counters_.messagesReceived;
+    arrivedOn_ = received.port;
     if (Device *device = topology_.find(received.originator)) {
         device->lastHeard = received.now;
         device->port = received.port;
@@ -129,11 +139,23 @@ void Node::forward(const Received &received) {
 
 void Node::reject(const Received &received, const char *reason) {
     ++counters_.parseFailures;
+    complain({received.port, received.source, received.originator, received.message.type}, received.now, reason);
+}
+
+void Node::complain(const Sender &sender, Time now, const char *reason) {
     unsigned held = 0;
-    if (!rejections_.open(received.now, &held)) return;
-    KV_HOST_LOG(KV_LOG_WARNING, "%s: message 0x%04x from %s dropped: %s (%u more lines held back)",
-                config_.ports[received.port].name.c_str(), received.message.type, received.source.text().c_str(),
-                reason, held);
+    if (!complaints_.open(now, &held)) return;
+    char what[32] = "frame";
+    if (sender.type) std::snprintf(what, sizeof what, "message 0x%04x", *sender.type);
+    const std::string builder = sender.originator == sender.source ? "" : ", built by " + sender.originator.text();
+    KV_HOST_LOG(KV_LOG_WARNING, "%s: %s from %s%s dropped: %s (%u more lines held back)",
+                config_.ports[sender.port].name.c_str(), what, sender.source.text().c_str(), builder.c_str(), reason,
+                held);
+}
+
+void Node::complainOfLost(Time now) {
+    const std::optional<Reassembly::Lost> lost = reassembly_.takeLost();
+    if (lost) complain({lost->port, lost->source, lost->source, lost->type}, now, lost->reason);
 }
 
 // ---- Handlers: false when the message is malformed and must not be looked at any further
@@ -199,7 +221,11 @@ bool Node::handleResponse(const Received &received) {
     }
     queries_.erase(report->device.alMac);
     Device *device = topology_.update(*report, received.now);
-    if (device == nullptr) return true;
+    if (device == nullptr) {
+        complain({received.port, received.source, report->device.alMac, received.message.type}, received.now,
+                 "too many devices are known");
+        return true;
+    }
     device->port = received.port;
     device->nextKeepAlive = received.now + config_.discoveryInterval / 2;
     for (const Ieee1905Neighbours &link : report->neighbours) {
@@ -229,6 +255,7 @@ bool Node::handleAutoconfiguration(const Received &received) {
 Time Node::run(Time now) {
     receiveFromSelf();
     counters_.reassemblyTimeouts += reassembly_.expire(now);
+    complainOfLost(now);
     age(now);
     keepAlive(now);
     for (size_t port = 0; port < config_.ports.size(); ++port) {

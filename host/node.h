@@ -83,6 +83,8 @@ class Node {
     const Topology &topology() const { return topology_; }
     const Counters &counters() const { return counters_; }
     const NodeConfig &config() const { return config_; }
+    // Where the message came in that an event is about; of no meaning outside an event.
+    const std::string &arrivedOn() const { return config_.ports[arrivedOn_].name; }
     // A point in time between 5/6 of the interval and the whole of it from now: many devices must not act in step.
     Time jittered(Time interval);
 
@@ -107,6 +109,13 @@ class Node {
         bool multicast;
         Time now;
     };
+    // Of what is refused, for the log.
+    struct Sender {
+        size_t port;
+        MacAddress source;
+        MacAddress originator;
+        std::optional<uint16_t> type;  // of the message; nothing when that is not known
+    };
     struct HandlerRow {
         uint16_t type;
         bool (Node::*handle)(const Received &);
@@ -123,6 +132,8 @@ class Node {
     void process(const Received &received);
     void forward(const Received &received);
     void reject(const Received &received, const char *reason);
+    void complain(const Sender &sender, Time now, const char *reason);
+    void complainOfLost(Time now);
 
     void ask(const MacAddress &alMac, Time now);
     void sendDueQueries(Time now);
@@ -161,7 +172,8 @@ class Node {
     std::vector<Time> discoveryDue_;  // per port
     Time notificationDue_{};          // Time::max() when there is nothing to notify
     Time earliestNotification_{};
-    LogGate rejections_;
+    LogGate complaints_;
+    size_t arrivedOn_ = 0;
 };
 
 }  // namespace kv1905d

@@ -27,6 +27,7 @@ struct RawOptions {
     unsigned discoveryInterval = kDefaultInterval;
     unsigned queryInterval = kDefaultInterval;
     std::string settingsFrom = "any";
+    bool trace = false;
 };
 
 const std::map<std::string, SettingsFrom> kSettingsFrom = {{"any", SettingsFrom::Any},
@@ -60,6 +61,9 @@ void declare(CLI::App &app, RawOptions &raw) {
                    "controller alone, which a device with a --radio finds by itself")
         ->check(CLI::IsMember(kSettingsFrom))
         ->capture_default_str();
+    app.add_flag(
+        "--trace", raw.trace,
+        "Print every vendor message in and out on standard output, one a line; passwords are left out [false]");
     app.set_config("--config", "", "Read options from this TOML or INI file; the command line wins [none]");
     app.allow_config_extras(CLI::config_extras_mode::error);
     app.set_version_flag("--version", std::string("kv1905d ") + KV1905_VERSION);
@@ -136,6 +140,7 @@ Options check(const RawOptions &raw) {
     options.discoveryInterval = raw.discoveryInterval;
     options.queryInterval = raw.queryInterval;
     options.settingsFrom = kSettingsFrom.at(raw.settingsFrom);
+    options.trace = raw.trace;
     refuseRepeats("--interface ", options.interfaces, [](const std::string &name) { return name; });
     refuseRepeats("--radio ", options.radios, [](const RadioOption &radio) { return radio.name; });
     refuseRepeats("--radio ", options.radios, [](const RadioOption &radio) { return radio.facts.mac.text(); });
@@ -162,7 +167,9 @@ std::optional<Options> parseOptions(int argc, const char *const *argv) {
         app.exit(printed);
         return std::nullopt;
     } catch (const CLI::ParseError &error) {
-        throw BadOption(oneLine(error.what()));
+        const std::vector<std::string> file = app.get_config_ptr()->results();
+        const bool named = file.empty() || dynamic_cast<const CLI::FileError *>(&error) != nullptr;
+        throw BadOption(oneLine(error.what()) + (named ? "" : " (on the command line or in " + file.front() + ")"));
     }
     return check(raw);
 }

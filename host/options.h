@@ -31,6 +31,7 @@ struct Options {
     unsigned discoveryInterval = 0;  // seconds
     unsigned queryInterval = 0;      // seconds
     SettingsFrom settingsFrom = SettingsFrom::Any;
+    bool trace = false;  // tell every vendor message on standard output
 };
 
 // One line that names the option, the interface or the value at fault.

@@ -96,7 +96,7 @@ constexpr Rule kRules[] = {
 }  // namespace
 
 bool SettingsGuard::admits(const MacAddress &source, ByteView value, const std::optional<MacAddress> &controller,
-                           const Topology &topology, Time now) {
+                           const Topology &topology, Time now, const char *interface) {
     const std::optional<VendorMessage> message = readMessage(value);
     if (!message || source == topology.local().alMac) return true;
     const Rule *rule =
@@ -106,7 +106,7 @@ bool SettingsGuard::admits(const MacAddress &source, ByteView value, const std::
     ++refused_;
     unsigned held = 0;
     if (refusals_.open(now, &held)) {
-        KV_HOST_LOG(KV_LOG_WARNING, "%s from %s refused: %s (%u more lines held back)", rule->name,
+        KV_HOST_LOG(KV_LOG_WARNING, "%s: %s from %s refused: %s (%u more lines held back)", interface, rule->name,
                     source.text().c_str(), rule->check.complaint, held);
     }
     return false;

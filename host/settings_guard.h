@@ -45,14 +45,14 @@ class SettingsGuard {
 
     /*
      * Whether a vendor-specific TLV may reach the plug-in. `source`: the originator's AL MAC; `controller`: the
-     * network's one, nothing while none is known. Refused are
+     * network's one, nothing while none is known; `interface`: where it came in, for the log. Refused are
      *  - what changes this device, unless the controller or this device itself says it (SettingsFrom::Controller),
      *  - this device's own configuration as told by others,
      *  - stations of a device that has more than its even share of kMaxStations, once that many are known,
      *  - costly questions that come too fast, but not the controller's.
      */
     bool admits(const MacAddress &source, ByteView value, const std::optional<MacAddress> &controller,
-                const Topology &topology, Time now);
+                const Topology &topology, Time now, const char *interface = "?");
 
     // Messages refused since the start.
     uint64_t refused() const { return refused_; }

@@ -39,15 +39,7 @@ Device *Topology::update(const TopologyReport &report, Time now) {
     const MacAddress &alMac = report.device.alMac;
     Device *device = find(alMac);
     if (device == nullptr) {
-        unsigned held = 0;
-        if (devices_.size() >= kMaxDevices) {
-            if (refusals_.open(now, &held)) {
-                KV_HOST_LOG(KV_LOG_WARNING,
-                            "device %s refused: %zu devices are known already (%u more lines held back)",
-                            alMac.text().c_str(), devices_.size(), held);
-            }
-            return nullptr;
-        }
+        if (devices_.size() >= kMaxDevices) return nullptr;
         device = devices_.emplace(alMac, std::make_unique<Device>(alMac, Ownership::Remote, now)).first->second.get();
         KV_HOST_LOG(KV_LOG_NOTICE, "device %s appeared", alMac.text().c_str());
     }

@@ -82,7 +82,7 @@ class Topology {
     // The device with that AL MAC or with an interface of that MAC; null when nobody owns it.
     Device *findByAnyMac(const MacAddress &mac);
 
-    // Enter what a device reported, or refresh it. Null, with a rate-limited log line, when the database is full.
+    // Enter what a device reported, or refresh it. Null when the database is full.
     Device *update(const TopologyReport &report, Time now);
     // Replace a device's interfaces; the plug-in's block of an interface that stays is kept.
     void setInterfaces(Device &device, const std::vector<LocalInterface> &interfaces);
@@ -103,7 +103,6 @@ class Topology {
     MacAddress localAlMac_;
     std::map<MacAddress, std::unique_ptr<Device>> devices_;
     std::map<MacAddress, MacAddress> ownerOfInterface_;
-    LogGate refusals_;
 };
 
 }  // namespace kv1905d

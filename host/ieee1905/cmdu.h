@@ -67,6 +67,7 @@ struct Fragment {
     bool last = false;
     bool relay = false;
     ByteView body;
+    size_t port = 0;  // where it came in; the caller's
 };
 
 // Read a frame's payload (what follows the Ethernet header). Nothing when it is shorter than a header and an

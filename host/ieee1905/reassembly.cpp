@@ -5,6 +5,8 @@
 namespace kv1905d {
 namespace {
 
+constexpr char kLate[] = "its other fragments did not come in time";
+
 Reassembly::Outcome decode(const Fragment &fragment, std::span<const ByteView> bodies) {
     std::optional<std::vector<Tlv>> tlvs = decodeTlvs(bodies);
     if (!tlvs) return {Reassembly::Status::Malformed, {}};
@@ -19,7 +21,7 @@ Reassembly::Outcome Reassembly::add(const MacAddress &source, const Fragment &fr
     const Key key{source, fragment.type, fragment.id, fragment.relay};
     auto at = entries_.find(key);
     if (at != entries_.end() && now - at->second.since >= kLifetime) {
-        remove(at);
+        giveUp(at, kLate);
         at = entries_.end();
     }
     if (at != entries_.end() && at->second.bodies.contains(fragment.index)) return {};
@@ -29,7 +31,7 @@ Reassembly::Outcome Reassembly::add(const MacAddress &source, const Fragment &fr
     }
 
     makeRoom(fragment.body.size(), at == entries_.end());
-    at = entries_.try_emplace(key, Entry{now, 0, -1, {}}).first;  // makeRoom may have taken it
+    at = entries_.try_emplace(key, Entry{now, fragment.port, 0, -1, {}}).first;  // makeRoom may have taken it
     Entry &entry = at->second;
     entry.bodies.emplace(fragment.index, Bytes(fragment.body.begin(), fragment.body.end()));
     entry.bytes += fragment.body.size();
@@ -56,7 +58,7 @@ size_t Reassembly::expire(Time now) {
     for (auto at = entries_.begin(); at != entries_.end();) {
         const auto next = std::next(at);
         if (now - at->second.since >= kLifetime) {
-            remove(at);
+            giveUp(at, kLate);
             ++count;
         }
         at = next;
@@ -73,7 +75,7 @@ Time Reassembly::nextExpiry() const {
 
 void Reassembly::makeRoom(size_t bytes, bool newMessage) {
     while (!entries_.empty() && (bytes > kMaxBytes - bytes_ || (newMessage && entries_.size() >= kMaxMessages))) {
-        remove(oldest());
+        giveUp(oldest(), "too many fragments of other messages came");
         ++evicted_;
     }
 }
@@ -81,6 +83,11 @@ void Reassembly::makeRoom(size_t bytes, bool newMessage) {
 Reassembly::Entries::iterator Reassembly::oldest() {
     return std::min_element(entries_.begin(), entries_.end(),
                             [](const auto &a, const auto &b) { return a.second.since < b.second.since; });
+}
+
+void Reassembly::giveUp(Entries::iterator at, const char *reason) {
+    lost_ = Lost{at->first.source, at->first.type, at->second.port, reason};
+    remove(at);
 }
 
 void Reassembly::remove(Entries::iterator at) {

@@ -2,6 +2,8 @@
 #pragma once
 
 #include <map>
+#include <optional>
+#include <utility>
 
 #include "cmdu.h"
 
@@ -20,6 +22,14 @@ class Reassembly {
         Message message;  // filled when Complete
     };
 
+    // A message that was given up unfinished.
+    struct Lost {
+        MacAddress source;
+        uint16_t type;
+        size_t port;  // of its first fragment
+        const char *reason;
+    };
+
     // Take one fragment from the Ethernet address `source`, in any order; a repeated one is ignored.
     Outcome add(const MacAddress &source, const Fragment &fragment, Time now);
 
@@ -28,6 +38,8 @@ class Reassembly {
 
     // Messages that gave way to newer ones since the start.
     uint64_t evicted() const { return evicted_; }
+    // The last one given up since this was asked; nothing when there was none.
+    std::optional<Lost> takeLost() { return std::exchange(lost_, std::nullopt); }
     size_t waiting() const { return entries_.size(); }
     // When expire() has something to do next; Time::max() when nothing waits.
     Time nextExpiry() const;
@@ -42,6 +54,7 @@ class Reassembly {
     };
     struct Entry {
         Time since;
+        size_t port;
         size_t bytes = 0;
         int last = -1;  // index of the last fragment, -1 while unknown
         std::map<int, Bytes> bodies;
@@ -52,12 +65,14 @@ class Reassembly {
     using Entries = std::map<Key, Entry>;
 
     void remove(Entries::iterator at);
+    void giveUp(Entries::iterator at, const char *reason);
     void makeRoom(size_t bytes, bool newMessage);
     Entries::iterator oldest();
 
     Entries entries_;
     size_t bytes_ = 0;
     uint64_t evicted_ = 0;
+    std::optional<Lost> lost_;
 };
 
 }  // namespace kv1905d

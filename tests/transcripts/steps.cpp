@@ -530,15 +530,9 @@ const Row kActs[] = {
 const Row kCircumstances[] = {
     {"clock", [](ScriptedDevice &, ScriptWords &in) { setClock(kScriptStart + static_cast<int32_t>(in.number())); }},
     {"device", [](ScriptedDevice &device, ScriptWords &in) { deviceAt(device, in.mac()); }},
-    {"disown", [](ScriptedDevice &device, ScriptWords &in) { device.host.owners.erase(in.mac()); }},
     {"fail", failNext},
     {"file", putFile},
     {"forget", forgetDevice},
-    {"nvram",
-     [](ScriptedDevice &, ScriptWords &in) {
-         const std::string name = in.text();
-         nvram()[name] = in.text();
-     }},
     {"owner",
      [](ScriptedDevice &device, ScriptWords &in) {
          const Mac mac = in.mac();
@@ -548,7 +542,6 @@ const Row kCircumstances[] = {
     {"script", putScript},
     {"set", set},
     {"stations", writeStations},
-    {"touch", [](ScriptedDevice &, ScriptWords &in) { touchFile(scriptPath(in.text())); }},
 };
 
 }  // namespace

@@ -1,0 +1,283 @@
+#include "trace.h"
+
+#include <algorithm>
+#include <charconv>
+#include <cstdio>
+#include <iterator>
+
+#include "ieee1905/topology_tlvs.h"
+
+namespace kv1905d {
+namespace {
+
+template <typename... Values>
+std::string formatted(const char *format, Values... values) {
+    char text[64];
+    std::snprintf(text, sizeof text, format, values...);
+    return text;
+}
+
+std::string counted(size_t count, const char *noun) {
+    return std::to_string(count) + " " + noun + (count == 1 ? "" : "s");
+}
+
+std::string quoted(ByteView bytes) {
+    std::string text = "\"";
+    for (const uint8_t byte : bytes) {
+        const bool plain = byte >= 0x20 && byte < 0x7F && byte != '"' && byte != '\\';
+        text += plain ? std::string(1, static_cast<char>(byte)) : formatted("\\x%02x", byte);
+    }
+    return text + '"';
+}
+
+// Bytes of a message and what is said about them. Reading past the end yields zero and counts what was missing.
+class Payload {
+  public:
+    explicit Payload(ByteView data) : reader_(data) {}
+
+    ByteView take(size_t count) {
+        const size_t present = std::min(count, reader_.remaining());
+        missing_ += count - present;
+        return reader_.bytes(present);
+    }
+    // A number above the limit is one that receivers refuse.
+    unsigned number(size_t width, unsigned limit = 0xFFFF) {
+        unsigned value = 0;
+        for (const uint8_t byte : take(width))
+            value = value << 8 | byte;
+        if (value > limit) fail(formatted("%u is above the limit of %u", value, limit));
+        return value;
+    }
+    MacAddress mac() {
+        const ByteView bytes = take(6);
+        return bytes.size() == 6 ? MacAddress::copyOf(bytes.data()) : MacAddress{};
+    }
+    ByteView rest() { return reader_.rest(); }
+    size_t remaining() const { return reader_.remaining(); }
+
+    void say(const std::string &word) { words_ += (words_.empty() ? "" : " ") + word; }
+    void fail(const std::string &fault) {
+        if (fault_.empty()) fault_ = fault;
+    }
+    std::string words() const {
+        if (missing_ > 0) return "malformed: " + counted(missing_, "byte") + " too short";
+        return fault_.empty() ? words_ : "malformed: " + fault_;
+    }
+    bool isWhole() const { return missing_ == 0; }
+
+  private:
+    WireReader reader_;
+    size_t missing_ = 0;
+    std::string words_;
+    std::string fault_;
+};
+
+// ---- Parts of a layout: each reads its bytes and says what matters of them.
+
+using Part = void (*)(Payload &);
+
+struct CodeName {
+    unsigned code;
+    const char *name;
+};
+constexpr CodeName kResults[] = {{0, "Success"}, {7, "Not this device"}, {16, "Refused or failed"}};
+constexpr CodeName kPowerStates[] = {{0, "on"}, {1, "power save"}, {2, "off"}, {255, "not known"}};
+
+template <size_t Size>
+std::string nameOf(const CodeName (&names)[Size], unsigned code, const char *unknown) {
+    const auto at = std::find_if(names, names + Size, [&](const CodeName &each) { return each.code == code; });
+    return at == names + Size ? formatted(unknown, code) : at->name;
+}
+
+void target(Payload &in) {
+    in.say("for " + in.mac().text());
+}
+
+void station(Payload &in) {
+    in.say("of " + in.mac().text());
+}
+
+template <size_t Size>
+void skipped(Payload &in) {
+    in.take(Size);
+}
+
+void result(Payload &in) {
+    const unsigned code = in.number(1);
+    in.say(formatted("%u (%s)", code, nameOf(kResults, code, "unknown").c_str()));
+}
+
+void attributes(Payload &in) {
+    const unsigned count = in.number(1);
+    in.say(counted(count, "attribute"));
+    for (unsigned i = 0; i < count; ++i) {
+        in.take(1);  // type
+        in.take(in.number(2));
+    }
+}
+
+template <size_t EntrySize>
+void interfaces(Payload &in) {
+    const unsigned count = in.number(1, 30);
+    in.say(counted(count, "interface"));
+    in.take(count * EntrySize);
+}
+
+void stations(Payload &in) {
+    const unsigned count = in.number(1);
+    in.say(counted(count, "station"));
+    in.take(size_t{count} * 24);
+}
+
+void powerState(Payload &in) {
+    in.say(nameOf(kPowerStates, in.number(1), "power state %u"));
+}
+
+void firmware(Payload &in) {
+    in.say(formatted("option %u", in.number(1)));
+    in.take(in.number(2, 1 + 1023));  // topology option and URL
+}
+
+void ledOption(Payload &in) {
+    in.say(in.number(1) == 0 ? "off" : "on");
+}
+
+template <size_t Width, unsigned Limit>
+void text(Payload &in) {
+    in.say(quoted(in.take(in.number(Width, Limit))));
+}
+
+void password(Payload &in) {
+    in.say("password of " + counted(in.number(2, 255), "byte"));
+    in.take(256);  // scrambled
+}
+
+// Three digits, then as many characters; a NUL ends the text.
+void stationRecords(Payload &in) {
+    const ByteView whole = in.take(in.number(2, 1300));
+    Payload records(whole.first(static_cast<size_t>(std::find(whole.begin(), whole.end(), 0) - whole.begin())));
+    size_t count = 0;
+    for (; records.remaining() > 0; ++count) {
+        const ByteView digits = records.take(3);
+        const char *begin = reinterpret_cast<const char *>(digits.data()), *end = begin + digits.size();
+        unsigned length = 0;
+        const bool isNumber = std::from_chars(begin, end, length).ptr == end;
+        records.take(length);
+        if (!isNumber || length > 513 || !records.isWhole())
+            return in.fail(formatted("record %zu does not fit", count + 1));
+    }
+    in.say(counted(count, "station"));
+}
+
+void measurement(Payload &in) {
+    station(in);
+    in.take(6);  // zero, two rates
+    in.say(formatted("%d dBm", static_cast<int8_t>(in.number(1))));
+    in.take(4);
+}
+
+// ---- Messages: a row per type.
+
+struct Row {
+    unsigned type;
+    const char *name;
+    Part layout[3];
+};
+
+constexpr Row kMakerRows[] = {
+    {0, "CONF_QUERY", {target}},
+    {1, "CONF_RESP", {skipped<6>, attributes}},
+    {2, "INTF_PWR_STATE_QUERY", {target}},
+    {3, "INTF_PWR_STATE_RESP", {skipped<6>, interfaces<9>}},
+    {4, "REBOOT_REQ", {target}},
+    {5, "REBOOT_RESP", {result}},
+    {6, "INTF_PWR_CTRL_REQ", {target, interfaces<8>, powerState}},
+    {7, "INTF_PWR_CTRL_RESP", {interfaces<9>}},
+    {8, "WIFI_STATE_REQ", {target}},
+    {9, "WIFI_STATE_RESP", {stations}},
+    {20, "FW_CTRL_REQ", {firmware}},
+    {21, "FW_CTRL_RESP", {result}},
+    {22, "RESET_DEFAULT_REQ", {target}},
+    {23, "RESET_DEFAULT_RESP", {result}},
+    {25, "COMMAND_REQ", {skipped<2>, text<2, 2047>}},
+    {26, "PARTIAL_RESET_DEFAULT_REQ", {target}},
+    {27, "PARTIAL_RESET_DEFAULT_RESP", {result}},
+    {32, "COMMAND_RESP", {result}},
+    {33, "LED_CTRL_REQ", {target, ledOption}},
+    {34, "LED_CTRL_MCAST", {target, ledOption}},
+    {35, "LED_CTRL_RESP", {result}},
+    {36, "WIFI_CLIENT_MCAST2", {skipped<6>, stationRecords}},
+    {69, "SYNC_CTRL_PWD_RESP", {skipped<6>, password}},
+    {70, "SYNC_CTRL_PWD_REQ", {target}},
+    {76, "SYNC_CTRL_COUNTRY_BCN_REQ", {target}},
+    {77, "SYNC_CTRL_COUNTRY_BCN_RESP", {skipped<6>, text<1, 4>}},
+};
+
+// Receivers know these types only to refuse them.
+constexpr unsigned kReserved[] = {10, 11, 12, 16, 17, 18, 19, 42, 43, 44, 49, 50};
+
+constexpr Row kIntelRows[] = {
+    {0x67, "RSSI_MEASUREMENT_REQ", {station}},
+    {0x68, "RSSI_MEASUREMENT_RESP", {measurement}},
+    {0x6A, "RSSI_MEASUREMENT_NOTIFY", {measurement}},
+};
+
+// ---- Envelopes
+
+struct Family {
+    uint32_t oui;
+    size_t beforeType, typeSize, afterType;  // bytes
+    bool tellsLength;                        // of the payload, in two bytes before it
+    const char *unknown;
+    std::span<const Row> rows;
+    std::span<const unsigned> reserved;
+};
+
+constexpr Family kFamilies[] = {
+    {0x024EA7, 8, 2, 0, true, "unknown type %u", kMakerRows, kReserved},
+    {0x000347, 6, 1, 12, false, "unknown Intel type 0x%02x", kIntelRows, {}},
+};
+
+using Told = std::pair<std::string, std::string>;  // a message's name and what it says
+
+Told messageOf(const Family &family, ByteView body) {
+    Payload envelope(body);
+    envelope.take(family.beforeType);
+    const unsigned type = envelope.number(family.typeSize);
+    if (!envelope.isWhole()) return {"message without a type", envelope.words()};
+    envelope.take(family.afterType);
+    Payload payload(family.tellsLength ? envelope.take(envelope.number(2)) : envelope.rest());
+    const auto row = std::find_if(family.rows.begin(), family.rows.end(), [&](const Row &r) { return r.type == type; });
+    std::string name;
+    if (row == family.rows.end()) {
+        const bool reserved = std::find(family.reserved.begin(), family.reserved.end(), type) != family.reserved.end();
+        name = formatted(reserved ? "RESERVED_%u" : family.unknown, type);
+        payload.say(counted(payload.remaining(), "byte"));
+    } else {
+        name = row->name;
+        for (const Part part : row->layout) {
+            if (part != nullptr) part(payload);
+        }
+    }
+    return {name, envelope.isWhole() ? payload.words() : envelope.words()};
+}
+
+Told told(ByteView value) {
+    const std::optional<VendorSpecific> vendor = parseVendorSpecific(value);
+    if (!vendor) return {"message without an OUI", counted(value.size(), "byte")};
+    for (const Family &family : kFamilies) {
+        if (family.oui == vendor->oui) return messageOf(family, vendor->data);
+    }
+    return {formatted("message of OUI %06x", vendor->oui), counted(vendor->data.size(), "byte")};
+}
+
+}  // namespace
+
+std::string traceLine(Way way, std::string_view peer, uint16_t msgId, ByteView value) {
+    const auto [name, words] = told(value);
+    const bool in = way == Way::In;
+    return (in ? "in   " : "out  ") + name + (in ? " from " : " to ") + std::string(peer) +
+           formatted(" msgId 0x%04x: ", msgId) + words;
+}
+
+}  // namespace kv1905d

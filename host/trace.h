@@ -1,0 +1,19 @@
+// One readable line per vendor message, for `kv1905d --trace`.
+#pragma once
+
+#include <string>
+#include <string_view>
+
+#include "ieee1905/wire.h"
+
+namespace kv1905d {
+
+enum class Way { In, Out };
+
+/*
+ * `value`: that of a vendor-specific TLV, its OUI first. `peer`: the other end's AL MAC, or a word for many. The line
+ * is printable ASCII without an end of line, whatever the value holds. Of a password it tells the length alone.
+ */
+std::string traceLine(Way way, std::string_view peer, uint16_t msgId, ByteView value);
+
+}  // namespace kv1905d

@@ -1,0 +1,87 @@
+#include "trace.h"
+
+#include <map>
+#include <tuple>
+
+#include "host_support.h"
+#include "protocol/intel_message.h"
+#include "support/sample_messages.h"
+
+namespace kv1905d {
+namespace {
+
+std::string lineOf(const Bytes &value) {
+    return traceLine(Way::In, "peer", 0x1001, value);
+}
+
+std::string makerLine(unsigned type, const Bytes &payload, size_t length) {
+    Bytes value = fromHex("024EA7 66778899AABB 0001 0000 0000");
+    value[12] = static_cast<uint8_t>(type);
+    value[13] = static_cast<uint8_t>(length >> 8);
+    value[14] = static_cast<uint8_t>(length);
+    value.insert(value.end(), payload.begin(), payload.end());
+    return lineOf(value);
+}
+
+TEST(Trace, NamesTheTypesAsThePluginDoes) {
+    for (unsigned type = 0; type <= 0xFF; ++type) {
+        const kv::MessageRow *row = kv::findMessageRow(static_cast<uint16_t>(type));
+        const std::string name = row != nullptr ? row->name : "unknown type " + std::to_string(type);
+        EXPECT_TRUE(makerLine(type, {}, 0).starts_with("in   " + name + " from peer msgId 0x1001: ")) << name;
+        const kv::IntelMessageRow *intel = kv::findIntelMessageRow(static_cast<uint8_t>(type));
+        Bytes value = fromHex("000347 01020304 0506 00 00 112233445566 00 0708 0000");
+        value[9] = static_cast<uint8_t>(type);
+        const std::string intelName = intel != nullptr ? intel->name : "unknown Intel type";
+        EXPECT_TRUE(lineOf(value).starts_with("in   " + intelName + " ")) << intelName;
+    }
+}
+
+TEST(Trace, TellsWhatMattersOfEachMessageAndWhatIsMissing) {
+    const std::string target = "for 00:11:22:33:44:55";
+    std::map<unsigned, std::string> words = {{1, "3 attributes"},
+                                             {3, "1 interface"},
+                                             {6, target + " 1 interface power save"},
+                                             {7, "1 interface"},
+                                             {9, "1 station"},
+                                             {20, "option 1"},
+                                             {33, target + " off"},
+                                             {36, "1 station"},
+                                             {34, "for 00:00:00:00:00:00 on"},
+                                             {77, "\"DE\""},
+                                             {69, "password of 2 bytes"},
+                                             {25, "\"2 00:11:22:33:44:55\""}};
+    for (const kvtest::SampleMessage &sample : kvtest::kSampleMessages) {
+        const Bytes payload = fromHex(sample.payload);
+        std::string &expected = words[sample.type];
+        if (expected.empty()) expected = payload.size() == 1 ? "0 (Success)" : target;
+        const std::string whole = makerLine(sample.type, payload, payload.size());
+        EXPECT_TRUE(whole.ends_with("0x1001: " + expected)) << whole;
+        for (const size_t length : {payload.size() - 1, payload.size()}) {
+            const std::string cut = makerLine(sample.type, prefix(payload, payload.size() - 1), length);
+            EXPECT_TRUE(cut.ends_with(": malformed: 1 byte too short")) << cut;
+        }
+    }
+}
+
+TEST(Trace, ShowsWhatDoesNotFitAndNothingThatATerminalWouldObey) {
+    const std::string maker = "024EA7 66778899AABB 0001 ";
+    const std::string rssi = "000347 01020304 0506 68 00 112233445566 00 0708 0000 020000000001 0000 ";
+    const std::tuple<std::string, std::string, std::string> rows[] = {
+        {"001122 1B5B", "message of OUI 001122", "2 bytes"},
+        {maker + "00", "message without a type", "malformed: 1 byte too short"},
+        {maker + "0005 0004 07", "REBOOT_RESP", "malformed: 3 bytes too short"},
+        {maker + "0019 0008 0001 0004 1B5C2241", "COMMAND_REQ", R"("\x1b\x5c\x22A")"},
+        {maker + "004D 000C 66778899AABB 05 4141414141", "SYNC_CTRL_COUNTRY_BCN_RESP",
+         "malformed: 5 is above the limit of 4"},
+        {maker + "0024 000E 66778899AABB 0006 3030327B7D30", "WIFI_CLIENT_MCAST2", "malformed: record 2 does not fit"},
+        {rssi + "0064 00C8 C4 1E 00 0000", "RSSI_MEASUREMENT_RESP", "of 02:00:00:00:00:01 -60 dBm"},
+        {rssi, "RSSI_MEASUREMENT_RESP", "malformed: 9 bytes too short"},
+    };
+    for (const auto &[value, name, words] : rows)
+        EXPECT_EQ(lineOf(fromHex(value)), "in   " + name + " from peer msgId 0x1001: " + words);
+    EXPECT_EQ(traceLine(Way::Out, "multicast", 1, {}),
+              "out  message without an OUI to multicast msgId 0x0001: 0 bytes");
+}
+
+}  // namespace
+}  // namespace kv1905d
