@@ -1,6 +1,7 @@
 #include "daemon.h"
 
 #include <sys/socket.h>
+#include <sys/time.h>
 
 #include <cerrno>
 #include <csignal>
@@ -141,7 +142,12 @@ void Daemon::receiveVendorTlv(const MacAddress &source, ByteView value, uint16_t
 
 // Line by line, so that a pipe shows each message at once.
 void Daemon::trace(Way way, std::string_view peer, uint16_t msgId, ByteView value) const {
-    std::puts(traceLine(way, peer, msgId, value).c_str());
+    timeval now{};
+    tm clock{};
+    gettimeofday(&now, nullptr);
+    localtime_r(&now.tv_sec, &clock);
+    std::printf("%02d:%02d:%02d.%03ld %s\n", clock.tm_hour, clock.tm_min, clock.tm_sec,
+                static_cast<long>(now.tv_usec / 1000), traceLine(way, peer, msgId, value).c_str());
     std::fflush(stdout);
 }
 

@@ -6,6 +6,7 @@
 #include <iterator>
 
 #include "ieee1905/topology_tlvs.h"
+#include "result_names.h"
 
 namespace kv1905d {
 namespace {
@@ -80,7 +81,6 @@ struct CodeName {
     unsigned code;
     const char *name;
 };
-constexpr CodeName kResults[] = {{0, "Success"}, {7, "Not this device"}, {16, "Refused or failed"}};
 constexpr CodeName kPowerStates[] = {{0, "on"}, {1, "power save"}, {2, "off"}, {255, "not known"}};
 
 template <size_t Size>
@@ -104,7 +104,9 @@ void skipped(Payload &in) {
 
 void result(Payload &in) {
     const unsigned code = in.number(1);
-    in.say(formatted("%u (%s)", code, nameOf(kResults, code, "unknown").c_str()));
+    const auto *at = std::find_if(std::begin(kResultMeanings), std::end(kResultMeanings),
+                                  [code](const Meaning &each) { return each.code == code; });
+    in.say(std::to_string(code) + " (" + (at == std::end(kResultMeanings) ? "unknown" : at->text) + ")");
 }
 
 void attributes(Payload &in) {

@@ -155,7 +155,10 @@ void declareOthers(Line &line) {
         if (line.options.post == nullptr) throw Failure(Status::BadArguments, unknownCode(line.code));
     });
 
-    CLI::App *show = declare(line, "show", "Show the network as the daemon knows it", "devices");
+    CLI::App *show = declare(
+        line, "show",
+        "Show the network as the daemon knows it, which is what each device told last; the controller knows most",
+        "devices");
     show->add_option("what", options.what, "What to show")->required()->check(CLI::IsMember(kShowable));
     show->add_option("al-mac", options.alMac, "The device to show");
     show->callback(sets(AppOptions::Action::Show, "show"));

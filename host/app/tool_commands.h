@@ -9,6 +9,7 @@
 #include <string_view>
 
 #include "command_socket.h"
+#include "result_names.h"
 
 namespace kv1905d {
 
@@ -20,17 +21,6 @@ enum class Answer {
     Sent,             // done when the daemon has sent it
     Agent,            // an agent reports a result
     AgentUnlessLocal  // the same, but the daemon's own device acts without a report
-};
-
-struct Meaning {
-    uint8_t code;
-    const char *text;
-};
-
-inline constexpr Meaning kCommonMeanings[] = {
-    {KV_RET_OK, "success"},
-    {KV_RET_NOT_FOUND, "the AL MAC is not this device's"},
-    {KV_RET_ERR, "refused or failed"},
 };
 
 inline constexpr Meaning kPowerMeanings[] = {
@@ -89,7 +79,8 @@ inline constexpr Argument kResultArguments[] = {
 };
 inline constexpr Argument kLedArguments[] = {
     kAlMac,
-    {"STATE", "on, off or a number from 0 (off) to 65535", Kind::Number, 0, UINT16_MAX, kLedWords},
+    {"STATE", "on, off or a number from 0 (off) to 255", Kind::Number, 0, UINT8_MAX,
+     kLedWords},  // of a byte on the wire
 };
 inline constexpr Argument kCountryArguments[] = {{"COUNTRY", "at most 4 characters", Kind::Text, 0, 4}};
 inline constexpr Argument kRemoteArguments[] = {
@@ -185,7 +176,7 @@ inline constexpr ToolCommand kToolCommands[] = {
      KV_CMD_COUNTRY_IN_BCN,
      Answer::None,
      {},
-     "Tell every device the country that its radios are to announce in their beacons",
+     "Tell every other device the country that its radios are to announce; who joins later asks for this device's own",
      "DE"},
     {"partial-reset",
      "20",
@@ -253,7 +244,7 @@ inline const ToolCommand *findRemoteCommand(std::string_view number) {
 }
 
 inline const char *meaningOf(const ToolCommand &command, uint8_t code) {
-    for (const std::span<const Meaning> rows : {command.meanings, std::span<const Meaning>(kCommonMeanings)}) {
+    for (const std::span<const Meaning> rows : {command.meanings, std::span<const Meaning>(kResultMeanings)}) {
         for (const Meaning &row : rows) {
             if (row.code == code) return row.text;
         }

@@ -143,7 +143,7 @@ TEST(RunCommand, ReachesTheDaemonAndEndsWithAStatusAndItsMeaning) {
         const char *posted;   // start of what the daemon gets, in hex; empty: nothing
         Effect effect = {1};
     } rows[] = {
-        {"reboot T", "07\n", Status::Refused, "not this device's", "02005E000200"},
+        {"reboot T", "07\n", Status::Refused, "not this device's AL MAC", "02005E000200"},
         {"reboot T", "02\n", Status::Refused, "not a result", "02005E000200"},
         {"reboot 02:00:5e:00:03:00", "", Status::NoDevice, "no such device", "02005E000300"},
         {"power T 02:00:5e:00:02:20 0x0103 off", "02\n", Status::Refused, "power state",
@@ -162,8 +162,8 @@ TEST(RunCommand, ReachesTheDaemonAndEndsWithAStatusAndItsMeaning) {
         {"reboot", "", Status::BadArguments, "AL-MAC is missing", ""},
         {"reboot T now", "", Status::BadArguments, "'now' is too much", ""},
         {"reset 02-00-5e-00-02-00", "", Status::BadArguments, "AL-MAC must be a MAC address", ""},
-        {"led T 65536", "", Status::BadArguments,
-         "STATE must be on, off or a number from 0 (off) to 65535, not '65536'", ""},
+        {"led T 256", "", Status::BadArguments,
+         "STATE must be on, off or a number from 0 (off) to 255, not '256'", ""},
         {"power T T 0103 1x", "", Status::BadArguments, "STATE must be on (0), off (2)", ""},
         {"power T T 00103 off", "", Status::BadArguments, "MEDIA-TYPE must be", ""},
         {"firmware T 1 1 " + std::string(2049, 'u'), "", Status::BadArguments, "URL must be at most 2048", ""},

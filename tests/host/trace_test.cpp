@@ -53,7 +53,7 @@ TEST(Trace, TellsWhatMattersOfEachMessageAndWhatIsMissing) {
     for (const kvtest::SampleMessage &sample : kvtest::kSampleMessages) {
         const Bytes payload = fromHex(sample.payload);
         std::string &expected = words[sample.type];
-        if (expected.empty()) expected = payload.size() == 1 ? "0 (Success)" : target;
+        if (expected.empty()) expected = payload.size() == 1 ? "0 (success)" : target;
         const std::string whole = makerLine(sample.type, payload, payload.size());
         EXPECT_TRUE(whole.ends_with("0x1001: " + expected)) << whole;
         for (const size_t length : {payload.size() - 1, payload.size()}) {

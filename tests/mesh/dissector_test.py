@@ -77,7 +77,7 @@ RESULTS = {5: "REBOOT_RESP", 21: "FW_CTRL_RESP", 23: "RESET_DEFAULT_RESP", 27: "
 # Message type, payload, Info column, fields without their "kv1905.".
 MESSAGES = [
     *((kind, TO, f"{name} to {AGENT}", TARGET) for kind, name in TARGETED.items()),
-    *((kind, b"\7", f"{name} 7 (Not this device)", {"result": "7"}) for kind, name in RESULTS.items()),
+    *((kind, b"\7", f"{name} 7 (not this device's AL MAC)", {"result": "7"}) for kind, name in RESULTS.items()),
     (0, TO, f"CONF_QUERY to {AGENT}", {**TARGET, "al_mac": SENDER, "type": "0", "payload_len": "6", "marker": "00 01"}),
     (1, ATTRIBUTES, "CONF_RESP 3 attributes",
      {"conf.al_mac": SENDER, "conf.attr.type": "0,7,116", "conf.attr.len": "1,3,0", "conf.reboot_cap": "1",
@@ -130,7 +130,7 @@ OTHERS = [
     (wsc(EXTENSION), "AP configuration",
      {"wsc.element.id": "1,2,3,4,7", "bss.band": "0x02", "bss.attribute": "0x01", "bss.mdid": "0x1234",
       "bss.tci": "0x0002", "bss.ext_attribute": "0x05"}),
-    (frame_of(maker_message("c0:00:19:02:00:00", 5, b"\0")), "REBOOT_RESP 0 (Success)", {"element.type": ""}),
+    (frame_of(maker_message("c0:00:19:02:00:00", 5, b"\0")), "REBOOT_RESP 0 (success)", {"element.type": ""}),
     (frame_of(b"\xAA\xBB\xCC" + bytes(20)), "Vendor specific", {"type": "", "intel.type": ""}),
 ]
 
@@ -179,9 +179,10 @@ class Tables(unittest.TestCase):
             (plugins / DISSECTOR.name).symlink_to(DISSECTOR)
             values, fields = ([line.split("\t") for line in run("tshark", "-G", what, env={**os.environ, "HOME": home})
                                .stdout.splitlines() if "\tkv1905." in line] for what in ("values", "fields"))
+        results = re.findall(r'\{(\d+), "(.+)"\}', (ROOT / "host" / "result_names.h").read_text())
         messages = self.enumerators("protocol/message_row.h", "VEND_MSG_TYPE_")
         for field, expected in (
-                ("type", messages),
+                ("type", messages), ("result", {int(code): text for code, text in results}),
                 ("intel.type", self.enumerators("features/wifi_clients/rssi_measurement.h", "INTEL_MSG_TYPE_")),
                 ("conf.attr.type", self.enumerators(ATTRIBUTE_TABLE, "CONF_ATTR_"))):
             told = {int(row[2], 0): row[3] for row in values if row[1] == f"kv1905.{field}"}

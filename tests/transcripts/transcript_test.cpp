@@ -46,10 +46,10 @@ void expectSame(const std::string &path, const std::vector<std::string> &expecte
         file << line << '\n';
     }
     const auto show = [](const auto &at, const auto &end) { return at == end ? std::string("(the end)") : *at; };
-    ADD_FAILURE() << path << ":" << old - expected.begin() + 1 << ": expected\n"
+    ADD_FAILURE() << copy << ":" << old - expected.begin() + 1 << ": expected\n"
                   << show(old, expected.end()) << "\nfound\n"
-                  << show(now, found.end()) << "\nThe whole is in " << copy
-                  << " of the build tree; when that is meant, copy it over.";
+                  << show(now, found.end()) << "\nwhich may not be all: compare " << copy
+                  << " of the build tree with that in tests/transcripts, and copy it over when that is meant.";
 }
 
 bool isOutcome(const std::string &line) {

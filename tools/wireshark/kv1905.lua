@@ -276,7 +276,7 @@ local mediaTypes = {
     [0x0109] = "IEEE 802.11be",
 }
 local powerStates = { [0] = "On", [1] = "Power save", [2] = "Off", [255] = "Not known" }
-local results = { [0] = "Success", [7] = "Not this device", [16] = "Refused or failed" }
+local results = { [0] = "success", [7] = "not this device's AL MAC", [16] = "refused or failed, see its log" }
 local interfaceResults = {
     [0] = "Applied", [1] = "No such interface", [2] = "Power state not supported", [7] = "Not this device",
     [16] = "Not allowed", [64] = "Not available by media type",
