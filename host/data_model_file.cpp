@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <json-c/json.h>
+#include <json-c/printbuf.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -19,10 +20,11 @@ namespace {
 
 // ---- JSON values. A value belongs to the one that holds it; handing it to add() passes it on.
 
+class JsonList;
+
 class Json {
   public:
     static Json object() { return Json(json_object_new_object()); }
-    static Json array() { return Json(json_object_new_array()); }
     static Json text(const std::string &value) {
         const std::string valid = validUtf8(value);
         return Json(json_object_new_string_len(valid.data(), static_cast<int>(valid.size())));
@@ -45,24 +47,60 @@ class Json {
         if (json_object_object_add(value_, key, nullptr) != 0) throw std::bad_alloc();
         return *this;
     }
-    Json &add(Json value) {
-        if (json_object_array_add(value_, value.value_) != 0) throw std::bad_alloc();
-        value.value_ = nullptr;
-        return *this;
-    }
+    Json &add(const char *key, const JsonList &list);
     // A list and the number of its entries, which must agree.
-    Json &addCounted(const char *countKey, const char *listKey, Json list) {
-        add(countKey, number(json_object_array_length(list.value_)));
-        return add(listKey, std::move(list));
-    }
-    std::string print() const { return json_object_to_json_string_ext(value_, JSON_C_TO_STRING_PRETTY); }
+    Json &addCounted(const char *countKey, const char *listKey, const JsonList &list);
+    const char *print(int flags) const { return json_object_to_json_string_ext(value_, flags); }
 
   private:
     explicit Json(json_object *value) : value_(value) {
         if (value == nullptr) throw std::bad_alloc();
     }
+    static int printAsIs(json_object *text, printbuf *out, int, int) {
+        return printbuf_memappend(out, json_object_get_string(text), json_object_get_string_len(text));
+    }
     json_object *value_;
 };
+
+// The text of a list, an entry a line. Entries are printed as they come: stations by the thousand take ten times as
+// much memory as values than as text.
+class JsonList {
+  public:
+    void add(const Json &entry) {
+        text_ += count_++ == 0 ? "[\n" : ",\n";
+        text_ += entry.print(JSON_C_TO_STRING_SPACED);
+    }
+    size_t count() const { return count_; }
+    std::string text() const { return count_ == 0 ? "[]" : text_ + "\n]"; }
+
+  private:
+    std::string text_;
+    size_t count_ = 0;
+};
+
+Json &Json::add(const char *key, const JsonList &list) {
+    const std::string text = list.text();
+    Json value(json_object_new_string_len(text.data(), static_cast<int>(text.size())));
+    json_object_set_serializer(value.value_, printAsIs, nullptr, nullptr);
+    return add(key, std::move(value));
+}
+
+Json &Json::addCounted(const char *countKey, const char *listKey, const JsonList &list) {
+    add(countKey, number(list.count()));
+    return add(listKey, list);
+}
+
+// fill(json, entry) says what is told of an entry.
+template <typename Range, typename Fill>
+JsonList listOf(const Range &entries, Fill fill) {
+    JsonList list;
+    for (const auto &entry : entries) {
+        Json json = Json::object();
+        fill(json, entry);
+        list.add(json);
+    }
+    return list;
+}
 
 Json timeJson(time_t when) {
     if (when == 0) return Json::text("");
@@ -170,8 +208,8 @@ Json stationJson(const WIFINeighborEntry &station, time_t now) {
     return json;
 }
 
-Json stationsJson(const Device &device, Band band, time_t now) {
-    Json list = Json::array();
+JsonList stationsJson(const Device &device, Band band, time_t now) {
+    JsonList list;
     for (const WIFINeighborEntry *at = device.vendor.data()->wifiNbrHead; at != nullptr; at = at->next) {
         if (bandOf(*at) == band) list.add(stationJson(*at, now));
     }
@@ -206,7 +244,7 @@ const DeviceInterface *stationRadio(const DataModelView &view, const Device &dev
 
 Json radioJson(const DataModelView &view, const Device &device, const DeviceInterface &radio) {
     const Band band = wifiBand(radio.facts.mediaType);
-    Json networks = Json::array();
+    JsonList networks;
     if (const std::optional<Bss> bss = bssOf(view, device, radio, band)) {
         Json network = Json::object();
         network.add("BSSID", Json::mac(bss->bssid));
@@ -214,19 +252,19 @@ Json radioJson(const DataModelView &view, const Device &device, const DeviceInte
         network.add("Enabled", Json::boolean(radio.vendor.pwrState == 0));
         const bool hasStations = stationRadio(view, device, band) == &radio;
         network.addCounted("NumberOfSTA", "STAList",
-                           hasStations ? stationsJson(device, band, view.wallClock) : Json::array());
-        networks.add(std::move(network));
+                           hasStations ? stationsJson(device, band, view.wallClock) : JsonList());
+        networks.add(network);
     }
     Json json = Json::object();
     json.add("ID", Json::mac(radio.facts.mac));
     json.add("Enabled", Json::boolean(radio.vendor.pwrState == 0));
-    json.addCounted("NumberOfBSS", "BSSList", std::move(networks));
+    json.addCounted("NumberOfBSS", "BSSList", networks);
     return json;
 }
 
 // ---- Every station, also of devices whose networks are not known
 
-void addStations(Json &list, const DataModelView &view, const Device &device) {
+void addStations(JsonList &list, const DataModelView &view, const Device &device) {
     std::optional<Bss> networks[std::size(kBandNames)];
     for (const Band band : {kBand24, kBand5}) {
         if (const DeviceInterface *radio = stationRadio(view, device, band)) {
@@ -248,59 +286,42 @@ void addStations(Json &list, const DataModelView &view, const Device &device) {
         json.add("SNR", Json::integer(at->SNR));    // dB
         json.add("SignalLevel", Json::number(at->signalLevel));
         json.add("Rate", rateJson(at->Rate));
-        list.add(std::move(json));
+        list.add(json);
     }
 }
 
 // ---- BSSs as devices told of them
 
-Json mdidsJson(const Device &device) {
-    Json list = Json::array();
-    for (const MdidEntry &entry : device.bss.mdids) {
-        Json json = Json::object();
-        json.add("BSSID", Json::mac(entry.bssid));
-        json.add("Mdid", Json::number(entry.mdid));
-        json.add("Enabled", Json::boolean(entry.enabled));
-        list.add(std::move(json));
-    }
-    return list;
+void fillMdid(Json &json, const MdidEntry &entry) {
+    json.add("BSSID", Json::mac(entry.bssid));
+    json.add("Mdid", Json::number(entry.mdid));
+    json.add("Enabled", Json::boolean(entry.enabled));
 }
 
-Json bssConfigurationsJson(const Device &device) {
-    Json list = Json::array();
-    for (const BssConfiguration &entry : device.bss.configurations) {
-        Json json = Json::object();
-        json.add("BandIndex", Json::number(entry.bandIndex));
-        json.add("Attribute", Json::number(entry.attribute));
-        json.add("Mdid", Json::number(entry.mdid));
-        json.add("Tci", Json::number(entry.tci));
-        json.add("WlMode", Json::number(entry.wlMode));
-        json.add("ExtAttribute", Json::number(entry.extAttribute));
-        list.add(std::move(json));
-    }
-    return list;
+void fillBssConfiguration(Json &json, const BssConfiguration &entry) {
+    json.add("BandIndex", Json::number(entry.bandIndex));
+    json.add("Attribute", Json::number(entry.attribute));
+    json.add("Mdid", Json::number(entry.mdid));
+    json.add("Tci", Json::number(entry.tci));
+    json.add("WlMode", Json::number(entry.wlMode));
+    json.add("ExtAttribute", Json::number(entry.extAttribute));
 }
 
-Json apConfigurationsJson(const Device &device) {
-    Json list = Json::array();
-    for (const auto &[band, bss] : device.apConfigurations) {
-        Json json = Json::object();
-        json.add("Band", Json::text(kBandNames[band]));
-        json.add("BandIndex", Json::number(bss.BandIndex));
-        json.add("Attribute", Json::number(bss.Attribute));
-        json.add("Mdid", Json::number(bss.MDID));
-        json.add("Tci", Json::number(bss.TCI));
-        json.add("ExtAttribute", Json::number(bss.ExtAttribute));
-        list.add(std::move(json));
-    }
-    return list;
+void fillApConfiguration(Json &json, const std::pair<const Band, KvBssInfo> &entry) {
+    const auto &[band, bss] = entry;
+    json.add("Band", Json::text(kBandNames[band]));
+    json.add("BandIndex", Json::number(bss.BandIndex));
+    json.add("Attribute", Json::number(bss.Attribute));
+    json.add("Mdid", Json::number(bss.MDID));
+    json.add("Tci", Json::number(bss.TCI));
+    json.add("ExtAttribute", Json::number(bss.ExtAttribute));
 }
 
 // ---- The two roots
 
 Json deviceJson(const DataModelView &view, const Device &device) {
     const KvDevVendorData &record = *device.vendor.data();
-    Json radios = Json::array();
+    JsonList radios;
     for (const DeviceInterface &interface : device.interfaces) {
         if (isWifi(interface)) radios.add(radioJson(view, device, interface));
     }
@@ -309,24 +330,24 @@ Json deviceJson(const DataModelView &view, const Device &device) {
     json.add("Manufacturer", Json::text(""));
     json.add("ManufacturerModel", Json::text(fixedText(record.modelName, sizeof record.modelName)));
     json.add("SoftwareVersion", Json::text(fixedText(record.fwVersion, sizeof record.fwVersion)));
-    json.addCounted("NumberOfRadios", "RadioList", std::move(radios));
+    json.addCounted("NumberOfRadios", "RadioList", radios);
     return json;
 }
 
 Json networkJson(const DataModelView &view) {
-    Json devices = Json::array();
+    JsonList devices;
     for (const auto &[alMac, device] : view.topology.devices())
         devices.add(deviceJson(view, *device));
     Json json = Json::object();
     json.add("ID", Json::mac(view.topology.local().alMac));
     json.add("TimeStamp", timeJson(view.wallClock));
-    json.addCounted("NumberOfDevices", "DeviceList", std::move(devices));
+    json.addCounted("NumberOfDevices", "DeviceList", devices);
     return json;
 }
 
 // Who the device says are its neighbours, and over which of its interfaces.
-Json neighboursJson(const Device &device) {
-    Json list = Json::array();
+JsonList neighboursJson(const Device &device) {
+    JsonList list;
     for (const Ieee1905Neighbours &link : device.neighbours) {
         const auto isIt = [&](const DeviceInterface &each) { return each.facts.mac == link.localInterface; };
         const auto interface = std::find_if(device.interfaces.begin(), device.interfaces.end(), isIt);
@@ -340,7 +361,7 @@ Json neighboursJson(const Device &device) {
                 json.addNull("MediaType");  // an interface that the device does not list
             }
             json.add("ViaBridge", Json::boolean(neighbour.viaBridge));
-            list.add(std::move(json));
+            list.add(json);
         }
     }
     return list;
@@ -363,9 +384,9 @@ Json vendorDeviceJson(const DataModelView &view, const Device &device, const std
         json.add(row.name, fieldJson(*device.vendor.data(), row));
     json.add("WifiNeighborCount", Json::number(device.local ? view.localStations : device.vendor.data()->wifiNbrNum));
     json.add("NeighborList", neighboursJson(device));
-    json.add("MdidList", mdidsJson(device));
-    json.add("BssConfigList", bssConfigurationsJson(device));
-    json.add("ApConfigurationList", apConfigurationsJson(device));
+    json.add("MdidList", listOf(device.bss.mdids, fillMdid));
+    json.add("BssConfigList", listOf(device.bss.configurations, fillBssConfiguration));
+    json.add("ApConfigurationList", listOf(device.apConfigurations, fillApConfiguration));
     return json;
 }
 
@@ -373,8 +394,8 @@ Json ownJson(const DataModelView &view) {
     Json counters = Json::object();
     for (const CounterRow &row : kCounterRows)
         counters.add(row.name, Json::number(view.counters.*row.field));
-    Json devices = Json::array();
-    Json stations = Json::array();
+    JsonList devices;
+    JsonList stations;
     const std::map<MacAddress, unsigned> hops = view.topology.hops();
     for (const auto &[alMac, device] : view.topology.devices()) {
         devices.add(vendorDeviceJson(view, *device, hops));
@@ -384,8 +405,8 @@ Json ownJson(const DataModelView &view) {
     json.add("Role", Json::text(view.role));
     json.add("Controller", Json::text(view.controller ? view.controller->text() : ""));
     json.add("Counters", std::move(counters));
-    json.addCounted("NumberOfDevices", "DeviceList", std::move(devices));
-    json.addCounted("NumberOfStations", "StationList", std::move(stations));
+    json.addCounted("NumberOfDevices", "DeviceList", devices);
+    json.addCounted("NumberOfStations", "StationList", stations);
     return json;
 }
 
@@ -422,7 +443,7 @@ std::string dataModelJson(const DataModelView &view) {
     Json root = Json::object();
     root.add("wfa-dataelements:Network", networkJson(view));
     root.add("kv1905", ownJson(view));
-    return root.print() + "\n";
+    return root.print(JSON_C_TO_STRING_PRETTY) + std::string("\n");
 }
 
 void replaceFile(const std::string &path, const std::string &text) {
