@@ -17,7 +17,7 @@ constexpr uint32_t kMaxAge = 600;  // seconds
 
 // Finds reported stations in a table. The table is a list that the host reads, so it carries no index: one walk along
 // it, as far as the last of the reported stations, notes where they are, and a merge costs one step per station, known
-// or reported. Without memory for a long report every search walks the table.
+// or reported. A single station, and every one of a long report without memory, is searched by a walk of its own.
 class TableIndex {
   public:
     TableIndex(WIFINeighborEntry *&table, const WIFINeighborEntry *reported) : table_(table), end_(&table) {
@@ -80,10 +80,15 @@ class TableIndex {
         for (; reported != nullptr; reported = reported->next) {
             ++count;
         }
+        if (count == 1) {  // a walk is all that it takes
+            return;
+        }
         while (count > capacity() / 2) {  // at least half of the slots stay free, so every probe ends soon
             ++bits_;
         }
+        std::memset(filter_, 0, sizeof filter_);
         if (bits_ == kSmallBits) {
+            std::memset(small_, 0, sizeof small_);
             slots_ = small_;
         } else {
             large_.reset(static_cast<Slot *>(std::calloc(capacity(), sizeof(Slot))));
@@ -111,8 +116,8 @@ class TableIndex {
     WIFINeighborEntry *&table_;
     WIFINeighborEntry **end_;  // the link to append at, once a search has missed
     unsigned bits_ = kSmallBits;
-    uint64_t filter_[16] = {};
-    Slot small_[size_t{1} << kSmallBits] = {};
+    uint64_t filter_[16];  // both set when there is an index
+    Slot small_[size_t{1} << kSmallBits];
     Owned<Slot[]> large_;
     Slot *slots_ = nullptr;
 };
