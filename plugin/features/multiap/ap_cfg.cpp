@@ -109,6 +109,7 @@ int wantedBand(uint8_t bandIndex) {
 }
 
 constexpr int kRadios = 2;
+constexpr size_t kRadioDigit = 2;  // in "wl0..."
 
 RememberedRadio radio;
 
@@ -121,9 +122,9 @@ constexpr size_t kBandIndexOffset = 2;
 
 void initExtAttribute(uint8_t bandIndex, KvBssInfo &bss) {
     const int index = radio.indexFor(bandIndex);
-    char name[32];
+    char name[32] = "wl0_extattr";
     if (bssNumber(bandIndex) == 0) {
-        std::snprintf(name, sizeof name, "wl%d_extattr", index);
+        name[kRadioDigit] = static_cast<char>('0' + index);
     } else {
         std::snprintf(name, sizeof name, "wl%d.%u_extattr", index, bssNumber(bandIndex));
     }
@@ -212,8 +213,8 @@ int RememberedRadio::indexFor(uint8_t bandIndex) {
     }
     const int wanted = wantedBand(bandIndex);
     for (int candidate = 0; candidate < kRadios; ++candidate) {
-        char name[24];
-        std::snprintf(name, sizeof name, "wl%d_nband", candidate);
+        char name[] = "wl0_nband";
+        name[kRadioDigit] = static_cast<char>('0' + candidate);
         const char *band = nvram_get(name);
         if (band != nullptr && std::atoi(band) == wanted) {
             index_ = candidate;
