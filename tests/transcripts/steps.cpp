@@ -105,11 +105,11 @@ void receiveCuts(ScriptedDevice &device, ScriptWords &in) {
 
 // ---- Calls
 
-using Call1 = std::function<long(ScriptedDevice &, ScriptWords &)>;
+using Callee = std::function<long(ScriptedDevice &, ScriptWords &)>;
 
 // A function whose arguments are addresses ("null" for none), texts and numbers, which stand in that order.
 template <typename Result, typename... Arguments>
-Call1 plain(Result (*function)(Arguments...)) {
+Callee plain(Result (*function)(Arguments...)) {
     return [function](ScriptedDevice &, [[maybe_unused]] ScriptWords &in) -> long {
         std::vector<Mac> macs;
         std::vector<std::string> texts;
@@ -238,9 +238,9 @@ long readChannel(ScriptedDevice &, ScriptWords &in) {
 
 #define PLAIN(name) \
     { #name, plain(name) }
-const std::map<std::string, Call1> &calls() {
+const std::map<std::string, Callee> &calls() {
     using namespace kv;
-    static const std::map<std::string, Call1> all = {
+    static const std::map<std::string, Callee> all = {
         PLAIN(kvMAP1905_ConfQuery_send),
         PLAIN(kvMAP1905_IntfPwrStateQuery_send),
         PLAIN(kvMAP1905_WifiStateQuery_send),
