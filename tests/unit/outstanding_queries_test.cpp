@@ -42,7 +42,7 @@ class OutstandingQueries : public testing::Test {
 
 TEST_F(OutstandingQueries, AFullTableForgetsTheOldestAndTheLowestAmongEquals) {
     fill([](size_t i) -> std::time_t { return i == 20 || i == 30 ? 0 : 1; });
-    for (const size_t forgotten : {20, 30, 0}) {
+    for (const size_t forgotten : {20u, 30u, 0u}) {
         table_.add(kAgent.data(), 0x77, 0, 1, kStart + 1);
         EXPECT_EQ(table_.at(forgotten).msgId, 0x77);
         EXPECT_EQ(table_.at(forgotten).retry, 0) << "what overwrites counts as a first send";
