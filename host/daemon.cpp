@@ -488,13 +488,13 @@ int Daemon::sendVendor(Reach reach, const KvVendMsgDest &dest, uint16_t *msgId) 
     const MacAddress destination = MacAddress::copyOf(dest.dstMac);
     const ByteView value(dest.buffer, dest.length);
     uint16_t ownId = 0;
-    uint16_t &id = msgId != nullptr ? *msgId : ownId;
-    const bool sent = node_->sendVendor(reach, destination, value, &id, monotonicNow());
+    uint16_t *const id = msgId != nullptr ? msgId : &ownId;
+    const bool sent = node_->sendVendor(reach, destination, value, id, monotonicNow());
     if (options_.trace) {
         std::string peer = reach == Reach::Unicast      ? destination.text()
                            : reach == Reach::Neighbours ? "multicast"
                                                         : "relayed multicast";
-        trace(Way::Out, peer + (sent ? "" : " (not sent)"), id, value);
+        trace(Way::Out, peer + (sent ? "" : " (not sent)"), *id, value);
     }
     return sent ? KV_RET_OK : KV_RET_ERR;
 }

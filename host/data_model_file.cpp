@@ -79,8 +79,8 @@ class JsonList {
 };
 
 Json &Json::add(const char *key, const JsonList &list) {
-    const std::string text = list.text();
-    Json value(json_object_new_string_len(text.data(), static_cast<int>(text.size())));
+    const std::string printed = list.text();
+    Json value(json_object_new_string_len(printed.data(), static_cast<int>(printed.size())));
     json_object_set_serializer(value.value_, printAsIs, nullptr, nullptr);
     return add(key, std::move(value));
 }

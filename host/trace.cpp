@@ -145,7 +145,7 @@ void ledOption(Payload &in) {
 }
 
 template <size_t Width, unsigned Limit>
-void text(Payload &in) {
+void writtenText(Payload &in) {
     in.say(quoted(in.take(in.number(Width, Limit))));
 }
 
@@ -201,7 +201,7 @@ constexpr Row kMakerRows[] = {
     {21, "FW_CTRL_RESP", {result}},
     {22, "RESET_DEFAULT_REQ", {target}},
     {23, "RESET_DEFAULT_RESP", {result}},
-    {25, "COMMAND_REQ", {skipped<2>, text<2, 2047>}},
+    {25, "COMMAND_REQ", {skipped<2>, writtenText<2, 2047>}},
     {26, "PARTIAL_RESET_DEFAULT_REQ", {target}},
     {27, "PARTIAL_RESET_DEFAULT_RESP", {result}},
     {32, "COMMAND_RESP", {result}},
@@ -212,7 +212,7 @@ constexpr Row kMakerRows[] = {
     {69, "SYNC_CTRL_PWD_RESP", {skipped<6>, password}},
     {70, "SYNC_CTRL_PWD_REQ", {target}},
     {76, "SYNC_CTRL_COUNTRY_BCN_REQ", {target}},
-    {77, "SYNC_CTRL_COUNTRY_BCN_RESP", {skipped<6>, text<1, 4>}},
+    {77, "SYNC_CTRL_COUNTRY_BCN_RESP", {skipped<6>, writtenText<1, 4>}},
 };
 
 // Receivers know these types only to refuse them.
