@@ -30,6 +30,7 @@ inline constexpr size_t kMaxCommandSize = 4096;  // bytes of one command buffer
 enum OwnCommand : uint32_t {
     kCommandRssi = 0x10001,           // AL MAC of the device to tell, MAC of a station of this device: 12 bytes
     kCommandQueryStations = 0x10002,  // AL MAC of the device to ask: 6 bytes
+    kCommandQueryPower = 0x10003,     // the same
 };
 
 enum class Target {
@@ -61,6 +62,7 @@ inline constexpr CommandRow kCommandRows[] = {
     {KV_CMD_UPDATE_DEVICE_INFO, 0, Target::None},
     {kCommandRssi, 2 * KV_MAC_LEN, Target::OtherDevice},
     {kCommandQueryStations, KV_MAC_LEN, Target::OtherDevice},
+    {kCommandQueryPower, KV_MAC_LEN, Target::OtherDevice},
 };
 
 // Null for a code without a row. Such a post is handed on all the same: the plug-in may know more codes.

@@ -131,6 +131,7 @@ NodeEvents Daemon::nodeEvents() {
 
 void Daemon::receiveVendorTlv(const MacAddress &source, ByteView value, uint16_t msgId) {
     if (options_.trace) trace(Way::In, source.text(), msgId, value);
+    complainOfMalformed(source, value);
     if (!plugin_ || !guard_.admits(source, value, onboarding_->controller(), node_->topology(), monotonicNow(),
                                    node_->arrivedOn().c_str()))
         return;
@@ -138,6 +139,15 @@ void Daemon::receiveVendorTlv(const MacAddress &source, ByteView value, uint16_t
     std::copy(source.bytes.begin(), source.bytes.end(), tlv.srcMac);
     tlv.value = value.data();
     plugin_->tlvHandle(&tlv, static_cast<uint32_t>(value.size()), msgId);
+}
+
+// The plug-in's own line about a message that it refuses does not tell where that came from.
+void Daemon::complainOfMalformed(const MacAddress &source, ByteView value) {
+    const std::string fault = faultOf(value);
+    unsigned held = 0;
+    if (fault.empty() || !complaints_.open(monotonicNow(), &held)) return;
+    KV_HOST_LOG(KV_LOG_WARNING, "%s: vendor message from %s: %s (%u more lines held back)", node_->arrivedOn().c_str(),
+                source.text().c_str(), fault.c_str(), held);
 }
 
 // Line by line, so that a pipe shows each message at once.
@@ -325,6 +335,7 @@ CommandActions Daemon::commandActions() {
 const Daemon::OwnCommandRow Daemon::kOwnCommands[] = {
     {kCommandRssi, &Daemon::notifyRssi},
     {kCommandQueryStations, &Daemon::queryStations},
+    {kCommandQueryPower, &Daemon::queryPower},
 };
 
 Effect Daemon::runCommand(uint32_t code, void *buffer) {
@@ -353,6 +364,10 @@ int Daemon::notifyRssi(const uint8_t *buffer) {
 
 int Daemon::queryStations(const uint8_t *buffer) {
     return plugin_->wifiStateQuerySend(buffer, 0);
+}
+
+int Daemon::queryPower(const uint8_t *buffer) {
+    return plugin_->powerQuerySend(buffer, 0);
 }
 
 // ---- The controller's duties

@@ -58,6 +58,7 @@ class Daemon final : private PluginHost {
     void watch(Watch &watch);
     void readFrames(Watch &watch);
     void receiveVendorTlv(const MacAddress &source, ByteView value, uint16_t msgId);
+    void complainOfMalformed(const MacAddress &source, ByteView value);
     void trace(Way way, std::string_view peer, uint16_t msgId, ByteView value) const;
     void schedule();
     void wake(uint64_t delay);  // schedule() after so many milliseconds
@@ -83,6 +84,7 @@ class Daemon final : private PluginHost {
     // The host's own commands; the entry point's result.
     int notifyRssi(const uint8_t *buffer);
     int queryStations(const uint8_t *buffer);
+    int queryPower(const uint8_t *buffer);
     struct OwnCommandRow {
         uint32_t code;
         int (Daemon::*run)(const uint8_t *buffer);
@@ -112,6 +114,7 @@ class Daemon final : private PluginHost {
     std::optional<Onboarding> onboarding_;
     SettingsGuard guard_;
     LogGate writeFailures_;
+    LogGate complaints_;
     Time nextWrite_{};           // of the JSON file, at the earliest
     int lastWrite_ = KV_RET_OK;  // its result
     uint64_t seconds_ = 0;       // calls of everySecond

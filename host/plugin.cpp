@@ -43,6 +43,7 @@ constexpr SymbolRow kSymbols[] = {
     {"kvMAP1905_ApCfg_parse_check_len", store<&PluginSymbols::apCfgParseCheckLen>},
     {"kvMAP1905_SyncCtrlSettingReq_send", store<&PluginSymbols::settingRequestSend>},
     {"kvMAP1905_WifiStateQuery_send", store<&PluginSymbols::wifiStateQuerySend>},
+    {"kvMAP1905_IntfPwrStateQuery_send", store<&PluginSymbols::powerQuerySend>},
     {"kvMAP1905_RssiMeasurementNotify_send", store<&PluginSymbols::rssiNotifySend>},
     {"KvDevAlMac", store<&PluginSymbols::alMac>},
     {"controller", store<&PluginSymbols::controller>},

@@ -42,6 +42,7 @@ struct PluginSymbols {
     decltype(&kvMAP1905_ApCfg_parse_check_len) apCfgParseCheckLen;
     decltype(&kvMAP1905_SyncCtrlSettingReq_send) settingRequestSend;
     decltype(&kvMAP1905_WifiStateQuery_send) wifiStateQuerySend;
+    decltype(&kvMAP1905_IntfPwrStateQuery_send) powerQuerySend;
     decltype(&kvMAP1905_RssiMeasurementNotify_send) rssiNotifySend;
     uint8_t (*alMac)[KV_MAC_LEN];
     uint8_t *controller;

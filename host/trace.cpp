@@ -31,6 +31,8 @@ std::string quoted(ByteView bytes) {
     return text + '"';
 }
 
+const std::string kMalformed = "malformed: ";
+
 // Bytes of a message and what is said about them. Reading past the end yields zero and counts what was missing.
 class Payload {
   public:
@@ -61,8 +63,8 @@ class Payload {
         if (fault_.empty()) fault_ = fault;
     }
     std::string words() const {
-        if (missing_ > 0) return "malformed: " + counted(missing_, "byte") + " too short";
-        return fault_.empty() ? words_ : "malformed: " + fault_;
+        if (missing_ > 0) return kMalformed + counted(missing_, "byte") + " too short";
+        return fault_.empty() ? words_ : kMalformed + fault_;
     }
     bool isWhole() const { return missing_ == 0; }
 
@@ -274,6 +276,11 @@ Told told(ByteView value) {
 }
 
 }  // namespace
+
+std::string faultOf(ByteView value) {
+    const auto [name, words] = told(value);
+    return words.starts_with(kMalformed) ? name + " " + words : "";
+}
 
 std::string traceLine(Way way, std::string_view peer, uint16_t msgId, ByteView value) {
     const auto [name, words] = told(value);

@@ -16,4 +16,8 @@ enum class Way { In, Out };
  */
 std::string traceLine(Way way, std::string_view peer, uint16_t msgId, ByteView value);
 
+// What does not fit in a message of a family that is known, its name in front; empty for a message without fault. As
+// printable as the line.
+std::string faultOf(ByteView value);
+
 }  // namespace kv1905d

@@ -76,7 +76,7 @@ std::optional<Outcome> settledBy(const Reply &reply, Answer answer, const std::s
             if (answer != Answer::AgentUnlessLocal) break;
             return outcome(Status::Success, "recorded for this device itself; nothing was sent");
         case Verdict::NoTarget:
-            return outcome(Status::Success, "nothing was sent: the target is all zero");
+            return outcome(Status::BadArguments, "nothing was sent: the target is all zero");
         case Verdict::UnknownTarget:
             return outcome(Status::NoDevice, "no such device in the network: " + target);
         case Verdict::NothingSent:

@@ -70,8 +70,8 @@ inline constexpr Argument kPowerArguments[] = {
 inline constexpr Argument kFirmwareArguments[] = {
     kAlMac,
     {"OPTION", "1 to 7", Kind::Number, 0, UINT16_MAX},  // the plug-in refuses the others
-    {"TOPOLOGY-OPTION", "a number from 0 to 65535", Kind::Number, 0, UINT16_MAX},
-    {"URL", "at most 2048 characters", Kind::Text, 0, KV_MAX_COMMAND_TEXT},
+    {"TOPOLOGY-OPTION", "a number from 0 to 255", Kind::Number, 0, UINT8_MAX},
+    {"URL", "at most 1023 characters, as agents take", Kind::Text, 0, 1023},
 };
 inline constexpr Argument kResultArguments[] = {
     {"RESULT", "0 (failed), 2 (download begun), 3 (downloaded), 4 (writing) or 5 (written)", Kind::Number, 2, 5,
@@ -216,6 +216,15 @@ inline constexpr ToolCommand kToolCommands[] = {
      Answer::Sent,
      {},
      "Ask a device for its Wi-Fi stations; 'show stations' tells what came back",
+     "02:00:5e:00:02:00"},
+    {"query-power",
+     "",
+     nullptr,
+     kTargetArguments,
+     kCommandQueryPower,
+     Answer::Sent,
+     {},
+     "Ask a device for the power states of its interfaces; 'kv1905d --trace' and the daemon's log tell them",
      "02:00:5e:00:02:00"},
     {"rssi",
      "",

@@ -1,6 +1,7 @@
 """The first process of a device: writes its files, then keeps its daemon."""
 
 import os
+import re
 import shlex
 import signal
 import socket
@@ -59,6 +60,7 @@ class DaemonKeeper:
         if self._daemon:
             return
         environment = {**os.environ, **self._variables, "KV1905_LAB_PID": str(os.getpid())}
+        write_led_state(environment)
         self._log(f"start {shlex.join(self._command)}")
         try:
             with open(LOG, "ab") as log:
@@ -115,6 +117,14 @@ def describe_end(status):
 
 
 PASSWORD_FILE = "/data/FMUBBW3CBI.dat"
+
+
+def write_led_state(environment):
+    """As a device's other components do: what the configuration service keeps is in the file that the daemon reads."""
+    kept = subprocess.run(["kcfg", "get", "LED_CTRL.1.enable"], capture_output=True, text=True, env=environment)
+    path = Path("/tmp/.kv1905_conf")
+    if kept.returncode == 0:
+        path.write_text(re.sub(r"^LedEnable=.*", f"LedEnable={kept.stdout.strip()}", path.read_text(), flags=re.M))
 
 
 def write_password(source):

@@ -77,8 +77,10 @@ TEST(Trace, ShowsWhatDoesNotFitAndNothingThatATerminalWouldObey) {
         {rssi + "0064 00C8 C4 1E 00 0000", "RSSI_MEASUREMENT_RESP", "of 02:00:00:00:00:01 -60 dBm"},
         {rssi, "RSSI_MEASUREMENT_RESP", "malformed: 9 bytes too short"},
     };
-    for (const auto &[value, name, words] : rows)
+    for (const auto &[value, name, words] : rows) {
         EXPECT_EQ(lineOf(fromHex(value)), "in   " + name + " from peer msgId 0x1001: " + words);
+        EXPECT_EQ(faultOf(fromHex(value)), words.starts_with("malformed") ? name + " " + words : "");
+    }
     EXPECT_EQ(traceLine(Way::Out, "multicast", 1, {}),
               "out  message without an OUI to multicast msgId 0x0001: 0 bytes");
 }

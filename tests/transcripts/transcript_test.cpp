@@ -34,30 +34,37 @@ std::vector<std::string> linesOf(const std::string &path) {
     return lines;
 }
 
-void expectSame(const std::string &path, const std::vector<std::string> &expected,
-                const std::vector<std::string> &found) {
-    const auto [old, now] = std::mismatch(expected.begin(), expected.end(), found.begin(), found.end());
-    if (old == expected.end() && now == found.end()) {
-        return;
-    }
-    const std::string copy = std::filesystem::path(path).filename();  // in the build tree
-    std::ofstream file(copy);
-    for (const std::string &line : found) {
-        file << line << '\n';
-    }
-    const auto show = [](const auto &at, const auto &end) { return at == end ? std::string("(the end)") : *at; };
-    ADD_FAILURE() << copy << ":" << old - expected.begin() + 1 << ": expected\n"
-                  << show(old, expected.end()) << "\nfound\n"
-                  << show(now, found.end()) << "\nwhich may not be all: compare " << copy
-                  << " of the build tree with that in tests/transcripts, and copy it over when that is meant.";
-}
-
 bool isOutcome(const std::string &line) {
     return line.starts_with("  ");
 }
 
 bool isStep(const std::string &line) {
     return !line.empty() && line[0] != '#' && line[0] != '=' && !isOutcome(line);
+}
+
+void expectSame(const std::string &path, const std::vector<std::string> &expected,
+                const std::vector<std::string> &found) {
+    const auto [old, now] = std::mismatch(expected.begin(), expected.end(), found.begin(), found.end());
+    if (old == expected.end() && now == found.end()) {
+        return;
+    }
+    const std::string copy = std::filesystem::absolute(std::filesystem::path(path).filename());  // in the build tree
+    std::ofstream file(copy);
+    for (const std::string &line : found) {
+        file << line << '\n';
+    }
+    std::string scenario, step;
+    for (auto at = found.begin(); at != now; ++at) {
+        scenario = at->starts_with("==") ? *at : scenario;
+        step = isStep(*at) ? *at : step;
+    }
+    const auto show = [](const auto &at, const auto &end) { return at == end ? std::string("(the end)") : *at; };
+    ADD_FAILURE() << std::filesystem::path(path).filename().string() << ":" << old - expected.begin() + 1 << "\n"
+                  << scenario << "\n"
+                  << step << "\nexpected\n"
+                  << show(old, expected.end()) << "\nfound\n"
+                  << show(now, found.end()) << "\nwhich may not be all. The whole is in " << copy
+                  << ": compare it with that in tests/transcripts, and copy it over when every line is meant.";
 }
 
 // "== name" starts a fresh device, "#" a comment, two blanks an outcome; all else are steps.
@@ -157,8 +164,16 @@ TEST(FailureSweep, EveryFailureTakesItsDocumentedPathAndTheNextCallWorks) {
     std::vector<std::string> found(listing.begin(), end + 1);
     std::vector<std::string> steps(end + 1, listing.end());
     std::erase_if(steps, std::not_fn(isStep));
-    for (const SampleMessage &sample : kSampleMessages) {
-        const std::string step = std::string("receive ") + kv::findMessageRow(sample.type)->name + " " + sample.payload;
+    for (uint16_t type = 0; type < kv::VEND_MSG_TYPE_LIMIT; ++type) {
+        const kv::MessageRow *row = kv::findMessageRow(type);
+        if (row == nullptr || row->handle == nullptr) {
+            continue;
+        }
+        const auto *sample = std::find_if(std::begin(kSampleMessages), std::end(kSampleMessages),
+                                          [type](const SampleMessage &each) { return each.type == type; });
+        ASSERT_NE(sample, std::end(kSampleMessages))
+            << row->name << " has no sample in tests/support/sample_messages.h";
+        const std::string step = std::string("receive ") + row->name + " " + sample->payload;
         EXPECT_NE(std::find(steps.begin(), steps.end(), step), steps.end()) << "missing: " << step;
     }
     size_t failures = 0;

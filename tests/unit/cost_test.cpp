@@ -27,7 +27,6 @@ TEST(Cost, HeapBlocksOfAMessage) {
         {kv::VEND_MSG_TYPE_WIFI_STATE_RESP, 2},     // the station, and its copy in the table
         {kv::VEND_MSG_TYPE_WIFI_CLIENT_MCAST2, 3},  // a view, the station, and its copy in the table
         {kv::VEND_MSG_TYPE_COMMAND_REQ, 3},         // two words and the request that they stand for
-        {kv::VEND_MSG_TYPE_SYNC_CTRL_PWD_REQ, 0},
     };
     for (const SampleMessage &sample : kSampleMessages) {
         emptyDevice();

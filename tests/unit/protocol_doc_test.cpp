@@ -52,10 +52,17 @@ TEST(ProtocolDocument, ListsEveryMessageAsTheCatalogueHasIt) {
         EXPECT_EQ(documented.at(type).name, row->name);
         const auto sample = std::find_if(std::begin(kSampleMessages), std::end(kSampleMessages),
                                          [type](const SampleMessage &each) { return each.type == type; });
+        ASSERT_NE(sample, std::end(kSampleMessages)) << row->name << " has no sample";
         const size_t bytes = fromHex(sample->payload).size();
-        const std::string &length = documented.at(type).third;
+        const std::string &length = documented.at(type).third;  // "6", "7 + text" or "7 + 9 each"
         const size_t fixed = std::stoul(length);
-        EXPECT_TRUE(length.find('+') == std::string::npos ? bytes == fixed : bytes >= fixed) << row->name;
+        const size_t plus = length.find('+');
+        const bool hasEntries = length.ends_with(" each");
+        const size_t entry = hasEntries ? std::stoul(length.substr(plus + 1)) : 1;
+        EXPECT_TRUE(plus == std::string::npos ? bytes == fixed
+                    : hasEntries              ? bytes == fixed + entry  // samples have one entry
+                                              : bytes >= fixed)
+            << row->name;
     }
     EXPECT_EQ(documented.size(), spoken) << "a message that nobody speaks";
 
@@ -66,6 +73,22 @@ TEST(ProtocolDocument, ListsEveryMessageAsTheCatalogueHasIt) {
         if (row != nullptr) {
             EXPECT_EQ(intel.at(static_cast<int>(type)).name, row->name);
         }
+    }
+}
+
+TEST(ProtocolDocument, DrawsTheEnvelopeAsItIsSent) {
+    FakeHost host;
+    const std::string text = readFile(KV_SOURCE_DIRECTORY "/docs/protocol.md");
+    const Bytes sent = message(kAgent, 0x0102, Bytes(0x0304));
+    EXPECT_EQ(head(sent, 3), fromHex("024EA7"));
+    EXPECT_EQ(Bytes(sent.begin() + 9, sent.begin() + 15), fromHex("0001 0102 0304"));
+    EXPECT_NE(
+        text.find("|  02     4E     A7  | AL MAC of the device that built it      |  00     01  |    type     |   "
+                  "length    | payload"),
+        std::string::npos);
+    for (const auto &[code, meaning] :
+         {std::pair("0", "done"), std::pair("7", "the AL MAC"), std::pair("16", "refused")}) {
+        EXPECT_NE(text.find(std::string(code) + " " + meaning), std::string::npos) << code;
     }
 }
 
