@@ -11,46 +11,29 @@
 
 static KvDevVendorData local; /* a real host has one in every device record of its topology database */
 
-static int print(const char *how, const KvVendMsgDest *dest, const uint16_t *msgId) {
-    printf("%s to ", how);
-    for (int i = 0; i < KV_MAC_LEN; ++i)
-        printf(i == 0 ? "%02x" : ":%02x", dest->dstMac[i]);
-    printf(", message %04x:", msgId == NULL ? 0u : (unsigned)*msgId);
-    for (uint32_t i = 0; i < dest->length; ++i)
-        printf(" %02x", dest->buffer[i]);
-    printf("\n");
-    return KV_RET_OK; /* "sent" */
-}
-
-/* Slots 0 to 6. A real host looks devices up, writes its file, and puts the buffer into a TLV of a message 0x0004. */
 static uintptr_t dataGet(uint32_t code, void *argument, uintptr_t argument2) {
     (void)argument2;
     if (code == DM_QUERY_DEVICE) return memcmp(argument, KvDevAlMac, KV_MAC_LEN) == 0 ? KV_RET_OK : KV_RET_ERR;
     if (code == DM_QUERY_ALMAC_BY_IFMAC) return KV_RET_ERR;
     return code == DM_QUERY_DEV_VENDOR_DATA && argument == NULL ? (uintptr_t)&local : 0;
 }
+
 static int jsonWrite(uint32_t unused) {
     return (void)unused, KV_RET_OK;
 }
-static int unicast(KvVendMsgDest *dest, uint16_t *msgId) {
-    return print("unicast", dest, msgId);
-}
-static int multicast(KvVendMsgDest *dest, uint16_t *msgId) {
-    return print("multicast", dest, msgId);
-}
-static int relayed(KvVendMsgDest *dest, uint16_t *msgId) {
-    return print("relayed multicast", dest, msgId);
-}
-static int noCommand(uint32_t code, void *buffer, uint32_t size) {
-    return (void)code, (void)buffer, (void)size, KV_RET_ERR; /* for the command tool's half */
-}
-static int noApCfg(void *argument) {
-    return (void)argument, KV_RET_ERR; /* never read: the plug-in fills slot 6 for the host */
+
+/* A real host puts the buffer into a TLV of a message 0x0004; unicast, multicast and relayed differ in how that goes. */
+static int sendValue(KvVendMsgDest *dest, uint16_t *msgId) {
+    printf("message %04x:", msgId == NULL ? 0u : (unsigned)*msgId);
+    for (uint32_t i = 0; i < dest->length; ++i)
+        printf(" %02x", dest->buffer[i]);
+    printf("\n");
+    return KV_RET_OK; /* "sent" */
 }
 
 int main(void) {
     static const uint8_t ownAlMac[KV_MAC_LEN] = {0x02, 0x00, 0x5e, 0x00, 0x02, 0x00};
-    const Kv1905BcmCbs table = {dataGet, jsonWrite, unicast, multicast, relayed, noCommand, noApCfg};
+    const Kv1905BcmCbs table = {dataGet, jsonWrite, sendValue, sendValue, sendValue, NULL, NULL};
 
     kvMAP1905_Func_reg(&table, 0);
     kvMAP1905_ApCfg_reg(NULL);

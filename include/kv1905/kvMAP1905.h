@@ -153,7 +153,7 @@ typedef struct {
     char fwVersion[128];
     char newFwVersion[128];
     char newFwDate[128];
-    uint8_t auxStatus;
+    uint8_t auxStatus;       /**< configuration attribute 9, carried and kept as it is */
     uint8_t fwUpgradeStatus; /**< 0 none, 1 newer known, 2 downloading, 3 downloaded, 4 writing, 5 written */
     char modelName[128];
     char ipAddr[128];    /**< dotted text */
@@ -237,11 +237,11 @@ typedef struct {
     uint32_t pwrState; /**< IEEE 1905.1 power state; the wire carries its low 8 bits */
 } KvIntfPwrCtrlReq;
 
-/** Firmware control: command 109 and message type 20. A URL that does not fit is refused. */
+/** Firmware control: command 109, message type 20. A URL beyond 1495 characters fits no message; agents take 1023. */
 typedef struct {
     uint8_t alMac[KV_MAC_LEN];
-    uint16_t FWOption;
-    uint16_t FWTopoOption; /**< 0: no URL is carried */
+    uint16_t FWOption;     /**< 1 to 7, what the agent is to do; the wire carries its low 8 bits */
+    uint16_t FWTopoOption; /**< 0: no URL is carried; the wire carries its low 8 bits */
     uint16_t FWURLcount;   /**< characters of FWURL */
     char FWURL[KV_MAX_COMMAND_TEXT];
 } KvFWCtrlReq;
@@ -281,6 +281,7 @@ typedef struct {
 /**
  * One BSS of the BSS configuration TLV; the host's list is a uint32_t count, then that many of these from offset 4.
  * BandIndex: the low four bits are the BSS on its radio (0 main, 1 to 15 virtual), 0x20, 0x40 and 0x80 name the band.
+ * MDID: mobility-domain identifier. The other fields are the host's and are carried as they are, numbers big-endian.
  */
 typedef struct {
     uint8_t BandIndex, Attribute;
@@ -288,7 +289,7 @@ typedef struct {
     uint8_t WlMode, ExtAttribute;
 } KvBssConfig;
 
-/** One BSS of the AP-configuration extension. */
+/** One BSS of the AP-configuration extension, as in KvBssConfig. WlMode, Channel and what follows do not travel. */
 typedef struct {
     uint8_t BandIndex, Attribute;
     uint16_t MDID, TCI;
@@ -571,18 +572,18 @@ KVMAP1905_API int updateKvFWNewfirmware(int result);
  */
 KVMAP1905_API int kvMAP1905_TlvMDID_insert(uint8_t *buffer, uint32_t *length, KvMdidInterfaceList *list);
 
-/** Fill in every mdid of the list. May run "nvram show". 0 or -1 as above. */
+/** Fill in every mdid of the list; they stay when nvram cannot be read. May run "nvram show". 0 or -1 as above. */
 KVMAP1905_API int kvMAP1905_mdid_update(KvMdidInterfaceList *list);
 
 /**
  * Write the value of the BSS configuration TLV (element 0xD0). list: uint32_t count, then KvBssConfig entries from
- * offset 4; buffer: room for 7 + 8 * count bytes; more than 255 entries are refused. 0, or -1 with length untouched.
+ * offset 4; buffer: room for 7 + 8 * count bytes; none and more than 255 are refused. 0, or -1 with length untouched.
  */
 KVMAP1905_API int kvMAP1905_TlvBss_Config_insert(uint8_t *buffer, uint32_t *length, const void *list);
 
 /**
- * Write the maker's Wi-Fi Simple Configuration attribute (0x1049, vendor ID 0A 61 C4) for one BSS at buffer + offset.
- * Returns the bytes written, 24.
+ * Write the maker's Wi-Fi Simple Configuration attribute (0x1049, vendor ID 0A 61 C4) for one BSS at buffer + offset,
+ * where the caller has room for 24 bytes. Returns the bytes written: 24, or 0 for a null argument.
  */
 KVMAP1905_API int kvMAP1905_ApCfg_fill(uint8_t *buffer, uint32_t offset, const KvBssInfo *bss);
 
