@@ -16,6 +16,7 @@
 #include "data_model_file.h"
 #include "ethernet_port.h"
 #include "onboarding.h"
+#include "trace.h"
 
 namespace kvfuzz {
 
@@ -36,6 +37,17 @@ Link newLink() {
     int ends[2];
     require(socketpair(AF_UNIX, SOCK_DGRAM | SOCK_NONBLOCK, 0, ends) == 0, "a pair of sockets");
     return {FileDescriptor(ends[0]), FileDescriptor(ends[1])};
+}
+
+void checkShown(std::string_view text) {
+    require(std::all_of(text.begin(), text.end(), [](char c) { return c >= ' ' && c <= '~'; }), "a line is printable");
+}
+
+// What is told of a vendor message: in a trace, and as a complaint.
+void checkTold(ByteView value) {
+    const ExactBlock exact(Bytes(value.begin(), value.end()));
+    checkShown(traceLine(Way::In, "peer", 1, {exact.data(), exact.size()}));
+    checkShown(faultOf({exact.data(), exact.size()}));
 }
 
 struct World {
@@ -77,7 +89,10 @@ struct World {
     Time now{1000};
     bool isController;
     Node node{configuration(),
-              {[](const MacAddress &, ByteView value, uint16_t) { require(value.size() >= 3, "a value has an OUI"); },
+              {[](const MacAddress &, ByteView value, uint16_t) {
+                   require(value.size() >= 3, "a value has an OUI");
+                   checkTold(value);
+               },
                nullptr,
                [this](const MacAddress &from, const Message &message, Time at) {
                    return onboarding.receive(from, message, at);
@@ -136,6 +151,9 @@ void playFragment(World &world, const Step &step) {
 void playSend(World &world, const Step &step) {
     constexpr Reach kReaches[] = {Reach::Unicast, Reach::Neighbours, Reach::Network};
     const Bytes value = join(Bytes{0x02, 0x4E, 0xA7}, step.body);
+    checkTold(value);
+    checkTold(join(Bytes{0x02, 0x4E, 0xA7}, Bytes(8),
+                   Bytes{0, step.argument, 0, static_cast<uint8_t>(step.body.size())}, step.body));
     uint16_t id = 0;
     world.node.sendVendor(kReaches[step.argument % 3], kPeers[step.argument / 3 % 4], value, &id, world.now);
 }
@@ -166,10 +184,6 @@ constexpr Play<World> kPlays[] = {
     [](World &, const Step &step) {
         kvMAP_log_setting(step.argument % 18, step.argument / 32 % 3, step.argument / 64 * 3);
     }};
-
-void checkShown(std::string_view text) {
-    require(std::all_of(text.begin(), text.end(), [](char c) { return c >= ' ' && c <= '~'; }), "a line is printable");
-}
 
 }  // namespace
 
