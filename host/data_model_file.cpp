@@ -50,7 +50,12 @@ class Json {
     Json &add(const char *key, const JsonList &list);
     // A list and the number of its entries, which must agree.
     Json &addCounted(const char *countKey, const char *listKey, const JsonList &list);
-    const char *print(int flags) const { return json_object_to_json_string_ext(value_, flags); }
+    // Belongs to the value.
+    const char *print(int flags) const {
+        const char *text = json_object_to_json_string_ext(value_, flags);
+        if (text == nullptr) throw std::bad_alloc();
+        return text;
+    }
 
   private:
     explicit Json(json_object *value) : value_(value) {

@@ -52,7 +52,7 @@ class SettingsGuard {
      *  - costly questions that come too fast, but not the controller's.
      */
     bool admits(const MacAddress &source, ByteView value, const std::optional<MacAddress> &controller,
-                const Topology &topology, Time now, const char *interface = "?");
+                const Topology &topology, Time now, const char *interface);
 
     // Messages refused since the start.
     uint64_t refused() const { return refused_; }

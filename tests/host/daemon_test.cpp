@@ -58,7 +58,7 @@ class GuardTest : public testing::Test {
     }
     bool admits(SettingsGuard &guard, const MacAddress &source, const Bytes &value,
                 const std::optional<MacAddress> &controller = kController, Time now = kNow) const {
-        return guard.admits(source, value, controller, topology_, now);
+        return guard.admits(source, value, controller, topology_, now, "eth0");
     }
     uint32_t &stationsOf(const MacAddress &alMac) {
         return topology_.update({{alMac, {}}, {}, {}, {}}, kNow)->vendor.data()->wifiNbrNum;
