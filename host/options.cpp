@@ -37,8 +37,8 @@ void declare(CLI::App &app, RawOptions &raw) {
     const auto interval = CLI::Range(1u, kLongestInterval);
     app.add_option("--al-mac", raw.alMac,
                    "IEEE 1905.1 address of this device [the first interface's MAC, locally administered]");
-    app.add_option("-i,--interface", raw.interfaces, "Ethernet interface that carries IEEE 1905.1; may be repeated")
-        ->required()
+    app.add_option("-i,--interface", raw.interfaces,
+                   "Ethernet interface that carries IEEE 1905.1; required, may be repeated")
         ->allow_extra_args(false);
     app.add_option("--bridge", raw.bridge, "Linux bridge over the interfaces; unicast is sent through it [none]");
     app.add_option("--radio", raw.radios,
@@ -120,6 +120,7 @@ void refuseRepeats(const char *option, const List &list, const Name &name) {
 
 Options check(const RawOptions &raw) {
     Options options;
+    if (raw.interfaces.empty()) throw BadOption("--interface is required");  // said last, after options that are none
     for (const std::string &name : raw.interfaces) {
         if (!interfaceMac(name)) throw BadOption("--interface " + name + ": no such interface");
     }
@@ -160,6 +161,9 @@ std::string oneLine(std::string text) {
 std::optional<Options> parseOptions(int argc, const char *const *argv) {
     RawOptions raw;
     CLI::App app("Development host for the kv1905 plug-in: one IEEE 1905.1 device per process.", "kv1905d");
+    app.footer(
+        "exit status: 0 after SIGTERM or SIGINT, 1 when an interface, a file or the plug-in failed, 2 for a bad "
+        "option");
     declare(app, raw);
     try {
         app.parse(argc, argv);
