@@ -52,9 +52,9 @@ class Json {
     Json &addCounted(const char *countKey, const char *listKey, const JsonList &list);
     // Belongs to the value.
     const char *print(int flags) const {
-        const char *text = json_object_to_json_string_ext(value_, flags);
-        if (text == nullptr) throw std::bad_alloc();
-        return text;
+        const char *printed = json_object_to_json_string_ext(value_, flags);
+        if (printed == nullptr) throw std::bad_alloc();
+        return printed;
     }
 
   private:
