@@ -224,7 +224,7 @@ inline constexpr ToolCommand kToolCommands[] = {
      kCommandQueryPower,
      Answer::Sent,
      {},
-     "Ask a device for the power states of its interfaces; 'kv1905d --trace' and the daemon's log tell them",
+     "Ask a device for the power states of its interfaces; the daemon's log tells them at level 7",
      "02:00:5e:00:02:00"},
     {"rssi",
      "",
