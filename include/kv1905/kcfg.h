@@ -92,8 +92,9 @@ int kcfgFeObjJsonSetWithoutApply(uint32_t object, KcfgInstanceIndex *index, stru
 int kcfgFeReqSend(uint32_t request, const void *payload, uint32_t length);
 
 #define KCFG_LAYOUT(condition) static_assert(condition, "binary layout of a configuration object changed")
-KCFG_LAYOUT(sizeof(KcfgInstanceIndex) == 7);
-KCFG_LAYOUT(sizeof(RdmLedCtrl) == 1 && sizeof(RdmNatIntfSetting) == 512 && sizeof(RdmSyncKeySource) == 257);
+KCFG_LAYOUT(offsetof(KcfgInstanceIndex, instance) == 1 && sizeof(KcfgInstanceIndex) == 7);
+KCFG_LAYOUT(offsetof(RdmNatIntfSetting, password) == 256 && sizeof(RdmNatIntfSetting) == 512);
+KCFG_LAYOUT(sizeof(RdmLedCtrl) == 1 && sizeof(RdmSyncKeySource) == 257);
 KCFG_LAYOUT(offsetof(RdmWifiRadio, countryCode) == 32 && offsetof(RdmWifiRadio, countryInBeacon) == 48 &&
             sizeof(RdmWifiRadio) == 53);
 

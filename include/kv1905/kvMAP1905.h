@@ -327,56 +327,85 @@ enum {
     KV_CMD_UPDATE_DEVICE_INFO = 301     /**< not read */
 };
 
-/** The layouts are a promise to hosts that were built earlier: a change must be deliberate. */
+/** The layouts are fixed: hosts that were built earlier rely on them. */
 #define KV_LAYOUT(condition) static_assert(condition, "binary layout of a boundary record changed")
 #define KV_LP(on64, on32) (sizeof(void *) == 8 ? (size_t)(on64) : (size_t)(on32))
 KV_LAYOUT(offsetof(KvRecvVendTlv, value) == 8 && sizeof(KvRecvVendTlv) == KV_LP(16, 12));
 KV_LAYOUT(offsetof(KvVendMsgDest, buffer) == 8 && offsetof(KvVendMsgDest, length) == KV_LP(16, 12) &&
           sizeof(KvVendMsgDest) == KV_LP(24, 16));
-KV_LAYOUT(offsetof(Kv1905BcmCbs, apCfgSet) == 6 * sizeof(void *) && sizeof(Kv1905BcmCbs) == 7 * sizeof(void *));
+KV_LAYOUT(offsetof(Kv1905BcmCbs, jsonDataModelWrite) == sizeof(void *) &&
+          offsetof(Kv1905BcmCbs, vendMsgSend) == 2 * sizeof(void *) &&
+          offsetof(Kv1905BcmCbs, vendMcastMsgSend) == 3 * sizeof(void *) &&
+          offsetof(Kv1905BcmCbs, vendRelayMcastMsgSend) == 4 * sizeof(void *) &&
+          offsetof(Kv1905BcmCbs, cmdSend) == 5 * sizeof(void *) &&
+          offsetof(Kv1905BcmCbs, apCfgSet) == 6 * sizeof(void *) && sizeof(Kv1905BcmCbs) == 7 * sizeof(void *));
 KV_LAYOUT(offsetof(KvIntfEntry, mac) == sizeof(void *) && offsetof(KvIntfEntry, mediaType) == KV_LP(16, 12) &&
           sizeof(KvIntfEntry) == KV_LP(24, 16));
 KV_LAYOUT(offsetof(KvIntfList, head) == sizeof(void *) && sizeof(KvIntfList) == 2 * sizeof(void *));
-KV_LAYOUT(offsetof(WIFINeighborEntry, mac) == KV_LP(8, 4) && offsetof(WIFINeighborEntry, mediaType) == KV_LP(14, 10) &&
-          offsetof(WIFINeighborEntry, RSSI) == KV_LP(18, 14) && offsetof(WIFINeighborEntry, Tx) == KV_LP(24, 20) &&
-          offsetof(WIFINeighborEntry, lastSeen) == KV_LP(36, 32) && offsetof(WIFINeighborEntry, Band) == KV_LP(40, 36) &&
-          sizeof(WIFINeighborEntry) == KV_LP(48, 40));
+KV_LAYOUT(offsetof(WIFINeighborEntry, mac) == sizeof(void *) &&
+          offsetof(WIFINeighborEntry, mediaType) == sizeof(void *) + 6 &&
+          offsetof(WIFINeighborEntry, Rate) == sizeof(void *) + 8 &&
+          offsetof(WIFINeighborEntry, RSSI) == sizeof(void *) + 10 &&
+          offsetof(WIFINeighborEntry, SNR) == sizeof(void *) + 12 &&
+          offsetof(WIFINeighborEntry, signalLevel) == sizeof(void *) + 14 &&
+          offsetof(WIFINeighborEntry, Tx) == sizeof(void *) + 16 &&
+          offsetof(WIFINeighborEntry, Rx) == sizeof(void *) + 20 &&
+          offsetof(WIFINeighborEntry, tx_rate) == sizeof(void *) + 24 &&
+          offsetof(WIFINeighborEntry, rx_rate) == sizeof(void *) + 26 &&
+          offsetof(WIFINeighborEntry, lastSeen) == sizeof(void *) + 28 &&
+          offsetof(WIFINeighborEntry, Band) == sizeof(void *) + 32 && sizeof(WIFINeighborEntry) == KV_LP(48, 40));
 KV_LAYOUT(offsetof(WIFINeighborList, head) == sizeof(void *) && sizeof(WIFINeighborList) == 2 * sizeof(void *));
 KV_LAYOUT(offsetof(SecurityConfig, secLen) == 4 && offsetof(SecurityConfig, secData) == 8 &&
           sizeof(SecurityConfig) == KV_LP(16, 12));
-KV_LAYOUT(offsetof(KvDevVendorData, fwVersion) == 3 && offsetof(KvDevVendorData, auxStatus) == 387 &&
-          offsetof(KvDevVendorData, modelName) == 389 && offsetof(KvDevVendorData, ipAddr) == 517 &&
-          offsetof(KvDevVendorData, opMode) == 645 && offsetof(KvDevVendorData, ledStatus) == 741 &&
-          offsetof(KvDevVendorData, appVersion) == 773 && offsetof(KvDevVendorData, channel24G) == 965);
-KV_LAYOUT(offsetof(KvDevVendorData, confFileMtime) == 1016 && offsetof(KvDevVendorData, uptime) == 1024 &&
-          offsetof(KvDevVendorData, uptimeRecvTime) == 1040 && offsetof(KvDevVendorData, wifiNbrNum) == 1044 &&
-          offsetof(KvDevVendorData, wifiNbrHead) == 1048 && offsetof(KvDevVendorData, security) == KV_LP(1056, 1052) &&
-          sizeof(KvDevVendorData) == KV_LP(1072, 1064));
+KV_LAYOUT(offsetof(KvDevVendorData, rebootFromNbrCap) == 1 && offsetof(KvDevVendorData, intfPwrCtrlFromNbrCap) == 2 &&
+          offsetof(KvDevVendorData, fwVersion) == 3 && offsetof(KvDevVendorData, newFwVersion) == 131 &&
+          offsetof(KvDevVendorData, newFwDate) == 259 && offsetof(KvDevVendorData, auxStatus) == 387 &&
+          offsetof(KvDevVendorData, fwUpgradeStatus) == 388 && offsetof(KvDevVendorData, modelName) == 389 &&
+          offsetof(KvDevVendorData, ipAddr) == 517 && offsetof(KvDevVendorData, opMode) == 645 &&
+          offsetof(KvDevVendorData, buildNum) == 677 && offsetof(KvDevVendorData, protoVersion) == 709 &&
+          offsetof(KvDevVendorData, ledStatus) == 741 && offsetof(KvDevVendorData, appVersion) == 773 &&
+          offsetof(KvDevVendorData, l2DevCtrl) == 805 && offsetof(KvDevVendorData, wifiAutoCfg) == 837 &&
+          offsetof(KvDevVendorData, wifiOnOff) == 869 && offsetof(KvDevVendorData, fwUpgrade) == 901 &&
+          offsetof(KvDevVendorData, ledOnOff) == 933 && offsetof(KvDevVendorData, channel24G) == 965 &&
+          offsetof(KvDevVendorData, channel5G) == 981 && offsetof(KvDevVendorData, channelExtra) == 997 &&
+          offsetof(KvDevVendorData, confFileMtime) == 1016 && offsetof(KvDevVendorData, versionFileMtime) == 1020 &&
+          offsetof(KvDevVendorData, uptime) == 1024 && offsetof(KvDevVendorData, uptimeRecvTime) == 1040 &&
+          offsetof(KvDevVendorData, wifiNbrNum) == 1044 && offsetof(KvDevVendorData, wifiNbrHead) == 1048 &&
+          offsetof(KvDevVendorData, security) == KV_LP(1056, 1052) && sizeof(KvDevVendorData) == KV_LP(1072, 1064));
 KV_LAYOUT(sizeof(KvIntfVendorData) == 4);
 KV_LAYOUT(offsetof(KvVendMsg, alMac) == 3 && offsetof(KvVendMsg, marker) == 9 && offsetof(KvVendMsg, msgType) == 12 &&
-          offsetof(KvVendMsg, payloadLen) == 14 && offsetof(KvVendMsg, payload) == 16 && sizeof(KvVendMsg) == KV_LP(24, 20));
-KV_LAYOUT(offsetof(KvRssiMeasurement, rxRate10) == 6 && offsetof(KvRssiMeasurement, rssi) == 10 &&
+          offsetof(KvVendMsg, payloadLen) == 14 && offsetof(KvVendMsg, payload) == 16 &&
+          sizeof(KvVendMsg) == KV_LP(24, 20));
+KV_LAYOUT(offsetof(KvRssiMeasurement, rxRate10) == 6 && offsetof(KvRssiMeasurement, txRate10) == 8 &&
+          offsetof(KvRssiMeasurement, rssi) == 10 && offsetof(KvRssiMeasurement, snr) == 11 &&
           sizeof(KvRssiMeasurement) == 12);
-KV_LAYOUT(offsetof(KvIntelVendMsg, field3) == 3 && offsetof(KvIntelVendMsg, msgType) == 9 &&
+KV_LAYOUT(offsetof(KvIntelVendMsg, field3) == 3 && offsetof(KvIntelVendMsg, field7) == 7 &&
+          offsetof(KvIntelVendMsg, msgType) == 9 && offsetof(KvIntelVendMsg, field10) == 10 &&
           offsetof(KvIntelVendMsg, field11) == 11 && offsetof(KvIntelVendMsg, field18) == 17 &&
           offsetof(KvIntelVendMsg, payload) == KV_LP(24, 20) && sizeof(KvIntelVendMsg) == KV_LP(32, 24));
-
-KV_LAYOUT(sizeof(KvIntfPwrCtrlEntry) == 8 && offsetof(KvIntfPwrCtrlReq, count) == 6 &&
+KV_LAYOUT(offsetof(KvIntfPwrCtrlEntry, mediaType) == 6 && sizeof(KvIntfPwrCtrlEntry) == 8);
+KV_LAYOUT(offsetof(KvIntfPwrCtrlReq, count) == 6 && offsetof(KvIntfPwrCtrlReq, zero) == 7 &&
           offsetof(KvIntfPwrCtrlReq, entries) == 8 && offsetof(KvIntfPwrCtrlReq, pwrState) == 248 &&
           sizeof(KvIntfPwrCtrlReq) == 252);
-KV_LAYOUT(offsetof(KvFWCtrlReq, FWOption) == 6 && offsetof(KvFWCtrlReq, FWURLcount) == 10 &&
-          offsetof(KvFWCtrlReq, FWURL) == 12 && sizeof(KvFWCtrlReq) == 2060);
+KV_LAYOUT(offsetof(KvFWCtrlReq, FWOption) == 6 && offsetof(KvFWCtrlReq, FWTopoOption) == 8 &&
+          offsetof(KvFWCtrlReq, FWURLcount) == 10 && offsetof(KvFWCtrlReq, FWURL) == 12 && sizeof(KvFWCtrlReq) == 2060);
 KV_LAYOUT(offsetof(KvLedCtrlReq, ledOption) == 6 && sizeof(KvLedCtrlReq) == 8);
 KV_LAYOUT(offsetof(KvCommandReq, CommandDatacount) == 6 && offsetof(KvCommandReq, CommandURLcount) == 8 &&
           offsetof(KvCommandReq, CommandURL) == 10 && sizeof(KvCommandReq) == 2058);
-
 KV_LAYOUT(offsetof(KvMdidInterface, ifname) == 6 && offsetof(KvMdidInterface, mdid) == 22 &&
-          offsetof(KvMdidInterface, enabled) == 24 && sizeof(KvMdidInterface) == 26 &&
-          offsetof(KvMdidInterfaceList, interfaces) == 4 && sizeof(KvMdidInterfaceList) == 396);
-KV_LAYOUT(offsetof(KvBssConfig, MDID) == 2 && offsetof(KvBssConfig, WlMode) == 6 && sizeof(KvBssConfig) == 8);
-KV_LAYOUT(offsetof(KvBssInfo, MDID) == 2 && offsetof(KvBssInfo, Channel) == 8 && sizeof(KvBssInfo) == 12);
-KV_LAYOUT(offsetof(SyncCtrlerPwdMsgData, pwd) == 8 && sizeof(SyncCtrlerPwdMsgData) == 264);
-KV_LAYOUT(offsetof(SyncCtrlerCountryMsgData, country) == 7 && sizeof(SyncCtrlerCountryMsgData) == 11);
+          offsetof(KvMdidInterface, enabled) == 24 && sizeof(KvMdidInterface) == 26);
+KV_LAYOUT(offsetof(KvMdidInterfaceList, interfaces) == 4 && sizeof(KvMdidInterfaceList) == 396);
+KV_LAYOUT(offsetof(KvBssConfig, Attribute) == 1 && offsetof(KvBssConfig, MDID) == 2 &&
+          offsetof(KvBssConfig, TCI) == 4 && offsetof(KvBssConfig, WlMode) == 6 &&
+          offsetof(KvBssConfig, ExtAttribute) == 7 && sizeof(KvBssConfig) == 8);
+KV_LAYOUT(offsetof(KvBssInfo, Attribute) == 1 && offsetof(KvBssInfo, MDID) == 2 && offsetof(KvBssInfo, TCI) == 4 &&
+          offsetof(KvBssInfo, WlMode) == 6 && offsetof(KvBssInfo, ExtAttribute) == 7 &&
+          offsetof(KvBssInfo, Channel) == 8 && offsetof(KvBssInfo, ACS_Sideband) == 9 &&
+          offsetof(KvBssInfo, Bandwidth) == 10 && sizeof(KvBssInfo) == 12);
+KV_LAYOUT(offsetof(SyncCtrlerPwdMsgData, pwdLen) == 6 && offsetof(SyncCtrlerPwdMsgData, pwd) == 8 &&
+          sizeof(SyncCtrlerPwdMsgData) == 264);
+KV_LAYOUT(offsetof(SyncCtrlerCountryMsgData, countryLen) == 6 && offsetof(SyncCtrlerCountryMsgData, country) == 7 &&
+          sizeof(SyncCtrlerCountryMsgData) == 11);
 
 /* ---- Globals ---- */
 
