@@ -1,5 +1,5 @@
 // Frames against a live member of the network with two ports, its onboarding included, and the lines that it logs.
-#include "node.h"
+#include "daemon/node.h"
 
 #include <json-c/json_tokener.h>
 #include <kv1905/kos.h>
@@ -13,10 +13,10 @@
 #include <string_view>
 
 #include "common/story.h"
-#include "data_model_file.h"
-#include "ethernet_port.h"
-#include "onboarding.h"
-#include "trace.h"
+#include "daemon/data_model_file.h"
+#include "daemon/ethernet_port.h"
+#include "daemon/onboarding.h"
+#include "daemon/trace.h"
 
 namespace kvfuzz {
 

@@ -17,9 +17,9 @@
 #include <optional>
 #include <string>
 
-#include "ethernet_port.h"
+#include "daemon/ethernet_port.h"
+#include "daemon/log.h"
 #include "ieee1905/wire.h"
-#include "log.h"
 
 namespace kv1905d {
 

@@ -3,7 +3,7 @@
 #include <CLI/CLI.hpp>
 
 #include "arguments.h"
-#include "options.h"
+#include "daemon/options.h"
 #include "result_file.h"
 #include "view.h"
 

@@ -7,7 +7,7 @@
 #include <string>
 #include <string_view>
 
-#include "ethernet_port.h"
+#include "daemon/ethernet_port.h"
 
 namespace kv1905d {
 

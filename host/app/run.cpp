@@ -8,7 +8,7 @@
 #include <system_error>
 
 #include "arguments.h"
-#include "plugin.h"
+#include "daemon/plugin.h"
 #include "result_file.h"
 
 namespace kv1905d {

@@ -10,7 +10,7 @@
 #include <span>
 #include <vector>
 
-#include "ethernet_port.h"
+#include "daemon/ethernet_port.h"
 #include "outcome.h"
 
 namespace kv1905d {

@@ -12,8 +12,8 @@
 #include <utility>
 
 #include "app/outcome.h"
-#include "data_model_file.h"
-#include "ethernet_port.h"
+#include "daemon/data_model_file.h"
+#include "daemon/ethernet_port.h"
 
 namespace kv1905d {
 namespace {

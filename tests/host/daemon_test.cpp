@@ -1,5 +1,5 @@
 // The daemon: its options, its guard, how it is called by a plug-in, and all of it at one end of a cable.
-#include "daemon.h"
+#include "daemon/daemon.h"
 
 #include <json-c/json.h>
 #include <sys/stat.h>

@@ -1,4 +1,4 @@
-#include "data_model_file.h"
+#include "daemon/data_model_file.h"
 
 #include <json-c/json.h>
 

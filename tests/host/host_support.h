@@ -10,7 +10,7 @@
 #include <system_error>
 
 #include "app/outcome.h"
-#include "ethernet_port.h"
+#include "daemon/ethernet_port.h"
 #include "ieee1905/cmdu.h"
 
 namespace kv1905d {

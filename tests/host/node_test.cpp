@@ -1,13 +1,13 @@
 // Nodes that find one another, what they know of the network, and how an agent joins it.
-#include "node.h"
+#include "daemon/node.h"
 
 #include <cstdlib>
 #include <fstream>
 #include <memory>
 
-#include "bss_extension.h"
+#include "daemon/bss_extension.h"
+#include "daemon/onboarding.h"
 #include "host_support.h"
-#include "onboarding.h"
 
 namespace kv1905d {
 namespace {

@@ -1,4 +1,4 @@
-#include "trace.h"
+#include "daemon/trace.h"
 
 #include <map>
 #include <tuple>

@@ -1,4 +1,4 @@
-#include "daemon.h"
+#include "daemon/daemon.h"
 
 #include <sys/socket.h>
 #include <sys/time.h>

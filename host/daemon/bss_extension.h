@@ -5,11 +5,11 @@
 #include <optional>
 #include <vector>
 
+#include "daemon/options.h"
+#include "daemon/plugin.h"
+#include "daemon/wifi_band.h"
 #include "ieee1905/bss_elements.h"
 #include "ieee1905/cmdu.h"
-#include "options.h"
-#include "plugin.h"
-#include "wifi_band.h"
 
 namespace kv1905d {
 

@@ -1,4 +1,4 @@
-#include "topology.h"
+#include "daemon/topology.h"
 
 #include <cstdlib>
 #include <deque>

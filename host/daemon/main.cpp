@@ -1,7 +1,7 @@
 #include <cstdio>
 #include <exception>
 
-#include "daemon.h"
+#include "daemon/daemon.h"
 
 namespace {
 

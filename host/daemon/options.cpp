@@ -1,4 +1,4 @@
-#include "options.h"
+#include "daemon/options.h"
 
 #include <CLI/CLI.hpp>
 #include <algorithm>

@@ -1,4 +1,4 @@
-#include "node.h"
+#include "daemon/node.h"
 
 #include <sys/socket.h>
 

@@ -1,4 +1,4 @@
-#include "ethernet_port.h"
+#include "daemon/ethernet_port.h"
 
 #include <arpa/inet.h>
 #include <linux/filter.h>

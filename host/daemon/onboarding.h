@@ -20,9 +20,9 @@
 #include <string>
 #include <vector>
 
+#include "daemon/node.h"
+#include "daemon/wifi_band.h"
 #include "ieee1905/wsc.h"
-#include "node.h"
-#include "wifi_band.h"
 
 namespace kv1905d {
 

@@ -6,8 +6,8 @@
 #include <string>
 #include <vector>
 
+#include "daemon/settings_guard.h"
 #include "ieee1905/topology_tlvs.h"
-#include "settings_guard.h"
 
 namespace kv1905d {
 

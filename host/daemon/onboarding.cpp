@@ -1,9 +1,9 @@
-#include "onboarding.h"
+#include "daemon/onboarding.h"
 
 #include <algorithm>
 #include <cstring>
 
-#include "log.h"
+#include "daemon/log.h"
 
 namespace kv1905d {
 namespace {

@@ -8,16 +8,16 @@
 #include <optional>
 #include <vector>
 
-#include "bss_extension.h"
 #include "command_socket.h"
-#include "data_model_file.h"
-#include "ethernet_port.h"
-#include "node.h"
-#include "onboarding.h"
-#include "options.h"
-#include "plugin.h"
-#include "settings_guard.h"
-#include "trace.h"
+#include "daemon/bss_extension.h"
+#include "daemon/data_model_file.h"
+#include "daemon/ethernet_port.h"
+#include "daemon/node.h"
+#include "daemon/onboarding.h"
+#include "daemon/options.h"
+#include "daemon/plugin.h"
+#include "daemon/settings_guard.h"
+#include "daemon/trace.h"
 
 namespace kv1905d {
 

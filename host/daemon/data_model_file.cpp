@@ -1,4 +1,4 @@
-#include "data_model_file.h"
+#include "daemon/data_model_file.h"
 
 #include <fcntl.h>
 #include <json-c/json.h>
@@ -13,7 +13,7 @@
 #include <string_view>
 #include <system_error>
 
-#include "ethernet_port.h"
+#include "daemon/ethernet_port.h"
 
 namespace kv1905d {
 namespace {

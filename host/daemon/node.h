@@ -9,10 +9,10 @@
 #include <string>
 #include <vector>
 
-#include "counters.h"
+#include "daemon/counters.h"
+#include "daemon/topology.h"
 #include "ieee1905/reassembly.h"
 #include "ieee1905/relay.h"
-#include "topology.h"
 
 namespace kv1905d {
 

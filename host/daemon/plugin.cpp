@@ -1,4 +1,4 @@
-#include "plugin.h"
+#include "daemon/plugin.h"
 
 #include <dlfcn.h>
 
@@ -6,7 +6,7 @@
 #include <cstring>
 #include <stdexcept>
 
-#include "log.h"
+#include "daemon/log.h"
 
 namespace kv1905d {
 namespace {

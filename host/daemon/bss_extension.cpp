@@ -1,4 +1,4 @@
-#include "bss_extension.h"
+#include "daemon/bss_extension.h"
 
 #include <algorithm>
 

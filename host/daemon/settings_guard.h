@@ -6,9 +6,9 @@
 #include <cstdint>
 #include <optional>
 
+#include "daemon/log.h"
+#include "daemon/topology.h"
 #include "ieee1905/wire.h"
-#include "log.h"
-#include "topology.h"
 
 namespace kv1905d {
 

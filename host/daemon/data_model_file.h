@@ -5,8 +5,8 @@
 #include <optional>
 #include <string>
 
-#include "counters.h"
-#include "topology.h"
+#include "daemon/counters.h"
+#include "daemon/topology.h"
 
 namespace kv1905d {
 

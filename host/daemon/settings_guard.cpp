@@ -1,4 +1,4 @@
-#include "settings_guard.h"
+#include "daemon/settings_guard.h"
 
 #include <iterator>
 
