@@ -101,8 +101,7 @@ struct World {
               now};
     Onboarding onboarding{
         node,
-        {[this] { return isController; }, [](Band) { return std::string("home"); },
-         [](Band) { return Bytes{0x10, 0x49, 0, 3, 0x0A, 0x61, 0xC4}; },
+        {[this] { return isController; }, [](Band) { return Bytes{0x10, 0x49, 0, 3, 0x0A, 0x61, 0xC4}; },
          [](ByteView value) { return value.size() < 6 ? std::nullopt : std::optional<KvBssInfo>(KvBssInfo{}); },
          [](const MacAddress &, int) { return 0; }},
         now};

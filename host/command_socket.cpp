@@ -142,7 +142,7 @@ const CommandRow *findCommandRow(uint32_t code) {
 // ---- Messages
 
 Bytes encodePost(const Post &post) {
-    WireWriter out(kPostHeader + kMaxCommandSize);
+    WireWriter out;
     writeU32(out, post.code);
     writeU32(out, static_cast<uint32_t>(post.buffer.size()));
     out.bytes(post.buffer);
@@ -159,7 +159,7 @@ std::optional<Post> parsePost(ByteView message) {
 }
 
 Bytes encodeReply(const Reply &reply) {
-    WireWriter out(kReplySize);
+    WireWriter out;
     writeU32(out, static_cast<uint32_t>(reply.verdict));
     writeU32(out, reply.needed);
     return out.take();

@@ -66,7 +66,6 @@ KvIntfList *newInterfaceList(const Device &device) {
 const Daemon::SignalRow Daemon::kSignals[] = {
     {SIGTERM, &Daemon::stop},
     {SIGINT, &Daemon::stop},
-    {SIGHUP, &Daemon::writeOnSignal},
     {SIGUSR1, &Daemon::announceConfiguration},
 };
 
@@ -93,7 +92,7 @@ NodeConfig Daemon::openPorts() {
         auto watch = std::make_unique<Watch>();
         watch->daemon = this;
         watch->port = watches_.size();
-        watch->fd = openPort(name, options_.alMac);
+        watch->fd = openPort(name);
         const std::optional<MacAddress> mac = interfaceMac(name);
         if (!mac) throw std::runtime_error("interface " + name + " vanished");
         Port port;
@@ -286,10 +285,6 @@ void Daemon::stop() {
     uv_stop(&loop_);
 }
 
-void Daemon::writeOnSignal() {
-    writeDataModelNow();
-}
-
 void Daemon::announceConfiguration() {
     if (!plugin_ || isController()) {
         KV_HOST_LOG(KV_LOG_WARNING, "no configuration to announce: this device is no agent");
@@ -303,7 +298,6 @@ void Daemon::announceConfiguration() {
 OnboardingActions Daemon::onboardingActions() {
     OnboardingActions actions;
     actions.isController = [this] { return isController(); };
-    actions.ssid = [this](Band band) { return mainNetworks().ssid[band]; };
     if (!plugin_) return actions;
     actions.extension = [this](Band band) { return bss_->attribute(band); };
     actions.readExtension = [this](ByteView value) { return bss_->readAttribute(value); };

@@ -47,7 +47,7 @@ class Daemon final : private PluginHost {
         void (Daemon::*act)();
     };
     static const SignalRow kSignals[];
-    static constexpr size_t kSignalCount = 4;
+    static constexpr size_t kSignalCount = 3;
 
     NodeConfig openPorts();
     NodeEvents nodeEvents();
@@ -67,7 +67,6 @@ class Daemon final : private PluginHost {
 
     // Signals
     void stop();
-    void writeOnSignal();
     void announceConfiguration();
 
     // The controller's duties

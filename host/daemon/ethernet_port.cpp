@@ -9,18 +9,17 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <cstddef>
 #include <cstring>
+#include <iterator>
+#include <system_error>
 
 #include "ieee1905/cmdu.h"
 
 namespace kv1905d {
 namespace {
-
-// Offsets in the Ethernet header, as the filter program counts them.
-constexpr uint32_t kOffsetDestinationHigh = 0;  // 4 bytes
-constexpr uint32_t kOffsetDestinationLow = 4;   // 2 bytes
-constexpr uint32_t kOffsetEtherType = 12;       // 2 bytes
 
 // A device reports its stations in one burst: 2000 of them take some 130 full frames, 2.3 kB of kernel memory each.
 constexpr int kSocketBuffer = 4 << 20;  // bytes
@@ -42,43 +41,14 @@ bool interfaceRequest(const std::string &interface, unsigned long request, ifreq
     return control.valid() && ioctl(control.get(), request, &answer) == 0;
 }
 
-uint32_t high(const MacAddress &mac) {
-    const auto &b = mac.bytes;
-    return uint32_t{b[0]} << 24 | uint32_t{b[1]} << 16 | uint32_t{b[2]} << 8 | b[3];
-}
-
-uint32_t low(const MacAddress &mac) {
-    return uint32_t{mac.bytes[4]} << 8 | mac.bytes[5];
-}
-
-// Accept frames of our EtherType to one of three destinations.
-void attachFilter(int fd, const MacAddress (&destinations)[3], const std::string &interface) {
-    constexpr uint8_t accept = 14;
-    constexpr uint8_t reject = 15;
-    const auto load = [](uint16_t width, uint32_t offset) -> sock_filter {
-        return BPF_STMT(static_cast<uint16_t>(BPF_LD | BPF_ABS | width), offset);
+// Accepts frames of our EtherType. Node compares addresses: those of interfaces may change.
+void attachFilter(int fd, const std::string &interface) {
+    sock_filter program[] = {
+        BPF_STMT(BPF_LD | BPF_H | BPF_ABS, offsetof(ethhdr, h_proto)),
+        BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, kEtherType, 0, 1),
+        BPF_STMT(BPF_RET | BPF_K, 0xFFFF),  // bytes
+        BPF_STMT(BPF_RET | BPF_K, 0),
     };
-    // `yes` and `no` are absolute places in the program; the machine wants them relative to the next instruction.
-    const auto jump = [](size_t here, uint32_t value, size_t yes, size_t no) -> sock_filter {
-        return BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, value, static_cast<uint8_t>(yes - here - 1),
-                        static_cast<uint8_t>(no - here - 1));
-    };
-    sock_filter program[16];
-    size_t at = 0;
-    program[at++] = load(BPF_H, kOffsetEtherType);
-    program[at] = jump(at, kEtherType, at + 1, reject);
-    ++at;
-    for (const MacAddress &mac : destinations) {
-        const size_t next = at + 4;
-        program[at++] = load(BPF_W, kOffsetDestinationHigh);
-        program[at] = jump(at, high(mac), at + 1, next < accept ? next : reject);
-        ++at;
-        program[at++] = load(BPF_H, kOffsetDestinationLow);
-        program[at] = jump(at, low(mac), accept, next < accept ? next : reject);
-        ++at;
-    }
-    program[accept] = BPF_STMT(BPF_RET | BPF_K, 0xFFFF);
-    program[reject] = BPF_STMT(BPF_RET | BPF_K, 0);
     const sock_fprog filter{static_cast<unsigned short>(std::size(program)), program};
     setOption(fd, SOL_SOCKET, SO_ATTACH_FILTER, filter, interface, "attach the frame filter");
 }
@@ -140,12 +110,10 @@ bool interfaceRunning(const std::string &interface) {
     return interfaceRequest(interface, SIOCGIFFLAGS, request) && (request.ifr_flags & wanted) == wanted;
 }
 
-FileDescriptor openPort(const std::string &interface, const MacAddress &alMac) {
-    const std::optional<MacAddress> own = interfaceMac(interface);
-    if (!own) fail(interface, "look up");
+FileDescriptor openPort(const std::string &interface) {
     int index = 0;
     FileDescriptor fd = openPacketSocket(interface, &index);
-    attachFilter(fd.get(), {alMac, *own, kMulticastMac}, interface);
+    attachFilter(fd.get(), interface);
     setOption(fd.get(), SOL_PACKET, PACKET_IGNORE_OUTGOING, int{1}, interface, "ignore outgoing frames");
     addMembership(fd.get(), index, PACKET_MR_MULTICAST, kMulticastMac, interface, "join the multicast group");
     // Unicast goes to AL MACs, which no hardware filter knows.

@@ -36,11 +36,10 @@ std::optional<MacAddress> interfaceMac(const std::string &interface);
 bool interfaceRunning(const std::string &interface);
 
 /*
- * A socket that receives, and can send, IEEE 1905.1 frames of that interface: those to `alMac`, to the interface's own
- * MAC and to the multicast address. It listens before a bridge takes the frames of a bridge port away. Non-blocking.
- * Throws std::system_error that names the interface and the step.
+ * A socket that sends and receives the IEEE 1905.1 frames of that interface, to whatever address. It receives frames
+ * before a bridge does. Non-blocking. Throws std::system_error that names the interface and the step.
  */
-FileDescriptor openPort(const std::string &interface, const MacAddress &alMac);
+FileDescriptor openPort(const std::string &interface);
 
 // A socket that sends through that interface and receives nothing. Throws like openPort.
 FileDescriptor openSender(const std::string &interface);

@@ -20,7 +20,7 @@ constexpr Time kSoonEarliest{50};
 constexpr Time kSoonLatest{400};
 
 Bytes ethernetFrame(const MacAddress &destination, const MacAddress &source, ByteView payload) {
-    WireWriter out(kEthernetHeader + kMaxFramePayload);
+    WireWriter out;
     out.mac(destination);
     out.mac(source);
     out.u16(kEtherType);

@@ -1,7 +1,6 @@
 #include "daemon/onboarding.h"
 
 #include <algorithm>
-#include <cstring>
 
 #include "daemon/log.h"
 
@@ -60,7 +59,7 @@ Onboarding::Onboarding(Node &node, OnboardingActions actions, Time now)
     for (const BandRow &row : kBandRows) {
         for (const LocalInterface &radio : node.config().radios) {
             if (wifiBand(radio.mediaType) != row.band) continue;
-            exchanges_.push_back({row.band, radio.mac});
+            exchanges_.push_back({row.band});
             break;
         }
     }
@@ -152,7 +151,7 @@ void Onboarding::answerM1(const MacAddress &source, const WscMessage &m1, uint16
     WscMessage m2 = m1;
     m2.type = kWscM2;
     m2.registrarNonce = newNonce();
-    sendWsc(source, m2, {}, id, now);
+    sendWsc(source, m2, id, now);
 }
 
 // The exchange that this M2 answers; null when there is none.
@@ -215,7 +214,7 @@ void Onboarding::search(Exchange &exchange, Time now) {
 void Onboarding::offer(Exchange &exchange, Time now) {
     ++exchange.offers;
     exchange.due = now + kOfferPause;
-    sendWsc(*controller_, {kWscM1, rowOf(exchange.band).wsc, exchange.nonce, {}}, exchange.radio, 0, now);
+    sendWsc(*controller_, {kWscM1, rowOf(exchange.band).wsc, exchange.nonce, {}}, 0, now);
 }
 
 void Onboarding::requestSettings(Time now) {
@@ -230,16 +229,10 @@ void Onboarding::requestSettings(Time now) {
 
 // ---- Sending
 
-void Onboarding::sendWsc(const MacAddress &to, const WscMessage &message, const MacAddress &radio, uint16_t id,
-                         Time now) {
+void Onboarding::sendWsc(const MacAddress &to, const WscMessage &message, uint16_t id, Time now) {
     const Band band = findRow(&BandRow::wsc, message.bands)->band;
-    const KvDevVendorData &own = *node_.topology().local().vendor.data();
-    const WscSender sender{node_.config().alMac,
-                           radio,
-                           {own.modelName, strnlen(own.modelName, sizeof own.modelName)},
-                           actions_.ssid(band)};
     const Bytes extension = actions_.extension ? actions_.extension(band) : Bytes();
-    Message wsc{kAutoconfigurationWsc, id, false, {{kTlvWsc, encodeWsc(message, sender, extension)}}};
+    Message wsc{kAutoconfigurationWsc, id, false, {{kTlvWsc, encodeWsc(message, extension)}}};
     node_.sendMessage(Reach::Unicast, to, wsc, now);
 }
 

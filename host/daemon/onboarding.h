@@ -9,15 +9,14 @@
  *   kept per device and band          <----   WSC M2 with the vendor extension
  *   settings requests of the plug-in  ---->   once per join
  *
- * Reduced against the standard: M1 and M2 carry neither public keys nor an authenticator nor encrypted settings. There
- * is no Diffie-Hellman exchange, so nothing here is secret or proven, and no radio is configured by it.
+ * Reduced against the standard: M1 and M2 carry the nonces, the band and the vendor extension alone. There is no
+ * Diffie-Hellman exchange, so nothing here is secret or proven, and no radio is configured by it.
  */
 #pragma once
 
 #include <functional>
 #include <optional>
 #include <random>
-#include <string>
 #include <vector>
 
 #include "daemon/node.h"
@@ -29,7 +28,6 @@ namespace kv1905d {
 // What Onboarding needs of its owner; those marked with * may be empty, as they are without the plug-in.
 struct OnboardingActions {
     std::function<bool()> isController;
-    std::function<std::string(Band)> ssid;  // of the main BSS; "" when there is none
     // * The vendor extension attribute for the main BSS of that band; an empty one is left out.
     std::function<Bytes(Band)> extension;
     // * Read a received one from its vendor ID on; nothing when it is malformed.
@@ -57,7 +55,6 @@ class Onboarding {
     // The agent's side of one band.
     struct Exchange {
         Band band;
-        MacAddress radio;
         Step step = Step::Search;
         Time due{};
         Time pause{};           // until the next Search
@@ -84,7 +81,7 @@ class Onboarding {
     void search(Exchange &exchange, Time now);
     void offer(Exchange &exchange, Time now);
     void requestSettings(Time now);
-    void sendWsc(const MacAddress &to, const WscMessage &message, const MacAddress &radio, uint16_t id, Time now);
+    void sendWsc(const MacAddress &to, const WscMessage &message, uint16_t id, Time now);
     WscNonce newNonce();
 
     Node &node_;

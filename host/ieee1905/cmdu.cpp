@@ -59,7 +59,7 @@ class TlvDecoder {
 };
 
 Bytes frame(const Message &message, size_t index, bool last, ByteView body) {
-    WireWriter out(kMaxFramePayload);
+    WireWriter out;
     out.u8(0);  // message version
     out.u8(0);  // reserved
     out.u16(message.type);
@@ -74,7 +74,7 @@ Bytes frame(const Message &message, size_t index, bool last, ByteView body) {
 class BodyCutter {
   public:
     void add(const Tlv &tlv) {
-        WireWriter out(kTlvHeaderSize + kMaxTlvValue);
+        WireWriter out;
         out.u8(tlv.type);
         out.u16(static_cast<uint16_t>(tlv.value.size()));
         out.bytes(tlv.value);

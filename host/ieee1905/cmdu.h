@@ -31,7 +31,6 @@ enum TlvType : uint8_t {
     kTlvMacAddress = 0x02,
     kTlvDeviceInformation = 0x03,
     kTlvBridgingCapability = 0x04,
-    kTlvNonIeee1905Neighbours = 0x06,
     kTlvIeee1905Neighbours = 0x07,
     kTlvVendorSpecific = 0x0B,
     kTlvSearchedRole = 0x0D,

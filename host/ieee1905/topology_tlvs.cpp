@@ -22,20 +22,6 @@ struct ReportRow {
     bool (*read)(ByteView value, TopologyReport &report);
 };
 
-bool readBridges(ByteView value, TopologyReport &report) {
-    auto bridges = parseBridgingCapability(value);
-    if (!bridges || bridges->size() > kMaxInterfaces - report.bridges.size()) return false;
-    std::move(bridges->begin(), bridges->end(), std::back_inserter(report.bridges));
-    return true;
-}
-
-bool readNonIeee1905(ByteView value, TopologyReport &report) {
-    auto neighbours = parseNonIeee1905Neighbours(value);
-    if (!neighbours || report.nonIeee1905Neighbours.size() >= kMaxInterfaces) return false;
-    report.nonIeee1905Neighbours.push_back(std::move(*neighbours));
-    return true;
-}
-
 bool readIeee1905(ByteView value, TopologyReport &report) {
     auto neighbours = parseIeee1905Neighbours(value);
     size_t total = 0;
@@ -52,8 +38,6 @@ bool readVendorSpecific(ByteView value, TopologyReport &report) {
 }
 
 constexpr ReportRow kReportRows[] = {
-    {kTlvBridgingCapability, readBridges},
-    {kTlvNonIeee1905Neighbours, readNonIeee1905},
     {kTlvIeee1905Neighbours, readIeee1905},
     {kTlvVendorSpecific, readVendorSpecific},
 };
@@ -85,27 +69,6 @@ std::optional<DeviceInformation> parseDeviceInformation(ByteView value) {
     return device;
 }
 
-std::optional<BridgingCapability> parseBridgingCapability(ByteView value) {
-    WireReader reader(value);
-    BridgingCapability bridges(reader.u8());
-    for (auto &bridge : bridges) {
-        bridge.resize(std::min<size_t>(reader.u8(), reader.remaining() / 6 + 1));
-        for (MacAddress &mac : bridge)
-            mac = reader.mac();
-    }
-    if (!reader.ok()) return std::nullopt;
-    return bridges;
-}
-
-std::optional<NonIeee1905Neighbours> parseNonIeee1905Neighbours(ByteView value) {
-    WireReader reader(value);
-    NonIeee1905Neighbours neighbours{reader.mac(), {}};
-    while (reader.remaining() > 0)
-        neighbours.macs.push_back(reader.mac());
-    if (!reader.ok()) return std::nullopt;
-    return neighbours;
-}
-
 std::optional<Ieee1905Neighbours> parseIeee1905Neighbours(ByteView value) {
     WireReader reader(value);
     Ieee1905Neighbours neighbours{reader.mac(), {}};
@@ -130,7 +93,7 @@ Tlv macTlv(TlvType type, const MacAddress &mac) {
 }
 
 Tlv deviceInformationTlv(const DeviceInformation &device) {
-    WireWriter out(kMaxTlvValue);
+    WireWriter out;
     out.mac(device.alMac);
     const uint8_t count = count8(device.interfaces.size());
     out.u8(count);
@@ -146,7 +109,7 @@ Tlv deviceInformationTlv(const DeviceInformation &device) {
 }
 
 Tlv bridgingCapabilityTlv(const BridgingCapability &bridges) {
-    WireWriter out(kMaxTlvValue);
+    WireWriter out;
     out.u8(count8(bridges.size()));
     for (const auto &bridge : bridges) {
         out.u8(count8(bridge.size()));
@@ -156,16 +119,8 @@ Tlv bridgingCapabilityTlv(const BridgingCapability &bridges) {
     return finish(kTlvBridgingCapability, out);
 }
 
-Tlv nonIeee1905NeighboursTlv(const NonIeee1905Neighbours &neighbours) {
-    WireWriter out(kMaxTlvValue);
-    out.mac(neighbours.localInterface);
-    for (const MacAddress &mac : neighbours.macs)
-        out.mac(mac);
-    return finish(kTlvNonIeee1905Neighbours, out);
-}
-
 Tlv ieee1905NeighboursTlv(const Ieee1905Neighbours &neighbours) {
-    WireWriter out(kMaxTlvValue);
+    WireWriter out;
     out.mac(neighbours.localInterface);
     for (const Neighbour &neighbour : neighbours.neighbours) {
         out.mac(neighbour.alMac);
@@ -192,8 +147,6 @@ std::optional<TopologyReport> parseTopologyReport(const Message &message) {
 std::vector<Tlv> topologyReportTlvs(const TopologyReport &report) {
     std::vector<Tlv> tlvs{deviceInformationTlv(report.device)};
     if (!report.bridges.empty()) tlvs.push_back(bridgingCapabilityTlv(report.bridges));
-    for (const auto &neighbours : report.nonIeee1905Neighbours)
-        tlvs.push_back(nonIeee1905NeighboursTlv(neighbours));
     for (const auto &neighbours : report.neighbours)
         tlvs.push_back(ieee1905NeighboursTlv(neighbours));
     return tlvs;

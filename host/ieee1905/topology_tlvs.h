@@ -31,13 +31,6 @@ struct DeviceInformation {
 // Interfaces that are bridged with one another, one list per bridge.
 using BridgingCapability = std::vector<std::vector<MacAddress>>;
 
-struct NonIeee1905Neighbours {
-    MacAddress localInterface;
-    std::vector<MacAddress> macs;
-
-    bool operator==(const NonIeee1905Neighbours &) const = default;
-};
-
 struct Neighbour {
     MacAddress alMac;
     bool viaBridge = false;  // another bridge lies between
@@ -60,24 +53,20 @@ struct VendorSpecific {
 
 std::optional<MacAddress> parseMacTlv(ByteView value);  // AL MAC and MAC address TLVs
 std::optional<DeviceInformation> parseDeviceInformation(ByteView value);
-std::optional<BridgingCapability> parseBridgingCapability(ByteView value);
-std::optional<NonIeee1905Neighbours> parseNonIeee1905Neighbours(ByteView value);
 std::optional<Ieee1905Neighbours> parseIeee1905Neighbours(ByteView value);
 std::optional<VendorSpecific> parseVendorSpecific(ByteView value);
 
 Tlv macTlv(TlvType type, const MacAddress &mac);
 Tlv deviceInformationTlv(const DeviceInformation &device);
 Tlv bridgingCapabilityTlv(const BridgingCapability &bridges);
-Tlv nonIeee1905NeighboursTlv(const NonIeee1905Neighbours &neighbours);
 Tlv ieee1905NeighboursTlv(const Ieee1905Neighbours &neighbours);
 
 // Everything a topology response tells.
 struct TopologyReport {
     DeviceInformation device;
-    BridgingCapability bridges;
-    std::vector<NonIeee1905Neighbours> nonIeee1905Neighbours;
+    BridgingCapability bridges;  // written alone
     std::vector<Ieee1905Neighbours> neighbours;
-    BssElements bss{};  // read alone: the sender's comes ready made
+    BssElements bss{};  // read alone: the plug-in writes its TLVs
 };
 
 // Nothing when the device information is missing, a known TLV is malformed or a bound is exceeded.

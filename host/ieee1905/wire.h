@@ -1,4 +1,4 @@
-// The one bounded reader and the one bounded writer for bytes of the wire. Multi-byte numbers are big-endian.
+// The one bounded reader and the one writer for bytes of the wire. Multi-byte numbers are big-endian.
 #pragma once
 
 #include <cstddef>
@@ -62,42 +62,20 @@ class WireReader {
     bool ok_ = true;
 };
 
-// Running out of room sets the failure, which stays; nothing is written beyond `capacity`.
 class WireWriter {
   public:
-    explicit WireWriter(size_t capacity) : capacity_(capacity) {}
-
-    bool ok() const { return ok_; }
-    size_t size() const { return out_.size(); }
-    size_t room() const { return capacity_ - out_.size(); }
-
-    void bytes(ByteView data) {
-        if (!ok_ || data.size() > room()) {
-            ok_ = false;
-            return;
-        }
-        out_.insert(out_.end(), data.begin(), data.end());
-    }
-    void u8(uint8_t value) {
-        if (!ok_ || room() == 0) {
-            ok_ = false;
-            return;
-        }
-        out_.push_back(value);
-    }
+    void bytes(ByteView data) { out_.insert(out_.end(), data.begin(), data.end()); }
+    void u8(uint8_t value) { out_.push_back(value); }
     void u16(uint16_t value) {
         u8(static_cast<uint8_t>(value >> 8));
         u8(static_cast<uint8_t>(value));
     }
     void mac(const MacAddress &value) { bytes(value.bytes); }
 
-    // What was written; check ok() first.
     Bytes take() { return std::move(out_); }
 
   private:
     Bytes out_;
-    size_t capacity_;
-    bool ok_ = true;
 };
 
 }  // namespace kv1905d

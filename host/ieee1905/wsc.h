@@ -4,7 +4,6 @@
 
 #include <array>
 #include <optional>
-#include <string>
 
 #include "wire.h"
 
@@ -25,16 +24,8 @@ struct WscMessage {
     WscNonce registrarNonce{};  // M2 alone
 };
 
-// What describes the sender. Texts are cut to their attribute's size.
-struct WscSender {
-    MacAddress alMac;
-    MacAddress radio;   // M1 alone
-    std::string model;  // M1 alone
-    std::string ssid;   // M2 alone; of the main BSS
-};
-
 // extension: a whole vendor extension attribute, put last; may be empty.
-Bytes encodeWsc(const WscMessage &message, const WscSender &sender, ByteView extension);
+Bytes encodeWsc(const WscMessage &message, ByteView extension);
 
 struct ReceivedWsc {
     WscMessage message;

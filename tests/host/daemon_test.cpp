@@ -61,7 +61,7 @@ class GuardTest : public testing::Test {
         return guard.admits(source, value, controller, topology_, now, "eth0");
     }
     uint32_t &stationsOf(const MacAddress &alMac) {
-        return topology_.update({{alMac, {}}, {}, {}, {}}, kNow)->vendor.data()->wifiNbrNum;
+        return topology_.update({{alMac, {}}, {}, {}}, kNow)->vendor.data()->wifiNbrNum;
     }
 
     Topology topology_{kSelf, kNow};
@@ -151,7 +151,7 @@ TEST(Daemon, KeepsUpWithBurstsAndWritesFewFiles) {
     ASSERT_EQ(std::system("ip link add cable0 type veth peer name cable1 && ip link set cable0 up && "
                           "ip link set cable1 up"),
               0);
-    const FileDescriptor fd = openPort("cable1", mac(2));
+    const FileDescriptor fd = openPort("cable1");
     const auto send = [&](const Message &message) {
         Bytes frame = fromHex("0180C2000013 02005E000200 893A");
         for (const Bytes &payload : encodeMessage(message))
@@ -161,7 +161,7 @@ TEST(Daemon, KeepsUpWithBurstsAndWritesFewFiles) {
     Bytes frame;
     {
         // As many full frames as 2000 stations take, while the receiver is busy.
-        const FileDescriptor receiver = openPort("cable0", mac(1));
+        const FileDescriptor receiver = openPort("cable0");
         for (int i = 0; i < 150; ++i)
             send({kVendorSpecific, 1, false, {{kTlvVendorSpecific, Bytes(1486)}}});
         int received = 0;
@@ -180,7 +180,7 @@ TEST(Daemon, KeepsUpWithBurstsAndWritesFewFiles) {
         }
         EXPECT_EQ(textAt(path), text) << path;
     };
-    const Message hello{kTopologyResponse, 1, false, topologyReportTlvs({{mac(2), {}}, {}, {}, {}})};
+    const Message hello{kTopologyResponse, 1, false, topologyReportTlvs({{mac(2), {}}, {}, {}})};
     await("/kv1905/NumberOfDevices", "2", &hello);
 
     // One report a station, as fast as they go: every one asks for the file.

@@ -262,7 +262,7 @@ TEST(Topology, InterfacesBelongToTheFirstWhoReportedThem) {
     EXPECT_EQ(second->interfaces.at(0).vendor.pwrState, 2u);
     EXPECT_EQ(topology.findByAnyMac(mac(2, 0x10)), nullptr);
     for (unsigned i = 1; i < 2000; ++i)
-        topology.update({{mac(0x80 + (i >> 8), i), {}}, {}, {}, {}}, kStart);
+        topology.update({{mac(0x80 + (i >> 8), i), {}}, {}, {}}, kStart);
     EXPECT_EQ(topology.size(), Topology::kMaxDevices);
 }
 
@@ -275,7 +275,6 @@ struct Party : Host {
         start(kStart);
         OnboardingActions actions;
         actions.isController = [device] { return device == 1; };
-        actions.ssid = [](Band) { return ""; };
         actions.extension = [](Band band) {  // what the plug-in would write, reduced to its band index
             return fromHex(band == kBand24 ? "1049 0006 0A61C4 010180" : "1049 0006 0A61C4 010140");
         };
