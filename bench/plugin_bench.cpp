@@ -146,7 +146,7 @@ void benchWsc() {
 void benchQueryTable() {
     compare("query table/registered and reported", 0, [] {
         kv::registerKvVendQueryMsg(kvbench::kAgent, 0x77, 0, 0);
-        kv::reportKvVendRespMsgReceived(kvbench::kAgent, 0x77, kv::VEND_MSG_TYPE_CONF_RESP);
+        kv::reportKvVendRespMsgReceived(kvbench::kAgent, 0x77, VEND_MSG_TYPE_CONF_RESP);
     });
     compare("query table/checked, empty", 0, [] {
         const std::time_t now = std::time(nullptr);
@@ -223,7 +223,7 @@ void benchStations(size_t count) {
         "stations/queried and answered" + suffix, bytes,
         [=] {
             prepare();
-            static const Bytes query = received(kv::VEND_MSG_TYPE_WIFI_STATE_REQ, Bytes(6));
+            static const Bytes query = received(VEND_MSG_TYPE_WIFI_STATE_REQ, Bytes(6));
             receive(query);
         },
         stations);

@@ -51,7 +51,7 @@ void loadEverything(DeviceWorld &world, uint8_t choice) {
     if ((choice & 2) != 0) {  // the password, which a request makes this device read
         const Bytes payload(kvtest::kLocal.begin(), kvtest::kLocal.end());
         world.host.receive(kvtest::kAgent,
-                           kvtest::message(kvtest::kAgent, kv::VEND_MSG_TYPE_SYNC_CTRL_PWD_REQ, payload), 1);
+                           kvtest::message(kvtest::kAgent, VEND_MSG_TYPE_SYNC_CTRL_PWD_REQ, payload), 1);
     }
     checkMdids(choice / 4 % (KV_MAX_MDID_INTERFACES + 2));
 }

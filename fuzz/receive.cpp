@@ -59,7 +59,7 @@ void withoutLength(const KvRecvVendTlv *tlv, uint32_t, uint32_t msgId) {
 
 template <auto entry>
 void playMessage(Story &story, const Step &step) {
-    const uint16_t type = step.argument % (kv::VEND_MSG_TYPE_LIMIT + 1);
+    const uint16_t type = step.argument % (VEND_MSG_TYPE_LIMIT + 1);
     deliver(story, kvtest::message(story.peer, type, step.body), entry);
 }
 
@@ -131,7 +131,7 @@ void playReport(Story &story, const Step &step) {
     const Bytes payload = join(story.peer, length, text);
     const int writes = story.host.jsonWrites;
     const std::string before = story.state();
-    story.host.receive(story.peer, kvtest::message(story.peer, kv::VEND_MSG_TYPE_WIFI_CLIENT_MCAST2, payload), 1);
+    story.host.receive(story.peer, kvtest::message(story.peer, VEND_MSG_TYPE_WIFI_CLIENT_MCAST2, payload), 1);
     require(story.host.jsonWrites != writes || story.state() == before, "a refused report changes nothing");
 }
 

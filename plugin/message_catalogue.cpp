@@ -1,4 +1,4 @@
-// ONE table: message type -> name, payload decoder, payload encoder, handler, resend. A new message is one row here
+// ONE table: message type -> payload decoder, payload encoder, handler, resend. A new message is one row here
 // and one file in features/. Types without a row are unknown to encoder, decoder and dispatcher alike.
 #include <array>
 #include <iterator>
@@ -34,58 +34,67 @@ uint16_t refuseReserved(ByteReader &, KvVendMsg &) {
     return 0;
 }
 // Types whose decoder has already done the work.
-int acceptDecoded(const Dispatch &) {
+int acceptDecoded(const KvVendMsg *) {
     return KV_RET_OK;
 }
 int encodeNothing(const KvVendMsg &, ByteWriter &) {
     return KV_RET_OK;
 }
 
+#define MESSAGE(name, decode, encode, handle, resend) \
+    { VEND_MSG_TYPE_##name, decode, encode, handledBy<handle>, resend }
 #define RESERVED(number) \
-    { VEND_MSG_TYPE_RESERVED_##number, "RESERVED_" #number, refuseReserved, encodeNothing, nullptr, nullptr }
+    { VEND_MSG_TYPE_RESERVED_##number, refuseReserved, encodeNothing, nullptr, nullptr }
 
 // clang-format off
 constexpr MessageRow kRows[] = {
-    // type, name, decode, encode, handle, resend
-    {VEND_MSG_TYPE_CONF_QUERY, "CONF_QUERY", parseConfQueryMsgData, genConfQueryMsgData, handledBy<handleConfQueryMsg>, sendConfQuery},
-    {VEND_MSG_TYPE_CONF_RESP,  "CONF_RESP",  parseConfRespMsgData,  genConfRespMsgData,  handledBy<handleConfRespMsg>,  nullptr},
-    {VEND_MSG_TYPE_INTF_PWR_STATE_QUERY, "INTF_PWR_STATE_QUERY", parseTargetMsgData, genTargetMsgData, handledBy<handleIntfPwrStateQueryMsg>, sendIntfPwrStateQuery},
-    {VEND_MSG_TYPE_INTF_PWR_STATE_RESP, "INTF_PWR_STATE_RESP", parseIntfPwrStateRespMsgData, genIntfPwrStateRespMsgData, handledBy<handleIntfPwrStateRespMsg>, nullptr},
-    {VEND_MSG_TYPE_REBOOT_REQ, "REBOOT_REQ", parseRebootTargetMsgData, genTargetMsgData, handledBy<handleRebootReqMsg>, nullptr},
-    {VEND_MSG_TYPE_REBOOT_RESP, "REBOOT_RESP", parseResultMsgData, genResultMsgData, handledBy<handleRebootRespMsg>, nullptr},
-    {VEND_MSG_TYPE_INTF_PWR_CTRL_REQ, "INTF_PWR_CTRL_REQ", parseIntfPwrCtrlReqMsgData, genIntfPwrCtrlReqMsgData, handledBy<handleIntfPwrCtrlReqMsg>, nullptr},
-    {VEND_MSG_TYPE_INTF_PWR_CTRL_RESP, "INTF_PWR_CTRL_RESP", parseIntfPwrCtrlRespMsgData, genIntfPwrCtrlRespMsgData, handledBy<handleIntfPwrCtrlRespMsg>, nullptr},
-    {VEND_MSG_TYPE_WIFI_STATE_REQ, "WIFI_STATE_REQ", parseNamedTargetMsgData, genTargetMsgData, handledBy<handleWifiStateReqMsg>, nullptr},
-    {VEND_MSG_TYPE_WIFI_STATE_RESP, "WIFI_STATE_RESP", parseWifiStateRespMsgData, genWifiStateRespMsgData, handledBy<handleWifiStateRespMsg>, nullptr},
+    MESSAGE(CONF_QUERY, parseConfQueryMsgData, genConfQueryMsgData, handleConfQueryMsg, sendConfQuery),
+    MESSAGE(CONF_RESP, parseConfRespMsgData, genConfRespMsgData, handleConfRespMsg, nullptr),
+    MESSAGE(INTF_PWR_STATE_QUERY, parseTargetMsgData, genTargetMsgData,
+            handleIntfPwrStateQueryMsg, sendIntfPwrStateQuery),
+    MESSAGE(INTF_PWR_STATE_RESP, parseIntfPwrStateRespMsgData, genIntfPwrStateRespMsgData,
+            handleIntfPwrStateRespMsg, nullptr),
+    MESSAGE(REBOOT_REQ, parseRebootTargetMsgData, genTargetMsgData, handleRebootReqMsg, nullptr),
+    MESSAGE(REBOOT_RESP, parseResultMsgData, genResultMsgData, handleRebootRespMsg, nullptr),
+    MESSAGE(INTF_PWR_CTRL_REQ, parseIntfPwrCtrlReqMsgData, genIntfPwrCtrlReqMsgData, handleIntfPwrCtrlReqMsg, nullptr),
+    MESSAGE(INTF_PWR_CTRL_RESP, parseIntfPwrCtrlRespMsgData, genIntfPwrCtrlRespMsgData,
+            handleIntfPwrCtrlRespMsg, nullptr),
+    MESSAGE(WIFI_STATE_REQ, parseNamedTargetMsgData, genTargetMsgData, handleWifiStateReqMsg, nullptr),
+    MESSAGE(WIFI_STATE_RESP, parseWifiStateRespMsgData, genWifiStateRespMsgData, handleWifiStateRespMsg, nullptr),
     RESERVED(10), RESERVED(11), RESERVED(12), RESERVED(16), RESERVED(17), RESERVED(18), RESERVED(19),
-    {VEND_MSG_TYPE_FW_CTRL_REQ, "FW_CTRL_REQ", parseFWCtrlReqMsgData, genFWCtrlReqMsgData, handledBy<handleFWCtrlReqMsg>, nullptr},
-    {VEND_MSG_TYPE_FW_CTRL_RESP, "FW_CTRL_RESP", parseResultMsgData, genResultMsgData, handledBy<handleFWCtrlRespMsg>, nullptr},
-    {VEND_MSG_TYPE_RESET_DEFAULT_REQ, "RESET_DEFAULT_REQ", parseNamedTargetMsgData, genTargetMsgData, handledBy<handleResetDefaultReqMsg>, nullptr},
-    {VEND_MSG_TYPE_RESET_DEFAULT_RESP, "RESET_DEFAULT_RESP", parseResultMsgData, genResultMsgData, handledBy<handleResetDefaultRespMsg>, nullptr},
-    {VEND_MSG_TYPE_COMMAND_REQ, "COMMAND_REQ", parseCommandReqMsgData, genCommandReqMsgData, handledBy<handleCommandReqMsg>, nullptr},
-    {VEND_MSG_TYPE_PARTIAL_RESET_DEFAULT_REQ, "PARTIAL_RESET_DEFAULT_REQ", parseNamedTargetMsgData, genTargetMsgData, handledBy<handlePartialResetDefaultReqMsg>, nullptr},
-    {VEND_MSG_TYPE_PARTIAL_RESET_DEFAULT_RESP, "PARTIAL_RESET_DEFAULT_RESP", parseResultMsgData, genResultMsgData, handledBy<handlePartialResetDefaultRespMsg>, nullptr},
-    {VEND_MSG_TYPE_COMMAND_RESP, "COMMAND_RESP", parseResultMsgData, genResultMsgData, handledBy<handleCommandRespMsg>, nullptr},
-    {VEND_MSG_TYPE_LED_CTRL_REQ, "LED_CTRL_REQ", parseLedCtrlMsgData, genLedCtrlMsgData, handledBy<handleLedCtrlReqMsg>, nullptr},
-    {VEND_MSG_TYPE_LED_CTRL_MCAST, "LED_CTRL_MCAST", parseLedCtrlMsgData, genLedCtrlMsgData, handledBy<handleLedCtrlMcastMsg>, nullptr},
-    {VEND_MSG_TYPE_LED_CTRL_RESP, "LED_CTRL_RESP", parseResultMsgData, genResultMsgData, handledBy<handleLedCtrlRespMsg>, nullptr},
-    {VEND_MSG_TYPE_WIFI_CLIENT_MCAST2, "WIFI_CLIENT_MCAST2", parseWifiClientMsgData, genWifiClientMsgData, handledBy<handleWifiClientMcastMsg>, nullptr},
+    MESSAGE(FW_CTRL_REQ, parseFWCtrlReqMsgData, genFWCtrlReqMsgData, handleFWCtrlReqMsg, nullptr),
+    MESSAGE(FW_CTRL_RESP, parseResultMsgData, genResultMsgData, handleFWCtrlRespMsg, nullptr),
+    MESSAGE(RESET_DEFAULT_REQ, parseNamedTargetMsgData, genTargetMsgData, handleResetDefaultReqMsg, nullptr),
+    MESSAGE(RESET_DEFAULT_RESP, parseResultMsgData, genResultMsgData, handleResetDefaultRespMsg, nullptr),
+    MESSAGE(COMMAND_REQ, parseCommandReqMsgData, genCommandReqMsgData, handleCommandReqMsg, nullptr),
+    MESSAGE(PARTIAL_RESET_DEFAULT_REQ, parseNamedTargetMsgData, genTargetMsgData,
+            handlePartialResetDefaultReqMsg, nullptr),
+    MESSAGE(PARTIAL_RESET_DEFAULT_RESP, parseResultMsgData, genResultMsgData,
+            handlePartialResetDefaultRespMsg, nullptr),
+    MESSAGE(COMMAND_RESP, parseResultMsgData, genResultMsgData, handleCommandRespMsg, nullptr),
+    MESSAGE(LED_CTRL_REQ, parseLedCtrlMsgData, genLedCtrlMsgData, handleLedCtrlReqMsg, nullptr),
+    MESSAGE(LED_CTRL_MCAST, parseLedCtrlMsgData, genLedCtrlMsgData, handleLedCtrlMcastMsg, nullptr),
+    MESSAGE(LED_CTRL_RESP, parseResultMsgData, genResultMsgData, handleLedCtrlRespMsg, nullptr),
+    MESSAGE(WIFI_CLIENT_MCAST2, parseWifiClientMsgData, genWifiClientMsgData, handleWifiClientMcastMsg, nullptr),
     RESERVED(42), RESERVED(43), RESERVED(44), RESERVED(49), RESERVED(50),
-    {VEND_MSG_TYPE_SYNC_CTRL_PWD_RESP, "SYNC_CTRL_PWD_RESP", parseSyncCtrlerPwdMsgData, genSyncCtrlerPwdMsgData, acceptDecoded, nullptr},
-    {VEND_MSG_TYPE_SYNC_CTRL_PWD_REQ, "SYNC_CTRL_PWD_REQ", parseTargetMsgData, genTargetMsgData, handledBy<handleSyncControllerPwdReqMsg>, nullptr},
-    {VEND_MSG_TYPE_SYNC_CTRL_COUNTRY_BCN_REQ, "SYNC_CTRL_COUNTRY_BCN_REQ", parseTargetMsgData, genTargetMsgData, handledBy<handleSyncControllerCountryBcnReqMsg>, nullptr},
-    {VEND_MSG_TYPE_SYNC_CTRL_COUNTRY_BCN_RESP, "SYNC_CTRL_COUNTRY_BCN_RESP", parseSyncCtrlerCountryMsgData, genSyncCtrlerCountryMsgData, acceptDecoded, nullptr},
+    MESSAGE(SYNC_CTRL_PWD_RESP, parseSyncCtrlerPwdMsgData, genSyncCtrlerPwdMsgData, acceptDecoded, nullptr),
+    MESSAGE(SYNC_CTRL_PWD_REQ, parseTargetMsgData, genTargetMsgData, handleSyncControllerPwdReqMsg, nullptr),
+    MESSAGE(SYNC_CTRL_COUNTRY_BCN_REQ, parseTargetMsgData, genTargetMsgData,
+            handleSyncControllerCountryBcnReqMsg, nullptr),
+    MESSAGE(SYNC_CTRL_COUNTRY_BCN_RESP, parseSyncCtrlerCountryMsgData, genSyncCtrlerCountryMsgData,
+            acceptDecoded, nullptr),
 };
 
 // Intel's set.
 constexpr IntelMessageRow kIntelRows[] = {
-    // type, name, decode, encode, handle
-    {INTEL_MSG_TYPE_RSSI_MEASUREMENT_REQ, "RSSI_MEASUREMENT_REQ", parseRssiMeasurementReq, nullptr, handleIntelRssiMeasurementReq},
-    {INTEL_MSG_TYPE_RSSI_MEASUREMENT_RESP, "RSSI_MEASUREMENT_RESP", nullptr, genRssiMeasurementResp, nullptr},
-    {INTEL_MSG_TYPE_RSSI_MEASUREMENT_NOTIFY, "RSSI_MEASUREMENT_NOTIFY", nullptr, genRssiMeasurementNotify, nullptr},
+    // type, decode, encode, handle
+    {INTEL_MSG_TYPE_RSSI_MEASUREMENT_REQ, parseRssiMeasurementReq, nullptr, handleIntelRssiMeasurementReq},
+    {INTEL_MSG_TYPE_RSSI_MEASUREMENT_RESP, nullptr, genRssiMeasurementResp, nullptr},
+    {INTEL_MSG_TYPE_RSSI_MEASUREMENT_NOTIFY, nullptr, genRssiMeasurementNotify, nullptr},
 };
 // clang-format on
 
+#undef MESSAGE
 #undef RESERVED
 
 constexpr uint8_t kNoRow = 0xFF;

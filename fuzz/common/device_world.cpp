@@ -89,18 +89,18 @@ void checkSent(const Bytes &sent) {
     header.skip(11);
     const unsigned type = header.u16();
     require(header.u16() + kv::kEnvelopeLen == value.size(), "a sent value is as long as it says");
-    if (type == kv::VEND_MSG_TYPE_SYNC_CTRL_PWD_RESP || type == kv::VEND_MSG_TYPE_SYNC_CTRL_COUNTRY_BCN_RESP ||
+    if (type == VEND_MSG_TYPE_SYNC_CTRL_PWD_RESP || type == VEND_MSG_TYPE_SYNC_CTRL_COUNTRY_BCN_RESP ||
         value.size() == kv::kEnvelopeLen) {
         return;
     }
     KvVendMsg msg = {};
     require(kv::parseKvVendMsg(kv::ByteReader(value.data(), value.size()), &msg) == KV_RET_OK,
             "what the plug-in sends, its own decoder accepts");
-    if (type == kv::VEND_MSG_TYPE_WIFI_STATE_RESP) {
+    if (type == VEND_MSG_TYPE_WIFI_STATE_RESP) {
         return kv::freeWIFINeighborList(static_cast<WIFINeighborList *>(msg.payload));
     }
     const kv::OwnedStations read = kv::newStations();
-    require(type != kv::VEND_MSG_TYPE_WIFI_CLIENT_MCAST2 ||
+    require(type != VEND_MSG_TYPE_WIFI_CLIENT_MCAST2 ||
                 (kv::copyWIFIclientMsgDataTokvWIFINeighborTable(
                      read.get(), static_cast<kv::KvWifiClientMsg *>(msg.payload)) == KV_RET_OK &&
                  read->count != 0),

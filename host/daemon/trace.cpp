@@ -6,6 +6,7 @@
 #include <iterator>
 
 #include "ieee1905/topology_tlvs.h"
+#include "kv1905/vendor_messages.h"
 #include "result_names.h"
 
 namespace kv1905d {
@@ -184,46 +185,42 @@ void measurement(Payload &in) {
 
 struct Row {
     unsigned type;
-    const char *name;
     Part layout[3];
 };
 
-constexpr Row kMakerRows[] = {
-    {0, "CONF_QUERY", {target}},
-    {1, "CONF_RESP", {skipped<6>, attributes}},
-    {2, "INTF_PWR_STATE_QUERY", {target}},
-    {3, "INTF_PWR_STATE_RESP", {skipped<6>, interfaces<9>}},
-    {4, "REBOOT_REQ", {target}},
-    {5, "REBOOT_RESP", {result}},
-    {6, "INTF_PWR_CTRL_REQ", {target, interfaces<8>, powerState}},
-    {7, "INTF_PWR_CTRL_RESP", {interfaces<9>}},
-    {8, "WIFI_STATE_REQ", {target}},
-    {9, "WIFI_STATE_RESP", {stations}},
-    {20, "FW_CTRL_REQ", {firmware}},
-    {21, "FW_CTRL_RESP", {result}},
-    {22, "RESET_DEFAULT_REQ", {target}},
-    {23, "RESET_DEFAULT_RESP", {result}},
-    {25, "COMMAND_REQ", {skipped<2>, writtenText<2, 2047>}},
-    {26, "PARTIAL_RESET_DEFAULT_REQ", {target}},
-    {27, "PARTIAL_RESET_DEFAULT_RESP", {result}},
-    {32, "COMMAND_RESP", {result}},
-    {33, "LED_CTRL_REQ", {target, ledOption}},
-    {34, "LED_CTRL_MCAST", {target, ledOption}},
-    {35, "LED_CTRL_RESP", {result}},
-    {36, "WIFI_CLIENT_MCAST2", {skipped<6>, stationRecords}},
-    {69, "SYNC_CTRL_PWD_RESP", {skipped<6>, password}},
-    {70, "SYNC_CTRL_PWD_REQ", {target}},
-    {76, "SYNC_CTRL_COUNTRY_BCN_REQ", {target}},
-    {77, "SYNC_CTRL_COUNTRY_BCN_RESP", {skipped<6>, writtenText<1, 4>}},
+constexpr Row kVendorRows[] = {
+    {VEND_MSG_TYPE_CONF_QUERY, {target}},
+    {VEND_MSG_TYPE_CONF_RESP, {skipped<6>, attributes}},
+    {VEND_MSG_TYPE_INTF_PWR_STATE_QUERY, {target}},
+    {VEND_MSG_TYPE_INTF_PWR_STATE_RESP, {skipped<6>, interfaces<9>}},
+    {VEND_MSG_TYPE_REBOOT_REQ, {target}},
+    {VEND_MSG_TYPE_REBOOT_RESP, {result}},
+    {VEND_MSG_TYPE_INTF_PWR_CTRL_REQ, {target, interfaces<8>, powerState}},
+    {VEND_MSG_TYPE_INTF_PWR_CTRL_RESP, {interfaces<9>}},
+    {VEND_MSG_TYPE_WIFI_STATE_REQ, {target}},
+    {VEND_MSG_TYPE_WIFI_STATE_RESP, {stations}},
+    {VEND_MSG_TYPE_FW_CTRL_REQ, {firmware}},
+    {VEND_MSG_TYPE_FW_CTRL_RESP, {result}},
+    {VEND_MSG_TYPE_RESET_DEFAULT_REQ, {target}},
+    {VEND_MSG_TYPE_RESET_DEFAULT_RESP, {result}},
+    {VEND_MSG_TYPE_COMMAND_REQ, {skipped<2>, writtenText<2, 2047>}},
+    {VEND_MSG_TYPE_PARTIAL_RESET_DEFAULT_REQ, {target}},
+    {VEND_MSG_TYPE_PARTIAL_RESET_DEFAULT_RESP, {result}},
+    {VEND_MSG_TYPE_COMMAND_RESP, {result}},
+    {VEND_MSG_TYPE_LED_CTRL_REQ, {target, ledOption}},
+    {VEND_MSG_TYPE_LED_CTRL_MCAST, {target, ledOption}},
+    {VEND_MSG_TYPE_LED_CTRL_RESP, {result}},
+    {VEND_MSG_TYPE_WIFI_CLIENT_MCAST2, {skipped<6>, stationRecords}},
+    {VEND_MSG_TYPE_SYNC_CTRL_PWD_RESP, {skipped<6>, password}},
+    {VEND_MSG_TYPE_SYNC_CTRL_PWD_REQ, {target}},
+    {VEND_MSG_TYPE_SYNC_CTRL_COUNTRY_BCN_REQ, {target}},
+    {VEND_MSG_TYPE_SYNC_CTRL_COUNTRY_BCN_RESP, {skipped<6>, writtenText<1, 4>}},
 };
 
-// Receivers know these types only to refuse them.
-constexpr unsigned kReserved[] = {10, 11, 12, 16, 17, 18, 19, 42, 43, 44, 49, 50};
-
 constexpr Row kIntelRows[] = {
-    {0x67, "RSSI_MEASUREMENT_REQ", {station}},
-    {0x68, "RSSI_MEASUREMENT_RESP", {measurement}},
-    {0x6A, "RSSI_MEASUREMENT_NOTIFY", {measurement}},
+    {INTEL_MSG_TYPE_RSSI_MEASUREMENT_REQ, {station}},
+    {INTEL_MSG_TYPE_RSSI_MEASUREMENT_RESP, {measurement}},
+    {INTEL_MSG_TYPE_RSSI_MEASUREMENT_NOTIFY, {measurement}},
 };
 
 // ---- Envelopes
@@ -233,13 +230,13 @@ struct Family {
     size_t beforeType, typeSize, afterType;  // bytes
     bool tellsLength;                        // of the payload, in two bytes before it
     const char *unknown;
+    const char *(*nameOf)(unsigned type);  // null for an unknown type
     std::span<const Row> rows;
-    std::span<const unsigned> reserved;
 };
 
 constexpr Family kFamilies[] = {
-    {0x024EA7, 8, 2, 0, true, "unknown type %u", kMakerRows, kReserved},
-    {0x000347, 6, 1, 12, false, "unknown Intel type 0x%02x", kIntelRows, {}},
+    {KV_VENDOR_OUI, 8, 2, 0, true, "unknown type %u", kvVendorMessageName, kVendorRows},
+    {KV_INTEL_OUI, 6, 1, 12, false, "unknown Intel type 0x%02x", kvIntelMessageName, kIntelRows},
 };
 
 using Told = std::pair<std::string, std::string>;  // a message's name and what it says
@@ -252,13 +249,11 @@ Told messageOf(const Family &family, ByteView body) {
     envelope.take(family.afterType);
     Payload payload(family.tellsLength ? envelope.take(envelope.number(2)) : envelope.rest());
     const auto row = std::find_if(family.rows.begin(), family.rows.end(), [&](const Row &r) { return r.type == type; });
-    std::string name;
+    const char *known = family.nameOf(type);
+    const std::string name = known != nullptr ? known : formatted(family.unknown, type);
     if (row == family.rows.end()) {
-        const bool reserved = std::find(family.reserved.begin(), family.reserved.end(), type) != family.reserved.end();
-        name = formatted(reserved ? "RESERVED_%u" : family.unknown, type);
         payload.say(counted(payload.remaining(), "byte"));
     } else {
-        name = row->name;
         for (const Part part : row->layout) {
             if (part != nullptr) part(payload);
         }

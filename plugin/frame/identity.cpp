@@ -10,7 +10,7 @@ const uint8_t I5_MCAST_MAC_ADDRESS[KV_MAC_LEN] = {0x01, 0x80, 0xC2, 0x00, 0x00, 
 namespace kv {
 
 namespace {
-constexpr uint8_t kMakerOui[KV_OUI_LEN] = {0x02, 0x4E, 0xA7};
+constexpr uint8_t kVendorOui[KV_OUI_LEN] = {KV_VENDOR_OUI >> 16, KV_VENDOR_OUI >> 8 & 0xFF, KV_VENDOR_OUI & 0xFF};
 }
 
 const uint8_t *getMAPAlMac() {
@@ -18,7 +18,7 @@ const uint8_t *getMAPAlMac() {
 }
 
 const uint8_t *getMAPAlOui() {
-    return kMakerOui;
+    return kVendorOui;
 }
 
 int32_t getSysUptime() {

@@ -24,7 +24,6 @@ inline constexpr size_t kIntelRequestLen = kIntelEnvelopeLen + KV_MAC_LEN;
 // One message type of Intel's set; the rows stand in message_catalogue.cpp.
 struct IntelMessageRow {
     uint8_t type;
-    const char *name;
     // As in MessageRow; null where the type is not received or not sent.
     uint16_t (*decode)(ByteReader &payload, KvIntelVendMsg &msg);
     // Writes the payload and returns its length, 0 on failure.

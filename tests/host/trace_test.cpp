@@ -26,12 +26,12 @@ std::string makerLine(unsigned type, const Bytes &payload, size_t length) {
 TEST(Trace, NamesTheTypesAsThePluginDoes) {
     for (unsigned type = 0; type <= 0xFF; ++type) {
         const kv::MessageRow *row = kv::findMessageRow(static_cast<uint16_t>(type));
-        const std::string name = row != nullptr ? row->name : "unknown type " + std::to_string(type);
+        const std::string name = row != nullptr ? kvVendorMessageName(type) : "unknown type " + std::to_string(type);
         EXPECT_TRUE(makerLine(type, {}, 0).starts_with("in   " + name + " from peer msgId 0x1001: ")) << name;
         const kv::IntelMessageRow *intel = kv::findIntelMessageRow(static_cast<uint8_t>(type));
         Bytes value = fromHex("000347 01020304 0506 00 00 112233445566 00 0708 0000");
         value[9] = static_cast<uint8_t>(type);
-        const std::string intelName = intel != nullptr ? intel->name : "unknown Intel type";
+        const std::string intelName = intel != nullptr ? kvIntelMessageName(type) : "unknown Intel type";
         EXPECT_TRUE(lineOf(value).starts_with("in   " + intelName + " ")) << intelName;
     }
 }

@@ -170,7 +170,12 @@ class Tables(unittest.TestCase):
 
     def enumerators(self, path, prefix):
         found = re.findall(rf"^\s*{prefix}(\w+) = (\w+),", (ROOT / "plugin" / path).read_text(), re.M)
-        return {int(value, 0): name for name, value in found if name != "LIMIT"}
+        return {int(value, 0): name for name, value in found}
+
+    def messages(self, family):
+        header = (ROOT / "include" / "kv1905" / "vendor_messages.h").read_text()
+        table = re.search(rf"#define KV_{family}_MESSAGES\(X\)(.*?)\n\n", header, re.S)[1]
+        return {int(number, 0): name for name, number in re.findall(r"X\((\w+), (\w+)\)", table)}
 
     def test_types_and_attributes_are_the_plugins(self):
         with tempfile.TemporaryDirectory() as home:
@@ -180,10 +185,10 @@ class Tables(unittest.TestCase):
             values, fields = ([line.split("\t") for line in run("tshark", "-G", what, env={**os.environ, "HOME": home})
                                .stdout.splitlines() if "\tkv1905." in line] for what in ("values", "fields"))
         results = re.findall(r'\{(\d+), "(.+)"\}', (ROOT / "host" / "result_names.h").read_text())
-        messages = self.enumerators("protocol/message_row.h", "VEND_MSG_TYPE_")
+        messages = self.messages("VENDOR")
         for field, expected in (
                 ("type", messages), ("result", {int(code): text for code, text in results}),
-                ("intel.type", self.enumerators("features/wifi_clients/rssi_measurement.h", "INTEL_MSG_TYPE_")),
+                ("intel.type", self.messages("INTEL")),
                 ("conf.attr.type", self.enumerators(ATTRIBUTE_TABLE, "CONF_ATTR_"))):
             told = {int(row[2], 0): row[3] for row in values if row[1] == f"kv1905.{field}"}
             self.assertTrue(expected and told == expected, f"{field}: {told}, want {expected}")

@@ -80,9 +80,9 @@ std::string sendText(const Sent &sent) {
     if (sent.value.size() >= kEnvelope) {
         const Bytes payload(sent.value.begin() + kEnvelope, sent.value.end());
         const auto type = static_cast<uint16_t>(sent.value[11] << 8 | sent.value[12]);
-        const kv::MessageRow *row = kv::findMessageRow(type);
-        if (row != nullptr && sent.value == message(kLocal, type, payload)) {
-            return text + " " + row->name + " " + brief(payload);
+        const char *name = kvVendorMessageName(type);
+        if (name != nullptr && sent.value == message(kLocal, type, payload)) {
+            return text + " " + name + " " + brief(payload);
         }
     }
     return text + " raw " + brief(sent.value);

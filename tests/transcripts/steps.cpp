@@ -30,9 +30,9 @@ namespace {
 // A number, or the name of a message type.
 uint16_t messageType(ScriptWords &in) {
     const std::string word = in.text();
-    for (uint16_t type = 0; type < kv::VEND_MSG_TYPE_LIMIT; ++type) {
-        const kv::MessageRow *row = kv::findMessageRow(type);
-        if (row != nullptr && word == row->name) {
+    for (uint16_t type = 0; type < VEND_MSG_TYPE_LIMIT; ++type) {
+        const char *name = kvVendorMessageName(type);
+        if (name != nullptr && word == name) {
             return type;
         }
     }
@@ -70,7 +70,7 @@ Bytes readReport(const Mac &writer, ScriptWords &in) {
     Bytes payload(writer.begin(), writer.end());
     append(payload, std::initializer_list<size_t>{text.size() >> 8, text.size() & 0xFF});
     append(payload, text);
-    return message(writer, kv::VEND_MSG_TYPE_WIFI_CLIENT_MCAST2, payload);
+    return message(writer, VEND_MSG_TYPE_WIFI_CLIENT_MCAST2, payload);
 }
 
 template <ValueReader readValue>

@@ -130,14 +130,14 @@ std::unique_ptr<ScriptedDevice> preparedDevice(const std::vector<std::string> &s
 // Receives the sample of every message that somebody speaks.
 std::vector<std::string> sampleSteps() {
     std::vector<std::string> steps;
-    for (uint16_t type = 0; type < kv::VEND_MSG_TYPE_LIMIT; ++type) {
+    for (uint16_t type = 0; type < VEND_MSG_TYPE_LIMIT; ++type) {
         const kv::MessageRow *row = kv::findMessageRow(type);
         const auto *sample = std::find_if(std::begin(kSampleMessages), std::end(kSampleMessages),
                                           [type](const SampleMessage &each) { return each.type == type; });
         if (sample != std::end(kSampleMessages)) {
-            steps.push_back(std::string("receive ") + row->name + " " + sample->payload);
+            steps.push_back(std::string("receive ") + kvVendorMessageName(type) + " " + sample->payload);
         } else {
-            EXPECT_TRUE(row == nullptr || row->handle == nullptr) << row->name << " has no sample message";
+            EXPECT_TRUE(row == nullptr || row->handle == nullptr) << type << " has no sample message";
         }
     }
     return steps;

@@ -21,12 +21,12 @@ using namespace kvtest;
 // A message costs its record and its payload; each message that goes out costs its buffer.
 TEST(Cost, HeapBlocksOfAMessage) {
     const std::map<uint16_t, size_t> beyond = {
-        {kv::VEND_MSG_TYPE_CONF_QUERY, 1},          // the response, too large for a stack
-        {kv::VEND_MSG_TYPE_CONF_RESP, 2},           // the agent enters the upgrade list
-        {kv::VEND_MSG_TYPE_WIFI_STATE_REQ, 3},      // two views, and one of the local list
-        {kv::VEND_MSG_TYPE_WIFI_STATE_RESP, 2},     // the station, and its copy in the table
-        {kv::VEND_MSG_TYPE_WIFI_CLIENT_MCAST2, 3},  // a view, the station, and its copy in the table
-        {kv::VEND_MSG_TYPE_COMMAND_REQ, 3},         // two words and the request that they stand for
+        {VEND_MSG_TYPE_CONF_QUERY, 1},          // the response, too large for a stack
+        {VEND_MSG_TYPE_CONF_RESP, 2},           // the agent enters the upgrade list
+        {VEND_MSG_TYPE_WIFI_STATE_REQ, 3},      // two views, and one of the local list
+        {VEND_MSG_TYPE_WIFI_STATE_RESP, 2},     // the station, and its copy in the table
+        {VEND_MSG_TYPE_WIFI_CLIENT_MCAST2, 3},  // a view, the station, and its copy in the table
+        {VEND_MSG_TYPE_COMMAND_REQ, 3},         // two words and the request that they stand for
     };
     for (const SampleMessage &sample : kSampleMessages) {
         emptyDevice();
@@ -41,7 +41,7 @@ TEST(Cost, HeapBlocksOfAMessage) {
         host.receive(kAgent, message(kAgent, sample.type, fromHex(sample.payload)), 7);
         const auto extra = beyond.find(sample.type);
         EXPECT_LE(takeAllocationCount(), 2 + host.sent.size() + (extra == beyond.end() ? 0 : extra->second))
-            << kv::findMessageRow(sample.type)->name;
+            << kvVendorMessageName(sample.type);
     }
 }
 

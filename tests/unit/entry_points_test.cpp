@@ -59,7 +59,7 @@ TEST_F(EntryPoints, NothingIsRefused) {
     EXPECT_EQ(kvMAP1905_VenderSpecMsg_send(kAgent.data(), nullptr, nullptr), KV_RET_ERR);
     EXPECT_EQ(kvMAP1905_RssiMeasurementNotify_send(kAgent.data(), nullptr), KV_RET_ERR);
     uint32_t length = 4711;
-    const KvVendMsg longest = kv::makeVendMsg(kv::VEND_MSG_TYPE_RESERVED_10, 0xFFFF, nullptr);
+    const KvVendMsg longest = kv::makeVendMsg(VEND_MSG_TYPE_RESERVED_10, 0xFFFF, nullptr);
     EXPECT_EQ(kv::genKvVendMsg(nullptr, &length, &longest), KV_RET_ERR);
     EXPECT_EQ(length, 4711u);
     Bytes buffer(KV_VEND_MSG_BUFFER_LEN);
@@ -116,7 +116,7 @@ TEST_F(EntryPoints, AReportThatContradictsItsRecordIsDumpedAndNotSent) {
         clearLog();
         record.dataLen = c.dataLen;
         record.alMac[5] = c.lastByte;
-        const KvVendMsg msg = kv::makeVendMsg(kv::VEND_MSG_TYPE_WIFI_CLIENT_MCAST2, c.payloadLen, &record);
+        const KvVendMsg msg = kv::makeVendMsg(VEND_MSG_TYPE_WIFI_CLIENT_MCAST2, c.payloadLen, &record);
         EXPECT_EQ(kvMAP1905_VenderSpecRelayMcastMsg_send(&msg, nullptr), KV_RET_ERR);
         EXPECT_EQ(logCount(kPrint, c.line), 1u) << c.line;
         std::string dump;

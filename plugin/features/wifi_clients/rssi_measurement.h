@@ -11,17 +11,11 @@
 #include <cstdint>
 
 #include "kv1905/kvMAP1905.h"
+#include "kv1905/vendor_messages.h"
 #include "protocol/byte_reader.h"
 #include "protocol/byte_writer.h"
 
 namespace kv {
-
-// Codes of Intel's message types.
-enum : uint8_t {
-    INTEL_MSG_TYPE_RSSI_MEASUREMENT_REQ = 0x67,
-    INTEL_MSG_TYPE_RSSI_MEASUREMENT_RESP = 0x68,
-    INTEL_MSG_TYPE_RSSI_MEASUREMENT_NOTIFY = 0x6A,
-};
 
 uint16_t parseRssiMeasurementReq(ByteReader &payload, KvIntelVendMsg &msg);
 size_t genRssiMeasurementResp(const KvRssiMeasurement *payload, ByteWriter &writer);
