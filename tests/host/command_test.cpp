@@ -74,13 +74,32 @@ TEST(CommandServer, TakesThePlaceOfADeadDaemonButOfNobodyElse) {
         ASSERT_EQ(stat(kSocket, &facts), 0);
         EXPECT_EQ(facts.st_mode & 0777, 0600u);
         EXPECT_SAYS("another daemon", errorOf([] { CommandServer second(kSocket); }));
+        EXPECT_EQ(access(kSocket, F_OK), 0) << "the second one removed the first one's file";
     }
     EXPECT_NE(access(kSocket, F_OK), 0);
+    {
+        const CommandServer replaced(kSocket);
+        EXPECT_EQ(unlink(kSocket), 0);
+        std::ofstream(kSocket) << "its successor's";
+    }
+    EXPECT_EQ(unlink(kSocket), 0) << "a daemon removes its own socket alone";
     rawSocket(bind);  // a daemon that was killed leaves its file
     { const CommandServer successor(kSocket); }
     std::ofstream(kSocket) << "somebody's file";
     EXPECT_SAYS("no socket", errorOf([] { CommandServer server(kSocket); }));
     EXPECT_EQ(unlink(kSocket), 0);
+}
+
+TEST(CommandServer, TakesPostsOfItsOwnUserAndRootAlone) {
+    if (geteuid() != 0) GTEST_SKIP() << "only root can become another user";
+    const Daemon daemon;
+    EXPECT_EQ(chmod(kSocket, 0666), 0);  // the file would stop the other user first
+    EXPECT_EQ(seteuid(65534), 0);
+    const Verdict verdict = postCommand(kSocket, {KV_CMD_UPDATE_DEVICE_INFO, {}}, kPatience).verdict;
+    EXPECT_EQ(seteuid(0), 0);
+    EXPECT_EQ(verdict, Verdict::NotPermitted);
+    EXPECT_TRUE(told(1).empty());
+    EXPECT_EQ(postCommand(kSocket, {KV_CMD_UPDATE_DEVICE_INFO, {}}, kPatience).verdict, Verdict::Accepted);
 }
 
 TEST(CommandServer, OutlivesClientsThatAreSilentOrTalkNonsense) {
@@ -102,6 +121,9 @@ TEST(CommandServer, OutlivesClientsThatAreSilentOrTalkNonsense) {
     EXPECT_FALSE(parsePost(tooLong));
     EXPECT_TRUE(told(1).empty());
     EXPECT_EQ(postCommand(kSocket, {KV_CMD_UPDATE_DEVICE_INFO, {}}, kPatience).verdict, Verdict::Accepted);
+    char byte = 0;
+    const auto ended = [&](const FileDescriptor &fd) { return recv(fd.get(), &byte, 1, MSG_DONTWAIT) == 0; };
+    EXPECT_GE(std::count_if(silent.begin(), silent.end(), ended), 12) << "the oldest give way";
 }
 
 TEST(ResultFile, OnlyACompleteLineCountsForOneToolAtATime) {
@@ -185,8 +207,16 @@ TEST(RunCommand, ReachesTheDaemonAndEndsWithAStatusAndItsMeaning) {
     EXPECT_EQ(outcomeOf("reboot T", kPatience).status, Status::NoDaemon);
     EXPECT_NE(access(lock.c_str(), F_OK), 0) << "a lock that nobody else may take";
     CommandActions ready;
-    ready.run = [](uint32_t, void *) { return Effect{1}; };
-    EXPECT_EQ(handlePost(encodePost({KV_CMD_FW_CTRL, Bytes(2059)}), ready).verdict, Verdict::ShortBuffer);
+    ready.run = [](uint32_t, void *buffer) {
+        const auto *bytes = static_cast<const uint8_t *>(buffer);
+        EXPECT_EQ(std::count(bytes + 2, bytes + kMaxCommandSize + 1, 0), kMaxCommandSize - 1) << "zeros follow a post";
+        return Effect{1};
+    };
+    const Reply reply = handlePost(encodePost({KV_CMD_FW_CTRL, Bytes(2059)}), ready);
+    EXPECT_EQ(reply.verdict, Verdict::ShortBuffer);
+    EXPECT_EQ(reply.needed, sizeof(KvFWCtrlReq));
+    EXPECT_EQ(handlePost(encodePost({0x777, Bytes(2, 0xFF)}), ready).verdict, Verdict::Accepted)
+        << "the plug-in's to know";
     EXPECT_EQ(handlePost(encodePost({KV_CMD_REBOOT, Bytes(6)}), {}).verdict, Verdict::NoPlugin);
     const CommandServer hung(kSocket);  // accepts nothing
     EXPECT_EQ(outcomeOf("rssi T T", Time(100)).status, Status::NoAnswer);

@@ -202,12 +202,35 @@ TEST(Daemon, KeepsUpWithBurstsAndWritesFewFiles) {
     const Bytes rssi = fromHex("02005E000200 02005E0A0102"),
                 told = fromHex("02005E0A0102 0000 0000 0000 A6 00 64 0000");
     EXPECT_EQ(postCommand(kDefaultCommandSocket, {kCommandRssi, rssi}, kPatience).verdict, Verdict::UnknownStation);
-    bool isTold = false;
-    while (takeFrame(fd, frame))
-        isTold |= std::search(frame.begin(), frame.end(), told.begin(), told.end()) != frame.end();
-    EXPECT_TRUE(isTold);
+    const auto isSent = [&](const Bytes &part) {  // within a second
+        for (const Time deadline = now() + Time(1500); now() < deadline; std::this_thread::sleep_for(Time(5)))
+            while (takeFrame(fd, frame))
+                if (std::search(frame.begin(), frame.end(), part.begin(), part.end()) != frame.end()) return true;
+        return false;
+    };
+    EXPECT_TRUE(isSent(told));
+    const std::string self = "02005E000100", envelope = "024EA7" + self + "0001";
+    const Bytes target = fromHex("02005E000200");
+    EXPECT_EQ(postCommand(kDefaultCommandSocket, {kCommandQueryStations, target}, kPatience).verdict,
+              Verdict::Accepted);
+    EXPECT_TRUE(isSent(fromHex(envelope + "0008"))) << "a query of stations";
+    EXPECT_EQ(postCommand(kDefaultCommandSocket, {kCommandQueryPower, target}, kPatience).verdict, Verdict::Accepted);
+    EXPECT_TRUE(isSent(fromHex(envelope + "0002"))) << "a query of power states";
+    EXPECT_EQ(textAt("/kv1905/Role"), "Agent");
+    kill(child, SIGUSR1);
+    EXPECT_TRUE(isSent(fromHex(envelope + "0001"))) << "the configuration is announced";
+    EXPECT_EQ(frame.at(21), 0xC0) << "to the whole network";
+
+    // A link that goes takes its neighbours with it; one that comes is announced on at once.
+    const Message discovery{kTopologyDiscovery, 2, false, {macTlv(kTlvAlMac, mac(2)), macTlv(kTlvMacAddress, mac(2))}};
+    await("/kv1905/DeviceList/0/NeighborList/0/ID", mac(2).text(), &discovery);
+    EXPECT_EQ(std::system("ip link set cable1 down"), 0);
+    await("/kv1905/DeviceList/0/NeighborList/0/ID", "", nullptr);
+    EXPECT_EQ(std::system("ip link set cable1 up"), 0);
+    EXPECT_TRUE(isSent(fromHex("893A 00 00 0000"))) << "a topology discovery";
+    await("/kv1905/DeviceList/0/NeighborList/0/ID", mac(2).text(), &discovery);
     int status = 0;
-    kill(child, SIGTERM);
+    kill(child, SIGINT);
     EXPECT_EQ(waitpid(child, &status, 0), child);
     EXPECT_EQ(status, 0);
     EXPECT_EQ(std::system("ip link del cable0"), 0);

@@ -43,6 +43,14 @@ TEST(DataModel, HoldsEverythingThatIsKnownInListsThatAgreeWithTheirCounts) {
         remote[i] = {
             i < 2 ? &remote[i + 1] : nullptr, {2, 0, 0, 0, 0, i}, 0x0105, 866, -61, -2, 4, 1u << 31, 6, 7, 8, 9, 6};
     remote[1].Band = 0;
+    remote[1].RSSI = -128;
+    remote[2].RSSI = 10;
+    device.interfaces[1].vendor.pwrState = 1;
+    device.bss = {{{mac(0xF1), 0x1234, false}}, {{0x40, 1, 0x1234, 2, 3, 5}}};
+    device.apConfigurations[kBand5] = {};
+    device.apConfigurations[kBand5].MDID = 0x1234;
+    record.rebootFromNbrCap = 1;
+    std::strcpy(record.fwVersion, "V1");
     record.wifiNbrHead = remote;
     std::memset(record.modelName, 'm', sizeof record.modelName);  // no NUL: the field's end must stop the reader
     std::strcpy(record.ipAddr, "192.0.2.1");
@@ -50,7 +58,9 @@ TEST(DataModel, HoldsEverythingThatIsKnownInListsThatAgreeWithTheirCounts) {
     std::memcpy(record.ledStatus, "O\xFFN\"\n", 6);
     device.neighbours = {{mac(2, 0x20), {{mac(1), false}}}, {mac(2, 0x10), {{mac(3), true}}}};
     const MainNetworks networks{{"home", "home 5G"}, {mac(0xF0), MacAddress{}}};
-    const DataModelView view{topology, {}, "Agent", networks, Time(9000), 1700000000, mac(2), 77};
+    Counters counters;
+    counters.framesSent = 42;
+    const DataModelView view{topology, counters, "Agent", networks, Time(9000), 1700000000, mac(2), 77};
 
     const std::pair<std::string, std::string> rows[] = {
         {kNetwork + "NumberOfDevices", "2"},
@@ -62,7 +72,13 @@ TEST(DataModel, HoldsEverythingThatIsKnownInListsThatAgreeWithTheirCounts) {
         {kRadios + "/1/BSSList", "[]"},  // no BSSID is known
         {kRemoteRadios + "/0/BSSList/0/NumberOfSTA", "2"},
         {kRemoteRadios + "/1/BSSList/0/NumberOfSTA", "0"},  // nobody knows which of the two: they are not listed twice
+        {kRadios + "/0/Enabled", "true"},
+        {kRemoteRadios + "/1/Enabled", "false"},
+        {kRemoteRadios + "/1/BSSList/0/Enabled", "false"},
+        {kNetwork + "DeviceList/1/ManufacturerModel", '"' + std::string(sizeof record.modelName, 'm') + '"'},
+        {kNetwork + "DeviceList/1/SoftwareVersion", "\"V1\""},
         {"/kv1905/Controller", "\"02:00:5e:00:02:00\""},
+        {"/kv1905/Counters/FramesSent", "42"},
         {kStations + "1",
          R"({"MACAddress":"02:00:00:00:00:00","LastDataDownlinkRate":7000,"LastDataUplinkRate":8000,)"
          R"("SignalStrength":98,"BytesSent":2147483648,"BytesReceived":6,"TimeStamp":"1970-01-01T00:00:09Z",)"
@@ -70,8 +86,18 @@ TEST(DataModel, HoldsEverythingThatIsKnownInListsThatAgreeWithTheirCounts) {
          R"("SNR":-2,"SignalLevel":4,"Rate":866000})"},
         {kStations + "2/Band", "\"\""},
         {kStations + "2/BSSID", "null"},
+        {kStations + "2/SignalStrength", "0"},
+        {kStations + "3/SignalStrength", "220"},
         {kFirst + "WifiNeighborCount", "77"},
         {kFirst + "Hops", "0"},
+        {kFirst + "SecondsSinceHeard", "0"},
+        {kSecond + "RebootAllowed", "true"},
+        {kSecond + "InterfacePowerAllowed", "false"},
+        {kSecond + "UptimeReceived", "\"\""},
+        {kSecond + "MdidList", R"([{"BSSID":"02:00:5e:00:f1:00","Mdid":4660,"Enabled":false}])"},
+        {kSecond + "BssConfigList",
+         R"([{"BandIndex":64,"Attribute":1,"Mdid":4660,"Tci":2,"WlMode":3,"ExtAttribute":5}])"},
+        {kSecond + "ApConfigurationList/0/Mdid", "4660"},
         {kSecond + "Hops", "null"},
         {kSecond + "SpeaksProtocol", "true"},
         {kSecond + "SecondsSinceHeard", "8"},
@@ -113,6 +139,10 @@ TEST(ReplaceFile, ReplacesInOneStepAndNamesWhatFails) {
     EXPECT_EQ(rest(std::ifstream(file)), "second");
     EXPECT_EQ(rest(std::move(old)), "first, and longer");
     EXPECT_EQ(std::distance(fs::directory_iterator(directory), {}), 1);
+    EXPECT_EQ(fs::status(file).permissions(), fs::perms(0644)) << "every program may read it";
+    fs::create_directory(directory + "/taken");
+    EXPECT_SAYS("replace", errorOf([&] { replaceFile(directory + "/taken", "x"); }));
+    EXPECT_EQ(std::distance(fs::directory_iterator(directory), {}), 2) << "a temporary file stayed";
     EXPECT_SAYS("none/model.json", errorOf([&] { replaceFile(directory + "/none/model.json", "x"); }));
 }
 

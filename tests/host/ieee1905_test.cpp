@@ -21,6 +21,7 @@ TEST(Cmdu, SingleFrames) {
         {"00 FF 0002 1234 00 80 00 0000 07 FFFF 01", Status::Complete},  // reserved byte, bytes after the end
         {"01 00 0002 1234 00 80 00 0000", Status::Malformed},            // other version
         {"00 00 0002 1234 00 80 00 0001 00", Status::Malformed},         // end with a length
+        {"00 00 0002 1234 00 80 0B 4000", Status::Malformed},            // a TLV above 16,383 bytes, here or later
         {"00 00 0002 1234 00 00 00 0000", Status::Waiting},              // first of several
     };
     for (const auto &[hex, status] : rows) {
@@ -68,15 +69,15 @@ TEST(Cmdu, EncodedMessagesComeBackFromFramesInAnyOrder) {
 
 // Bodies of a message cut by others.
 TEST(Cmdu, BothCutStylesAreRead) {
-    const Bytes whole = fromHex("0B 0003 024EA7 01 0006 02005E000100 00 0000");
-    std::vector<std::pair<Bytes, size_t>> cuts;  // first body, where the second one starts
-    for (size_t at = 1; at + 3 < whole.size(); ++at)
+    const Bytes whole = fromHex("0B 0003 024EA7 01 0006 02005E000100 7F 0014" + std::string(40, '0') + "00 0000");
+    std::vector<std::pair<Bytes, size_t>> cuts;   // first body, where the second one starts
+    for (size_t at = 1; at < whole.size(); ++at)  // the last two cut the end of message of a frame without padding
         cuts.emplace_back(prefix(whole, at), at);
     for (const size_t padding : {1u, 2u, 3u, 38u}) {  // an end of message in the first frame too, or a part of it
         cuts.emplace_back(prefix(whole, 6), 6);
         cuts.back().first.resize(6 + padding);
     }
-    const std::vector<Tlv> expected{{0x0B, fromHex("024EA7")}, {0x01, fromHex("02005E000100")}};
+    const std::vector<Tlv> expected{{0x0B, fromHex("024EA7")}, {0x01, fromHex("02005E000100")}, {0x7F, Bytes(20)}};
     for (const auto &[first, start] : cuts) {
         const ByteView bodies[] = {first, ByteView(whole).subspan(start)};
         EXPECT_EQ(decodeTlvs(bodies), expected) << "first body of " << first.size();
@@ -94,6 +95,7 @@ TEST(Reassembly, OnlyFragmentsThatBelongTogetherMakeAMessage) {
         {part(0, false), 1, part(1, true), Status::Complete},
         {part(2, true), 1, part(3, true), Status::Malformed},   // two different last ones
         {part(3, false), 1, part(2, true), Status::Malformed},  // the last before one that came
+        {part(1, true), 1, part(2, false), Status::Malformed},  // behind the last one
         {part(1, true), 1, part(1, true), Status::Waiting},     // repeated
         {part(0, false), 2, part(1, true), Status::Waiting},
         {part(0, false), 1, part(1, true, 8), Status::Waiting},  // another message's
@@ -174,7 +176,13 @@ TEST(TopologyReport, IsReadAsItWasWrittenAndRefusedWhenItIsCutOrTooLarge) {
     EXPECT_FALSE(parse()) << "too many neighbours";
     tlvs = {deviceInformationTlv({mac(1), std::vector<LocalInterface>(kMaxInterfaces + 1)})};
     EXPECT_FALSE(parse()) << "too many interfaces";
-    EXPECT_FALSE(parseMacTlv(fromHex("01005E000100"))) << "a group";
+    tlvs = whole;
+    tlvs.insert(tlvs.end(), kMaxInterfaces, whole.back());
+    EXPECT_FALSE(parse()) << "too many lists of neighbours";
+    for (const char *nobody : {"01005E000100", "000000000000"}) {
+        EXPECT_FALSE(parseMacTlv(fromHex(nobody))) << nobody;
+        EXPECT_FALSE(parseDeviceInformation(fromHex(std::string(nobody) + "00"))) << nobody;
+    }
 }
 
 TEST(BssElements, AreReadInTheirExactLengthAlone) {

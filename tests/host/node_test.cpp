@@ -1,6 +1,7 @@
 // Nodes that find one another, what they know of the network, and how an agent joins it.
 #include "daemon/node.h"
 
+#include <cstdio>
 #include <cstdlib>
 #include <fstream>
 #include <memory>
@@ -143,6 +144,11 @@ TEST_F(TwoHosts, VendorMessagesReachTheOtherOneAndTheSenderItself) {
     }
 }
 
+bool contains(const Bytes &bytes, const std::string &hex) {
+    const Bytes part = fromHex(hex);
+    return std::search(bytes.begin(), bytes.end(), part.begin(), part.end()) != bytes.end();
+}
+
 // One host with two ports; the test is everybody else.
 class HostFrames : public testing::Test {
   protected:
@@ -150,7 +156,28 @@ class HostFrames : public testing::Test {
         host_.run(kStart);
         host_.sent(0), host_.sent(1);
     }
-    void receive(size_t port, const std::string &frame) { host_.node->receive(port, fromHex(frame), kStart); }
+    void receive(size_t port, const std::string &frame, Time now = kStart) {
+        host_.node->receive(port, fromHex(frame), now);
+    }
+    // The frames of that message type that leave a port until `end`.
+    size_t count(size_t port, uint16_t type, Time start, Time end) const {
+        std::vector<Bytes> frames;
+        for (Time now = start, next; now <= end; now = next) {
+            next = std::min(host_.run(now), now + Time(100));
+            for (Bytes &frame : host_.sent(port))
+                frames.push_back(std::move(frame));
+        }
+        return static_cast<size_t>(std::count_if(frames.begin(), frames.end(), [&](const Bytes &frame) {
+            return frame.at(16) == type >> 8 && frame.at(17) == (type & 0xFF);
+        }));
+    }
+    size_t linksOn(size_t port) const {
+        const auto &lists = host_.node->topology().local().neighbours;
+        const auto found = std::find_if(lists.begin(), lists.end(), [&](const Ieee1905Neighbours &list) {
+            return list.localInterface == mac(1, 0x10 + static_cast<unsigned>(port));
+        });
+        return found == lists.end() ? 0 : found->neighbours.size();
+    }
 
     Host host_{1, 2};
 };
@@ -160,7 +187,8 @@ const std::string kToAll = "0180C2000013 02005E000200 893A 00 00", kToNode = "02
 TEST_F(HostFrames, QueriesForThisDeviceAloneAreAnsweredUnderTheirIdentifier) {
     const std::pair<const char *, bool> rows[] = {
         {"02005E000900 02005E000200 893A", false}, {"02005E000100 02005E000200 0800", false},  // another protocol's
-        {"02005E000100 03005E000200 893A", false}, {"0180C2000013 02005E000100 893A", false},  // our own
+        {"02005E000100 03005E000200 893A", false}, {"02005E000100 000000000000 893A", false},  // nobody's
+        {"0180C2000013 02005E000100 893A", false},                                             // our own
         {"0180C2000013 02005E000111 893A", false}, {"02005E000100 02005E000200 893A", true},
         {"02005E000111 02005E000200 893A", true},  {"0180C2000013 02005E000200 893A", true},
     };
@@ -210,6 +238,77 @@ TEST_F(HostFrames, AFarDeviceIsAskedBeforeItIsForgotten) {
     EXPECT_FALSE(host_.find(3));
 }
 
+const std::string kDiscovery = kToAll + "0000 0001 00 80 01 0006 02005E000200 02 0006 02005E000210 00 0000";
+const std::string kNotification = kToAll + "0001 0001 00 C0 01 0006 02005E000200 00 0000";
+const std::string kResponse = kToNode + "0003 0001 00 80 03 0010 02005E000200 01 02005E000210 0001 00";
+
+TEST_F(HostFrames, QueriesEndWithTheirAnswerOrAfterThreeAttempts) {
+    receive(0, kNotification);
+    EXPECT_EQ(count(0, kTopologyQuery, kStart, kStart + Time(900)), 1u);
+    EXPECT_EQ(count(0, kTopologyQuery, kStart + Time(1000), kStart + Time(9000)), 2u);
+    const Time later = kStart + Time(10000);
+    receive(0, kToAll + "0001 0002 00 C0 01 0006 02005E000200 00 0000", later);
+    EXPECT_EQ(count(0, kTopologyQuery, later, later), 1u);
+    receive(0, kResponse + "07 000D 02005E000210 02005E000300 00 00 0000", later);
+    EXPECT_EQ(count(0, kTopologyQuery, later, later + Time(900)), 1u) << "device 3, which device 2 named";
+    receive(0, kToNode + "0003 0001 00 80 03 0007 02005E000300 00 00 0000", later + Time(900));
+    EXPECT_EQ(count(0, kTopologyQuery, later + Time(900), later + Time(9000)), 0u);
+}
+
+TEST_F(HostFrames, LinksLastSeventySecondsFromTheirLastDiscoveryAndEachPortHasItsOwn) {
+    receive(0, kToNode + kDiscovery.substr(kToAll.size()));
+    EXPECT_EQ(linksOn(0), 0u) << "unicast says nothing about the link";
+    receive(0, kDiscovery);
+    receive(1, kDiscovery);
+    receive(1, kDiscovery, kStart + Time(50000));
+    EXPECT_EQ(linksOn(0) + linksOn(1), 2u);
+    host_.run(kStart + kLifetime - Time(1));
+    EXPECT_EQ(linksOn(0), 1u);
+    host_.run(kStart + kLifetime);
+    EXPECT_EQ(linksOn(0), 0u);
+    EXPECT_EQ(linksOn(1), 1u);
+    EXPECT_LE(host_.run(kStart + kLifetime), kStart + kLifetime + Time(50000)) << "when the next link ends";
+    host_.run(kStart + kLifetime + Time(50000));
+    EXPECT_EQ(linksOn(1), 0u);
+}
+
+TEST_F(HostFrames, ChangesWithinASecondMakeOneNotification) {
+    receive(0, kResponse + "00 0000");
+    host_.node->linkChanged(1, true, kStart + Time(10));
+    host_.node->linkChanged(1, true, kStart + Time(500));
+    EXPECT_EQ(count(0, kTopologyNotification, kStart + Time(10), kStart + Time(999)), 0u);
+    EXPECT_EQ(count(0, kTopologyNotification, kStart + Time(1000), kStart + kLifetime - Time(1)), 1u);
+    EXPECT_EQ(count(0, kTopologyNotification, kStart + kLifetime, kStart + kLifetime), 1u) << "a device is gone";
+    const Time later = kStart + kLifetime + Time(1);
+    host_.sent(1);
+    host_.node->linkChanged(1, true, later);
+    EXPECT_EQ(count(1, kTopologyDiscovery, later, later), 1u);
+}
+
+TEST_F(HostFrames, BssElementsOfAReportAreKeptAndOnlyOtherVendorTlvsHandedOn) {
+    const std::string elements = "0B 0010 024EA7 C0 000A 01 02005E000220 1234 01 0B 0006 024EA7 0001 02";
+    receive(0, kResponse + elements + "00 0000");
+    ASSERT_TRUE(host_.find(2));
+    EXPECT_EQ(host_.find(2)->bss.mdids, (std::vector<MdidEntry>{{mac(2, 0x20), 0x1234, true}}));
+    ASSERT_EQ(host_.received.size(), 1u);
+    EXPECT_EQ(std::get<Bytes>(host_.received[0]), fromHex("024EA7 0001 02"));
+    receive(0, kToNode + "0004 0001 00 80" + elements + "00 0000");
+    EXPECT_EQ(host_.received.size(), 3u) << "in a vendor message they are none";
+}
+
+TEST_F(HostFrames, WithABridgeUnicastLeavesByItAndItsPortsAreReported) {
+    int fds[2];
+    ASSERT_EQ(socketpair(AF_UNIX, SOCK_DGRAM | SOCK_NONBLOCK, 0, fds), 0);
+    const FileDescriptor bridge(fds[0]), far(fds[1]);
+    host_.config.bridgeFd = bridge.get();
+    host_.start(kStart);
+    receive(0, kToNode + "0002 BEEF 00 80 00 0000");
+    EXPECT_TRUE(host_.sent(0).empty());
+    Bytes frame;
+    ASSERT_TRUE(takeFrame(far, frame));
+    EXPECT_TRUE(contains(frame, "04 000E 01 02 02005E000110 02005E000111"));
+}
+
 TEST_F(HostFrames, AFloodOfNeighboursAndStrangersIsBounded) {
     for (int i = 1000; i < 4000; ++i) {
         const std::string address = "02AA0000" + std::to_string(i);
@@ -256,6 +355,8 @@ TEST(Topology, InterfacesBelongToTheFirstWhoReportedThem) {
     thief.device.interfaces.push_back({mac(2, 0x10), 0x0001, {}});
     topology.update(thief, kStart);
     EXPECT_EQ(topology.findByAnyMac(mac(2, 0x10)), second);
+    topology.update(reportOf(3), kStart);
+    EXPECT_EQ(topology.findByAnyMac(mac(2, 0x10)), second) << "device 3 gave up what was never its own";
     TopologyReport fewer = reportOf(2);
     fewer.device.interfaces.erase(fewer.device.interfaces.begin());
     EXPECT_EQ(topology.update(fewer, kStart), second);
@@ -305,6 +406,102 @@ struct Party : Host {
 };
 
 using TwoParties = Pair<Party>;
+
+// Agent 2 alone; the test is controller 1, the other controller 3 and everybody else.
+class Joining : public testing::Test {
+  protected:
+    Joining() {
+        for (const char *device : {"02005E000100", "02005E000300"})
+            receive(device, "0003 0001 00 80 03 0007" + std::string(device) + "00 00 0000");
+        sentUntil(now_ + Time(1500));
+    }
+    void receive(const std::string &source, const std::string &payload) {
+        agent_.node->receive(0, fromHex("02005E000200" + source + "893A 00 00" + payload), now_);
+    }
+    // Types of the onboarding messages sent; keeps identifiers of Searches and nonces of M1 by band (0: 2.4 GHz).
+    std::vector<uint16_t> sentUntil(Time end) {
+        std::vector<uint16_t> types;
+        for (; now_ <= end; now_ += Time(100)) {
+            agent_.run(now_);
+            for (const Bytes &frame : agent_.sent()) {
+                const auto type = static_cast<uint16_t>(frame.at(16) << 8 | frame.at(17));
+                if (type == kAutoconfigurationSearch) searchId_[frame.at(38)] = after(frame, "0007", 2);
+                if (type == kAutoconfigurationWsc) nonce_ = after(frame, "101A 0010", 16);
+                if (type >= kAutoconfigurationSearch && type <= kAutoconfigurationWsc) types.push_back(type);
+            }
+        }
+        return types;
+    }
+    // So many bytes that follow that part of the frame, in hex.
+    static std::string after(const Bytes &frame, const char *part, int count) {
+        const Bytes bytes = fromHex(part);
+        auto at = std::search(frame.begin(), frame.end(), bytes.begin(), bytes.end()) + bytes.size();
+        std::string text;
+        for (char digits[3]; count > 0; --count) {
+            std::snprintf(digits, sizeof digits, "%02X", *at++);
+            text += digits;
+        }
+        return text;
+    }
+    void respond(const std::string &source, const std::string &id, const char *role, const char *band) {
+        receive(source, "0008" + id + "00 80 0F 0001" + role + "10 0001" + band + "00 0000");
+    }
+    void answer(const std::string &source, const char *type, const char *band, const std::string &nonce) {
+        receive(source, "0009 0001 00 80 11 003C 1022 0001" + std::string(type) + "103C 0001" + band + "101A 0010" +
+                            nonce + "1039 0010 000102030405060708090A0B0C0D0E0F 1049 0006 0A61C4 010140 00 0000");
+    }
+    static constexpr const char *kOne = "02005E000100", *kThree = "02005E000300";
+
+    Party agent_{2};
+    Time now_ = kStart;
+    std::string searchId_[2], nonce_;
+};
+
+TEST_F(Joining, OnlyTheFirstControllerThatAnswersASearchIsJoinedAndOnlyItsMatchingM2Counts) {
+    respond(kOne, searchId_[1], "00", "00");  // the other band's identifier
+    respond(kOne, searchId_[0], "00", "01");
+    respond(kOne, searchId_[0], "01", "00");  // no registrar
+    EXPECT_EQ(agent_.onboarding->controller(), std::nullopt);
+    respond(kOne, searchId_[0], "00", "00");
+    respond(kThree, searchId_[1], "00", "01");
+    EXPECT_EQ(agent_.onboarding->controller(), mac(1));
+    const auto types = sentUntil(now_);
+    EXPECT_EQ(types, std::vector<uint16_t>{kAutoconfigurationWsc}) << "nothing for the second controller";
+    const std::string other(32, '5');
+    answer(kThree, "05", "01", nonce_);
+    answer(kOne, "05", "01", other);
+    answer(kOne, "05", "02", nonce_);
+    answer(kOne, "04", "01", nonce_);  // M1: this device is no controller
+    receive(kOne, "0007 0001 00 80 01 0006 02005E000100 0D 0001 00 0E 0001 00 00 0000");
+    EXPECT_TRUE(agent_.learntOf(1).empty() && agent_.learntOf(3).empty());
+    EXPECT_TRUE(agent_.sent().empty()) << "an agent answers no Search and no M1";
+    EXPECT_TRUE(agent_.requests.empty()) << "settings only after M2";
+    answer(kOne, "05", "01", nonce_);
+    EXPECT_EQ(agent_.learntOf(1), (std::map<Band, int>{{kBand24, 0x40}}));
+    sentUntil(now_ + Time(1000));
+    EXPECT_EQ(agent_.requests, std::vector<int>{0});
+    sentUntil(now_ + Time(800));
+    EXPECT_EQ(agent_.requests.size(), 1u) << "a failed request is repeated after two seconds";
+    EXPECT_EQ(agent_.node->counters().parseFailures, 0u);
+}
+
+TEST_F(Joining, OffersEndAfterThreeAndAControllerThatIsNeverSeenIsGivenUp) {
+    respond(kOne, searchId_[0], "00", "00");
+    const auto types = sentUntil(now_ + Time(20000));
+    EXPECT_EQ(std::count(types.begin(), types.end(), kAutoconfigurationWsc), 3);
+    Party lone(4);
+    lone.onboarding->run(kStart + Time(1500));
+    for (const Bytes &frame : lone.sent())
+        if (frame.at(17) == 7) searchId_[frame.at(38)] = after(frame, "0007", 2);
+    lone.node->receive(
+        0, fromHex("02005E000400 02005E000100 893A 00 00 0008" + searchId_[0] + "00 80 0F 0001 00 10 0001 00 00 0000"),
+        kStart + Time(1500));
+    EXPECT_EQ(lone.onboarding->controller(), mac(1));
+    lone.onboarding->run(kStart + Time(31499));
+    EXPECT_EQ(lone.onboarding->controller(), mac(1));
+    lone.onboarding->run(kStart + Time(31500));
+    EXPECT_EQ(lone.onboarding->controller(), std::nullopt);
+}
 
 TEST_F(TwoParties, LearnOfEachBandAndTheAgentAsksForTheSettingsOncePerJoin) {
     a_.isOn = false;
@@ -369,6 +566,14 @@ TEST_F(TwoParties, MalformedMessagesAreCountedAndTeachNothing) {
     EXPECT_TRUE(a_.learntOf(2).empty());
     EXPECT_FALSE(refuses(m1));
     EXPECT_EQ(a_.learntOf(2), (std::map<Band, int>{{kBand24, 0x80}}));
+    a_.sent();
+    EXPECT_FALSE(refuses(fromHex(needed)));
+    EXPECT_TRUE(a_.learntOf(2).empty()) << "its network is gone";
+    const std::vector<Bytes> m2 = a_.sent();
+    ASSERT_EQ(m2.size(), 1u);
+    EXPECT_TRUE(contains(m2[0], "101A 0010 000102030405060708090A0B0C0D0E0F 1039 0010"));
+    a_.node->receive(0, fromHex(kToAll + "0007 0002 00 80 01 0006 02005E000200 0D 0001 01 0E 0001 00 00 0000"), now_);
+    EXPECT_TRUE(a_.sent().empty()) << "a Search for no registrar";
 }
 
 TEST(BssExtension, TellsAndReadsWithThePlugIn) {
