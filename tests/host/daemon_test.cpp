@@ -224,9 +224,9 @@ TEST(Daemon, KeepsUpWithBurstsAndWritesFewFiles) {
     // A link that goes takes its neighbours with it; one that comes is announced on at once.
     const Message discovery{kTopologyDiscovery, 2, false, {macTlv(kTlvAlMac, mac(2)), macTlv(kTlvMacAddress, mac(2))}};
     await("/kv1905/DeviceList/0/NeighborList/0/ID", mac(2).text(), &discovery);
-    EXPECT_EQ(std::system("ip link set cable1 down"), 0);
+    EXPECT_EQ(std::system("ip link set cable0 down"), 0);
     await("/kv1905/DeviceList/0/NeighborList/0/ID", "", nullptr);
-    EXPECT_EQ(std::system("ip link set cable1 up"), 0);
+    EXPECT_EQ(std::system("ip link set cable0 up"), 0);
     EXPECT_TRUE(isSent(fromHex("893A 00 00 0000"))) << "a topology discovery";
     await("/kv1905/DeviceList/0/NeighborList/0/ID", mac(2).text(), &discovery);
     int status = 0;
