@@ -3,7 +3,7 @@
 #include <iterator>
 #include <sstream>
 
-#include "command_socket.h"
+#include "command/server.h"
 #include "common/device_world.h"
 #include "common/story.h"
 
@@ -26,7 +26,7 @@ int post(const Bytes &message) {
     actions.run = [](uint32_t code, void *buffer) {
         const size_t before = served->host.sent.size();
         kvMAP1905_VendSpecCmd_handle(buffer, code);
-        return Effect{served->host.sent.size() - before};
+        return CommandEffect{served->host.sent.size() - before};
     };
     const ExactBlock exact(message);
     const Reply reply = handlePost({exact.data(), exact.size()}, actions);

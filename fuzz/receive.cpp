@@ -3,7 +3,7 @@
 #include <cstring>
 #include <iterator>
 
-#include "command_socket.h"
+#include "command/protocol.h"
 #include "common/device_world.h"
 #include "common/story.h"
 #include "features/wifi_clients/client_report_codec.h"

@@ -42,15 +42,15 @@ inline bool isWithin(const Argument &argument, std::optional<size_t> value) {
 
 inline bool accepts(const Argument &argument, std::string_view word) {
     switch (argument.kind) {
-        case Kind::Mac:
+        case ArgumentKind::Mac:
             return MacAddress::parse(word).has_value();
-        case Kind::Number:
+        case ArgumentKind::Number:
             return isWithin(argument, numberOf(word, 10));
-        case Kind::MediaType:
+        case ArgumentKind::MediaType:
             return isMediaType(word);
-        case Kind::Remote:
+        case ArgumentKind::Remote:
             return mayBeRemote(word);
-        case Kind::Text:
+        case ArgumentKind::Text:
             return isWithin(argument, word.size());
     }
     return false;
@@ -63,17 +63,17 @@ inline std::string usageOf(const ToolCommand &command) {
     for (const Argument &argument : command.arguments) {
         const std::string name = argument.name;
         names += names.empty() ? "" : " ";
-        names += argument.count == Count::One   ? name
-                 : argument.count == Count::Any ? "[" + name + "...]"
-                                                : "[" + name + "]";
-        if (argument.kind != Kind::Mac) values += "; " + name + ": " + argument.values;
+        names += argument.count == ArgumentCount::One   ? name
+                 : argument.count == ArgumentCount::Any ? "[" + name + "...]"
+                                                        : "[" + name + "]";
+        if (argument.kind != ArgumentKind::Mac) values += "; " + name + ": " + argument.values;
     }
     return names.empty() ? "none" : names + values;
 }
 
 // The word as the plug-in understands it. Throws Failure.
 inline std::string checkWord(const Argument &argument, const std::string &word) {
-    for (const Word &known : argument.words) {
+    for (const NamedNumber &known : argument.words) {
         if (word == known.text) return known.number;
     }
     if (accepts(argument, word)) return word;
@@ -87,15 +87,15 @@ inline std::string checkWord(const Argument &argument, const std::string &word) 
 inline std::vector<std::string> checkArguments(const ToolCommand &command, std::span<const std::string> words) {
     std::vector<std::string> checked;
     for (const Argument &argument : command.arguments) {
-        const size_t count = argument.count == Count::Any ? words.size() : std::min<size_t>(words.size(), 1);
-        if (count == 0 && argument.count == Count::One) {
+        const size_t count = argument.count == ArgumentCount::Any ? words.size() : std::min<size_t>(words.size(), 1);
+        if (count == 0 && argument.count == ArgumentCount::One) {
             throw Failure(Status::BadArguments,
                           std::string(argument.name) + " is missing; the arguments are: " + usageOf(command));
         }
         for (const std::string &word : words.first(count))
             checked.push_back(checkWord(argument, word));
         words = words.subspan(count);
-        const ToolCommand *remote = argument.kind == Kind::Remote ? findRemoteCommand(checked.back()) : nullptr;
+        const ToolCommand *remote = argument.kind == ArgumentKind::Remote ? findRemoteCommand(checked.back()) : nullptr;
         if (remote == nullptr) continue;
         const std::vector<std::string> rest = checkArguments(*remote, words);
         checked.insert(checked.end(), rest.begin(), rest.end());

@@ -42,7 +42,7 @@ void warnIfStale(const std::string &dataModel) {
     if (!warning.empty()) std::fprintf(stderr, "kv1905App: warning: %s\n", warning.c_str());
 }
 
-std::optional<Outcome> act(const AppOptions &options) {
+std::optional<CommandResult> act(const AppOptions &options) {
     switch (options.action) {
         case AppOptions::Action::Run:
             return runCommand(*options.command, options.arguments, options.run);
@@ -69,9 +69,9 @@ std::optional<Outcome> act(const AppOptions &options) {
     return std::nullopt;
 }
 
-Outcome guarded(const AppOptions &options) {
+CommandResult guarded(const AppOptions &options) {
     try {
-        return act(options).value_or(Outcome{Status::Success, "", {}, {}});
+        return act(options).value_or(CommandResult{Status::Success, "", {}, {}});
     } catch (const Failure &failure) {
         return {failure.status, failure.what(), {}, {}};
     } catch (const std::system_error &error) {
@@ -90,7 +90,7 @@ int main(int argc, char **argv) {
     try {
         const std::optional<AppOptions> options = parseAppOptions(argc, argv);
         if (!options) return 0;
-        const Outcome outcome = guarded(*options);
+        const CommandResult outcome = guarded(*options);
         if (!outcome.meaning.empty()) print(outcome, options->name, options->json);
         return static_cast<int>(outcome.status);
     } catch (const Failure &failure) {

@@ -23,13 +23,13 @@ json_object *textOrNull(const std::string &text) {
     return text.empty() ? nullptr : json_object_new_string(text.c_str());
 }
 
-void printJson(const Outcome &outcome, const std::string &command) {
+void printJson(const CommandResult &result, const std::string &command) {
     const std::unique_ptr<json_object, decltype(&json_object_put)> json(json_object_new_object(), json_object_put);
     json_object_object_add(json.get(), "command", textOrNull(command));
-    json_object_object_add(json.get(), "target", textOrNull(outcome.target));
-    json_object_object_add(json.get(), "code", outcome.code ? json_object_new_int(*outcome.code) : nullptr);
-    json_object_object_add(json.get(), "meaning", textOrNull(outcome.meaning));
-    json_object_object_add(json.get(), "status", json_object_new_int(static_cast<int>(outcome.status)));
+    json_object_object_add(json.get(), "target", textOrNull(result.target));
+    json_object_object_add(json.get(), "code", result.code ? json_object_new_int(*result.code) : nullptr);
+    json_object_object_add(json.get(), "meaning", textOrNull(result.meaning));
+    json_object_object_add(json.get(), "status", json_object_new_int(static_cast<int>(result.status)));
     std::puts(json_object_to_json_string_ext(json.get(), JSON_C_TO_STRING_SPACED | JSON_C_TO_STRING_NOSLASHESCAPE));
 }
 
@@ -42,11 +42,11 @@ Status statusOf(int error) {
     return Status::Failure;
 }
 
-void print(const Outcome &outcome, const std::string &command, bool json) {
-    if (json) return printJson(outcome, command);
+void print(const CommandResult &result, const std::string &command, bool json) {
+    if (json) return printJson(result, command);
     const std::string text =
-        outcome.code ? "result " + std::to_string(*outcome.code) + " (" + outcome.meaning + ")" : outcome.meaning;
-    if (outcome.status == Status::Success || outcome.status == Status::Refused) {
+        result.code ? "result " + std::to_string(*result.code) + " (" + result.meaning + ")" : result.meaning;
+    if (result.status == Status::Success || result.status == Status::Refused) {
         std::puts(text.c_str());
     } else {
         const std::string prefix = command.empty() ? "" : command + ": ";

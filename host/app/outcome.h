@@ -6,18 +6,9 @@
 #include <stdexcept>
 #include <string>
 
-namespace kv1905d {
+#include "command/protocol.h"
 
-enum class Status {
-    Success,
-    Failure,
-    BadArguments,
-    Refused,
-    NoDevice,
-    NoAnswer,
-    NoDaemon,
-    NotPermitted,
-};
+namespace kv1905d {
 
 // By Status; the tool's help prints them.
 inline constexpr const char *kStatusTexts[] = {
@@ -32,7 +23,7 @@ inline constexpr const char *kStatusTexts[] = {
 };
 static_assert(std::size(kStatusTexts) == static_cast<size_t>(Status::NotPermitted) + 1);
 
-struct Outcome {
+struct CommandResult {
     Status status;
     std::string meaning;
     std::optional<uint8_t> code;  // an agent's result
@@ -48,6 +39,6 @@ struct Failure : std::runtime_error {
 Status statusOf(int error);
 
 // One line, or one JSON object, for that command; empty when none was understood.
-void print(const Outcome &outcome, const std::string &command, bool json);
+void print(const CommandResult &result, const std::string &command, bool json);
 
 }  // namespace kv1905d

@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "command_socket.h"
+#include "command/protocol.h"
 #include "outcome.h"
 #include "tool_commands.h"
 
@@ -19,9 +19,10 @@ struct RunOptions {
 };
 
 // Have the plug-in check the arguments and fill the buffer, then as runPost. Throws Failure or std::system_error.
-Outcome runCommand(const ToolCommand &command, const std::vector<std::string> &arguments, const RunOptions &options);
+CommandResult runCommand(const ToolCommand &command, const std::vector<std::string> &arguments,
+                         const RunOptions &options);
 
 // Post a buffer as it is. An answer is awaited when the code is a command's that has one. Throws like runCommand.
-Outcome runPost(uint32_t code, ByteView buffer, const RunOptions &options);
+CommandResult runPost(uint32_t code, ByteView buffer, const RunOptions &options);
 
 }  // namespace kv1905d

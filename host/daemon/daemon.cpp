@@ -332,7 +332,7 @@ const Daemon::OwnCommandRow Daemon::kOwnCommands[] = {
     {kCommandQueryPower, &Daemon::queryPower},
 };
 
-Effect Daemon::runCommand(uint32_t code, void *buffer) {
+CommandEffect Daemon::runCommand(uint32_t code, void *buffer) {
     KV_HOST_LOG(KV_LOG_INFO, "operator command %u", code);
     const auto own = std::find_if(std::begin(kOwnCommands), std::end(kOwnCommands),
                                   [code](const OwnCommandRow &row) { return row.code == code; });

@@ -8,7 +8,7 @@
 #include <optional>
 #include <vector>
 
-#include "command_socket.h"
+#include "command/server.h"
 #include "daemon/bss_extension.h"
 #include "daemon/data_model_file.h"
 #include "daemon/ethernet_port.h"
@@ -79,7 +79,7 @@ class Daemon final : private PluginHost {
     void refreshBss();
 
     CommandActions commandActions();
-    Effect runCommand(uint32_t code, void *buffer);
+    CommandEffect runCommand(uint32_t code, void *buffer);
     // The host's own commands; the entry point's result.
     int notifyRssi(const uint8_t *buffer);
     int queryStations(const uint8_t *buffer);

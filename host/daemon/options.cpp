@@ -6,7 +6,8 @@
 #include <map>
 #include <set>
 
-#include "command_socket.h"
+#include "command/protocol.h"
+#include "daemon/ethernet_port.h"
 
 namespace kv1905d {
 namespace {

@@ -10,7 +10,8 @@
 #include "app/arguments.h"
 #include "app/result_file.h"
 #include "app/run.h"
-#include "command_socket.h"
+#include "command/client.h"
+#include "command/server.h"
 #include "host_support.h"
 
 namespace kv1905d {
@@ -24,7 +25,7 @@ constexpr Time kPatience{5000};
 // it was told is left in a file.
 class Daemon {
   public:
-    explicit Daemon(const char *answer = "", Effect effect = {1}) {
+    explicit Daemon(const char *answer = "", CommandEffect effect = {1}) {
         unlink(kTold);
         if (child_ != 0) return;
         CommandActions actions;
@@ -140,7 +141,7 @@ TEST(ResultFile, OnlyACompleteLineCountsForOneToolAtATime) {
 }
 
 // Of a line as it is typed, T being the AL MAC of device 2.
-Outcome outcomeOf(const std::string &line, Time timeout) {
+CommandResult outcomeOf(const std::string &line, Time timeout) {
     std::istringstream in(line);
     std::vector<std::string> words(std::istream_iterator<std::string>(in), {});
     std::replace(words.begin(), words.end(), std::string("T"), mac(2).text());
@@ -163,7 +164,7 @@ TEST(RunCommand, ReachesTheDaemonAndEndsWithAStatusAndItsMeaning) {
         Status status;
         const char *meaning;  // part of it
         const char *posted;   // start of what the daemon gets, in hex; empty: nothing
-        Effect effect = {1};
+        CommandEffect effect = {1};
     } rows[] = {
         {"reboot T", "07\n", Status::Refused, "not this device's AL MAC", "02005E000200"},
         {"reboot T", "02\n", Status::Refused, "not a result", "02005E000200"},
@@ -177,7 +178,7 @@ TEST(RunCommand, ReachesTheDaemonAndEndsWithAStatusAndItsMeaning) {
         {"led T on", "00\n", Status::Success, "success", "02005E000200 0100"},
         {"led 02:00:5e:00:01:00 off", "", Status::Success, "this device itself", "02005E000100 0000"},
         {"led 00:00:00:00:00:00 1", "", Status::BadArguments, "nothing was sent", "000000000000 0100"},
-        {"sync-country", "", Status::Success, "taken", "00"},
+        {"sync-country", "", Status::Success, "accepted", "00"},
         {"rssi T 02:00:5E:0a:01:01", "", Status::Success, "sent", "02005E000200 02005E0A0101"},
         {"reboot T", "", Status::Failure, "nothing was sent: it fits no message", "02005E000200", {0}},
         {"rssi T T", "", Status::NoDevice, "sent without figures", "02005E000200", {1, 1}},
@@ -196,7 +197,7 @@ TEST(RunCommand, ReachesTheDaemonAndEndsWithAStatusAndItsMeaning) {
     for (const auto &row : rows) {
         const Daemon daemon(row.answer, row.effect);
         const Bytes expected = fromHex(row.posted);
-        const Outcome outcome = outcomeOf(row.line, *row.answer != '\0' ? kPatience : Time(100));
+        const CommandResult outcome = outcomeOf(row.line, *row.answer != '\0' ? kPatience : Time(100));
         EXPECT_EQ(outcome.status, row.status) << row.line << ": " << outcome.meaning;
         EXPECT_SAYS(row.meaning, outcome.meaning);
         EXPECT_TRUE(outcome.meaning.size() < 250 && outcome.meaning.find('\n') == std::string::npos);
@@ -210,7 +211,7 @@ TEST(RunCommand, ReachesTheDaemonAndEndsWithAStatusAndItsMeaning) {
     ready.run = [](uint32_t, void *buffer) {
         const auto *bytes = static_cast<const uint8_t *>(buffer);
         EXPECT_EQ(std::count(bytes + 2, bytes + kMaxCommandSize + 1, 0), kMaxCommandSize - 1) << "zeros follow a post";
-        return Effect{1};
+        return CommandEffect{1};
     };
     const Reply reply = handlePost(encodePost({KV_CMD_FW_CTRL, Bytes(2059)}), ready);
     EXPECT_EQ(reply.verdict, Verdict::ShortBuffer);

@@ -10,6 +10,7 @@
 #include <set>
 #include <thread>
 
+#include "command/client.h"
 #include "host_support.h"
 
 namespace kv1905d {

@@ -1,8 +1,7 @@
-#include "command_socket.h"
+#include "command/server.h"
 
 #include <sys/socket.h>
 #include <sys/stat.h>
-#include <sys/un.h>
 #include <unistd.h>
 
 #include <array>
@@ -12,84 +11,52 @@
 #include <stdexcept>
 #include <system_error>
 
+#include "command/client.h"
+
 namespace kv1905d {
 namespace {
 
-constexpr size_t kPostHeader = 8;
-constexpr size_t kReplySize = 8;
 constexpr int kBacklog = 8;
-
-uint32_t readU32(WireReader &in) {
-    const uint32_t high = in.u16();
-    return high << 16 | in.u16();
-}
-
-void writeU32(WireWriter &out, uint32_t value) {
-    out.u16(static_cast<uint16_t>(value >> 16));
-    out.u16(static_cast<uint16_t>(value));
-}
 
 Verdict verdictOn(const CommandRow &row, ByteView buffer, const CommandActions &actions) {
     if (row.target == Target::None) return Verdict::Accepted;
     const MacAddress target = MacAddress::copyOf(buffer.data());
     if (row.target == Target::DeviceOrZero && target.isZero()) return Verdict::NoTarget;
-    switch (actions.find(target)) {
-        case Presence::Known:
-            return Verdict::Accepted;
-        case Presence::Local:
-            return Verdict::LocalTarget;
-        default:
-            return Verdict::UnknownTarget;
-    }
+    constexpr Verdict verdicts[] = {Verdict::UnknownTarget, Verdict::Accepted, Verdict::LocalTarget};  // by Presence
+    return verdicts[static_cast<size_t>(actions.find(target))];
 }
 
-std::system_error systemError(const std::string &path, const char *step, int error = errno) {
-    return {error, std::generic_category(), path + ": " + step};
-}
-
-sockaddr_un addressOf(const std::string &path) {
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    if (path.empty() || path.size() >= sizeof address.sun_path)
-        throw systemError(path, "name of a socket", ENAMETOOLONG);
-    path.copy(address.sun_path, path.size());
-    return address;
-}
-
-FileDescriptor newSocket(const std::string &path, int flags) {
-    FileDescriptor fd(socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC | flags, 0));
-    if (!fd.valid()) throw systemError(path, "open a socket");
-    return fd;
-}
-
-template <typename Call>
-bool withAddress(const std::string &path, const Call &call) {
-    const sockaddr_un address = addressOf(path);
-    return call(reinterpret_cast<const sockaddr *>(&address), static_cast<socklen_t>(sizeof address)) == 0;
-}
-
-bool connectTo(const std::string &path, const FileDescriptor &fd) {
-    return withAddress(path, [&](const sockaddr *address, socklen_t size) { return connect(fd.get(), address, size); });
+std::system_error systemError(const std::string &path, const char *step) {
+    return {errno, std::generic_category(), path + ": " + step};
 }
 
 // Only the owner may connect, from the first moment on.
 bool bindTo(const std::string &path, const FileDescriptor &fd) {
+    const sockaddr_un address = commandAddress(path);
     const mode_t before = umask(0177);
-    const bool bound =
-        withAddress(path, [&](const sockaddr *address, socklen_t size) { return bind(fd.get(), address, size); });
+    const bool bound = bind(fd.get(), reinterpret_cast<const sockaddr *>(&address), sizeof address) == 0;
     const int error = errno;
     umask(before);
     errno = error;
     return bound;
 }
 
-// Remove the socket of a daemon that is gone; throws when somebody listens, or when it is something else.
+bool isRefused(const std::string &path) {
+    try {
+        connectToDaemon(path, std::nullopt);
+    } catch (const std::system_error &error) {
+        return error.code().value() == ECONNREFUSED;
+    }
+    return false;
+}
+
+// Removes the socket of a daemon that is gone; throws when somebody listens, or when it is something else.
 void removeStale(const std::string &path) {
     struct stat facts {};
     if (lstat(path.c_str(), &facts) == 0 && !S_ISSOCK(facts.st_mode)) {
         throw std::runtime_error(path + ": is no socket and stays; remove it or choose another --socket");
     }
-    if (connectTo(path, newSocket(path, SOCK_NONBLOCK)) || errno != ECONNREFUSED) {
+    if (!isRefused(path)) {
         throw std::runtime_error(path + ": another daemon serves it; stop that one or choose another --socket");
     }
     if (unlink(path.c_str()) != 0 && errno != ENOENT) throw systemError(path, "remove the socket of an earlier daemon");
@@ -102,76 +69,11 @@ ucred peerOf(const FileDescriptor &fd) {
     return peer;
 }
 
-// Why a post was not carried out; null when it was.
-const char *refusal(Verdict verdict) {
-    constexpr struct {
-        Verdict verdict;
-        const char *reason;
-    } rows[] = {
-        {Verdict::LocalTarget, "its target is this device"},
-        {Verdict::UnknownTarget, "its target is not known"},
-        {Verdict::ShortBuffer, "its buffer is too short"},
-        {Verdict::NoPlugin, "there is no plug-in"},
-        {Verdict::Malformed, "it is malformed"},
-        {Verdict::NotPermitted, "that user may not post"},
-    };
-    const auto at =
-        std::find_if(std::begin(rows), std::end(rows), [&](const auto &row) { return row.verdict == verdict; });
-    return at == std::end(rows) ? nullptr : at->reason;
-}
-
 bool mayPost(const ucred &peer) {
     return peer.uid == 0 || peer.uid == geteuid();
 }
 
-void setTimeouts(const FileDescriptor &fd, Time timeout) {
-    const timeval limit{timeout.count() / 1000, timeout.count() % 1000 * 1000};
-    setsockopt(fd.get(), SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof limit);
-    setsockopt(fd.get(), SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit);
-}
-
 }  // namespace
-
-const CommandRow *findCommandRow(uint32_t code) {
-    for (const CommandRow &row : kCommandRows) {
-        if (row.code == code) return &row;
-    }
-    return nullptr;
-}
-
-// ---- Messages
-
-Bytes encodePost(const Post &post) {
-    WireWriter out;
-    writeU32(out, post.code);
-    writeU32(out, static_cast<uint32_t>(post.buffer.size()));
-    out.bytes(post.buffer);
-    return out.take();
-}
-
-std::optional<Post> parsePost(ByteView message) {
-    WireReader in(message);
-    const uint32_t code = readU32(in);
-    const uint32_t size = readU32(in);
-    const ByteView buffer = in.bytes(size);
-    if (!in.finished() || size > kMaxCommandSize) return std::nullopt;
-    return Post{code, buffer};
-}
-
-Bytes encodeReply(const Reply &reply) {
-    WireWriter out;
-    writeU32(out, static_cast<uint32_t>(reply.verdict));
-    writeU32(out, reply.needed);
-    return out.take();
-}
-
-std::optional<Reply> parseReply(ByteView message) {
-    WireReader in(message);
-    const uint32_t verdict = readU32(in);
-    const uint32_t needed = readU32(in);
-    if (!in.finished() || verdict > static_cast<uint32_t>(kLastVerdict)) return std::nullopt;
-    return Reply{static_cast<Verdict>(verdict), needed};
-}
 
 Reply handlePost(ByteView message, const CommandActions &actions) {
     const std::optional<Post> post = parsePost(message);
@@ -184,15 +86,13 @@ Reply handlePost(ByteView message, const CommandActions &actions) {
     std::copy(post->buffer.begin(), post->buffer.end(), copy.begin());
     const Verdict verdict = row == nullptr ? Verdict::Accepted : verdictOn(*row, post->buffer, actions);
     if (row != nullptr && row->target == Target::OtherDevice && verdict != Verdict::Accepted) return {verdict};
-    const Effect effect = actions.run(post->code, copy.data());
+    const CommandEffect effect = actions.run(post->code, copy.data());
     if (row == nullptr || row->target == Target::None || verdict != Verdict::Accepted) return {verdict};
     if (effect.sent == 0) return {Verdict::NothingSent};
     return {effect.result != KV_RET_OK ? Verdict::UnknownStation : Verdict::Accepted};
 }
 
-// ---- The daemon's end
-
-CommandServer::CommandServer(const std::string &path) : path_(path), fd_(newSocket(path, SOCK_NONBLOCK)) {
+CommandServer::CommandServer(const std::string &path) : path_(path), fd_(newCommandSocket(path, SOCK_NONBLOCK)) {
     if (!bindTo(path, fd_)) {
         if (errno != EADDRINUSE) throw systemError(path, "create the command socket");
         removeStale(path);
@@ -251,7 +151,7 @@ void CommandServer::serve(Client &client) {
         const auto length = static_cast<size_t>(size);
         const ByteView packet = length > message.size() ? ByteView() : ByteView(message).first(length);
         const Reply reply = mayPost(peerOf(client.fd)) ? handlePost(packet, actions_) : Reply{Verdict::NotPermitted};
-        if (const char *reason = refusal(reply.verdict)) {
+        if (const char *reason = rowOf(reply.verdict).logged) {
             const std::optional<Post> post = parsePost(packet);
             complain(client, (post ? "command " + std::to_string(post->code) : "post") + " refused: " + reason);
         }
@@ -279,25 +179,6 @@ void CommandServer::end(Client &client, const char *complaint) {
         auto *gone = static_cast<Client *>(closed->data);
         gone->server->clients_.remove_if([gone](const Client &each) { return &each == gone; });
     });
-}
-
-// ---- The tool's end
-
-Reply postCommand(const std::string &path, const Post &post, Time timeout) {
-    const FileDescriptor fd = newSocket(path, 0);
-    setTimeouts(fd, timeout);
-    const auto fail = [&](const char *step) {
-        return systemError(path, step, errno == EAGAIN || errno == EINPROGRESS ? ETIMEDOUT : errno);
-    };
-    if (!connectTo(path, fd)) throw fail("connect");
-    const Bytes message = encodePost(post);
-    if (send(fd.get(), message.data(), message.size(), MSG_NOSIGNAL) < 0) throw fail("send the command");
-    std::array<uint8_t, kReplySize + 1> answer;  // one more, so that a longer reply is seen to be one
-    const ssize_t size = recv(fd.get(), answer.data(), answer.size(), 0);
-    if (size < 0) throw fail("wait for the daemon's reply");
-    const std::optional<Reply> reply = parseReply(ByteView(answer).first(static_cast<size_t>(size)));
-    if (!reply) throw systemError(path, "the daemon ended or sent no valid reply", EPROTO);
-    return *reply;
 }
 
 }  // namespace kv1905d

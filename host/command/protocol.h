@@ -1,6 +1,5 @@
 /*
- * Operator commands between the command tool and the daemon: both ends of a local socket, its messages, and what
- * the daemon checks before the plug-in sees a command.
+ * Operator commands between the command tool and the daemon: their codes, the two messages and the verdicts.
  *
  * One connection carries one exchange of two packets (SOCK_SEQPACKET; numbers are big-endian):
  *   post   code u32, size u32, that many bytes laid out as KV_CMD_* or OwnCommand says
@@ -9,22 +8,17 @@
 #pragma once
 
 #include <kv1905/kvMAP1905.h>
-#include <sys/types.h>
-#include <uv.h>
 
-#include <functional>
-#include <list>
 #include <optional>
-#include <string>
 
-#include "daemon/ethernet_port.h"
-#include "daemon/log.h"
 #include "ieee1905/wire.h"
 
 namespace kv1905d {
 
 inline constexpr const char *kDefaultCommandSocket = "/tmp/kv1905d.sock";
 inline constexpr size_t kMaxCommandSize = 4096;  // bytes of one command buffer
+inline constexpr size_t kPostHeader = 8;         // bytes
+inline constexpr size_t kReplySize = 8;          // bytes
 
 // Commands that the daemon runs itself; the plug-in never sees these codes, and its own are below 0x10000.
 enum OwnCommand : uint32_t {
@@ -73,19 +67,51 @@ struct Post {
     ByteView buffer;
 };
 
+// The tool's exit statuses.
+enum class Status { Success, Failure, BadArguments, Refused, NoDevice, NoAnswer, NoDaemon, NotPermitted };
+
 enum class Verdict : uint32_t {
-    Accepted,     // the plug-in has taken the command; so it has with the next four, unless Target::OtherDevice
+    Accepted,     // and run, like those with the next four verdicts, unless its target is Target::OtherDevice
     LocalTarget,  // the target is this device itself
     NoTarget,     // the target is all zero: nothing was sent
     UnknownTarget,
     NothingSent,  // to a known target: the daemon's log says why
-    ShortBuffer,  // this verdict and those below: the plug-in never saw the command
+    ShortBuffer,  // not run, like those with the next three verdicts
     NoPlugin,
     Malformed,
     NotPermitted,
-    UnknownStation,  // taken and sent all the same: that station is not associated with this device
+    UnknownStation,  // run and sent, without figures: that station is not associated with this device
 };
-inline constexpr Verdict kLastVerdict = Verdict::UnknownStation;
+
+// The meaning of a verdict at both ends.
+struct VerdictRow {
+    Verdict verdict;
+    const char *logged;   // by the daemon; null: nothing
+    Status status;        // of the tool
+    const char *printed;  // by the tool; the number of bytes or the target follows where it ends in a blank
+};
+
+inline constexpr VerdictRow kVerdictRows[] = {
+    {Verdict::Accepted, nullptr, Status::Success, "the daemon accepted the command"},
+    {Verdict::LocalTarget, "its target is this device", Status::BadArguments, "the target must be another device"},
+    {Verdict::NoTarget, nullptr, Status::BadArguments, "nothing was sent: the target is all zero"},
+    {Verdict::UnknownTarget, "its target is not known", Status::NoDevice, "no such device in the network: "},
+    {Verdict::NothingSent, nullptr, Status::Failure,
+     "nothing was sent: it fits no message, or no interface took it; the daemon's log says more"},
+    {Verdict::ShortBuffer, "its buffer is too short", Status::BadArguments,
+     "the buffer is too short; bytes that the code needs: "},
+    {Verdict::NoPlugin, "there is no plug-in", Status::Failure, "the daemon runs without the plug-in"},
+    {Verdict::Malformed, "it is malformed", Status::Failure,
+     "the daemon does not understand this tool; are both of one version?"},
+    {Verdict::NotPermitted, "that user may not post", Status::NotPermitted,
+     "the daemon takes commands from its own user and root alone"},
+    {Verdict::UnknownStation, nullptr, Status::NoDevice,
+     "sent without figures: that station is not associated with this device"},
+};
+
+constexpr const VerdictRow &rowOf(Verdict verdict) {
+    return kVerdictRows[static_cast<size_t>(verdict)];
+}
 
 struct Reply {
     Verdict verdict;
@@ -96,65 +122,5 @@ Bytes encodePost(const Post &post);               // the buffer holds at most kM
 std::optional<Post> parsePost(ByteView message);  // a view into the message
 Bytes encodeReply(const Reply &reply);
 std::optional<Reply> parseReply(ByteView message);
-
-enum class Presence { Unknown, Known, Local };
-
-// What running a command did.
-struct Effect {
-    uint64_t sent;           // messages
-    int result = KV_RET_OK;  // of an own command; anything else after a message was sent: the station is not here
-};
-
-struct CommandActions {
-    std::function<Presence(const MacAddress &)> find;  // in the topology
-    // Hands code and buffer to the plug-in; empty without one.
-    std::function<Effect(uint32_t, void *)> run;
-};
-
-// Check a post and run it. The plug-in gets a copy, aligned and zero-filled to more than kMaxCommandSize bytes.
-Reply handlePost(ByteView message, const CommandActions &actions);
-
-// The daemon's end. Its user and root may post.
-class CommandServer {
-  public:
-    // Listens at once. The file of a daemon that is gone is replaced. Throws std::runtime_error that names the path.
-    explicit CommandServer(const std::string &path);
-    // Removes the socket's file. The loop must have closed its handles by then.
-    ~CommandServer();
-    CommandServer(const CommandServer &) = delete;
-    CommandServer &operator=(const CommandServer &) = delete;
-
-    // Serve on that loop from now on. Returns libuv's result.
-    int start(uv_loop_t &loop, CommandActions actions);
-
-  private:
-    static constexpr size_t kMaxClients = 8;  // the oldest has to go when another one comes
-
-    struct Client {
-        CommandServer *server;
-        FileDescriptor fd;
-        uv_poll_t handle{};
-    };
-
-    void acceptClient();
-    void serve(Client &client);
-    void complain(const Client &client, const std::string &what);
-    void end(Client &client, const char *complaint = nullptr);
-
-    std::string path_;
-    FileDescriptor fd_;
-    dev_t fileDevice_ = 0;
-    ino_t fileNumber_ = 0;
-    uv_poll_t handle_{};
-    CommandActions actions_;
-    LogGate complaints_;
-    std::list<Client> clients_;  // those whose handle is still closing included
-};
-
-/*
- * The tool's end: post one command and take the reply. timeout: for each step. Throws std::system_error that names the
- * path; ETIMEDOUT when the daemon does not take or answer it in time.
- */
-Reply postCommand(const std::string &path, const Post &post, Time timeout);
 
 }  // namespace kv1905d

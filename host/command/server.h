@@ -1,0 +1,71 @@
+// The daemon's end of the command socket, and its checks before the plug-in receives a command.
+#pragma once
+
+#include <sys/types.h>
+#include <uv.h>
+
+#include <functional>
+#include <list>
+#include <string>
+
+#include "command/protocol.h"
+#include "daemon/ethernet_port.h"
+#include "daemon/log.h"
+
+namespace kv1905d {
+
+enum class Presence { Unknown, Known, Local };
+
+// What running a command did.
+struct CommandEffect {
+    uint64_t sent;           // messages
+    int result = KV_RET_OK;  // of an own command; anything else after a message was sent: the station is not here
+};
+
+struct CommandActions {
+    std::function<Presence(const MacAddress &)> find;  // in the topology
+    // Hands code and buffer to the plug-in; empty without one.
+    std::function<CommandEffect(uint32_t, void *)> run;
+};
+
+// Check a post and run it. The plug-in gets a copy, aligned and zero-filled to more than kMaxCommandSize bytes.
+Reply handlePost(ByteView message, const CommandActions &actions);
+
+// Its user and root may post.
+class CommandServer {
+  public:
+    // Listens at once. The file of a daemon that is gone is replaced. Throws std::runtime_error that names the path.
+    explicit CommandServer(const std::string &path);
+    // Removes the socket's file. The loop must have closed its handles by then.
+    ~CommandServer();
+    CommandServer(const CommandServer &) = delete;
+    CommandServer &operator=(const CommandServer &) = delete;
+
+    // Serve on that loop from now on. Returns libuv's result.
+    int start(uv_loop_t &loop, CommandActions actions);
+
+  private:
+    static constexpr size_t kMaxClients = 8;  // the oldest has to go when another one comes
+
+    struct Client {
+        CommandServer *server;
+        FileDescriptor fd;
+        uv_poll_t handle{};
+    };
+
+    void acceptClient();
+    void serve(Client &client);
+    void complain(const Client &client, const std::string &what);
+    void end(Client &client, const char *complaint = nullptr);
+
+    std::string path_;
+    FileDescriptor fd_;
+    dev_t fileDevice_ = 0;
+    ino_t fileNumber_ = 0;
+    uv_poll_t handle_{};
+    CommandActions actions_;
+    LogGate complaints_;
+    std::list<Client> clients_;  // those whose handle is still closing included
+};
+
+}  // namespace kv1905d
