@@ -29,14 +29,14 @@ void checkMessage(const Message &message, bool isReversed, bool isRepeated) {
     if (frames.empty()) return;
     if (isReversed) std::reverse(frames.begin(), frames.end());
     Reassembly reassembly;
-    Reassembly::Outcome outcome;
+    Reassembly::Result outcome;
     for (const Bytes &bytes : frames) {
         const bool isLast = &bytes == &frames.back();
         const ExactBlock frame(bytes);
         const std::optional<Fragment> fragment = parseFragment({frame.data(), frame.size()});
         require(fragment && frame.size() <= kMaxFramePayload, "a written frame fits Ethernet and is read");
         for (int times = isRepeated && !isLast ? 2 : 1; times > 0; --times) {
-            outcome = reassembly.add({{0x02, 0, 0, 0, 0, 1}}, *fragment, Time(1));
+            outcome = reassembly.add({{0x02, 0, 0, 0, 0, 1}}, *fragment, TimePoint(Duration(1)));
         }
         require((outcome.status == Reassembly::Status::Complete) == isLast,
                 "the last frame to come completes the message");
@@ -59,16 +59,16 @@ void checkReport(const Message &message) {
 // Frames of any making against one reassembly, which stays within its bounds.
 void floodReassembly(Input &in) {
     Reassembly reassembly;
-    Time now(1);
+    TimePoint now{Duration(1)};
     while (!in.empty()) {
         const uint8_t step = in.u8();
-        now += Time(step / 16 * 100);
+        now += Duration(step / 16 * 100);
         reassembly.expire(now);
         const ExactBlock frame(in.bytes(8 + in.u8() % 64));
         const std::optional<Fragment> fragment = parseFragment({frame.data(), frame.size()});
         if (!fragment) continue;
         const MacAddress source{{0x02, 0, 0, 0, 0, static_cast<uint8_t>(step % 4)}};
-        const Reassembly::Outcome outcome = reassembly.add(source, *fragment, now);
+        const Reassembly::Result outcome = reassembly.add(source, *fragment, now);
         if (outcome.status == Reassembly::Status::Complete && outcome.message.tlvs.size() < 64)
             checkReport(outcome.message);
         require(reassembly.waiting() <= Reassembly::kMaxMessages, "unfinished messages are bounded");

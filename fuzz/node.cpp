@@ -46,7 +46,7 @@ void checkShown(std::string_view text) {
 // What is told of a vendor message: in a trace, and as a complaint.
 void checkTold(ByteView value) {
     const ExactBlock exact(Bytes(value.begin(), value.end()));
-    checkShown(traceLine(Way::In, "peer", 1, {exact.data(), exact.size()}));
+    checkShown(traceLine(Direction::In, "peer", 1, {exact.data(), exact.size()}));
     checkShown(faultOf({exact.data(), exact.size()}));
 }
 
@@ -57,7 +57,7 @@ struct World {
         const ExactBlock exact(frame);
         node.receive(port, {exact.data(), exact.size()}, now);
     }
-    void advance(Time duration) {
+    void advance(Duration duration) {
         now += duration;
         require(node.run(now) > now, "there is always a next time");
         onboarding.run(now);
@@ -86,15 +86,15 @@ struct World {
     }
 
     Link links[kPorts] = {newLink(), newLink()};
-    Time now{1000};
+    TimePoint now{Duration(1000)};
     bool isController;
     Node node{configuration(),
-              {[](const MacAddress &, ByteView value, uint16_t) {
-                   require(value.size() >= 3, "a value has an OUI");
-                   checkTold(value);
+              {[](const VendorTlv &tlv) {
+                   require(tlv.value.size() >= 3, "a value has an OUI");
+                   checkTold(tlv.value);
                },
-               nullptr,
-               [this](const MacAddress &from, const Message &message, Time at) {
+               nullptr, nullptr,
+               [this](const MacAddress &from, const Message &message, TimePoint at) {
                    return onboarding.receive(from, message, at);
                },
                nullptr},
@@ -173,7 +173,7 @@ constexpr Play<World> kPlays[] = {
     playMessage<kOwn, 0x80>,
     playFragment,
     [](World &world, const Step &step) { world.deliver(step.argument % kPorts, step.body); },
-    [](World &world, const Step &step) { world.advance(Time(step.argument * 400)); },
+    [](World &world, const Step &step) { world.advance(Duration(step.argument * 400)); },
     [](World &world, const Step &step) {
         world.node.linkChanged(step.argument % kPorts, (step.argument & 2) != 0, world.now);
     },
@@ -207,7 +207,7 @@ void playInput(Input in) {
     const Steps steps = readSteps(in);
     World world(!steps.empty() && (steps[0].argument & 0x80) != 0);
     playStory(steps, world, kPlays);
-    world.advance(Time(3000));
+    world.advance(Duration(3000));
     world.check();
     kos_pk("\n");
     playDataModel(world, {0, 0, {'a', 0xFF, 0x01, '"'}});

@@ -210,7 +210,7 @@ std::optional<AppOptions> parseAppOptions(int argc, const char *const *argv) {
     } catch (const CLI::ParseError &error) {
         throw Failure(Status::BadArguments, complaintOf(line.app, error));
     }
-    line.options.run.timeout = Time(static_cast<Time::rep>(line.timeout * 1000));
+    line.options.run.timeout = Duration(static_cast<Duration::rep>(line.timeout * 1000));
     line.options.run.wait = !line.noWait;
     return line.options;
 }

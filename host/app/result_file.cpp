@@ -15,11 +15,11 @@
 namespace kv1905d {
 namespace {
 
-constexpr Time kPollEvery{20};
+constexpr Duration kPollEvery{20};
 
 // The first true value of the probe, or its last one when the time is up.
 template <typename Probe>
-auto poll(Time timeout, const Probe &probe) {
+auto poll(Duration timeout, const Probe &probe) {
     const auto deadline = std::chrono::steady_clock::now() + timeout;
     for (;;) {
         auto value = probe();
@@ -52,7 +52,7 @@ std::optional<uint8_t> parseResult(std::string_view text) {
     return value;
 }
 
-ResultFile::ResultFile(const std::string &path, Time timeout) : path_(path), lock_(openLock(path + ".lock")) {
+ResultFile::ResultFile(const std::string &path, Duration timeout) : path_(path), lock_(openLock(path + ".lock")) {
     if (!poll(timeout, [&] { return flock(lock_.get(), LOCK_EX | LOCK_NB) == 0; })) {
         throw Failure(Status::NoAnswer,
                       "another kv1905App waits for its answer; try again, or with a longer --timeout");
@@ -67,7 +67,7 @@ std::optional<uint8_t> ResultFile::read() const {
     return size < 0 ? std::nullopt : parseResult({text, static_cast<size_t>(size)});
 }
 
-std::optional<uint8_t> ResultFile::await(Time timeout) const {
+std::optional<uint8_t> ResultFile::await(Duration timeout) const {
     return poll(timeout, [this] { return read(); });
 }
 

@@ -8,6 +8,7 @@
 #include <string_view>
 
 #include "daemon/ethernet_port.h"
+#include "ieee1905/clock.h"
 
 namespace kv1905d {
 
@@ -20,11 +21,11 @@ class ResultFile {
   public:
     // Waits until no other tool expects an answer, at most `timeout`, and removes what an earlier command left.
     // Throws Failure.
-    ResultFile(const std::string &path, Time timeout);
+    ResultFile(const std::string &path, Duration timeout);
 
     // What is there now, and what is there within `timeout`.
     std::optional<uint8_t> read() const;
-    std::optional<uint8_t> await(Time timeout) const;
+    std::optional<uint8_t> await(Duration timeout) const;
 
   private:
     std::string path_;

@@ -84,7 +84,7 @@ std::optional<CommandResult> settledBy(const Reply &reply, Completion completion
 }
 
 CommandResult awaitAnswer(const ToolCommand &command, const ResultFile &results, const std::string &target,
-                          Time timeout) {
+                          Duration timeout) {
     const std::optional<uint8_t> code = results.await(timeout);
     if (!code) return {Status::NoAnswer, "sent, but no answer came in time", {}, target};
     return {*code == KV_RET_OK ? Status::Success : Status::Refused, meaningOf(command, *code), code, target};

@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "command/protocol.h"
+#include "ieee1905/clock.h"
 #include "outcome.h"
 #include "tool_commands.h"
 
@@ -14,7 +15,7 @@ struct RunOptions {
     std::string plugin;
     std::string socket;
     std::string resultFile;
-    Time timeout{};  // for each step that waits
+    Duration timeout{};  // for each step that waits
     bool wait = true;
 };
 

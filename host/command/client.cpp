@@ -31,7 +31,7 @@ sockaddr_un commandAddress(const std::string &path) {
     return address;
 }
 
-FileDescriptor connectToDaemon(const std::string &path, std::optional<Time> timeout) {
+FileDescriptor connectToDaemon(const std::string &path, std::optional<Duration> timeout) {
     FileDescriptor fd = newCommandSocket(path, timeout ? 0 : SOCK_NONBLOCK);
     if (timeout) {
         const timeval limit{timeout->count() / 1000, timeout->count() % 1000 * 1000};
@@ -44,7 +44,7 @@ FileDescriptor connectToDaemon(const std::string &path, std::optional<Time> time
     return fd;
 }
 
-Reply postCommand(const std::string &path, const Post &post, Time timeout) {
+Reply postCommand(const std::string &path, const Post &post, Duration timeout) {
     const FileDescriptor fd = connectToDaemon(path, timeout);
     const Bytes message = encodePost(post);
     if (send(fd.get(), message.data(), message.size(), MSG_NOSIGNAL) < 0) throw systemError(path, "send the command");

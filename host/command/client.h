@@ -8,6 +8,7 @@
 
 #include "command/protocol.h"
 #include "daemon/ethernet_port.h"
+#include "ieee1905/clock.h"
 
 namespace kv1905d {
 
@@ -19,9 +20,9 @@ sockaddr_un commandAddress(const std::string &path);
 
 // Connects to the daemon; ETIMEDOUT when it does not accept in time. timeout: for each step of an exchange; without
 // one, the socket does not block.
-FileDescriptor connectToDaemon(const std::string &path, std::optional<Time> timeout);
+FileDescriptor connectToDaemon(const std::string &path, std::optional<Duration> timeout);
 
 // Posts one command and receives the reply; ETIMEDOUT when the daemon does not accept or answer it in time.
-Reply postCommand(const std::string &path, const Post &post, Time timeout);
+Reply postCommand(const std::string &path, const Post &post, Duration timeout);
 
 }  // namespace kv1905d

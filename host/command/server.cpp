@@ -164,11 +164,9 @@ void CommandServer::serve(Client &client) {
 }
 
 void CommandServer::complain(const Client &client, const std::string &what) {
-    unsigned held = 0;
-    if (!complaints_.open(Time(uv_now(handle_.loop)), &held)) return;
     const ucred peer = peerOf(client.fd);
-    KV_HOST_LOG(KV_LOG_WARNING, "%s: process %d of user %u: %s (%u more lines held back)", path_.c_str(), peer.pid,
-                peer.uid, what.c_str(), held);
+    complaints_.log(KV_LOG_WARNING, TimePoint(Duration(uv_now(handle_.loop))), "%s: process %d of user %u: %s",
+                    path_.c_str(), peer.pid, peer.uid, what.c_str());
 }
 
 void CommandServer::end(Client &client, const char *complaint) {

@@ -1,6 +1,7 @@
 #include "daemon/bss_extension.h"
 
 #include <algorithm>
+#include <cstddef>
 
 namespace kv1905d {
 namespace {
@@ -9,13 +10,6 @@ constexpr uint8_t kFronthaul = 1;
 constexpr size_t kMdidTlvSize = 7 + 9 * KV_MAX_MDID_INTERFACES;           // bytes that the plug-in asks for
 constexpr size_t kConfigurationTlvSize = 7 + 8 * KV_MAX_MDID_INTERFACES;  // the same
 constexpr size_t kAttributeSize = 24;
-
-// The main BSS of a band: the low four bits, the BSS on its radio, are zero.
-uint8_t bandIndex(Band band) {
-    constexpr uint8_t indices[] = {0x80, 0x40, 0};
-    static_assert(kBand24 == 0 && kBand5 == 1 && kBandOther == 2);
-    return indices[band];
-}
 
 }  // namespace
 
@@ -26,7 +20,7 @@ BssExtension::BssExtension(const PluginSymbols &plugin, const std::vector<RadioO
         std::copy(radio.facts.mac.bytes.begin(), radio.facts.mac.bytes.end(), entry.bssid);
         radio.name.copy(entry.ifname, sizeof entry.ifname - 1);
         entry.enabled = 1;
-        bands_.push_back(wifiBand(radio.facts.mediaType));
+        bands_.push_back(bandOfMediaType(radio.facts.mediaType));
     }
     mdids_.InterfaceNumberOfEntries = static_cast<uint32_t>(bands_.size());
 }
@@ -57,7 +51,7 @@ BssExtension::BssList BssExtension::configurations() const {
     for (size_t i = 0; i < bands_.size(); ++i) {
         if (bands_[i] == kBandOther) continue;  // its band has no index
         KvBssConfig &entry = list.entries[list.count++];
-        entry.BandIndex = bandIndex(bands_[i]);
+        entry.BandIndex = kBands[bands_[i]].bssIndex;
         entry.Attribute = kFronthaul;
         entry.MDID = mdids_.interfaces[i].mdid;
     }
@@ -66,9 +60,9 @@ BssExtension::BssList BssExtension::configurations() const {
 
 Bytes BssExtension::attribute(Band band) const {
     const auto found = std::find(bands_.begin(), bands_.end(), band);
-    if (found == bands_.end()) return {};
+    if (band == kBandOther || found == bands_.end()) return {};
     KvBssInfo bss{};
-    bss.BandIndex = bandIndex(band);
+    bss.BandIndex = kBands[band].bssIndex;
     bss.Attribute = kFronthaul;
     bss.MDID = mdids_.interfaces[found - bands_.begin()].mdid;
     Bytes buffer(kAttributeSize);

@@ -178,17 +178,8 @@ Json fieldJson(const KvDevVendorData &record, const FieldRow &row) {
 
 // ---- Wi-Fi
 
-constexpr uint8_t kStationBand24 = 1;
-constexpr uint8_t kStationBand5 = 6;
-constexpr const char *kBandNames[] = {"2.4GHz", "5GHz", ""};  // by Band
-
 bool isWifi(const DeviceInterface &interface) {
     return (interface.facts.mediaType & 0xFF00) == 0x0100;
-}
-
-Band bandOf(const WIFINeighborEntry &station) {
-    if (station.Band == kStationBand24) return kBand24;
-    return station.Band == kStationBand5 ? kBand5 : kBandOther;
 }
 
 // The code of Data Elements: 0 is -110 dBm or weaker, 220 is 0 dBm, one step is half a dB.
@@ -216,7 +207,7 @@ Json stationJson(const WIFINeighborEntry &station, time_t now) {
 JsonList stationsJson(const Device &device, Band band, time_t now) {
     JsonList list;
     for (const WIFINeighborEntry *at = device.vendor.data()->wifiNbrHead; at != nullptr; at = at->next) {
-        if (bandOf(*at) == band) list.add(stationJson(*at, now));
+        if (bandOf(&BandRow::stationBand, at->Band) == band) list.add(stationJson(*at, now));
     }
     return list;
 }
@@ -241,14 +232,14 @@ std::optional<Bss> bssOf(const DataModelView &view, const Device &device, const 
 // The radio that stands for the device's stations of that band; null when none has a network.
 const DeviceInterface *stationRadio(const DataModelView &view, const Device &device, Band band) {
     const auto isIt = [&](const DeviceInterface &each) {
-        return isWifi(each) && wifiBand(each.facts.mediaType) == band && bssOf(view, device, each, band);
+        return isWifi(each) && bandOfMediaType(each.facts.mediaType) == band && bssOf(view, device, each, band);
     };
     const auto found = std::find_if(device.interfaces.begin(), device.interfaces.end(), isIt);
     return found == device.interfaces.end() ? nullptr : &*found;
 }
 
 Json radioJson(const DataModelView &view, const Device &device, const DeviceInterface &radio) {
-    const Band band = wifiBand(radio.facts.mediaType);
+    const Band band = bandOfMediaType(radio.facts.mediaType);
     JsonList networks;
     if (const std::optional<Bss> bss = bssOf(view, device, radio, band)) {
         Json network = Json::object();
@@ -270,14 +261,14 @@ Json radioJson(const DataModelView &view, const Device &device, const DeviceInte
 // ---- Every station, also of devices whose networks are not known
 
 void addStations(JsonList &list, const DataModelView &view, const Device &device) {
-    std::optional<Bss> networks[std::size(kBandNames)];
+    std::optional<Bss> networks[kBandOther + 1];
     for (const Band band : {kBand24, kBand5}) {
         if (const DeviceInterface *radio = stationRadio(view, device, band)) {
             networks[band] = bssOf(view, device, *radio, band);
         }
     }
     for (const WIFINeighborEntry *at = device.vendor.data()->wifiNbrHead; at != nullptr; at = at->next) {
-        const Band band = bandOf(*at);
+        const Band band = bandOf(&BandRow::stationBand, at->Band);
         Json json = stationJson(*at, view.wallClock);
         json.add("Device", Json::mac(device.alMac));
         if (networks[band]) {
@@ -285,7 +276,7 @@ void addStations(JsonList &list, const DataModelView &view, const Device &device
         } else {
             json.addNull("BSSID");
         }
-        json.add("Band", Json::text(kBandNames[band]));
+        json.add("Band", Json::text(bandName(band)));
         json.add("MediaType", Json::number(at->mediaType));
         json.add("RSSI", Json::integer(at->RSSI));  // dBm
         json.add("SNR", Json::integer(at->SNR));    // dB
@@ -314,7 +305,7 @@ void fillBssConfiguration(Json &json, const BssConfiguration &entry) {
 
 void fillApConfiguration(Json &json, const std::pair<const Band, KvBssInfo> &entry) {
     const auto &[band, bss] = entry;
-    json.add("Band", Json::text(kBandNames[band]));
+    json.add("Band", Json::text(bandName(band)));
     json.add("BandIndex", Json::number(bss.BandIndex));
     json.add("Attribute", Json::number(bss.Attribute));
     json.add("Mdid", Json::number(bss.MDID));
@@ -383,7 +374,7 @@ Json vendorDeviceJson(const DataModelView &view, const Device &device, const std
     } else {
         json.addNull("Hops");  // no path is known
     }
-    const auto silence = device.local ? Time{} : view.now - device.lastHeard;
+    const auto silence = device.local ? Duration{} : view.now - device.lastHeard;
     json.add("SecondsSinceHeard", Json::number(static_cast<uint64_t>(silence.count() / 1000)));
     for (const FieldRow &row : kVendorFields)
         json.add(row.name, fieldJson(*device.vendor.data(), row));
@@ -391,7 +382,9 @@ Json vendorDeviceJson(const DataModelView &view, const Device &device, const std
     json.add("NeighborList", neighboursJson(device));
     json.add("MdidList", listOf(device.bss.mdids, fillMdid));
     json.add("BssConfigList", listOf(device.bss.configurations, fillBssConfiguration));
-    json.add("ApConfigurationList", listOf(device.apConfigurations, fillApConfiguration));
+    const auto known = view.apConfigurations.find(device.alMac);
+    json.add("ApConfigurationList",
+             known == view.apConfigurations.end() ? JsonList() : listOf(known->second, fillApConfiguration));
     return json;
 }
 

@@ -21,10 +21,11 @@ struct DataModelView {
     const Counters &counters;
     const char *role;  // "Controller", "Agent" or "Member"
     MainNetworks networks;
-    Time now;          // the clock of the topology
+    TimePoint now;     // the clock of the topology
     time_t wallClock;  // seconds since the epoch
     std::optional<MacAddress> controller{};
     uint32_t localStations = 0;  // entries of the local device's list, which its record does not count
+    ApConfigurations apConfigurations{};
 };
 
 /*

@@ -1,32 +1,20 @@
 #include "daemon/node.h"
 
-#include <sys/socket.h>
-
 #include <algorithm>
 #include <cstdio>
 #include <utility>
 
+#include "daemon/jitter.h"
+
 namespace kv1905d {
 namespace {
 
-using std::chrono::milliseconds;
-
-constexpr size_t kEthernetHeader = 14;
-constexpr Time kNotificationSpacing{1000};
-constexpr Time kQuerySpacing{1000};
+constexpr Duration kNotificationSpacing{1000};
+constexpr Duration kQuerySpacing{1000};
 constexpr unsigned kQueryAttempts = 3;
 // How soon a newcomer's discovery is answered: spread, so that many neighbours do not answer in step.
-constexpr Time kSoonEarliest{50};
-constexpr Time kSoonLatest{400};
-
-Bytes ethernetFrame(const MacAddress &destination, const MacAddress &source, ByteView payload) {
-    WireWriter out;
-    out.mac(destination);
-    out.mac(source);
-    out.u16(kEtherType);
-    out.bytes(payload);
-    return out.take();
-}
+constexpr Duration kSoonEarliest{50};
+constexpr Duration kSoonLatest{400};
 
 }  // namespace
 
@@ -41,12 +29,14 @@ const Node::HandlerRow Node::kHandlers[] = {
     {kAutoconfigurationWsc, &Node::handleAutoconfiguration},
 };
 
-Node::Node(NodeConfig config, NodeEvents events, Time now)
+Node::Node(NodeConfig config, NodeEvents events, TimePoint now)
     : config_(std::move(config)),
       events_(std::move(events)),
       random_(config_.seed),
       lastId_(static_cast<uint16_t>(random_())),
       topology_(config_.alMac, now),
+      sender_(config_.alMac, config_.ports, config_.bridgeFd, counters_),
+      neighbours_(lifetime()),
       discoveryDue_(config_.ports.size(), now),
       notificationDue_(now) {
     topology_.setInterfaces(topology_.local(), localInterfaces());
@@ -54,7 +44,7 @@ Node::Node(NodeConfig config, NodeEvents events, Time now)
 
 // ---- Receiving
 
-void Node::receive(size_t port, ByteView frame, Time now) {
+void Node::receive(size_t port, ByteView frame, TimePoint now) {
     ++counters_.framesReceived;
     WireReader reader(frame);
     const MacAddress destination = reader.mac();
@@ -73,22 +63,22 @@ void Node::receive(size_t port, ByteView frame, Time now) {
     }
     if (source.isGroup() || source.isZero() || !fragment) {
         ++counters_.framesDropped;
-        return complain({port, source, source, {}}, now, fragment ? "no device has that address" : "no valid header");
+        return complain(port, source, source, {}, now, fragment ? "no device has that address" : "no valid header");
     }
 
     fragment->port = port;
     counters_.reassemblyTimeouts += reassembly_.expire(now);
-    const Reassembly::Outcome outcome = reassembly_.add(source, *fragment, now);
+    const Reassembly::Result result = reassembly_.add(source, *fragment, now);
     counters_.reassemblyEvictions = reassembly_.evicted();
     complainOfLost(now);
-    if (outcome.status == Reassembly::Status::Malformed) {
+    if (result.status == Reassembly::Status::Malformed) {
         ++counters_.parseFailures;
-        complain({port, source, source, fragment->type}, now, "a TLV or fragment does not fit");
+        complain(port, source, source, fragment->type, now, "a TLV or fragment does not fit");
     }
-    if (outcome.status == Reassembly::Status::Complete) handle(outcome.message, port, source, multicast, now);
+    if (result.status == Reassembly::Status::Complete) handle(result.message, port, source, multicast, now);
 }
 
-void Node::handle(const Message &message, size_t port, const MacAddress &source, bool multicast, Time now) {
+void Node::handle(const Message &message, size_t port, const MacAddress &source, bool multicast, TimePoint now) {
     Received received{message, port, source, source, multicast, now};
     if (const Tlv *tlv = message.find(kTlvAlMac)) {
         const std::optional<MacAddress> alMac = parseMacTlv(tlv->value);
@@ -112,7 +102,6 @@ void Node::handle(const Message &message, size_t port, const MacAddress &source,
 
 void Node::process(const Received &received) {
     ++counters_.messagesReceived;
-    arrivedOn_ = received.port;
     if (Device *device = topology_.find(received.originator)) {
         device->lastHeard = received.now;
         device->port = received.port;
@@ -129,33 +118,33 @@ void Node::process(const Received &received) {
         }
         ++counters_.vendorTlvsReceived;
         if (received.message.type == kTopologyResponse && isBssElement(tlv.value)) continue;  // read with the report
-        if (events_.vendorTlv) events_.vendorTlv(received.originator, tlv.value, received.message.id);
+        if (events_.vendorTlv) {
+            events_.vendorTlv({received.originator, config_.ports[received.port].name, tlv.value, received.message.id});
+        }
     }
 }
 
 void Node::forward(const Received &received) {
-    if (config_.ports.size() > 1 && sendMulticast(received.message, received.port)) ++counters_.messagesRelayed;
+    if (config_.ports.size() > 1 && sender_.multicast(received.message, received.port)) ++counters_.messagesRelayed;
 }
 
 void Node::reject(const Received &received, const char *reason) {
     ++counters_.parseFailures;
-    complain({received.port, received.source, received.originator, received.message.type}, received.now, reason);
+    complain(received.port, received.source, received.originator, received.message.type, received.now, reason);
 }
 
-void Node::complain(const Sender &sender, Time now, const char *reason) {
-    unsigned held = 0;
-    if (!complaints_.open(now, &held)) return;
+void Node::complain(size_t port, const MacAddress &source, const MacAddress &originator, std::optional<uint16_t> type,
+                    TimePoint now, const char *reason) {
     char what[32] = "frame";
-    if (sender.type) std::snprintf(what, sizeof what, "message 0x%04x", *sender.type);
-    const std::string builder = sender.originator == sender.source ? "" : ", built by " + sender.originator.text();
-    KV_HOST_LOG(KV_LOG_WARNING, "%s: %s from %s%s dropped: %s (%u more lines held back)",
-                config_.ports[sender.port].name.c_str(), what, sender.source.text().c_str(), builder.c_str(), reason,
-                held);
+    if (type) std::snprintf(what, sizeof what, "message 0x%04x", *type);
+    const std::string builder = originator == source ? "" : ", built by " + originator.text();
+    complaints_.log(KV_LOG_WARNING, now, "%s: %s from %s%s dropped: %s", config_.ports[port].name.c_str(), what,
+                    source.text().c_str(), builder.c_str(), reason);
 }
 
-void Node::complainOfLost(Time now) {
+void Node::complainOfLost(TimePoint now) {
     const std::optional<Reassembly::Lost> lost = reassembly_.takeLost();
-    if (lost) complain({lost->port, lost->source, lost->source, lost->type}, now, lost->reason);
+    if (lost) complain(lost->port, lost->source, lost->source, lost->type, now, lost->reason);
 }
 
 // ---- Handlers: false when the message is malformed and must not be looked at any further
@@ -168,24 +157,19 @@ bool Node::handleDiscovery(const Received &received) {
         reject(received, "topology discovery without a valid AL MAC or MAC address TLV");
         return false;
     }
-    const auto known = std::find_if(links_.begin(), links_.end(), [&](const Link &link) {
-        return link.port == received.port && link.alMac == received.originator && link.mac == *mac;
-    });
-    if (known != links_.end()) {
-        known->lastDiscovery = received.now;
-        if (topology_.find(received.originator) == nullptr) ask(received.originator, received.now);
-        return true;
-    }
-    if (links_.size() >= kMaxLinks) {
+    const auto announced = neighbours_.announce(received.port, received.originator, *mac, received.now);
+    if (announced == Neighbourhood::Announced::TooMany) {
         reject(received, "too many neighbours");
         return false;
     }
-    links_.push_back({received.port, received.originator, *mac, received.now});
-    KV_HOST_LOG(KV_LOG_INFO, "%s: neighbour %s", config_.ports[received.port].name.c_str(),
-                received.originator.text().c_str());
-    linksChanged(received.now);
-    hurryDiscovery(received.port, received.now);
-    ask(received.originator, received.now);
+    const bool isNew = announced == Neighbourhood::Announced::New;
+    if (isNew) {
+        KV_HOST_LOG(KV_LOG_INFO, "%s: neighbour %s", config_.ports[received.port].name.c_str(),
+                    received.originator.text().c_str());
+        linksChanged(received.now);
+        discoverSoon(received.port, received.now);
+    }
+    if (isNew || topology_.find(received.originator) == nullptr) ask(received.originator, received.now);
     return true;
 }
 
@@ -194,11 +178,12 @@ bool Node::handleNotification(const Received &received) {
         reject(received, "topology notification without an AL MAC TLV");
         return false;
     }
-    if (Device *device = topology_.find(received.originator)) device->poll.announced = true;
-    // A neighbour that was restarted does not know us any more, although we still know it.
-    for (const Link &link : links_) {
-        if (link.alMac == received.originator) hurryDiscovery(link.port, received.now);
+    if (events_.notification && topology_.find(received.originator) != nullptr) {
+        events_.notification(received.originator);
     }
+    // A neighbour that was restarted does not know us any more, although we still know it.
+    for (const size_t port : neighbours_.portsOf(received.originator))
+        discoverSoon(port, received.now);
     ask(received.originator, received.now);
     return true;
 }
@@ -222,7 +207,7 @@ bool Node::handleResponse(const Received &received) {
     queries_.erase(report->device.alMac);
     Device *device = topology_.update(*report, received.now);
     if (device == nullptr) {
-        complain({received.port, received.source, report->device.alMac, received.message.type}, received.now,
+        complain(received.port, received.source, report->device.alMac, received.message.type, received.now,
                  "too many devices are known");
         return true;
     }
@@ -233,7 +218,7 @@ bool Node::handleResponse(const Received &received) {
             if (topology_.find(neighbour.alMac) == nullptr) ask(neighbour.alMac, received.now);
         }
     }
-    if (events_.topologyResponse) events_.topologyResponse(*device);
+    if (events_.topologyResponse) events_.topologyResponse(device->alMac);
     return true;
 }
 
@@ -252,7 +237,7 @@ bool Node::handleAutoconfiguration(const Received &received) {
 
 // ---- Periodic work
 
-Time Node::run(Time now) {
+TimePoint Node::run(TimePoint now) {
     receiveFromSelf();
     counters_.reassemblyTimeouts += reassembly_.expire(now);
     complainOfLost(now);
@@ -264,90 +249,63 @@ Time Node::run(Time now) {
     if (notificationDue_ <= now) sendNotification(now);
     sendDueQueries(now);
 
-    Time next = std::min(notificationDue_, reassembly_.nextExpiry());
+    TimePoint next = std::min({notificationDue_, reassembly_.nextExpiry(), neighbours_.nextExpiry()});
     if (!toSelf_.empty()) next = now;
-    for (const Time due : discoveryDue_)
+    for (const TimePoint due : discoveryDue_)
         next = std::min(next, due);
     for (const auto &[alMac, query] : queries_)
         next = std::min(next, query.due);
-    for (const Link &link : links_)
-        next = std::min(next, link.lastDiscovery + lifetime());
     for (const auto &[alMac, device] : topology_.devices()) {
         if (device->local) continue;
         next = std::min({next, device->lastHeard + lifetime(), device->nextKeepAlive});
     }
-    return std::max(next, now + milliseconds(1));
+    return std::max(next, now + Duration(1));
 }
 
-void Node::age(Time now) {
-    const auto silent = [&](const Link &link) { return now - link.lastDiscovery >= lifetime(); };
-    if (std::erase_if(links_, silent) > 0) linksChanged(now);
+void Node::age(TimePoint now) {
+    if (neighbours_.forgetSilent(now)) linksChanged(now);
     if (!topology_.expire(lifetime(), now).empty()) notifySoon(now);
 }
 
 // Neighbours announce themselves; the others are asked when they were silent for half an interval.
-void Node::keepAlive(Time now) {
+void Node::keepAlive(TimePoint now) {
     for (const auto &[alMac, device] : topology_.devices()) {
         if (device->local || device->nextKeepAlive > now) continue;
         device->nextKeepAlive = now + config_.discoveryInterval / 4;
-        if (!isNeighbour(alMac)) ask(alMac, now);
+        if (neighbours_.portsOf(alMac).empty()) ask(alMac, now);
     }
 }
 
-bool Node::isNeighbour(const MacAddress &alMac) const {
-    return std::any_of(links_.begin(), links_.end(), [&](const Link &link) { return link.alMac == alMac; });
-}
-
-void Node::linksChanged(Time now) {
-    std::vector<Ieee1905Neighbours> neighbours;
-    for (size_t port = 0; port < config_.ports.size(); ++port) {
-        std::set<MacAddress> alMacs;
-        for (const Link &link : links_) {
-            if (link.port == port) alMacs.insert(link.alMac);
-        }
-        if (alMacs.empty()) continue;
-        neighbours.push_back({config_.ports[port].mac, {}});
-        for (const MacAddress &alMac : alMacs)
-            neighbours.back().neighbours.push_back({alMac, false});
-    }
-    topology_.local().neighbours = std::move(neighbours);
+void Node::linksChanged(TimePoint now) {
+    topology_.local().neighbours = neighbours_.report(config_.ports);
     notifySoon(now);
 }
 
 // Several changes within the spacing make one notification.
-void Node::notifySoon(Time now) {
+void Node::notifySoon(TimePoint now) {
     notificationDue_ = std::min(notificationDue_, std::max(now, earliestNotification_));
 }
 
-void Node::linkChanged(size_t port, bool up, Time now) {
+void Node::linkChanged(size_t port, bool up, TimePoint now) {
     KV_HOST_LOG(KV_LOG_NOTICE, "%s: link is %s", config_.ports[port].name.c_str(), up ? "up" : "down");
     if (up) {
         discoveryDue_[port] = now;
         notifySoon(now);
-    } else if (std::erase_if(links_, [&](const Link &link) { return link.port == port; }) > 0) {
+    } else if (neighbours_.forgetPort(port)) {
         linksChanged(now);
     }
 }
 
-void Node::hurryDiscovery(size_t port, Time now) {
-    discoveryDue_[port] = std::min(discoveryDue_[port], soon(now));
+void Node::discoverSoon(size_t port, TimePoint now) {
+    discoveryDue_[port] = std::min(discoveryDue_[port], now + randomDuration(random_, kSoonEarliest, kSoonLatest));
 }
 
-Time Node::soon(Time now) {
-    return now + Time(std::uniform_int_distribution<Time::rep>(kSoonEarliest.count(), kSoonLatest.count())(random_));
-}
-
-Time Node::jittered(Time interval) {
-    const auto whole = interval.count();
-    return Time(std::uniform_int_distribution<Time::rep>(whole * 5 / 6, whole)(random_));
-}
-
-void Node::ask(const MacAddress &alMac, Time now) {
+void Node::ask(const MacAddress &alMac, TimePoint now) {
     if (alMac == config_.alMac || alMac.isGroup() || alMac.isZero()) return;
     if (queries_.size() < kMaxPendingQueries) queries_.try_emplace(alMac, PendingQuery{0, now});
 }
 
-void Node::sendDueQueries(Time now) {
+void Node::sendDueQueries(TimePoint now) {
     for (auto at = queries_.begin(); at != queries_.end();) {
         PendingQuery &query = at->second;
         if (query.due > now) {
@@ -365,24 +323,24 @@ void Node::sendDueQueries(Time now) {
 
 // ---- Sending
 
-void Node::sendDiscovery(size_t port, Time now) {
-    discoveryDue_[port] = now + jittered(config_.discoveryInterval);
+void Node::sendDiscovery(size_t port, TimePoint now) {
+    discoveryDue_[port] = now + jittered(random_, config_.discoveryInterval);
     const Message message{kTopologyDiscovery,
                           nextId(),
                           false,
                           {macTlv(kTlvAlMac, config_.alMac), macTlv(kTlvMacAddress, config_.ports[port].mac)}};
-    sendFrames(config_.ports[port].fd, kMulticastMac, encodeMessage(message));
+    sender_.multicastOn(port, message);
 }
 
-void Node::sendNotification(Time now) {
-    notificationDue_ = Time::max();
+void Node::sendNotification(TimePoint now) {
+    notificationDue_ = TimePoint::max();
     earliestNotification_ = now + kNotificationSpacing;
     const Message message{kTopologyNotification, nextId(), true, {macTlv(kTlvAlMac, config_.alMac)}};
     duplicates_.enter({config_.alMac, message.type, message.id}, now);
-    sendMulticast(message, std::nullopt);
+    sender_.multicast(message);
 }
 
-bool Node::sendVendor(Reach reach, const MacAddress &destination, ByteView value, uint16_t *msgId, Time now) {
+bool Node::sendVendor(Reach reach, const MacAddress &destination, ByteView value, uint16_t *msgId, TimePoint now) {
     const uint16_t id = msgId != nullptr && *msgId != 0 ? *msgId : nextId();
     if (msgId != nullptr) *msgId = id;
     Message message{kVendorSpecific, id, false, {{kTlvVendorSpecific, {value.begin(), value.end()}}}};
@@ -394,11 +352,11 @@ bool Node::sendVendor(Reach reach, const MacAddress &destination, ByteView value
     return sent;
 }
 
-bool Node::sendMessage(Reach reach, const MacAddress &destination, Message &message, Time now) {
+bool Node::sendMessage(Reach reach, const MacAddress &destination, Message &message, TimePoint now) {
     if (message.id == 0) message.id = nextId();
     message.relay = reach == Reach::Network;
     if (message.relay) duplicates_.enter({config_.alMac, message.type, message.id}, now);
-    return reach == Reach::Unicast ? sendUnicast(message, destination) : sendMulticast(message, std::nullopt);
+    return reach == Reach::Unicast ? sendUnicast(message, destination) : sender_.multicast(message);
 }
 
 // Handed on by run(): the receiver must not be called while it is sending.
@@ -410,9 +368,10 @@ bool Node::sendToSelf(const Message &message) {
 }
 
 void Node::receiveFromSelf() {
+    static const std::string kSelf = "this device";
     for (const Message &message : std::exchange(toSelf_, {})) {
         ++counters_.vendorTlvsReceived;
-        if (events_.vendorTlv) events_.vendorTlv(config_.alMac, message.tlvs.front().value, message.id);
+        if (events_.vendorTlv) events_.vendorTlv({config_.alMac, kSelf, message.tlvs.front().value, message.id});
     }
 }
 
@@ -436,37 +395,10 @@ TopologyReport Node::localReport() const {
     return report;
 }
 
-bool Node::sendMulticast(const Message &message, std::optional<size_t> except) {
-    const std::vector<Bytes> payloads = encodeMessage(message);
-    bool sent = false;
-    for (size_t port = 0; port < config_.ports.size(); ++port) {
-        if (port != except) sent |= sendFrames(config_.ports[port].fd, kMulticastMac, payloads);
-    }
-    return sent;
-}
-
 bool Node::sendUnicast(const Message &message, const MacAddress &destination) {
     const Device *device = topology_.findByAnyMac(destination);
-    const MacAddress &alMac = device != nullptr ? device->alMac : destination;
-    const std::vector<Bytes> payloads = encodeMessage(message);
-    if (config_.bridgeFd >= 0) return sendFrames(config_.bridgeFd, alMac, payloads);
-    if (device != nullptr && device->port) return sendFrames(config_.ports[*device->port].fd, alMac, payloads);
-    bool sent = false;
-    for (const Port &port : config_.ports)
-        sent |= sendFrames(port.fd, alMac, payloads);
-    return sent;
-}
-
-bool Node::sendFrames(int fd, const MacAddress &destination, const std::vector<Bytes> &payloads) {
-    for (const Bytes &payload : payloads) {
-        const Bytes frame = ethernetFrame(destination, config_.alMac, payload);
-        if (send(fd, frame.data(), frame.size(), MSG_DONTWAIT | MSG_NOSIGNAL) != static_cast<ssize_t>(frame.size())) {
-            ++counters_.sendFailures;
-            return false;
-        }
-        ++counters_.framesSent;
-    }
-    return !payloads.empty();
+    if (device == nullptr) return sender_.unicast(message, destination, std::nullopt);
+    return sender_.unicast(message, device->alMac, device->port);
 }
 
 uint16_t Node::nextId() {

@@ -4,65 +4,62 @@
 
 #include <functional>
 #include <map>
+#include <optional>
 #include <random>
-#include <set>
 #include <string>
 #include <vector>
 
 #include "daemon/counters.h"
+#include "daemon/frame_sender.h"
+#include "daemon/log.h"
+#include "daemon/neighbourhood.h"
 #include "daemon/topology.h"
+#include "daemon/vendor_tlv.h"
 #include "ieee1905/reassembly.h"
 #include "ieee1905/relay.h"
 
 namespace kv1905d {
-
-struct Port {
-    std::string name;
-    MacAddress mac;
-    uint16_t mediaType = 0x0001;  // Gigabit Ethernet
-    int fd = -1;                  // the caller's; one write is one Ethernet frame
-};
 
 struct NodeConfig {
     MacAddress alMac;
     std::vector<Port> ports;
     std::vector<LocalInterface> radios;  // told to others, not used for frames
     int bridgeFd = -1;                   // sends into the bridge that the ports belong to; -1 when there is none
-    Time discoveryInterval = std::chrono::seconds(60);
+    Duration discoveryInterval = std::chrono::seconds(60);
     uint32_t seed = 1;
 };
 
-// What the node tells its owner. Each may be empty.
+// What the node reports to its owner. Each may be empty.
 struct NodeEvents {
-    // A vendor-specific TLV: the originator's AL MAC, the value (its OUI first), the message identifier.
-    std::function<void(const MacAddress &, ByteView, uint16_t)> vendorTlv;
+    std::function<void(const VendorTlv &)> vendorTlv;
+    // A known device announced a change.
+    std::function<void(const MacAddress &)> notification;
     // A device answered a topology query.
-    std::function<void(Device &)> topologyResponse;
+    std::function<void(const MacAddress &)> topologyResponse;
     // An AP-autoconfiguration message, with the originator's AL MAC as far as we know; false when it is malformed.
-    std::function<bool(const MacAddress &, const Message &, Time)> autoconfiguration;
+    std::function<bool(const MacAddress &, const Message &, TimePoint)> autoconfiguration;
     // TLVs to append to every topology response.
     std::function<std::vector<Tlv>()> extraTopologyTlvs;
 };
 
-enum class Reach { Unicast, Neighbours, Network };
-
 class Node {
   public:
     // Bounds of what is kept about others; more is refused.
-    static constexpr size_t kMaxLinks = kMaxNeighbours;  // neighbours seen on all ports together
     static constexpr size_t kMaxPendingQueries = 256;
     static constexpr size_t kMaxToSelf = 16;  // messages to this device itself that run() has not delivered yet
 
-    Node(NodeConfig config, NodeEvents events, Time now);
+    Node(NodeConfig config, NodeEvents events, TimePoint now);
+    Node(const Node &) = delete;
+    Node &operator=(const Node &) = delete;
 
     // Take a frame that came in on that port.
-    void receive(size_t port, ByteView frame, Time now);
+    void receive(size_t port, ByteView frame, TimePoint now);
 
     // Do what is due. Returns when to call again; a frame may make it earlier, so ask again after receive().
-    Time run(Time now);
+    TimePoint run(TimePoint now);
 
     // A port's link came or went.
-    void linkChanged(size_t port, bool up, Time now);
+    void linkChanged(size_t port, bool up, TimePoint now);
 
     /*
      * Send a vendor-specific TLV value in a message of its own. `destination` counts for Reach::Unicast alone: an AL
@@ -70,35 +67,24 @@ class Node {
      * msgId: null, or 0 to have an identifier chosen and written back, or the identifier to use.
      * False when no interface took the message.
      */
-    bool sendVendor(Reach reach, const MacAddress &destination, ByteView value, uint16_t *msgId, Time now);
+    bool sendVendor(Reach reach, const MacAddress &destination, ByteView value, uint16_t *msgId, TimePoint now);
 
     /*
      * Send a message made elsewhere; `destination` as above. An identifier of 0 is replaced by a fresh one. The relay
      * bit is set as `reach` says; with Reach::Network the message must hold our AL MAC TLV. False when no interface
      * took it.
      */
-    bool sendMessage(Reach reach, const MacAddress &destination, Message &message, Time now);
+    bool sendMessage(Reach reach, const MacAddress &destination, Message &message, TimePoint now);
 
     Topology &topology() { return topology_; }
     const Topology &topology() const { return topology_; }
     const Counters &counters() const { return counters_; }
     const NodeConfig &config() const { return config_; }
-    // Where the message came in that an event is about; of no meaning outside an event.
-    const std::string &arrivedOn() const { return config_.ports[arrivedOn_].name; }
-    // A point in time between 5/6 of the interval and the whole of it from now: many devices must not act in step.
-    Time jittered(Time interval);
 
   private:
-    // A neighbour's interface that announced itself on one of our ports.
-    struct Link {
-        size_t port;
-        MacAddress alMac;
-        MacAddress mac;
-        Time lastDiscovery;
-    };
     struct PendingQuery {
         unsigned sent = 0;
-        Time due{};
+        TimePoint due{};
     };
     // One received message on its way through the handlers.
     struct Received {
@@ -107,14 +93,7 @@ class Node {
         MacAddress source;      // Ethernet source
         MacAddress originator;  // AL MAC of the device that built the message, as far as we know
         bool multicast;
-        Time now;
-    };
-    // Of what is refused, for the log.
-    struct Sender {
-        size_t port;
-        MacAddress source;
-        MacAddress originator;
-        std::optional<uint16_t> type;  // of the message; nothing when that is not known
+        TimePoint now;
     };
     struct HandlerRow {
         uint16_t type;
@@ -128,35 +107,33 @@ class Node {
     bool handleResponse(const Received &received);
     bool handleVendor(const Received &received);
     bool handleAutoconfiguration(const Received &received);
-    void handle(const Message &message, size_t port, const MacAddress &source, bool multicast, Time now);
+    void handle(const Message &message, size_t port, const MacAddress &source, bool multicast, TimePoint now);
     void process(const Received &received);
     void forward(const Received &received);
     void reject(const Received &received, const char *reason);
-    void complain(const Sender &sender, Time now, const char *reason);
-    void complainOfLost(Time now);
+    // type: of the message; nothing when that is not known.
+    void complain(size_t port, const MacAddress &source, const MacAddress &originator, std::optional<uint16_t> type,
+                  TimePoint now, const char *reason);
+    void complainOfLost(TimePoint now);
 
-    void ask(const MacAddress &alMac, Time now);
-    void sendDueQueries(Time now);
-    void keepAlive(Time now);
-    void age(Time now);
-    void linksChanged(Time now);
-    void notifySoon(Time now);
-    bool isNeighbour(const MacAddress &alMac) const;
-    void hurryDiscovery(size_t port, Time now);
+    void ask(const MacAddress &alMac, TimePoint now);
+    void sendDueQueries(TimePoint now);
+    void keepAlive(TimePoint now);
+    void age(TimePoint now);
+    void linksChanged(TimePoint now);
+    void notifySoon(TimePoint now);
+    void discoverSoon(size_t port, TimePoint now);
 
-    void sendDiscovery(size_t port, Time now);
-    void sendNotification(Time now);
+    void sendDiscovery(size_t port, TimePoint now);
+    void sendNotification(TimePoint now);
     std::vector<LocalInterface> localInterfaces() const;
     TopologyReport localReport() const;
 
-    bool sendMulticast(const Message &message, std::optional<size_t> except);
     bool sendUnicast(const Message &message, const MacAddress &destination);
     bool sendToSelf(const Message &message);
     void receiveFromSelf();
-    bool sendFrames(int fd, const MacAddress &destination, const std::vector<Bytes> &payloads);
     uint16_t nextId();
-    Time lifetime() const { return config_.discoveryInterval * 7 / 6; }
-    Time soon(Time now);
+    Duration lifetime() const { return config_.discoveryInterval * 7 / 6; }
 
     NodeConfig config_;
     NodeEvents events_;
@@ -166,14 +143,14 @@ class Node {
     Topology topology_;
     Reassembly reassembly_;
     DuplicateFilter duplicates_;
-    std::vector<Link> links_;
+    FrameSender sender_;
+    Neighbourhood neighbours_;
     std::map<MacAddress, PendingQuery> queries_;
     std::vector<Message> toSelf_;
-    std::vector<Time> discoveryDue_;  // per port
-    Time notificationDue_{};          // Time::max() when there is nothing to notify
-    Time earliestNotification_{};
+    std::vector<TimePoint> discoveryDue_;  // per port
+    TimePoint notificationDue_;            // TimePoint::max() when there is nothing to notify
+    TimePoint earliestNotification_{};
     LogGate complaints_;
-    size_t arrivedOn_ = 0;
 };
 
 }  // namespace kv1905d

@@ -2,39 +2,21 @@
 
 #include <algorithm>
 
+#include "daemon/jitter.h"
 #include "daemon/log.h"
 
 namespace kv1905d {
 namespace {
 
 constexpr uint8_t kRegistrar = 0x00;
-constexpr Time kStartPause{1000};  // the topology is known by then, and a message's sender must be in it
-constexpr Time kFirstPause{2000};  // between Searches; doubles up to the longest one
-constexpr Time kLongestPause{60000};
-constexpr Time kOfferPause{2000};
-constexpr unsigned kMaxOffers = 3;     // M1 in vain: a foreign controller wants keys, which we do not have
-constexpr Time kRetryPause{2000};      // after a settings request that could not be sent
-constexpr Time kLongestUnseen{30000};  // between a controller's Response and its place in the topology
+constexpr Duration kStartPause{1000};  // the topology is known by then, and a message's sender must be in it
+constexpr Duration kFirstPause{2000};  // between Searches; doubles up to the longest one
+constexpr Duration kLongestPause{60000};
+constexpr Duration kOfferPause{2000};
+constexpr unsigned kMaxOffers = 3;         // M1 in vain: a foreign controller wants keys, which we do not have
+constexpr Duration kRetryPause{2000};      // after a settings request that could not be sent
+constexpr Duration kLongestUnseen{30000};  // between a controller's Response and its place in the topology
 constexpr int kSettings = 2;
-
-// How the two bands are written in each place.
-struct BandRow {
-    Band band;
-    uint8_t frequencyBand;  // in the frequency band TLVs
-    uint8_t wsc;
-};
-constexpr BandRow kBandRows[] = {{kBand24, 0x00, kWscBand24}, {kBand5, 0x01, kWscBand5}};
-
-const BandRow &rowOf(Band band) {
-    return *std::find_if(std::begin(kBandRows), std::end(kBandRows),
-                         [&](const BandRow &row) { return row.band == band; });
-}
-
-const BandRow *findRow(uint8_t BandRow::*member, uint8_t value) {
-    const auto found = std::find_if(std::begin(kBandRows), std::end(kBandRows),
-                                    [&](const BandRow &row) { return row.*member == value; });
-    return found == std::end(kBandRows) ? nullptr : found;
-}
 
 Tlv byteTlv(TlvType type, uint8_t value) {
     return {type, {value}};
@@ -54,23 +36,21 @@ const Onboarding::HandlerRow Onboarding::kHandlers[] = {
     {kAutoconfigurationWsc, &Onboarding::handleWsc},
 };
 
-Onboarding::Onboarding(Node &node, OnboardingActions actions, Time now)
+Onboarding::Onboarding(Node &node, OnboardingActions actions, TimePoint now)
     : node_(node), actions_(std::move(actions)), random_(node.config().seed) {
-    for (const BandRow &row : kBandRows) {
-        for (const LocalInterface &radio : node.config().radios) {
-            if (wifiBand(radio.mediaType) != row.band) continue;
-            exchanges_.push_back({row.band});
-            break;
-        }
+    const std::vector<LocalInterface> &radios = node.config().radios;
+    for (const Band band : {kBand24, kBand5}) {
+        const auto isOnBand = [&](const LocalInterface &each) { return bandOfMediaType(each.mediaType) == band; };
+        if (std::any_of(radios.begin(), radios.end(), isOnBand)) exchanges_.push_back({band});
     }
     reset(now);
 }
 
-void Onboarding::reset(Time now) {
+void Onboarding::reset(TimePoint now) {
     controller_.reset();
     for (Exchange &exchange : exchanges_) {
         exchange.step = Step::Search;
-        exchange.due = now + node_.jittered(kStartPause);
+        exchange.due = now + jittered(random_, kStartPause);
         exchange.pause = kFirstPause;
     }
 }
@@ -81,18 +61,19 @@ std::optional<MacAddress> Onboarding::controller() const {
 
 // ---- Receiving
 
-bool Onboarding::receive(const MacAddress &source, const Message &message, Time now) {
+bool Onboarding::receive(const MacAddress &source, const Message &message, TimePoint now) {
     for (const HandlerRow &row : kHandlers) {
         if (row.type == message.type) return (this->*row.handle)(source, message, now);
     }
     return true;
 }
 
-bool Onboarding::handleSearch(const MacAddress &source, const Message &message, Time now) {
+bool Onboarding::handleSearch(const MacAddress &source, const Message &message, TimePoint now) {
     const std::optional<uint8_t> role = byteOf(message, kTlvSearchedRole);
     const std::optional<uint8_t> band = byteOf(message, kTlvAutoconfigFreqBand);
     if (!role || !band || message.find(kTlvAlMac) == nullptr) return false;
-    if (!actions_.isController() || *role != kRegistrar || !findRow(&BandRow::frequencyBand, *band)) return true;
+    if (!actions_.isController() || *role != kRegistrar || bandOf(&BandRow::frequencyBand, *band) == kBandOther)
+        return true;
     Message response{kAutoconfigurationResponse,
                      message.id,
                      false,
@@ -101,7 +82,7 @@ bool Onboarding::handleSearch(const MacAddress &source, const Message &message, 
     return true;
 }
 
-bool Onboarding::handleResponse(const MacAddress &source, const Message &message, Time now) {
+bool Onboarding::handleResponse(const MacAddress &source, const Message &message, TimePoint now) {
     const std::optional<uint8_t> role = byteOf(message, kTlvSupportedRole);
     const std::optional<uint8_t> band = byteOf(message, kTlvSupportedFreqBand);
     if (!role || !band) return false;
@@ -109,7 +90,7 @@ bool Onboarding::handleResponse(const MacAddress &source, const Message &message
     if (actions_.isController() || *role != kRegistrar || other) return true;
     for (Exchange &exchange : exchanges_) {
         if (exchange.step != Step::Search || exchange.searchId != message.id) continue;
-        if (rowOf(exchange.band).frequencyBand != *band) continue;
+        if (kBands[exchange.band].frequencyBand != *band) continue;
         if (!controller_) join(source, now);
         exchange.step = Step::Offer;
         exchange.offers = 0;
@@ -119,7 +100,7 @@ bool Onboarding::handleResponse(const MacAddress &source, const Message &message
     return true;
 }
 
-bool Onboarding::handleWsc(const MacAddress &source, const Message &message, Time now) {
+bool Onboarding::handleWsc(const MacAddress &source, const Message &message, TimePoint now) {
     const Tlv *tlv = message.find(kTlvWsc);
     const std::optional<ReceivedWsc> wsc = tlv ? parseWsc(tlv->value) : std::nullopt;
     if (!wsc) return false;
@@ -128,16 +109,16 @@ bool Onboarding::handleWsc(const MacAddress &source, const Message &message, Tim
         bss = actions_.readExtension(wsc->extension);
         if (!bss) return false;
     }
-    const BandRow *band = findRow(&BandRow::wsc, wsc->message.bands);
-    Device *device = node_.topology().find(source);
-    if (band == nullptr || device == nullptr) return true;  // a device that is new to us asks again
+    const Band band = bandOf(&BandRow::rfBands, wsc->message.bands);
+    if (band == kBandOther || node_.topology().find(source) == nullptr)
+        return true;  // a device that is new to us asks again
     const bool isOffer = actions_.isController() && wsc->message.type == kWscM1;
     Exchange *answered = isOffer ? nullptr : offerOf(source, wsc->message);
     if (!isOffer && answered == nullptr) return true;
     if (bss) {
-        device->apConfigurations[band->band] = *bss;
+        apConfigurations_[source][band] = *bss;
     } else {
-        device->apConfigurations.erase(band->band);
+        apConfigurations_[source].erase(band);
     }
     if (isOffer) {
         answerM1(source, wsc->message, message.id, now);
@@ -147,7 +128,7 @@ bool Onboarding::handleWsc(const MacAddress &source, const Message &message, Tim
     return true;
 }
 
-void Onboarding::answerM1(const MacAddress &source, const WscMessage &m1, uint16_t id, Time now) {
+void Onboarding::answerM1(const MacAddress &source, const WscMessage &m1, uint16_t id, TimePoint now) {
     WscMessage m2 = m1;
     m2.type = kWscM2;
     m2.registrarNonce = newNonce();
@@ -159,14 +140,16 @@ Onboarding::Exchange *Onboarding::offerOf(const MacAddress &source, const WscMes
     if (actions_.isController() || m2.type != kWscM2 || source != controller_) return nullptr;
     const auto found = std::find_if(exchanges_.begin(), exchanges_.end(), [&](const Exchange &exchange) {
         return exchange.step == Step::Offer && exchange.nonce == m2.enrolleeNonce &&
-               rowOf(exchange.band).wsc == m2.bands;
+               kBands[exchange.band].rfBands == m2.bands;
     });
     return found == exchanges_.end() ? nullptr : &*found;
 }
 
 // ---- The agent's duties
 
-void Onboarding::run(Time now) {
+void Onboarding::run(TimePoint now) {
+    std::erase_if(apConfigurations_,
+                  [this](const auto &entry) { return node_.topology().find(entry.first) == nullptr; });
     if (actions_.isController()) return;
     if (controllerIsGone(now)) reset(now);
     for (Exchange &exchange : exchanges_) {
@@ -175,7 +158,7 @@ void Onboarding::run(Time now) {
     requestSettings(now);
 }
 
-bool Onboarding::controllerIsGone(Time now) {
+bool Onboarding::controllerIsGone(TimePoint now) {
     if (!controller_) return false;
     if (node_.topology().find(*controller_) != nullptr) {
         controllerSeen_ = true;
@@ -184,7 +167,7 @@ bool Onboarding::controllerIsGone(Time now) {
     return controllerSeen_ || now - joined_ >= kLongestUnseen;
 }
 
-void Onboarding::join(const MacAddress &source, Time now) {
+void Onboarding::join(const MacAddress &source, TimePoint now) {
     KV_HOST_LOG(KV_LOG_NOTICE, "controller %s answered", source.text().c_str());
     controller_ = source;
     controllerSeen_ = false;
@@ -193,31 +176,31 @@ void Onboarding::join(const MacAddress &source, Time now) {
     settingDue_ = now;
 }
 
-void Onboarding::advance(Exchange &exchange, Time now) {
+void Onboarding::advance(Exchange &exchange, TimePoint now) {
     if (exchange.step == Step::Search) return search(exchange, now);
     if (exchange.step == Step::Offer && exchange.offers < kMaxOffers) return offer(exchange, now);
     exchange.step = Step::Done;
 }
 
-void Onboarding::search(Exchange &exchange, Time now) {
-    exchange.due = now + node_.jittered(exchange.pause);
+void Onboarding::search(Exchange &exchange, TimePoint now) {
+    exchange.due = now + jittered(random_, exchange.pause);
     exchange.pause = std::min(exchange.pause * 2, kLongestPause);
     Message message{kAutoconfigurationSearch,
                     0,
                     false,
                     {macTlv(kTlvAlMac, node_.config().alMac), byteTlv(kTlvSearchedRole, kRegistrar),
-                     byteTlv(kTlvAutoconfigFreqBand, rowOf(exchange.band).frequencyBand)}};
+                     byteTlv(kTlvAutoconfigFreqBand, kBands[exchange.band].frequencyBand)}};
     node_.sendMessage(Reach::Network, kMulticastMac, message, now);
     exchange.searchId = message.id;
 }
 
-void Onboarding::offer(Exchange &exchange, Time now) {
+void Onboarding::offer(Exchange &exchange, TimePoint now) {
     ++exchange.offers;
     exchange.due = now + kOfferPause;
-    sendWsc(*controller_, {kWscM1, rowOf(exchange.band).wsc, exchange.nonce, {}}, 0, now);
+    sendWsc(*controller_, {kWscM1, kBands[exchange.band].rfBands, exchange.nonce, {}}, 0, now);
 }
 
-void Onboarding::requestSettings(Time now) {
+void Onboarding::requestSettings(TimePoint now) {
     const auto offers = [](const Exchange &exchange) { return exchange.step == Step::Offer; };
     if (!controller_ || !actions_.requestSetting || std::any_of(exchanges_.begin(), exchanges_.end(), offers)) return;
     for (; nextSetting_ < kSettings && settingDue_ <= now; ++nextSetting_) {
@@ -229,8 +212,8 @@ void Onboarding::requestSettings(Time now) {
 
 // ---- Sending
 
-void Onboarding::sendWsc(const MacAddress &to, const WscMessage &message, uint16_t id, Time now) {
-    const Band band = findRow(&BandRow::wsc, message.bands)->band;
+void Onboarding::sendWsc(const MacAddress &to, const WscMessage &message, uint16_t id, TimePoint now) {
+    const Band band = bandOf(&BandRow::rfBands, message.bands);
     const Bytes extension = actions_.extension ? actions_.extension(band) : Bytes();
     Message wsc{kAutoconfigurationWsc, id, false, {{kTlvWsc, encodeWsc(message, extension)}}};
     node_.sendMessage(Reach::Unicast, to, wsc, now);

@@ -15,6 +15,7 @@
 #pragma once
 
 #include <functional>
+#include <map>
 #include <optional>
 #include <random>
 #include <vector>
@@ -39,13 +40,16 @@ struct OnboardingActions {
 class Onboarding {
   public:
     // `node` must outlive it; its first radio of each band takes part.
-    Onboarding(Node &node, OnboardingActions actions, Time now);
+    Onboarding(Node &node, OnboardingActions actions, TimePoint now);
 
     // Take a Search, Response or WSC message. False when it is malformed; other devices then learn nothing of us.
-    bool receive(const MacAddress &source, const Message &message, Time now);
+    bool receive(const MacAddress &source, const Message &message, TimePoint now);
 
     // Do what is due; call about once a second.
-    void run(Time now);
+    void run(TimePoint now);
+
+    // What each device of the topology said of its main BSSs.
+    const ApConfigurations &apConfigurations() const { return apConfigurations_; }
 
     // The controller's AL MAC, this device's included; nothing while none is known.
     std::optional<MacAddress> controller() const;
@@ -56,43 +60,44 @@ class Onboarding {
     struct Exchange {
         Band band;
         Step step = Step::Search;
-        Time due{};
-        Time pause{};           // until the next Search
+        TimePoint due{};
+        Duration pause{};       // until the next Search
         uint16_t searchId = 0;  // message identifier that the Response must carry
         unsigned offers = 0;    // M1 sent
         WscNonce nonce{};
     };
     struct HandlerRow {
         uint16_t type;
-        bool (Onboarding::*handle)(const MacAddress &, const Message &, Time);
+        bool (Onboarding::*handle)(const MacAddress &, const Message &, TimePoint);
     };
     static const HandlerRow kHandlers[];
 
-    bool handleSearch(const MacAddress &source, const Message &message, Time now);
-    bool handleResponse(const MacAddress &source, const Message &message, Time now);
-    bool handleWsc(const MacAddress &source, const Message &message, Time now);
-    void answerM1(const MacAddress &source, const WscMessage &m1, uint16_t id, Time now);
+    bool handleSearch(const MacAddress &source, const Message &message, TimePoint now);
+    bool handleResponse(const MacAddress &source, const Message &message, TimePoint now);
+    bool handleWsc(const MacAddress &source, const Message &message, TimePoint now);
+    void answerM1(const MacAddress &source, const WscMessage &m1, uint16_t id, TimePoint now);
     Exchange *offerOf(const MacAddress &source, const WscMessage &m2);
 
-    void reset(Time now);
-    bool controllerIsGone(Time now);
-    void join(const MacAddress &source, Time now);
-    void advance(Exchange &exchange, Time now);
-    void search(Exchange &exchange, Time now);
-    void offer(Exchange &exchange, Time now);
-    void requestSettings(Time now);
-    void sendWsc(const MacAddress &to, const WscMessage &message, uint16_t id, Time now);
+    void reset(TimePoint now);
+    bool controllerIsGone(TimePoint now);
+    void join(const MacAddress &source, TimePoint now);
+    void advance(Exchange &exchange, TimePoint now);
+    void search(Exchange &exchange, TimePoint now);
+    void offer(Exchange &exchange, TimePoint now);
+    void requestSettings(TimePoint now);
+    void sendWsc(const MacAddress &to, const WscMessage &message, uint16_t id, TimePoint now);
     WscNonce newNonce();
 
     Node &node_;
     OnboardingActions actions_;
     std::mt19937 random_;  // nonces pair answers with questions here; they protect nothing
     std::vector<Exchange> exchanges_;
+    ApConfigurations apConfigurations_;
     std::optional<MacAddress> controller_;
-    Time joined_{};
+    TimePoint joined_{};
     bool controllerSeen_ = false;  // in the topology since we joined
     int nextSetting_ = 0;          // to be requested; kSettings when all were
-    Time settingDue_{};
+    TimePoint settingDue_{};
 };
 
 }  // namespace kv1905d

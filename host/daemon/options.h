@@ -6,7 +6,6 @@
 #include <string>
 #include <vector>
 
-#include "daemon/settings_guard.h"
 #include "ieee1905/topology_tlvs.h"
 
 namespace kv1905d {
@@ -14,6 +13,9 @@ namespace kv1905d {
 // What the daemon and the command tool agree on unless told otherwise.
 inline constexpr const char *kDefaultPlugin = "libkvMAP1905.so";
 inline constexpr const char *kDefaultDataModel = "/tmp/kv1905_datamodel.json";
+
+// Whose messages may change this device.
+enum class SettingsFrom { Any, Controller };
 
 struct RadioOption {
     std::string name;

@@ -3,7 +3,6 @@
 #include <dlfcn.h>
 
 #include <algorithm>
-#include <cstring>
 #include <stdexcept>
 
 #include "daemon/log.h"
@@ -11,52 +10,7 @@
 namespace kv1905d {
 namespace {
 
-// One row per symbol: its name and where its address goes.
-struct SymbolRow {
-    const char *name;
-    void (*store)(PluginSymbols &plugin, void *address);
-};
-
-template <auto Member>
-void store(PluginSymbols &plugin, void *address) {
-    static_assert(sizeof(plugin.*Member) == sizeof address);
-    std::memcpy(&(plugin.*Member), &address, sizeof address);
-}
-
-constexpr SymbolRow kSymbols[] = {
-    {"kvMAP1905_Func_reg", store<&PluginSymbols::funcReg>},
-    {"kvMAP1905_ApCfg_reg", store<&PluginSymbols::apCfgReg>},
-    {"kvMAP1905_DeviceDm_init", store<&PluginSymbols::deviceInit>},
-    {"kvMAP1905_DeviceDm_update", store<&PluginSymbols::deviceUpdate>},
-    {"kvMAP1905_DevIntfDm_init", store<&PluginSymbols::interfaceInit>},
-    {"kvMAP1905_param_update", store<&PluginSymbols::paramUpdate>},
-    {"kvMAP1905_MainLoop", store<&PluginSymbols::mainLoop>},
-    {"kvMAP1905_VendSpecTlv_handle", store<&PluginSymbols::tlvHandle>},
-    {"kvMAP1905_ConfQuery_send", store<&PluginSymbols::confQuerySend>},
-    {"kvMAP1905_ConfRespMsg_send", store<&PluginSymbols::confRespSend>},
-    {"checkKovanAgent", store<&PluginSymbols::checkAgent>},
-    {"kvMAP1905_VendSpecCmd_handle", store<&PluginSymbols::commandHandle>},
-    {"kvMAP1905_TlvMDID_insert", store<&PluginSymbols::mdidInsert>},
-    {"kvMAP1905_TlvBss_Config_insert", store<&PluginSymbols::bssConfigInsert>},
-    {"kvMAP1905_ApCfg_fill", store<&PluginSymbols::apCfgFill>},
-    {"kvMAP1905_ApCfg_parse", store<&PluginSymbols::apCfgParse>},
-    {"kvMAP1905_ApCfg_parse_check_len", store<&PluginSymbols::apCfgParseCheckLen>},
-    {"kvMAP1905_SyncCtrlSettingReq_send", store<&PluginSymbols::settingRequestSend>},
-    {"kvMAP1905_WifiStateQuery_send", store<&PluginSymbols::wifiStateQuerySend>},
-    {"kvMAP1905_IntfPwrStateQuery_send", store<&PluginSymbols::powerQuerySend>},
-    {"kvMAP1905_RssiMeasurementNotify_send", store<&PluginSymbols::rssiNotifySend>},
-    {"KvDevAlMac", store<&PluginSymbols::alMac>},
-    {"controller", store<&PluginSymbols::controller>},
-    {"data_model_time_stamp", store<&PluginSymbols::dataModelTimeStamp>},
-    {"g_MainSSID", store<&PluginSymbols::mainSsid>},
-    {"g_MainBSSID", store<&PluginSymbols::mainBssid>},
-    {"WIFINbrNum", store<&PluginSymbols::stationCount>},
-};
-static_assert(std::size(kSymbols) * sizeof(void *) == sizeof(PluginSymbols), "every symbol has a row");
-
 PluginHost *theHost = nullptr;
-
-using SendMember = int (PluginHost::*)(const KvVendMsgDest &, uint16_t *);
 
 // The caller's frames know no exceptions: running out of memory is a failed callback to them.
 template <typename Result, typename Call>
@@ -69,10 +23,10 @@ Result guarded(Result failure, const Call &call) noexcept {
     }
 }
 
-template <SendMember Send>
+template <Reach reach>
 int sendSlot(KvVendMsgDest *dest, uint16_t *msgId) {
     if (dest == nullptr || (dest->buffer == nullptr && dest->length > 0)) return KV_RET_ERR;
-    return guarded(KV_RET_ERR, [&] { return (theHost->*Send)(*dest, msgId); });
+    return guarded(KV_RET_ERR, [&] { return theHost->sendVendor(reach, *dest, msgId); });
 }
 
 uintptr_t dataSlot(uint32_t code, void *argument, uintptr_t argument2) {
@@ -100,20 +54,15 @@ void *PluginLibrary::address(const char *name) const {
 
 PluginSymbols loadPlugin(const std::string &path) {
     const PluginLibrary library(path);
-    PluginSymbols plugin{};
-    for (const SymbolRow &row : kSymbols)
-        row.store(plugin, library.address(row.name));
-    return plugin;
+#define KV_LOOK_UP(member, symbol_) library.symbol<decltype(PluginSymbols::member)>(#symbol_),
+    return {KV_PLUGIN_SYMBOLS(KV_LOOK_UP)};
+#undef KV_LOOK_UP
 }
 
 void startPlugin(const PluginSymbols &plugin, PluginHost &host, const MacAddress &alMac, KvDevVendorData *local) {
     theHost = &host;
     const Kv1905BcmCbs slots{
-        dataSlot,
-        writeSlot,
-        sendSlot<&PluginHost::sendUnicast>,
-        sendSlot<&PluginHost::sendToNeighbours>,
-        sendSlot<&PluginHost::sendToNetwork>,
+        dataSlot, writeSlot, sendSlot<Reach::Unicast>, sendSlot<Reach::Neighbours>, sendSlot<Reach::Network>,
         nullptr,  // commands are posted by the command tool
         nullptr,  // filled by the plug-in in its own table
     };

@@ -6,6 +6,7 @@
 #include <bit>
 #include <string>
 
+#include "daemon/frame_sender.h"
 #include "ieee1905/mac_address.h"
 
 namespace kv1905d {
@@ -15,41 +16,44 @@ class PluginHost {
   public:
     virtual ~PluginHost() = default;
     virtual uintptr_t dataQuery(uint32_t code, void *argument, uintptr_t argument2) = 0;
-    virtual int writeDataModel() = 0;
-    virtual int sendUnicast(const KvVendMsgDest &dest, uint16_t *msgId) = 0;
-    virtual int sendToNeighbours(const KvVendMsgDest &dest, uint16_t *msgId) = 0;
-    virtual int sendToNetwork(const KvVendMsgDest &dest, uint16_t *msgId) = 0;
+    virtual int writeDataModel() = 0;  // may be delayed; the last result
+    virtual int sendVendor(Reach reach, const KvVendMsgDest &dest, uint16_t *msgId) = 0;
 };
 
-// The entry points and globals that the host uses, as found in the library.
+// The entry points and globals that the host uses: X(MEMBER, SYMBOL) for each.
+#define KV_PLUGIN_SYMBOLS(X)                                 \
+    X(funcReg, kvMAP1905_Func_reg)                           \
+    X(apCfgReg, kvMAP1905_ApCfg_reg)                         \
+    X(deviceInit, kvMAP1905_DeviceDm_init)                   \
+    X(deviceUpdate, kvMAP1905_DeviceDm_update)               \
+    X(interfaceInit, kvMAP1905_DevIntfDm_init)               \
+    X(paramUpdate, kvMAP1905_param_update)                   \
+    X(mainLoop, kvMAP1905_MainLoop)                          \
+    X(tlvHandle, kvMAP1905_VendSpecTlv_handle)               \
+    X(confQuerySend, kvMAP1905_ConfQuery_send)               \
+    X(confRespSend, kvMAP1905_ConfRespMsg_send)              \
+    X(checkAgent, checkKovanAgent)                           \
+    X(commandHandle, kvMAP1905_VendSpecCmd_handle)           \
+    X(mdidInsert, kvMAP1905_TlvMDID_insert)                  \
+    X(bssConfigInsert, kvMAP1905_TlvBss_Config_insert)       \
+    X(apCfgFill, kvMAP1905_ApCfg_fill)                       \
+    X(apCfgParse, kvMAP1905_ApCfg_parse)                     \
+    X(apCfgParseCheckLen, kvMAP1905_ApCfg_parse_check_len)   \
+    X(settingRequestSend, kvMAP1905_SyncCtrlSettingReq_send) \
+    X(wifiStateQuerySend, kvMAP1905_WifiStateQuery_send)     \
+    X(powerQuerySend, kvMAP1905_IntfPwrStateQuery_send)      \
+    X(rssiNotifySend, kvMAP1905_RssiMeasurementNotify_send)  \
+    X(alMac, KvDevAlMac)                                     \
+    X(controller, controller)                                \
+    X(dataModelTimeStamp, data_model_time_stamp)             \
+    X(mainSsid, g_MainSSID)                                  \
+    X(mainBssid, g_MainBSSID)                                \
+    X(stationCount, WIFINbrNum)
+
 struct PluginSymbols {
-    decltype(&kvMAP1905_Func_reg) funcReg;
-    decltype(&kvMAP1905_ApCfg_reg) apCfgReg;
-    decltype(&kvMAP1905_DeviceDm_init) deviceInit;
-    decltype(&kvMAP1905_DeviceDm_update) deviceUpdate;
-    decltype(&kvMAP1905_DevIntfDm_init) interfaceInit;
-    decltype(&kvMAP1905_param_update) paramUpdate;
-    decltype(&kvMAP1905_MainLoop) mainLoop;
-    decltype(&kvMAP1905_VendSpecTlv_handle) tlvHandle;
-    decltype(&kvMAP1905_ConfQuery_send) confQuerySend;
-    decltype(&kvMAP1905_ConfRespMsg_send) confRespSend;
-    decltype(&checkKovanAgent) checkAgent;
-    decltype(&kvMAP1905_VendSpecCmd_handle) commandHandle;
-    decltype(&kvMAP1905_TlvMDID_insert) mdidInsert;
-    decltype(&kvMAP1905_TlvBss_Config_insert) bssConfigInsert;
-    decltype(&kvMAP1905_ApCfg_fill) apCfgFill;
-    decltype(&kvMAP1905_ApCfg_parse) apCfgParse;
-    decltype(&kvMAP1905_ApCfg_parse_check_len) apCfgParseCheckLen;
-    decltype(&kvMAP1905_SyncCtrlSettingReq_send) settingRequestSend;
-    decltype(&kvMAP1905_WifiStateQuery_send) wifiStateQuerySend;
-    decltype(&kvMAP1905_IntfPwrStateQuery_send) powerQuerySend;
-    decltype(&kvMAP1905_RssiMeasurementNotify_send) rssiNotifySend;
-    uint8_t (*alMac)[KV_MAC_LEN];
-    uint8_t *controller;
-    uint32_t *dataModelTimeStamp;
-    char (*mainSsid)[66];
-    uint8_t (*mainBssid)[12];
-    uint32_t *stationCount;
+#define KV_DECLARE_SYMBOL(member, symbol) decltype(&::symbol) member;
+    KV_PLUGIN_SYMBOLS(KV_DECLARE_SYMBOL)
+#undef KV_DECLARE_SYMBOL
 };
 
 /*

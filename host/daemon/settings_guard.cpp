@@ -33,7 +33,7 @@ struct Asking {
     const Topology &topology;
     SettingsFrom from;
     RateLimit &questions;
-    Time now;
+    TimePoint now;
 };
 
 bool maySet(const Asking &asking) {
@@ -95,20 +95,17 @@ constexpr Rule kRules[] = {
 
 }  // namespace
 
-bool SettingsGuard::admits(const MacAddress &source, ByteView value, const std::optional<MacAddress> &controller,
-                           const Topology &topology, Time now, const char *interface) {
-    const std::optional<VendorMessage> message = readMessage(value);
-    if (!message || source == topology.local().alMac) return true;
+bool SettingsGuard::admits(const VendorTlv &tlv, const std::optional<MacAddress> &controller, const Topology &topology,
+                           TimePoint now) {
+    const std::optional<VendorMessage> message = readMessage(tlv.value);
+    if (!message || tlv.source == topology.local().alMac) return true;
     const Rule *rule =
         std::find_if(std::begin(kRules), std::end(kRules), [&](const Rule &row) { return row.type == message->type; });
     if (rule == std::end(kRules)) return true;
-    if (rule->check.admits({source, message->subject, controller, topology, from_, questions_, now})) return true;
+    if (rule->check.admits({tlv.source, message->subject, controller, topology, from_, questions_, now})) return true;
     ++refused_;
-    unsigned held = 0;
-    if (refusals_.open(now, &held)) {
-        KV_HOST_LOG(KV_LOG_WARNING, "%s: %s from %s refused: %s (%u more lines held back)", interface, rule->name,
-                    source.text().c_str(), rule->check.complaint, held);
-    }
+    refusals_.log(KV_LOG_WARNING, now, "%s: %s from %s refused: %s", tlv.interface.c_str(), rule->name,
+                  tlv.source.text().c_str(), rule->check.complaint);
     return false;
 }
 

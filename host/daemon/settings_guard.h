@@ -7,20 +7,18 @@
 #include <optional>
 
 #include "daemon/log.h"
+#include "daemon/options.h"
 #include "daemon/topology.h"
-#include "ieee1905/wire.h"
+#include "daemon/vendor_tlv.h"
 
 namespace kv1905d {
-
-// Whose messages may change this device.
-enum class SettingsFrom { Any, Controller };
 
 // So many at once, then so many per time: each costs some time, and what is not spent is saved up to the credit.
 class RateLimit {
   public:
-    RateLimit(Time cost, Time credit) : cost_(cost), credit_(credit) {}
+    RateLimit(Duration cost, Duration credit) : cost_(cost), credit_(credit) {}
 
-    bool take(Time now) {
+    bool take(TimePoint now) {
         spent_ = std::max(spent_, now - credit_);
         if (spent_ + cost_ > now) return false;
         spent_ += cost_;
@@ -28,8 +26,8 @@ class RateLimit {
     }
 
   private:
-    Time cost_, credit_;
-    Time spent_ = -std::chrono::hours(24);  // long before any start
+    Duration cost_, credit_;
+    TimePoint spent_{-std::chrono::hours(24)};  // long before any start
 };
 
 class SettingsGuard {
@@ -38,21 +36,21 @@ class SettingsGuard {
     // file is made.
     static constexpr size_t kMaxStations = 16384;
     // Questions that make the plug-in run a program: 20 per second, and a large mesh may start at once.
-    static constexpr Time kQuestionCost{50};
-    static constexpr Time kQuestionCredit{10000};
+    static constexpr Duration kQuestionCost{50};
+    static constexpr Duration kQuestionCredit{10000};
 
     explicit SettingsGuard(SettingsFrom from) : from_(from) {}
 
     /*
-     * Whether a vendor-specific TLV may reach the plug-in. `source`: the originator's AL MAC; `controller`: the
-     * network's one, nothing while none is known; `interface`: where it came in, for the log. Refused are
+     * Whether a vendor-specific TLV may reach the plug-in. `controller`: the network's, nothing while none is known.
+     * Refused are
      *  - what changes this device, unless the controller or this device itself says it (SettingsFrom::Controller),
      *  - this device's own configuration as told by others,
      *  - stations of a device that has more than its even share of kMaxStations, once that many are known,
      *  - costly questions that come too fast, but not the controller's.
      */
-    bool admits(const MacAddress &source, ByteView value, const std::optional<MacAddress> &controller,
-                const Topology &topology, Time now, const char *interface);
+    bool admits(const VendorTlv &tlv, const std::optional<MacAddress> &controller, const Topology &topology,
+                TimePoint now);
 
     // Messages refused since the start.
     uint64_t refused() const { return refused_; }

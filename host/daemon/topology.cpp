@@ -3,6 +3,8 @@
 #include <cstdlib>
 #include <deque>
 
+#include "daemon/log.h"
+
 namespace kv1905d {
 
 VendorRecord::~VendorRecord() {
@@ -15,7 +17,7 @@ VendorRecord::~VendorRecord() {
     }
 }
 
-Topology::Topology(const MacAddress &localAlMac, Time now) : localAlMac_(localAlMac) {
+Topology::Topology(const MacAddress &localAlMac, TimePoint now) : localAlMac_(localAlMac) {
     devices_.emplace(localAlMac, std::make_unique<Device>(localAlMac, Ownership::Local, now));
 }
 
@@ -35,7 +37,7 @@ Device *Topology::findByAnyMac(const MacAddress &mac) {
     return owner == ownerOfInterface_.end() ? nullptr : find(owner->second);
 }
 
-Device *Topology::update(const TopologyReport &report, Time now) {
+Device *Topology::update(const TopologyReport &report, TimePoint now) {
     const MacAddress &alMac = report.device.alMac;
     Device *device = find(alMac);
     if (device == nullptr) {
@@ -69,7 +71,7 @@ void Topology::setInterfaces(Device &device, const std::vector<LocalInterface> &
     }
 }
 
-std::vector<MacAddress> Topology::expire(Time lifetime, Time now) {
+std::vector<MacAddress> Topology::expire(Duration lifetime, TimePoint now) {
     std::vector<MacAddress> gone;
     for (const auto &[alMac, device] : devices_) {
         if (!device->local && now - device->lastHeard >= lifetime) gone.push_back(alMac);

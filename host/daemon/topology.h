@@ -8,8 +8,8 @@
 #include <optional>
 #include <vector>
 
-#include "daemon/log.h"
 #include "daemon/wifi_band.h"
+#include "ieee1905/clock.h"
 #include "ieee1905/topology_tlvs.h"
 
 namespace kv1905d {
@@ -40,15 +40,8 @@ struct DeviceInterface {
     KvIntfVendorData vendor{};
 };
 
-// When the controller asks a device for its configuration next.
-struct ConfigurationPoll {
-    Time due{};
-    unsigned roundsSkipped = 0;
-    bool announced = true;  // appeared or announced itself anew since the last configuration query
-};
-
 struct Device {
-    Device(const MacAddress &mac, Ownership ownership, Time now)
+    Device(const MacAddress &mac, Ownership ownership, TimePoint now)
         : alMac(mac), local(ownership == Ownership::Local), lastHeard(now), vendor(ownership) {}
 
     bool speaksProtocol() const { return vendor.data()->protoVersion[0] != '\0'; }
@@ -57,20 +50,21 @@ struct Device {
     const bool local;
     std::vector<DeviceInterface> interfaces;
     std::vector<Ieee1905Neighbours> neighbours;
-    BssElements bss;                             // of its last topology response
-    std::map<Band, KvBssInfo> apConfigurations;  // of its last onboarding message per band
-    Time lastHeard;
+    BssElements bss;  // of its last topology response
+    TimePoint lastHeard;
     std::optional<size_t> port;  // where it was last heard
-    Time nextKeepAlive{};
-    ConfigurationPoll poll;
+    TimePoint nextKeepAlive{};
     VendorRecord vendor;
 };
+
+// The main BSSs by device and band, from the last onboarding message of each.
+using ApConfigurations = std::map<MacAddress, std::map<Band, KvBssInfo>>;
 
 class Topology {
   public:
     static constexpr size_t kMaxDevices = 256;  // the local one included; more are refused
 
-    Topology(const MacAddress &localAlMac, Time now);
+    Topology(const MacAddress &localAlMac, TimePoint now);
 
     Device &local() { return *devices_.at(localAlMac_); }
     const Device &local() const { return *devices_.at(localAlMac_); }
@@ -83,12 +77,12 @@ class Topology {
     Device *findByAnyMac(const MacAddress &mac);
 
     // Enter what a device reported, or refresh it. Null when the database is full.
-    Device *update(const TopologyReport &report, Time now);
+    Device *update(const TopologyReport &report, TimePoint now);
     // Replace a device's interfaces; the plug-in's block of an interface that stays is kept.
     void setInterfaces(Device &device, const std::vector<LocalInterface> &interfaces);
 
     // Remove remote devices that were silent for `lifetime`; their AL MACs are returned.
-    std::vector<MacAddress> expire(Time lifetime, Time now);
+    std::vector<MacAddress> expire(Duration lifetime, TimePoint now);
 
     // Devices in the order of their AL MACs.
     const std::map<MacAddress, std::unique_ptr<Device>> &devices() const { return devices_; }

@@ -1,8 +1,11 @@
 #include "daemon/trace.h"
 
+#include <sys/time.h>
+
 #include <algorithm>
 #include <charconv>
 #include <cstdio>
+#include <ctime>
 #include <iterator>
 
 #include "ieee1905/topology_tlvs.h"
@@ -277,11 +280,21 @@ std::string faultOf(ByteView value) {
     return words.starts_with(kMalformed) ? name + " " + words : "";
 }
 
-std::string traceLine(Way way, std::string_view peer, uint16_t msgId, ByteView value) {
+std::string traceLine(Direction direction, std::string_view peer, uint16_t msgId, ByteView value) {
     const auto [name, words] = told(value);
-    const bool in = way == Way::In;
+    const bool in = direction == Direction::In;
     return (in ? "in   " : "out  ") + name + (in ? " from " : " to ") + std::string(peer) +
            formatted(" msgId 0x%04x: ", msgId) + words;
+}
+
+void printTrace(Direction direction, std::string_view peer, uint16_t msgId, ByteView value) {
+    timeval now{};
+    tm clock{};
+    gettimeofday(&now, nullptr);
+    localtime_r(&now.tv_sec, &clock);
+    std::printf("%02d:%02d:%02d.%03ld %s\n", clock.tm_hour, clock.tm_min, clock.tm_sec,
+                static_cast<long>(now.tv_usec / 1000), traceLine(direction, peer, msgId, value).c_str());
+    std::fflush(stdout);
 }
 
 }  // namespace kv1905d

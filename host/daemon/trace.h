@@ -8,13 +8,16 @@
 
 namespace kv1905d {
 
-enum class Way { In, Out };
+enum class Direction { In, Out };
 
 /*
  * `value`: that of a vendor-specific TLV, its OUI first. `peer`: the other end's AL MAC, or a word for many. The line
  * is printable ASCII without an end of line, whatever the value holds. Of a password it tells the length alone.
  */
-std::string traceLine(Way way, std::string_view peer, uint16_t msgId, ByteView value);
+std::string traceLine(Direction direction, std::string_view peer, uint16_t msgId, ByteView value);
+
+// Prints the line with the time of day on standard output, at once.
+void printTrace(Direction direction, std::string_view peer, uint16_t msgId, ByteView value);
 
 // What does not fit in a message of a family that is known, its name in front; empty for a message without fault. As
 // printable as the line.

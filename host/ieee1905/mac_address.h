@@ -1,9 +1,8 @@
-// A 48-bit MAC address in transmission order, and the clock of this room.
+// A 48-bit MAC address in transmission order.
 #pragma once
 
 #include <algorithm>
 #include <array>
-#include <chrono>
 #include <compare>
 #include <cstdint>
 #include <cstdio>
@@ -12,9 +11,6 @@
 #include <string_view>
 
 namespace kv1905d {
-
-// Milliseconds since an arbitrary start; never steps back. Always passed in, so that tests decide what time it is.
-using Time = std::chrono::milliseconds;
 
 struct MacAddress {
     std::array<uint8_t, 6> bytes{};

@@ -7,7 +7,7 @@ namespace {
 
 constexpr char kLate[] = "its other fragments did not come in time";
 
-Reassembly::Outcome decode(const Fragment &fragment, std::span<const ByteView> bodies) {
+Reassembly::Result decode(const Fragment &fragment, std::span<const ByteView> bodies) {
     std::optional<std::vector<Tlv>> tlvs = decodeTlvs(bodies);
     if (!tlvs) return {Reassembly::Status::Malformed, {}};
     return {Reassembly::Status::Complete, {fragment.type, fragment.id, fragment.relay, std::move(*tlvs)}};
@@ -15,7 +15,7 @@ Reassembly::Outcome decode(const Fragment &fragment, std::span<const ByteView> b
 
 }  // namespace
 
-Reassembly::Outcome Reassembly::add(const MacAddress &source, const Fragment &fragment, Time now) {
+Reassembly::Result Reassembly::add(const MacAddress &source, const Fragment &fragment, TimePoint now) {
     if (fragment.index == 0 && fragment.last) return decode(fragment, {&fragment.body, 1});
 
     const Key key{source, fragment.type, fragment.id, fragment.relay};
@@ -42,9 +42,9 @@ Reassembly::Outcome Reassembly::add(const MacAddress &source, const Fragment &fr
     std::vector<ByteView> bodies;
     for (const auto &[index, body] : entry.bodies)
         bodies.emplace_back(body);
-    Outcome outcome = decode(fragment, bodies);
+    Result result = decode(fragment, bodies);
     remove(at);
-    return outcome;
+    return result;
 }
 
 bool Reassembly::Entry::accepts(const Fragment &fragment) const {
@@ -53,7 +53,7 @@ bool Reassembly::Entry::accepts(const Fragment &fragment) const {
     return !fragment.last || bodies.empty() || bodies.rbegin()->first < fragment.index;
 }
 
-size_t Reassembly::expire(Time now) {
+size_t Reassembly::expire(TimePoint now) {
     size_t count = 0;
     for (auto at = entries_.begin(); at != entries_.end();) {
         const auto next = std::next(at);
@@ -66,8 +66,8 @@ size_t Reassembly::expire(Time now) {
     return count;
 }
 
-Time Reassembly::nextExpiry() const {
-    Time next = Time::max();
+TimePoint Reassembly::nextExpiry() const {
+    TimePoint next = TimePoint::max();
     for (const auto &[key, entry] : entries_)
         next = std::min(next, entry.since + kLifetime);
     return next;

@@ -5,6 +5,7 @@
 #include <optional>
 #include <utility>
 
+#include "clock.h"
 #include "cmdu.h"
 
 namespace kv1905d {
@@ -14,10 +15,10 @@ class Reassembly {
     static constexpr size_t kMaxMessages = 64;            // unfinished ones; the oldest gives way
     static constexpr size_t kMaxMessageBytes = 64 << 10;  // of one message; a larger one is malformed
     static constexpr size_t kMaxBytes = 512 << 10;        // of all unfinished ones; the oldest gives way
-    static constexpr Time kLifetime{3000};                // from the first fragment that came
+    static constexpr Duration kLifetime{3000};            // from the first fragment that came
 
     enum class Status { Waiting, Complete, Malformed };
-    struct Outcome {
+    struct Result {
         Status status = Status::Waiting;
         Message message;  // filled when Complete
     };
@@ -31,18 +32,18 @@ class Reassembly {
     };
 
     // Take one fragment from the Ethernet address `source`, in any order; a repeated one is ignored.
-    Outcome add(const MacAddress &source, const Fragment &fragment, Time now);
+    Result add(const MacAddress &source, const Fragment &fragment, TimePoint now);
 
     // Forget what is older than kLifetime. Returns how many messages that were.
-    size_t expire(Time now);
+    size_t expire(TimePoint now);
 
     // Messages that gave way to newer ones since the start.
     uint64_t evicted() const { return evicted_; }
     // The last one given up since this was asked; nothing when there was none.
     std::optional<Lost> takeLost() { return std::exchange(lost_, std::nullopt); }
     size_t waiting() const { return entries_.size(); }
-    // When expire() has something to do next; Time::max() when nothing waits.
-    Time nextExpiry() const;
+    // When expire() has something to do next; TimePoint::max() when nothing waits.
+    TimePoint nextExpiry() const;
 
   private:
     struct Key {
@@ -53,7 +54,7 @@ class Reassembly {
         auto operator<=>(const Key &) const = default;
     };
     struct Entry {
-        Time since;
+        TimePoint since;
         size_t port;
         size_t bytes = 0;
         int last = -1;  // index of the last fragment, -1 while unknown

@@ -4,6 +4,7 @@
 #include <deque>
 #include <set>
 
+#include "clock.h"
 #include "mac_address.h"
 
 namespace kv1905d {
@@ -13,7 +14,7 @@ class DuplicateFilter {
     // The oldest gives way. More than the sockets of a ring of busy devices hold: what comes round after its entry gave
     // way would go round for ever.
     static constexpr size_t kMaxEntries = 16384;
-    static constexpr Time kLifetime{3000};
+    static constexpr Duration kLifetime{3000};
 
     struct Key {
         MacAddress originator;  // AL MAC
@@ -23,7 +24,7 @@ class DuplicateFilter {
     };
 
     // True when the message is new; it is remembered from then on.
-    bool enter(const Key &key, Time now) {
+    bool enter(const Key &key, TimePoint now) {
         while (!byAge_.empty() && (now - byAge_.front().since >= kLifetime))
             forgetOldest();
         if (!known_.insert(key).second) return false;
@@ -36,7 +37,7 @@ class DuplicateFilter {
   private:
     struct Entry {
         Key key;
-        Time since;
+        TimePoint since;
     };
     void forgetOldest() {
         known_.erase(byAge_.front().key);

@@ -13,13 +13,11 @@ using WscNonce = std::array<uint8_t, 16>;
 
 inline constexpr uint8_t kWscM1 = 0x04;
 inline constexpr uint8_t kWscM2 = 0x05;
-inline constexpr uint8_t kWscBand24 = 0x01;
-inline constexpr uint8_t kWscBand5 = 0x02;
 inline constexpr size_t kMaxWscAttributes = 128;  // of one message; more are refused
 
 struct WscMessage {
     uint8_t type = 0;   // kWscM1 or kWscM2
-    uint8_t bands = 0;  // kWscBand*
+    uint8_t bands = 0;  // RF bands
     WscNonce enrolleeNonce{};
     WscNonce registrarNonce{};  // M2 alone
 };

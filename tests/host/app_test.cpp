@@ -29,7 +29,7 @@ TEST(AppOptions, NamesNumbersAndWordsThatLookLikeOptions) {
     const auto remote = parse({"--timeout", "0.5", "command", "MAC", "2", "--json", "-l"});
     EXPECT_EQ(remote->arguments, (Words{"MAC", "2", "--json", "-l"}));
     EXPECT_FALSE(remote->json);
-    EXPECT_EQ(remote->run.timeout, Time(500));
+    EXPECT_EQ(remote->run.timeout, Duration(500));
     const auto led = parse({"led", "MAC", "2", "--json", "--no-wait"});  // 2 is no command here
     EXPECT_EQ(led->arguments, (Words{"MAC", "2"}));
     EXPECT_TRUE(led->json && !led->run.wait);

@@ -19,7 +19,7 @@ namespace {
 
 constexpr const char *kTold = "/tmp/told";
 constexpr const char *kSocket = "/tmp/command_test.sock";
-constexpr Time kPatience{5000};
+constexpr Duration kPatience{5000};
 
 // A daemon's end of the command socket in a process of its own. Device 1 is its own, device 2 the only other one. What
 // it was told is left in a file.
@@ -132,16 +132,16 @@ TEST(ResultFile, OnlyACompleteLineCountsForOneToolAtATime) {
                                                  {"0\n", -1}, {"0g\n", -1}, {"000\n", -1}, {"00\n\n", -1}};
     for (const auto &[text, value] : rows) {
         std::ofstream(kResultFile) << text;
-        const ResultFile fresh(kResultFile, Time(0));
+        const ResultFile fresh(kResultFile, Duration(0));
         EXPECT_EQ(fresh.read(), std::nullopt) << "left from before: " << text;
         std::ofstream(kResultFile) << text;
-        EXPECT_EQ(fresh.await(Time(0)), value < 0 ? std::nullopt : std::optional<uint8_t>(value)) << text;
-        EXPECT_EQ(statusThrown([] { ResultFile second(kResultFile, Time(0)); }), Status::NoAnswer);
+        EXPECT_EQ(fresh.await(Duration(0)), value < 0 ? std::nullopt : std::optional<uint8_t>(value)) << text;
+        EXPECT_EQ(statusThrown([] { ResultFile second(kResultFile, Duration(0)); }), Status::NoAnswer);
     }
 }
 
 // Of a line as it is typed, T being the AL MAC of device 2.
-CommandResult outcomeOf(const std::string &line, Time timeout) {
+CommandResult outcomeOf(const std::string &line, Duration timeout) {
     std::istringstream in(line);
     std::vector<std::string> words(std::istream_iterator<std::string>(in), {});
     std::replace(words.begin(), words.end(), std::string("T"), mac(2).text());
@@ -197,7 +197,7 @@ TEST(RunCommand, ReachesTheDaemonAndEndsWithAStatusAndItsMeaning) {
     for (const auto &row : rows) {
         const Daemon daemon(row.answer, row.effect);
         const Bytes expected = fromHex(row.posted);
-        const CommandResult outcome = outcomeOf(row.line, *row.answer != '\0' ? kPatience : Time(100));
+        const CommandResult outcome = outcomeOf(row.line, *row.answer != '\0' ? kPatience : Duration(100));
         EXPECT_EQ(outcome.status, row.status) << row.line << ": " << outcome.meaning;
         EXPECT_SAYS(row.meaning, outcome.meaning);
         EXPECT_TRUE(outcome.meaning.size() < 250 && outcome.meaning.find('\n') == std::string::npos);
@@ -220,7 +220,7 @@ TEST(RunCommand, ReachesTheDaemonAndEndsWithAStatusAndItsMeaning) {
         << "the plug-in's to know";
     EXPECT_EQ(handlePost(encodePost({KV_CMD_REBOOT, Bytes(6)}), {}).verdict, Verdict::NoPlugin);
     const CommandServer hung(kSocket);  // accepts nothing
-    EXPECT_EQ(outcomeOf("rssi T T", Time(100)).status, Status::NoAnswer);
+    EXPECT_EQ(outcomeOf("rssi T T", Duration(100)).status, Status::NoAnswer);
 }
 
 }  // namespace

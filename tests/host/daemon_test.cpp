@@ -45,7 +45,7 @@ TEST(Options, ValuesAndBadOnesNamedInOneLine) {
     }
 }
 
-constexpr Time kNow{5000};
+constexpr TimePoint kNow{Duration(5000)};
 const MacAddress kSelf = mac(1), kController = mac(2), kStranger = mac(3);
 
 class GuardTest : public testing::Test {
@@ -58,8 +58,8 @@ class GuardTest : public testing::Test {
         return bytes;
     }
     bool admits(SettingsGuard &guard, const MacAddress &source, const Bytes &value,
-                const std::optional<MacAddress> &controller = kController, Time now = kNow) const {
-        return guard.admits(source, value, controller, topology_, now, "eth0");
+                const std::optional<MacAddress> &controller = kController, TimePoint now = kNow) const {
+        return guard.admits({source, "eth0", value, 0}, controller, topology_, now);
     }
     uint32_t &stationsOf(const MacAddress &alMac) {
         return topology_.update({{alMac, {}}, {}, {}}, kNow)->vendor.data()->wifiNbrNum;
@@ -96,8 +96,8 @@ TEST_F(GuardTest, OnlyTheControllerAndThisDeviceChangeThisDeviceAndNobodyElseTel
 TEST_F(GuardTest, CostlyQuestionsAreAnsweredInABurstAndThenAtARateButTheControllersAlways) {
     constexpr int kBurst = SettingsGuard::kQuestionCredit / SettingsGuard::kQuestionCost;
     int answered = 0;
-    for (Time at = kNow; at < kNow + Time(5000); at += Time(1)) {
-        answered += admits(any_, kStranger, message(at.count() % 2 == 0 ? 0 : 70), kController, at);
+    for (TimePoint at = kNow; at < kNow + Duration(5000); at += Duration(1)) {
+        answered += admits(any_, kStranger, message(at.time_since_epoch().count() % 2 == 0 ? 0 : 70), kController, at);
         EXPECT_TRUE(admits(any_, kController, message(0), kController, at));
     }
     EXPECT_NEAR(answered, kBurst + 100, 5);
@@ -120,17 +120,70 @@ TEST_F(GuardTest, OnceManyStationsAreKnownNobodyGetsMoreThanAnEvenShare) {
     }
 }
 
+TEST(DataModelWriter, KeepsASpacingThatGrowsWithTheTimeOfAWriteAndReturnsItsLastResult) {
+    TimePoint now = kNow;
+    int writes = 0;
+    Duration took{0};
+    DataModelWriter writer([&] { return now; },
+                           [&] {
+                               now += took;
+                               if (++writes == 2) throw std::runtime_error("disk full");
+                           });
+    EXPECT_EQ(writer.run(), TimePoint::max());
+    EXPECT_EQ(writer.request(), KV_RET_OK);
+    EXPECT_EQ(writer.run(), TimePoint::max()) << "nothing requested since";
+    for (int i = 0; i < 3; ++i)
+        EXPECT_EQ(writer.request(), KV_RET_OK);
+    EXPECT_EQ(writes, 1);
+    EXPECT_EQ(writer.run(), kNow + DataModelWriter::kSpacing);
+    now = kNow + DataModelWriter::kSpacing;
+    took = Duration(2000);
+    EXPECT_EQ(writer.run(), TimePoint::max());
+    EXPECT_EQ(writer.request(), KV_RET_ERR);
+    EXPECT_EQ(writes, 2);
+    EXPECT_EQ(writer.run(), kNow + DataModelWriter::kSpacing + 5 * took);
+}
+
+TEST(AgentPolling, AsksNewAndChangedDevicesAtOnceAgentsEachRoundAndTheOthersSeldom) {
+    constexpr Duration kRound{60000};
+    bool isController = false, isAgent = true;
+    int queries = 0;
+    AgentPolling polling(kRound, 1,
+                         {[&] { return isController; }, [&](const MacAddress &) { return isAgent; },
+                          [&](const MacAddress &alMac) { queries += alMac == kStranger; }});
+    Topology topology(kSelf, kNow);
+    topology.update({{kStranger, {}}, {}, {}}, kNow);
+    const auto queriesAt = [&](TimePoint now) {
+        queries = 0;
+        polling.run(topology, now);
+        return queries;
+    };
+    EXPECT_EQ(queriesAt(kNow), 0);
+    isController = true;
+    polling.responded(kStranger, kNow);
+    polling.responded(kStranger, kNow);
+    EXPECT_EQ(queries, 1) << "a new device";
+    polling.notified(kStranger);
+    polling.responded(kStranger, kNow);
+    EXPECT_EQ(queries, 2) << "a changed one";
+    EXPECT_EQ(queriesAt(kNow + kRound * 5 / 6 - Duration(1)), 0);
+    EXPECT_EQ(queriesAt(kNow + kRound), 1);
+    isAgent = false;
+    int total = 0;
+    for (unsigned round = 2; round < 2 + 2 * AgentPolling::kSilentAgentRounds; ++round)
+        total += queriesAt(kNow + round * kRound);
+    EXPECT_EQ(total, 2);
+    topology.expire(kRound, kNow + 100 * kRound);
+    EXPECT_EQ(queriesAt(kNow + 100 * kRound), 0) << "gone";
+}
+
 TEST(LoadPlugin, NamesTheLibraryAndWhatItLacks) {
     EXPECT_SAYS("/no/such/plugin.so", errorOf([] { loadPlugin("/no/such/plugin.so"); }));
     EXPECT_SAYS("libc.so.6 lacks kvMAP1905_Func_reg", errorOf([] { loadPlugin("libc.so.6"); }));
 }
 
 constexpr const char *kModel = "/tmp/daemon_test.json";
-constexpr Time kPatience{20000};
-
-Time now() {
-    return std::chrono::duration_cast<Time>(std::chrono::steady_clock::now().time_since_epoch());
-}
+constexpr Duration kPatience{20000};
 
 std::string textAt(const char *path) {
     const std::unique_ptr<json_object, decltype(&json_object_put)> root(json_object_from_file(kModel), json_object_put);
@@ -173,11 +226,12 @@ TEST(Daemon, KeepsUpWithBurstsAndWritesFewFiles) {
     const pid_t child = startDaemon();
     std::set<std::pair<time_t, long>> files;  // by their times
     const auto await = [&](const char *path, const std::string &text, const Message *repeated) {
-        for (const Time deadline = now() + kPatience; now() < deadline && textAt(path) != text;) {
+        for (const TimePoint deadline = EventLoop::now() + kPatience;
+             EventLoop::now() < deadline && textAt(path) != text;) {
             if (repeated != nullptr) send(*repeated);
             struct stat facts {};
             if (stat(kModel, &facts) == 0) files.emplace(facts.st_mtim.tv_sec, facts.st_mtim.tv_nsec);
-            std::this_thread::sleep_for(Time(5));
+            std::this_thread::sleep_for(Duration(5));
         }
         EXPECT_EQ(textAt(path), text) << path;
     };
@@ -186,7 +240,7 @@ TEST(Daemon, KeepsUpWithBurstsAndWritesFewFiles) {
 
     // One report a station, as fast as they go: every one asks for the file.
     files.clear();
-    const Time start = now();
+    const TimePoint start = EventLoop::now();
     for (uint16_t i = 0; i < 200; ++i) {
         char text[128];
         const int size = std::snprintf(text, sizeof text, "031{0=02:00:5E:0A:02:%02X,3=-45,9=6}", i);
@@ -195,8 +249,8 @@ TEST(Daemon, KeepsUpWithBurstsAndWritesFewFiles) {
         send({kVendorSpecific, i, false, {{kTlvVendorSpecific, value}}});
     }
     await("/kv1905/DeviceList/1/WifiNeighborCount", "200", nullptr);
-    const Time took = now() - start;
-    EXPECT_LT(took, Time(2500)) << "the plug-in's own next request would come later";
+    const Duration took = EventLoop::now() - start;
+    EXPECT_LT(took, Duration(2500)) << "the plug-in's own next request would come later";
     EXPECT_LE(files.size(), static_cast<size_t>(took.count() / 1000 + 3)) << took.count() << " ms";
 
     // Of a station that is not here, a neighbour is told so.
@@ -204,7 +258,8 @@ TEST(Daemon, KeepsUpWithBurstsAndWritesFewFiles) {
                 told = fromHex("02005E0A0102 0000 0000 0000 A6 00 64 0000");
     EXPECT_EQ(postCommand(kDefaultCommandSocket, {kCommandRssi, rssi}, kPatience).verdict, Verdict::UnknownStation);
     const auto isSent = [&](const Bytes &part) {  // within a second
-        for (const Time deadline = now() + Time(1500); now() < deadline; std::this_thread::sleep_for(Time(5)))
+        for (const TimePoint end = EventLoop::now() + Duration(1500); EventLoop::now() < end;
+             std::this_thread::sleep_for(Duration(5)))
             while (takeFrame(fd, frame))
                 if (std::search(frame.begin(), frame.end(), part.begin(), part.end()) != frame.end()) return true;
         return false;

@@ -26,7 +26,7 @@ const std::string kNetwork = "/wfa-dataelements:Network/", kRadios = kNetwork + 
                   kSecond = "/kv1905/DeviceList/1/", kStations = "/kv1905/StationList/";
 
 TEST(DataModel, HoldsEverythingThatIsKnownInListsThatAgreeWithTheirCounts) {
-    Topology topology(mac(1), Time(0));
+    Topology topology(mac(1), TimePoint(Duration(0)));
     WIFINeighborEntry own{}, remote[3];
     own.Band = 1;
     own.RSSI = -61;
@@ -37,7 +37,7 @@ TEST(DataModel, HoldsEverythingThatIsKnownInListsThatAgreeWithTheirCounts) {
     report.device = {mac(2),
                      {{mac(2, 0x20), 0x0105, fromHex("02005E00F00100000000")},
                       {mac(2, 0x21), 0x0105, fromHex("02005E00F00200000000")}}};
-    Device &device = *topology.update(report, Time(1000));
+    Device &device = *topology.update(report, TimePoint(Duration(1000)));
     KvDevVendorData &record = *device.vendor.data();
     for (uint8_t i = 0; i < 3; ++i)
         remote[i] = {
@@ -47,8 +47,8 @@ TEST(DataModel, HoldsEverythingThatIsKnownInListsThatAgreeWithTheirCounts) {
     remote[2].RSSI = 10;
     device.interfaces[1].vendor.pwrState = 1;
     device.bss = {{{mac(0xF1), 0x1234, false}}, {{0x40, 1, 0x1234, 2, 3, 5}}};
-    device.apConfigurations[kBand5] = {};
-    device.apConfigurations[kBand5].MDID = 0x1234;
+    KvBssInfo apConfiguration{};
+    apConfiguration.MDID = 0x1234;
     record.rebootFromNbrCap = 1;
     std::strcpy(record.fwVersion, "V1");
     record.wifiNbrHead = remote;
@@ -60,7 +60,15 @@ TEST(DataModel, HoldsEverythingThatIsKnownInListsThatAgreeWithTheirCounts) {
     const MainNetworks networks{{"home", "home 5G"}, {mac(0xF0), MacAddress{}}};
     Counters counters;
     counters.framesSent = 42;
-    const DataModelView view{topology, counters, "Agent", networks, Time(9000), 1700000000, mac(2), 77};
+    const DataModelView view{topology,
+                             counters,
+                             "Agent",
+                             networks,
+                             TimePoint(Duration(9000)),
+                             1700000000,
+                             mac(2),
+                             77,
+                             {{mac(2), {{kBand5, apConfiguration}}}}};
 
     const std::pair<std::string, std::string> rows[] = {
         {kNetwork + "NumberOfDevices", "2"},

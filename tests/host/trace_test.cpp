@@ -11,7 +11,7 @@ namespace kv1905d {
 namespace {
 
 std::string lineOf(const Bytes &value) {
-    return traceLine(Way::In, "peer", 0x1001, value);
+    return traceLine(Direction::In, "peer", 0x1001, value);
 }
 
 std::string makerLine(unsigned type, const Bytes &payload, size_t length) {
@@ -84,7 +84,7 @@ TEST(Trace, ShowsWhatDoesNotFitAndNothingThatATerminalWouldObey) {
         EXPECT_EQ(lineOf(fromHex(value)), "in   " + name + " from peer msgId 0x1001: " + words);
         EXPECT_EQ(faultOf(fromHex(value)), words.starts_with("malformed") ? name + " " + words : "");
     }
-    EXPECT_EQ(traceLine(Way::Out, "multicast", 1, {}),
+    EXPECT_EQ(traceLine(Direction::Out, "multicast", 1, {}),
               "out  message without an OUI to multicast msgId 0x0001: 0 bytes");
 }
 

@@ -1,0 +1,47 @@
+// When the controller asks each agent for its configuration.
+#pragma once
+
+#include <functional>
+#include <map>
+#include <random>
+
+#include "daemon/topology.h"
+#include "ieee1905/clock.h"
+
+namespace kv1905d {
+
+struct AgentPollingActions {
+    std::function<bool()> isController;
+    std::function<bool(const MacAddress &)> isAgent;  // the device answered a vendor message before
+    std::function<void(const MacAddress &)> query;
+};
+
+class AgentPolling {
+  public:
+    static constexpr unsigned kSilentAgentRounds = 10;  // a device that never answered is asked once in so many rounds
+
+    AgentPolling(Duration interval, uint32_t seed, AgentPollingActions actions)
+        : interval_(interval), random_(seed), actions_(std::move(actions)) {}
+
+    // A known device announced a change: it is asked after its next topology response, as a new device is.
+    void notified(const MacAddress &alMac) { polls_[alMac].announced = true; }
+    void responded(const MacAddress &alMac, TimePoint now);
+
+    // Asks every device that is due; to be called about once a second.
+    void run(const Topology &topology, TimePoint now);
+
+  private:
+    struct Poll {
+        TimePoint due{};
+        unsigned roundsSkipped = 0;
+        bool announced = true;  // since its last query
+    };
+    void query(const MacAddress &alMac, Poll &poll, TimePoint now);
+
+    Duration interval_;
+    std::mt19937 random_;
+    AgentPollingActions actions_;
+    std::map<MacAddress, Poll> polls_;
+};
+
+}  // namespace kv1905d

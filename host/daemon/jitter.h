@@ -1,0 +1,19 @@
+// Random durations: many devices must not act in step.
+#pragma once
+
+#include <random>
+
+#include "ieee1905/clock.h"
+
+namespace kv1905d {
+
+inline Duration randomDuration(std::mt19937 &random, Duration least, Duration most) {
+    return Duration(std::uniform_int_distribution<Duration::rep>(least.count(), most.count())(random));
+}
+
+// Between 5/6 of the interval and the whole of it.
+inline Duration jittered(std::mt19937 &random, Duration interval) {
+    return randomDuration(random, interval * 5 / 6, interval);
+}
+
+}  // namespace kv1905d

@@ -1,0 +1,72 @@
+// What the daemon does with a plug-in: hands messages and time to it and answers its calls. Without one, the daemon is
+// an ordinary member of the network.
+#pragma once
+
+#include <functional>
+#include <optional>
+
+#include "command/server.h"
+#include "daemon/agent_polling.h"
+#include "daemon/bss_extension.h"
+#include "daemon/data_model_file.h"
+#include "daemon/node.h"
+#include "daemon/onboarding.h"
+#include "daemon/options.h"
+#include "daemon/plugin.h"
+#include "daemon/settings_guard.h"
+
+namespace kv1905d {
+
+class PluginSide final : private PluginHost {
+  public:
+    // Loads the plug-in; throws std::runtime_error. `node` must outlive it. requestDataModel: as of PluginHost.
+    PluginSide(const Options &options, Node &node, std::function<int()> requestDataModel);
+
+    // Has the plug-in begin, which may call everything that the constructor was given.
+    void start();
+    void everySecond(TimePoint now);
+    // Hands the TLV to the plug-in, unless the settings guard refuses it.
+    void receive(const VendorTlv &tlv, const std::optional<MacAddress> &controller, TimePoint now);
+    // Sends this agent's configuration by relayed multicast.
+    void announceConfiguration();
+    CommandEffect runCommand(uint32_t code, void *buffer);
+
+    bool isController() const { return *plugin_.controller != 0; }
+    MainNetworks mainNetworks() const;
+    uint32_t stationCount() const { return *plugin_.stationCount; }
+    uint64_t refused() const { return guard_.refused(); }
+    void setDataModelTime(time_t when) { *plugin_.dataModelTimeStamp = static_cast<uint32_t>(when); }
+
+    AgentPolling &polling() { return polling_; }
+    const BssExtension &bss() const { return bss_; }
+    OnboardingActions onboardingActions();
+
+  private:
+    AgentPollingActions pollingActions();
+    Device *deviceFor(const void *alMac);
+
+    // The host's own commands; the entry point's result.
+    int notifyRssi(const uint8_t *buffer);
+    int queryStations(const uint8_t *buffer) { return plugin_.wifiStateQuerySend(buffer, 0); }
+    int queryPower(const uint8_t *buffer) { return plugin_.powerQuerySend(buffer, 0); }
+    struct OwnCommandRow {
+        uint32_t code;
+        int (PluginSide::*run)(const uint8_t *buffer);
+    };
+    static const OwnCommandRow kOwnCommands[];
+
+    uintptr_t dataQuery(uint32_t code, void *argument, uintptr_t argument2) override;
+    int writeDataModel() override { return requestDataModel_(); }
+    int sendVendor(Reach reach, const KvVendMsgDest &dest, uint16_t *msgId) override;
+
+    const Options &options_;
+    Node &node_;
+    std::function<int()> requestDataModel_;
+    const PluginSymbols plugin_;
+    SettingsGuard guard_;
+    BssExtension bss_;
+    AgentPolling polling_;
+    uint64_t seconds_ = 0;  // calls of everySecond
+};
+
+}  // namespace kv1905d
