@@ -170,7 +170,7 @@ void playDevice(Story &story, const Step &step) {
         story.host.owners[story.peer] = story.peer;
         if (device == devices.end()) story.host.addDevice(story.peer);
     } else if (device != devices.end() && story.peer != kvtest::kLocal) {
-        kv::FreeStations()(device->second->wifiNbrHead);
+        kv::FreeLinked()(device->second->wifiNbrHead);
         std::free(device->second->security.secData);
         devices.erase(device);
     }

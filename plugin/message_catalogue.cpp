@@ -5,7 +5,6 @@
 
 #include "features/config_exchange/config_codec.h"
 #include "features/config_exchange/config_exchange.h"
-#include "features/device_control/control_codec.h"
 #include "features/device_control/firmware.h"
 #include "features/device_control/firmware_codec.h"
 #include "features/device_control/interface_power.h"
@@ -24,31 +23,26 @@
 #include "features/wifi_clients/wifi_state_codec.h"
 #include "protocol/intel_message.h"
 #include "protocol/message_row.h"
+#include "protocol/shared_payloads.h"
 
 namespace kv {
 
 namespace {
 
-// Reserved types have no payload: they encode to the bare envelope and are refused on receipt.
-uint16_t refuseReserved(ByteReader &, KvVendMsg &) {
-    return 0;
-}
-// Types whose decoder has already done the work.
+// Handles the types whose decoder has already done the work.
 int acceptDecoded(const KvVendMsg *) {
-    return KV_RET_OK;
-}
-int encodeNothing(const KvVendMsg &, ByteWriter &) {
     return KV_RET_OK;
 }
 
 #define MESSAGE(name, decode, encode, handle, resend) \
     { VEND_MSG_TYPE_##name, decode, encode, handledBy<handle>, resend }
+// Reserved types encode to the bare envelope and are refused on receipt.
 #define RESERVED(number) \
-    { VEND_MSG_TYPE_RESERVED_##number, refuseReserved, encodeNothing, nullptr, nullptr }
+    { VEND_MSG_TYPE_RESERVED_##number, nullptr, nullptr, nullptr, nullptr }
 
 // clang-format off
 constexpr MessageRow kRows[] = {
-    MESSAGE(CONF_QUERY, parseConfQueryMsgData, genConfQueryMsgData, handleConfQueryMsg, sendConfQuery),
+    MESSAGE(CONF_QUERY, parseTargetMsgData, genTargetMsgData, handleConfQueryMsg, sendConfQuery),
     MESSAGE(CONF_RESP, parseConfRespMsgData, genConfRespMsgData, handleConfRespMsg, nullptr),
     MESSAGE(INTF_PWR_STATE_QUERY, parseTargetMsgData, genTargetMsgData,
             handleIntfPwrStateQueryMsg, sendIntfPwrStateQuery),

@@ -3,9 +3,9 @@
 #include <cstring>
 
 #include "commands/command_table.h"
-#include "features/device_control/control_codec.h"
 #include "features/device_control/firmware.h"
 #include "features/device_control/firmware_codec.h"
+#include "features/device_control/firmware_upgrade_list.h"
 #include "features/device_control/interface_power_codec.h"
 #include "features/device_control/led_command_codec.h"
 #include "features/multiap/settings_sync_codec.h"
@@ -13,9 +13,11 @@
 #include "frame/host_table.h"
 #include "frame/local_files.h"
 #include "frame/log.h"
+#include "frame/mac_text.h"
 #include "frame/memory.h"
 #include "protocol/kvMAP1905_message.h"
 #include "protocol/message_row.h"
+#include "protocol/shared_payloads.h"
 #include "transport/send.h"
 
 namespace kv {
@@ -69,16 +71,6 @@ int sendTargetRequest(const void *buffer, uint16_t type) {
     return sendRequest(target.alMac, type, kTargetLen, &target);
 }
 
-// What a message can carry; a longer text is refused before anything changes.
-bool fitsMessage(uint32_t payloadLen) {
-    return kEnvelopeLen + payloadLen <= KV_VEND_MSG_BUFFER_LEN;
-}
-
-int refuseLength(const char *what, unsigned length) {
-    LOG_DEVICE(KV_LOG_WARNING, "%s of %u characters does not fit a message\n", what, length);
-    return KV_RET_ERR;
-}
-
 void recordLedState(const uint8_t *alMac, bool isLocal, bool on) {
     KvDevVendorData *dev = deviceVendorData(isLocal ? nullptr : alMac);
     if (dev == nullptr) {
@@ -89,11 +81,8 @@ void recordLedState(const uint8_t *alMac, bool isLocal, bool on) {
 }
 
 // Value of an upper-case hexadecimal digit, -1 for anything else.
-int hexDigit(char digit) {
-    if (digit >= '0' && digit <= '9') {
-        return digit - '0';
-    }
-    return digit >= 'A' && digit <= 'F' ? digit - 'A' + 10 : -1;
+int passwordDigit(char digit) {
+    return digit >= 'a' ? -1 : hexadecimalDigit(digit);
 }
 
 // "COUNT DIGITS...", two digits per byte. False, and the text not read past its fault, when it is anything else.
@@ -108,8 +97,8 @@ bool readPassword(const char *text, SyncCtrlerPwdMsgData &data) {
     }
     ++at;
     for (unsigned i = 0; i < count; ++i, at += 2) {
-        const int high = hexDigit(at[0]);
-        const int low = high < 0 ? -1 : hexDigit(at[1]);
+        const int high = passwordDigit(at[0]);
+        const int low = high < 0 ? -1 : passwordDigit(at[1]);
         if (low < 0) {
             return false;
         }
@@ -163,9 +152,6 @@ int handleFWCtrlCmd(const void *buffer) {
     if (request->FWTopoOption == 0) {
         request->FWURLcount = 0;
     }
-    if (!fitsMessage(fwCtrlReqLen(*request))) {
-        return refuseLength("FWURL", request->FWURLcount);
-    }
     rmKvFWupgradealmac(request->alMac);
     return sendRequest(request->alMac, VEND_MSG_TYPE_FW_CTRL_REQ, fwCtrlReqLen(*request), request.get());
 }
@@ -191,9 +177,6 @@ int handleRemoteCommandCmd(const void *buffer) {
     const auto request = copyBuffer<KvCommandReq>(buffer);
     if (request == nullptr) {
         return KV_RET_ERR;
-    }
-    if (!fitsMessage(commandReqLen(*request))) {
-        return refuseLength("command text", request->CommandURLcount);
     }
     return sendRequest(request->alMac, VEND_MSG_TYPE_COMMAND_REQ, commandReqLen(*request), request.get());
 }

@@ -4,11 +4,11 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "features/device_control/control_codec.h"
 #include "frame/log.h"
 #include "frame/mac_text.h"
 #include "frame/memory.h"
 #include "frame/result_file.h"
+#include "protocol/shared_payloads.h"
 
 namespace kv {
 

@@ -17,7 +17,7 @@ constexpr uint8_t kCommandToolOnly = 1;
 void registerHost(const Kv1905BcmCbs *table, uint8_t flag) {
     g_timeStamp = static_cast<uint32_t>(std::time(nullptr));
     if (table == nullptr) {
-        LOG_DEVICE(KV_LOG_ERROR, "NULL registar function\n");
+        LOG_DEVICE(KV_LOG_ERROR, "registration without a callback table\n");
         return;
     }
     if (flag == kCommandToolOnly) {

@@ -6,6 +6,7 @@
 #include "frame/file.h"
 #include "frame/host_table.h"
 #include "frame/log.h"
+#include "frame/mac_text.h"
 #include "frame/shell.h"
 
 char g_MainSSID[66] = {};
@@ -19,7 +20,7 @@ constexpr size_t kSsidSlotLen = 33;
 constexpr size_t kChannelTextLen = 16;
 
 constexpr char kIpScratchPath[] = "/tmp/kv1905_IP";
-constexpr char kIpCommand[] = "ifconfig br0 | grep -w inet | sed 's/.*inet addr:\\([0-9.]*\\).*/\\1/' > /tmp/kv1905_IP";
+constexpr char kIpCommand[] = "ifconfig br0 | grep -w inet | sed 's/.*inet addr:\\([0-9.]*\\).*/\\1/'";
 
 // The key of a line ends at the first of these; it is not looked at again.
 constexpr char kKeyEnd[] = "= ;\n";
@@ -59,8 +60,7 @@ void setSsid(size_t slot, const char *ssid) {
 
 // Bytes that do not parse keep their value.
 void setBssid(size_t slot, const char *text) {
-    uint8_t *mac = g_MainBSSID + slot * KV_MAC_LEN;
-    std::sscanf(text, "%hhX:%hhX:%hhX:%hhX:%hhX:%hhX", &mac[0], &mac[1], &mac[2], &mac[3], &mac[4], &mac[5]);
+    scanMac(text, g_MainBSSID + slot * KV_MAC_LEN);
 }
 
 void setMode(KvDevVendorData *dev, const char *word) {
@@ -143,6 +143,15 @@ constexpr uint32_t kPowerUnknown = 255;
 
 }  // namespace
 
+int updateDeviceConfig(KvDevVendorData *dev) {
+    const File file = openOrLog(kDeviceConfigPath);
+    if (file == nullptr) {
+        return KV_RET_ERR;
+    }
+    loadConfigLines(file.get(), dev);
+    return KV_RET_OK;
+}
+
 int readDevConfFile(KvDevVendorData *dev) {
     char uptime[sizeof dev->uptime];
     std::snprintf(uptime, sizeof uptime, "%ld", static_cast<long>(getSysUptime()));
@@ -151,22 +160,11 @@ int readDevConfFile(KvDevVendorData *dev) {
     setText(dev->buildNum, "7879");
     setText(dev->protoVersion, "3.0");
 
-    const File file = openOrLog(kDeviceConfigPath);
-    if (file == nullptr) {
-        return KV_RET_ERR;
+    const int result = updateDeviceConfig(dev);
+    if (result == KV_RET_OK) {
+        setText(dev->uptime, uptime);
     }
-    setText(dev->uptime, uptime);
-    loadConfigLines(file.get(), dev);
-    return KV_RET_OK;
-}
-
-int updateDeviceConfig(KvDevVendorData *dev) {
-    const File file = openOrLog(kDeviceConfigPath);
-    if (file == nullptr) {
-        return KV_RET_ERR;
-    }
-    loadConfigLines(file.get(), dev);
-    return KV_RET_OK;
+    return result;
 }
 
 int readDevVersionFile(KvDevVendorData *dev) {
@@ -239,10 +237,13 @@ void readWifiChannel(const char *ifname, char *channelOut) {
         LOG_DEVICE(KV_LOG_ERROR, "channel query without an interface name or a place for the channel\n");
         return;
     }
-    char command[160];  // a name comes from a line of at most 127 characters
-    const int length = std::snprintf(command, sizeof command, "wl -i %s chanspec", ifname);
-    if (!isShellSafe(ifname) || length < 0 || static_cast<size_t>(length) >= sizeof command) {
+    if (!isShellSafe(ifname)) {
         LOG_DEVICE(KV_LOG_ERROR, "interface name %s must not reach a shell, wl is not run\n", ifname);
+        return;
+    }
+    char command[160];  // a name comes from a line of at most 127 characters
+    if (std::snprintf(command, sizeof command, "wl -i %s chanspec", ifname) >= static_cast<int>(sizeof command)) {
+        LOG_DEVICE(KV_LOG_ERROR, "interface name %s is too long, wl is not run\n", ifname);
         return;
     }
     const Pipe output = openCommand(command);
@@ -264,21 +265,15 @@ void readWifiChannel(const char *ifname, char *channelOut) {
 }
 
 int getDeviceIP(char *ipOut) {
-    runCommand(kIpCommand);
-    File file = openFile(kIpScratchPath, "r");
-    if (file == nullptr) {
-        std::memset(ipOut, 0, kIpTextLen);
-        return KV_RET_ERR;
-    }
     ConfigLine line = {};
     static_assert(sizeof line == kIpTextLen);
-    if (readLine(file.get(), line)) {
-        line[std::strcspn(line, "\n")] = '\0';
-    }
+    const bool read = readOutput(kIpCommand, kIpScratchPath, [&](std::FILE *file) {
+        if (readLine(file, line)) {
+            line[std::strcspn(line, "\n")] = '\0';
+        }
+    });
     std::memcpy(ipOut, line, sizeof line);
-    file.reset();
-    std::remove(kIpScratchPath);
-    return KV_RET_OK;
+    return read ? KV_RET_OK : KV_RET_ERR;
 }
 
 uint32_t getIntfPwrSt(uint32_t mediaType) {

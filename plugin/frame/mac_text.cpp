@@ -21,7 +21,12 @@ uint8_t *string2MacAddr(const char *text, uint8_t *mac) {
     }
     const int fields =
         std::sscanf(text, "%2hhx:%2hhx:%2hhx:%2hhx:%2hhx:%2hhx", &mac[0], &mac[1], &mac[2], &mac[3], &mac[4], &mac[5]);
-    return fields == 6 ? mac : nullptr;
+    return fields == KV_MAC_LEN ? mac : nullptr;
+}
+
+bool scanMac(const char *text, uint8_t *mac) {
+    return std::sscanf(text, "%hhx:%hhx:%hhx:%hhx:%hhx:%hhx", &mac[0], &mac[1], &mac[2], &mac[3], &mac[4], &mac[5]) ==
+           KV_MAC_LEN;
 }
 
 bool parseMacText(const char *text, size_t length, uint8_t *mac) {

@@ -1,4 +1,4 @@
-// Owning pointers for blocks that free() releases. Nothing here throws: running out of memory yields null.
+// Owning pointers for blocks from calloc. Nothing here throws: running out of memory yields null.
 #pragma once
 
 #include <cstddef>
@@ -15,16 +15,23 @@ struct FreeBlock {
 template <typename T>
 using Owned = std::unique_ptr<T, FreeBlock>;
 
-// A zero-filled record from the heap, or null.
-template <typename T>
-Owned<T> allocateRecord() {
+// A zero-filled record from the heap, or null. Release frees what hangs from the record as well.
+template <typename T, typename Release = FreeBlock>
+std::unique_ptr<T, Release> allocateRecord() {
     static_assert(std::is_trivial_v<T>, "records are plain C data: zero bytes are their initial state");
-    return Owned<T>(static_cast<T *>(std::calloc(1, sizeof(T))));
+    return std::unique_ptr<T, Release>(static_cast<T *>(std::calloc(1, sizeof(T))));
 }
 
-// count zero-filled bytes from the heap, or null.
-inline Owned<uint8_t[]> allocateBytes(size_t count) {
-    return Owned<uint8_t[]>(static_cast<uint8_t *>(std::calloc(count, 1)));
-}
+// Frees the records of a list that are linked by next.
+struct FreeLinked {
+    template <typename Node>
+    void operator()(Node *node) const {
+        while (node != nullptr) {
+            Node *next = node->next;
+            std::free(node);
+            node = next;
+        }
+    }
+};
 
 }  // namespace kv

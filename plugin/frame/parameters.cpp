@@ -14,19 +14,17 @@ namespace kv {
 
 namespace {
 
-constexpr char kNvramCommand[] = "nvram show | grep multiap_mode > /tmp/.kv1905_nvram_tmp";
 constexpr unsigned kControllerBit = 0x1;
 
-// A line that holds the key and sets the flag when the number at its start is not zero.
+// A key with a number, and the flag that it sets when the number is not 0.
 struct NumberFlag {
     const char *key;
-    const char *format;
     uint32_t flag;
 };
 
 constexpr NumberFlag kNumberFlags[] = {
-    {"autoRoleSelect=", "autoRoleSelect=%d", KV_FLAG_AUTO_ROLE_SELECT},
-    {"autoRoleSelectOnlyWhenGwFound=", "autoRoleSelectOnlyWhenGwFound=%d", KV_FLAG_AUTO_ROLE_SELECT_ONLY_WHEN_GW_FOUND},
+    {"autoRoleSelect=", KV_FLAG_AUTO_ROLE_SELECT},
+    {"autoRoleSelectOnlyWhenGwFound=", KV_FLAG_AUTO_ROLE_SELECT_ONLY_WHEN_GW_FOUND},
 };
 
 uint32_t modeFlag(const char *line) {
@@ -38,14 +36,14 @@ uint32_t modeFlag(const char *line) {
     return std::strncmp(word, "repeater", 8) == 0 ? KV_FLAG_MODE_REPEATER : 0;
 }
 
-// The flag that one line sets. value survives from line to line: a number that does not parse repeats the last.
+// The flag that one line sets. value survives from line to line: a number that does not parse, or a key that is not at
+// the line's start, repeats the last.
 uint32_t flagOfLine(const char *line, int &value) {
     for (const NumberFlag &row : kNumberFlags) {
         if (std::strstr(line, row.key) != nullptr) {
-#pragma GCC diagnostic push
-#pragma GCC diagnostic ignored "-Wformat-nonliteral"
-            std::sscanf(line, row.format, &value);
-#pragma GCC diagnostic pop
+            if (const size_t length = std::strlen(row.key); std::strncmp(line, row.key, length) == 0) {
+                std::sscanf(line + length, "%d", &value);
+            }
             return value != 0 ? row.flag : 0;
         }
     }
@@ -71,18 +69,15 @@ int updateParameters() {
 }
 
 int findController() {
-    runCommand(kNvramCommand);
     int mode = 0;
-    if (File file = openFile(kNvramScratchPath, "r")) {
+    readOutput("nvram show | grep multiap_mode", kNvramScratchPath, [&](std::FILE *file) {
         char line[64];
-        if (readLine(file.get(), line)) {
+        if (readLine(file, line)) {
             if (const char *equals = std::strchr(line, '=')) {
                 mode = std::atoi(equals + 1);
             }
         }
-        file.reset();
-        std::remove(kNvramScratchPath);
-    }
+    });
     return (static_cast<unsigned>(mode) & kControllerBit) != 0 ? 1 : 0;
 }
 

@@ -6,6 +6,8 @@
 #include <cstring>
 #include <memory>
 
+#include "frame/file.h"
+
 namespace kv {
 
 struct ClosePipe {
@@ -23,7 +25,23 @@ inline int runCommand(const char *command) {
     return std::system(command);  // NOLINT(cert-env33-c): as above
 }
 
-// Where "nvram show" is caught; read once and removed by whoever ran it.
+// Runs a command with its output in a scratch file, which use(file) then reads and which is removed afterwards. False,
+// and use is not called, when the file cannot be opened.
+template <typename Use>
+bool readOutput(const char *command, const char *scratchPath, Use use) {
+    char line[160];  // the commands are constants of this library
+    std::snprintf(line, sizeof line, "%s > %s", command, scratchPath);
+    runCommand(line);
+    File file = openFile(scratchPath, "r");
+    if (file == nullptr) {
+        return false;
+    }
+    use(file.get());
+    file.reset();
+    std::remove(scratchPath);
+    return true;
+}
+
 inline constexpr char kNvramScratchPath[] = "/tmp/.kv1905_nvram_tmp";
 
 // Values from the wire, nvram or a file are data; only these characters are harmless to a shell. True when text is

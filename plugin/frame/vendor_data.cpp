@@ -19,52 +19,31 @@ namespace {
 
 RegisteredNeighbors mapNbrTbl;
 
-// Nothing when the file cannot be examined.
-std::optional<uint32_t> modificationTime(const char *path) {
+// Whether a file has changed since loadedAt, which becomes its modification time. A file that cannot be examined counts
+// as changed: its loader then logs the reason.
+bool hasChanged(const char *path, uint32_t &loadedAt) {
     struct stat status = {};
-    if (stat(path, &status) != 0) {
-        return std::nullopt;
-    }
-    return static_cast<uint32_t>(status.st_mtime);
+    const bool isExamined = stat(path, &status) == 0;
+    const auto modified = static_cast<uint32_t>(status.st_mtime);
+    const bool changed = !isExamined || modified != loadedAt;
+    loadedAt = modified;
+    return changed;
 }
 
-enum class When : uint8_t { Always, Changed };
-
-// A file that cannot be examined counts as changed: its loader then says what is wrong. A file's time says nothing at
-// first: an image may carry any, 0 included.
-bool isDue(When when, const std::optional<uint32_t> &now, uint32_t loaded) {
-    return when == When::Always || !now || *now != loaded;
-}
-
-// A file that could not be opened is tried again, changed or not.
-uint32_t timeOfLoad(int result, const std::optional<uint32_t> &fileTime) {
-    return result == KV_RET_OK ? fileTime.value_or(0) : 0;
-}
-
-void loadFiles(KvDevVendorData *dev, bool isController, When when) {
-    const std::optional<uint32_t> confTime = modificationTime(kDeviceConfigPath);
-    if (isDue(when, confTime, dev->confFileMtime)) {
+// isFirst: loads both files whatever their times, which may be 0 on a read-only image.
+void loadFiles(KvDevVendorData *dev, bool isController, bool isFirst) {
+    if (hasChanged(kDeviceConfigPath, dev->confFileMtime) || isFirst) {
         LOG_DEVICE(KV_LOG_DEBUG, "initialize KOVAN device configuration\n");
         dev->cfgAttrCount = 0;
         dev->rebootFromNbrCap = isController ? 0 : 1;
         dev->intfPwrCtrlFromNbrCap = isController ? 0 : 1;
-        const int loaded = readDevConfFile(dev);
+        readDevConfFile(dev);
         getDeviceChannel(dev);
-        dev->confFileMtime = timeOfLoad(loaded, confTime);
     }
-    const std::optional<uint32_t> versionTime = modificationTime(kVersionPath);
-    if (isDue(when, versionTime, dev->versionFileMtime)) {
-        dev->versionFileMtime = timeOfLoad(readDevVersionFile(dev), versionTime);
+    if (hasChanged(kVersionPath, dev->versionFileMtime) || isFirst) {
+        readDevVersionFile(dev);
     }
 }
-
-// Owns what getSecurityConfig fills in, however the caller leaves.
-struct FreeSecurityConfig {
-    void operator()(SecurityConfig *sec) const {
-        std::free(sec->secData);
-        std::free(sec);
-    }
-};
 
 }  // namespace
 
@@ -102,7 +81,7 @@ void initDevice(KvDevVendorData *dev) {
     dev->confFileMtime = 0;
     dev->versionFileMtime = 0;
     controller = static_cast<uint8_t>(findController());
-    loadFiles(dev, controller != 0, When::Always);
+    loadFiles(dev, controller != 0, true);
     initSecurityConfig(&dev->security);
 }
 
@@ -116,11 +95,11 @@ void updateDevice(KvDevVendorData *dev) {
 }
 
 void initDevConfig(KvDevVendorData *dev, bool isController) {
-    loadFiles(dev, isController, When::Changed);
+    loadFiles(dev, isController, false);
 }
 
 int initSecurityConfig(SecurityConfig *sec) {
-    const std::unique_ptr<SecurityConfig, FreeSecurityConfig> found(allocateRecord<SecurityConfig>().release());
+    const auto found = allocateRecord<SecurityConfig>();
     if (found == nullptr) {
         LOG_DEVICE(KV_LOG_ERROR, "allocate memory fail for security config\n");
         return KV_RET_ERR;
@@ -129,18 +108,11 @@ int initSecurityConfig(SecurityConfig *sec) {
         LOG_DEVICE(KV_LOG_WARNING, "get security config failed\n");
         return result;
     }
-    Owned<uint8_t[]> data;
-    if (found->secLen != 0 && found->secData != nullptr) {
-        data = allocateBytes(found->secLen);
-        if (data == nullptr) {
-            return KV_RET_ERR;
-        }
-        std::memcpy(data.get(), found->secData, found->secLen);
-    }
-    std::free(sec->secData);  // of the last refresh
     sec->secType = found->secType;
     sec->secLen = found->secLen;
-    sec->secData = data.release();
+    if (found->secLen != 0) {
+        sec->secData = found->secData;  // the block that was there may be the host's
+    }
     return KV_RET_OK;
 }
 
@@ -166,14 +138,10 @@ int capabilityFromController(int which) {
         LOG_PLAIN(KV_LOG_ERROR, "Device configuration is NULL.\n");
         return 0;
     }
-    switch (which) {
-        case kCapabilityReboot:
-            return dev->rebootFromNbrCap != 0 ? 1 : 0;
-        case kCapabilityInterfacePower:
-            return dev->intfPwrCtrlFromNbrCap != 0 ? 1 : 0;
-        default:
-            return 0;
+    if (which == kCapabilityReboot) {
+        return dev->rebootFromNbrCap != 0 ? 1 : 0;
     }
+    return which == kCapabilityInterfacePower && dev->intfPwrCtrlFromNbrCap != 0 ? 1 : 0;
 }
 
 int checkAgentSpeaksProtocol(const uint8_t *alMac, uint8_t *isKovan) {

@@ -33,7 +33,8 @@ void updateDevice(KvDevVendorData *dev);
 // Reloads the local files that changed since they were last loaded into dev.
 void initDevConfig(KvDevVendorData *dev, bool isController);
 
-// Fills sec from getSecurityConfig. sec stays as it was, except on success.
+// Fills sec from getSecurityConfig, which fills in nothing on this device: type 0 without data. A block that the record
+// held is not freed. On failure sec stays as it was.
 int initSecurityConfig(SecurityConfig *sec);
 int getSecurityConfig(SecurityConfig *sec);
 

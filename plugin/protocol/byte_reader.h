@@ -38,9 +38,8 @@ class ByteReader {
 
     // Copies count bytes; leaves destination alone when fewer remain.
     void copyTo(void *destination, size_t count) {
-        if (const uint8_t *source = advance(count)) {
-            std::memcpy(destination, source, count);
-        }
+        const uint8_t *source = position_;
+        if (advance(count) && count > 0) std::memcpy(destination, source, count);
     }
 
     // The next byte without stepping over it; 0 when there is none.
@@ -50,27 +49,24 @@ class ByteReader {
 
     // A reader over the next count bytes, which this one steps over. Empty and failed when fewer remain.
     ByteReader take(size_t count) {
-        const uint8_t *source = advance(count);
-        ByteReader part(source, count);
-        part.failed_ = source == nullptr;
+        ByteReader part(position_, count);
+        if (!advance(count)) {
+            part.remaining_ = 0;
+            part.failed_ = true;
+        }
         return part;
     }
 
   private:
-    const uint8_t *advance(size_t count) {
+    bool advance(size_t count) {
         if (failed_ || count > remaining_) {
             failed_ = true;
-            return nullptr;
+            return false;
         }
-        const uint8_t *start = position_;
-        if (count > 0) {  // keeps a null position_ out of pointer arithmetic
-            position_ += count;
-            remaining_ -= count;
-        }
-        return start == nullptr ? &kNothing : start;
+        position_ += count;
+        remaining_ -= count;
+        return true;
     }
-
-    static constexpr uint8_t kNothing = 0;
 
     const uint8_t *position_;
     size_t remaining_;

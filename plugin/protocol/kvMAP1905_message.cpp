@@ -41,7 +41,7 @@ int parseKvVendMsg(ByteReader value, KvVendMsg *msg) {
         LOG_MSG(KV_LOG_WARNING, "parse vendor msg type %d is unsoppourted\n", msg->msgType);
         return KV_RET_ERR;
     }
-    if (row->decode(payload, *msg) == 0) {
+    if (row->decode == nullptr || row->decode(payload, *msg) == 0) {
         return refuseAsMalformed();
     }
     return KV_RET_OK;
@@ -65,10 +65,10 @@ int genKvVendMsg(uint8_t *buffer, uint32_t *totalLen, const KvVendMsg *msg) {
         LOG_MSG(KV_LOG_WARNING, "generate vendor msg type %d is unsoppourted\n", msg->msgType);
         return KV_RET_ERR;
     }
-    if (row->encode(*msg, writer) != 0 || !writer.ok() || *totalLen > KV_VEND_MSG_BUFFER_LEN) {
+    if (row->encode != nullptr && (msg->payload == nullptr || row->encode(*msg, writer) != 0)) {
         return KV_RET_ERR;
     }
-    return KV_RET_OK;
+    return writer.ok() && *totalLen <= KV_VEND_MSG_BUFFER_LEN ? KV_RET_OK : KV_RET_ERR;
 }
 
 KvVendMsg makeVendMsg(uint16_t msgType, uint16_t payloadLen, void *payload) {

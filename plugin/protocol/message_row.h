@@ -1,4 +1,4 @@
-// What the protocol and the transport know of one message type. The rows stand in message_catalogue.cpp.
+// One message type as protocol and transport see it. The rows are in message_catalogue.cpp.
 #pragma once
 
 #include <cstdint>
@@ -26,7 +26,7 @@ struct Dispatch {
 // msg.payload, which the receive entry frees. Returns the bytes consumed; 0 refuses the message, payload stays null.
 using PayloadDecoder = uint16_t (*)(ByteReader &payload, KvVendMsg &msg);
 
-// Writes msg.payload, at most as many bytes as the buffer holds behind the envelope. 0 on success.
+// Writes msg.payload, which is not null, as far as the buffer goes. 0 on success.
 using PayloadEncoder = int (*)(const KvVendMsg &msg, ByteWriter &payload);
 
 // Acts on a decoded message. 0 or KV_RET_ERR.
@@ -37,10 +37,10 @@ using QuerySender = int (*)(const uint8_t *alMac, uint8_t attempts);
 
 struct MessageRow {
     uint16_t type;
-    PayloadDecoder decode;
-    PayloadEncoder encode;
-    Handler handle;      // null: never dispatched, the decoder refuses it
-    QuerySender resend;  // null: not tracked as an outstanding query
+    PayloadDecoder decode;  // null: the decoder refuses the message
+    PayloadEncoder encode;  // null: no payload is written
+    Handler handle;         // null: never dispatched
+    QuerySender resend;     // null: not tracked as an outstanding query
 };
 
 // Null for a code that is not in the catalogue.

@@ -14,16 +14,13 @@ namespace kv {
 namespace {
 
 // A received message owns its payload until the entry returns. A handler that keeps the payload nulls the pointer.
-template <typename Message>
 struct FreeMessage {
+    template <typename Message>
     void operator()(Message *msg) const {
         std::free(msg->payload);
         std::free(msg);
     }
 };
-
-template <typename Message>
-using OwnedMessage = std::unique_ptr<Message, FreeMessage<Message>>;
 
 bool isUsable(const KvRecvVendTlv *tlv) {
     if (tlv == nullptr || tlv->value == nullptr) {
@@ -36,7 +33,7 @@ bool isUsable(const KvRecvVendTlv *tlv) {
 template <typename Message>
 void receive(const KvRecvVendTlv *tlv, size_t length, uint16_t msgId, int (*parse)(ByteReader, Message *),
              int (*dispatch)(const KvRecvVendTlv *, uint16_t, Message *, unsigned)) {
-    const OwnedMessage<Message> msg(allocateRecord<Message>().release());
+    const auto msg = allocateRecord<Message, FreeMessage>();
     if (msg == nullptr) {
         LOG_PLAIN(KV_LOG_ERROR, "Allocate memory failed for vendor msg\n");
         return;
@@ -46,7 +43,7 @@ void receive(const KvRecvVendTlv *tlv, size_t length, uint16_t msgId, int (*pars
     }
 }
 
-void receiveMaker(const KvRecvVendTlv *tlv, size_t length, uint16_t msgId) {
+void receiveVendor(const KvRecvVendTlv *tlv, size_t length, uint16_t msgId) {
     receive<KvVendMsg>(tlv, length, msgId, parseKvVendMsg, handleKvVendSpecMsg);
 }
 
@@ -54,8 +51,12 @@ void receiveIntel(const KvRecvVendTlv *tlv, size_t length, uint16_t msgId) {
     receive<KvIntelVendMsg>(tlv, length, msgId, parseIntelVendMsg, handleIntelVendSpecMsg);
 }
 
-// Length of a maker's value by its own word; the caller vouches for that much readable memory.
+// Bytes of a value without a known length: the OUI alone when it is foreign, else what the envelope claims. The caller
+// guarantees that much readable memory.
 size_t claimedLength(const uint8_t *value) {
+    if (std::memcmp(value, getMAPAlOui(), KV_OUI_LEN) != 0) {
+        return KV_OUI_LEN;
+    }
     ByteReader header(value, kEnvelopeLen);
     header.skip(kEnvelopeLen - sizeof(uint16_t));
     return kEnvelopeLen + header.u16();
@@ -70,13 +71,13 @@ void receiveTlv(const KvRecvVendTlv *tlv, uint32_t length, uint16_t msgId) {
     if (length >= sizeof kIntelOui && std::memcmp(tlv->value, kIntelOui, sizeof kIntelOui) == 0) {
         receiveIntel(tlv, length, msgId);
     } else {
-        receiveMaker(tlv, length, msgId);
+        receiveVendor(tlv, length, msgId);
     }
 }
 
-void receiveMakerTlv(const KvRecvVendTlv *tlv, uint16_t msgId) {
+void receiveVendorTlv(const KvRecvVendTlv *tlv, uint16_t msgId) {
     if (isUsable(tlv)) {
-        receiveMaker(tlv, claimedLength(tlv->value), msgId);
+        receiveVendor(tlv, claimedLength(tlv->value), msgId);
     }
 }
 

@@ -10,9 +10,8 @@ namespace kv {
 // A TLV of any OUI, length bytes long.
 void receiveTlv(const KvRecvVendTlv *tlv, uint32_t length, uint16_t msgId);
 
-// A TLV of the maker's (Intel's) OUI whose length the host did not say: it is taken to be as long as the envelope
-// says (28 bytes).
-void receiveMakerTlv(const KvRecvVendTlv *tlv, uint16_t msgId);
+// A TLV of the vendor's (Intel's) OUI of unknown length: the length in the envelope (28 bytes) is assumed.
+void receiveVendorTlv(const KvRecvVendTlv *tlv, uint16_t msgId);
 void receiveIntelTlv(const KvRecvVendTlv *tlv, uint16_t msgId);
 
 // Calls the handler of msg's type; origin as in message_row.h. The handler's result, KV_RET_ERR for unknown types.

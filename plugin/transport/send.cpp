@@ -6,50 +6,34 @@
 #include "frame/memory.h"
 #include "protocol/intel_message.h"
 #include "protocol/kvMAP1905_message.h"
+#include "protocol/shared_payloads.h"
 
 namespace kv {
 
 namespace {
 
-using SendSlot = int (*)(KvVendMsgDest *dest, uint16_t *msgId);
-
-// What differs between the four ways of sending.
-struct Road {
-    SendSlot Kv1905BcmCbs::*slot;
+// A host slot and the texts and levels of its log lines.
+struct SendPath {
+    int (*Kv1905BcmCbs::*slot)(KvVendMsgDest *dest, uint16_t *msgId);
+    const char *kind;  // in the line of the result; null: unicast, which names the destination
     int encoderFailureLevel;
     int resultLevel;
-    void (*logEncoderFailure)(int level);
-    void (*logResult)(int level, const char *outcome, const uint8_t *destinationMac);
 };
 
-void logUnicastEncoderFailure(int level) {
-    LOG_MSG(level, "generate vendor msg fail\n");
-}
+constexpr SendPath kUnicast = {&Kv1905BcmCbs::vendMsgSend, nullptr, KV_LOG_WARNING, KV_LOG_DEBUG};
+constexpr SendPath kIntelUnicast = {&Kv1905BcmCbs::vendMsgSend, nullptr, KV_LOG_ERROR, KV_LOG_ERROR};
+constexpr SendPath kMulticast = {&Kv1905BcmCbs::vendMcastMsgSend, "multicast", KV_LOG_WARNING, KV_LOG_DEBUG};
+constexpr SendPath kRelayedMulticast = {&Kv1905BcmCbs::vendRelayMcastMsgSend, "relay multicast", KV_LOG_WARNING,
+                                        KV_LOG_DEBUG};
 
-void logMulticastEncoderFailure(int level) {
-    LOG_MSG(level, "generate mcast vendor msg fail\n");
+void logResult(const SendPath &path, const char *outcome, const uint8_t *destinationMac) {
+    if (path.kind == nullptr) {
+        LOG_MSG(path.resultLevel, "%s send vendor message to Device " KV_MAC "\n", outcome,
+                KV_MAC_BYTES(destinationMac));
+    } else {
+        LOG_MSG(path.resultLevel, "%s send %s vendor message\n", outcome, path.kind);
+    }
 }
-
-void logUnicastResult(int level, const char *outcome, const uint8_t *destinationMac) {
-    LOG_MSG(level, "%s send vendor message to Device " KV_MAC "\n", outcome, KV_MAC_BYTES(destinationMac));
-}
-
-void logMulticastResult(int level, const char *outcome, const uint8_t *) {
-    LOG_MSG(level, "%s send multicast vendor message\n", outcome);
-}
-
-void logRelayedResult(int level, const char *outcome, const uint8_t *) {
-    LOG_MSG(level, "%s send relay multicast vendor message\n", outcome);
-}
-
-constexpr Road kUnicast = {&Kv1905BcmCbs::vendMsgSend, KV_LOG_WARNING, KV_LOG_DEBUG, logUnicastEncoderFailure,
-                           logUnicastResult};
-constexpr Road kIntelUnicast = {&Kv1905BcmCbs::vendMsgSend, KV_LOG_ERROR, KV_LOG_ERROR, logUnicastEncoderFailure,
-                                logUnicastResult};
-constexpr Road kMulticast = {&Kv1905BcmCbs::vendMcastMsgSend, KV_LOG_WARNING, KV_LOG_DEBUG, logMulticastEncoderFailure,
-                             logMulticastResult};
-constexpr Road kRelayedMulticast = {&Kv1905BcmCbs::vendRelayMcastMsgSend, KV_LOG_WARNING, KV_LOG_DEBUG,
-                                    logMulticastEncoderFailure, logRelayedResult};
 
 // An encoding buffer may have held a password.
 struct WipeAndFree {
@@ -60,9 +44,9 @@ struct WipeAndFree {
 };
 
 template <typename Message>
-int sendOn(const Road &road, const uint8_t *destinationMac, uint16_t *msgId, const Message *msg,
+int sendOn(const SendPath &path, const uint8_t *destinationMac, uint16_t *msgId, const Message *msg,
            int (*encode)(uint8_t *, uint32_t *, const Message *)) {
-    const SendSlot slot = g_kv1905_bcm_cbs.*road.slot;
+    const auto slot = g_kv1905_bcm_cbs.*path.slot;
     if (slot == nullptr) {
         LOG_DEVICE(KV_LOG_ERROR, "NULL registar function\n");
         return KV_RET_ERR;
@@ -72,16 +56,17 @@ int sendOn(const Road &road, const uint8_t *destinationMac, uint16_t *msgId, con
         return KV_RET_ERR;
     }
     // A failed allocation reaches the encoder as a null buffer, which it refuses.
-    const std::unique_ptr<uint8_t[], WipeAndFree> buffer(allocateBytes(KV_VEND_MSG_BUFFER_LEN).release());
+    const std::unique_ptr<uint8_t[], WipeAndFree> buffer(
+        static_cast<uint8_t *>(std::calloc(KV_VEND_MSG_BUFFER_LEN, 1)));
     KvVendMsgDest dest = {};
     dest.buffer = buffer.get();
     std::memcpy(dest.dstMac, destinationMac, sizeof dest.dstMac);
     if (encode(dest.buffer, &dest.length, msg) != KV_RET_OK) {
-        road.logEncoderFailure(road.encoderFailureLevel);
+        LOG_MSG(path.encoderFailureLevel, "generate %svendor msg fail\n", path.kind == nullptr ? "" : "mcast ");
         return KV_RET_ERR;
     }
     const bool sent = slot(&dest, msgId) == 0;
-    road.logResult(road.resultLevel, sent ? "SUCCESS" : "FAIL", dest.dstMac);
+    logResult(path, sent ? "SUCCESS" : "FAIL", dest.dstMac);
     return sent ? KV_RET_OK : KV_RET_ERR;
 }
 
@@ -89,6 +74,13 @@ int sendOn(const Road &road, const uint8_t *destinationMac, uint16_t *msgId, con
 
 int sendUnicast(const uint8_t *destinationMac, uint16_t *msgId, const KvVendMsg *msg) {
     return sendOn(kUnicast, destinationMac, msgId, msg, genKvVendMsg);
+}
+
+int sendTarget(const uint8_t *alMac, uint16_t type, uint16_t *msgId) {
+    KvTargetData target;
+    std::memcpy(target.alMac, alMac, sizeof target.alMac);
+    const KvVendMsg msg = makeVendMsg(type, kTargetLen, &target);
+    return sendUnicast(alMac, msgId, &msg);
 }
 
 int sendIntelUnicast(const uint8_t *destinationMac, uint16_t *msgId, const KvIntelVendMsg *msg) {

@@ -5,7 +5,7 @@
 
 namespace kv {
 
-// name stands in the log lines; retry is the number of earlier attempts. 0, or KV_RET_ERR with nothing recorded.
+// name: in the log lines; retry is the number of earlier attempts. 0, or KV_RET_ERR with nothing recorded.
 int sendTrackedQuery(uint16_t type, const char *name, const uint8_t *alMac, uint8_t retry);
 
 }  // namespace kv

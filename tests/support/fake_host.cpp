@@ -3,11 +3,11 @@
 #include <algorithm>
 #include <cstring>
 
-#include "features/device_control/firmware.h"
+#include "features/device_control/firmware_upgrade_list.h"
 #include "features/multiap/ap_cfg.h"
 #include "features/multiap/mdid_tlv.h"
 #include "features/wifi_clients/local_stations.h"
-#include "frame/main_loop.h"
+#include "periodic_tasks.h"
 #include "frame/vendor_data.h"
 #include "support/captured_log.h"
 #include "support/fake_system.h"
@@ -96,14 +96,14 @@ void resetPlugin() {
     data_model_time_stamp = 0;
     kv::outstandingQueries().clear();
     kv::registeredNeighbors().clear();
-    kv::firmwareUpgradeList().clear();
+    kv::clearFWupgradeList();
     kv::localStations().clear();
     kv::mdidCache().clear();
     kv::rememberedRadio().clear();
     nvram().clear();
     State_fw_is_download = 0;
     State_fw_upgrade = 0;
-    kv::schedule().clear();
+    kv::resetPeriodicTasks();
     setClock(0);
     clearLog();
 }
@@ -135,7 +135,7 @@ FakeHost::~FakeHost() {
     for (auto &[mac, device] : devices) {
         std::free(device->security.secData);
         if (mac != kLocal) {
-            kv::FreeStations()(device->wifiNbrHead);
+            kv::FreeLinked()(device->wifiNbrHead);
         }
     }
     resetPlugin();

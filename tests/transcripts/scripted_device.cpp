@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <cstring>
 
-#include "features/device_control/firmware.h"
+#include "features/device_control/firmware_upgrade_list.h"
 #include "features/wifi_clients/local_stations.h"
 #include "frame/identity.h"
 #include "frame/result_file.h"
@@ -242,7 +242,7 @@ ScriptedDevice::State ScriptedDevice::observe() const {
     const std::pair<const char *, long> numbers[] = {
         {"led", service.led.enable},
         {"unpurged", service.unpurged},
-        {"upgrade list", kv::firmwareUpgradeList().count()},
+        {"upgrade list", kv::FWalmacDataHead == nullptr ? 0u : kv::FWalmacDataHead->count},
         {"download", State_fw_is_download},
         {"upgrade", State_fw_upgrade},
         {"flags", kvFlags},

@@ -7,13 +7,14 @@
 #include <stdexcept>
 
 #include "features/device_control/firmware.h"
+#include "features/device_control/firmware_upgrade_list.h"
 #include "features/kvMAP1905_netCtrl.h"
 #include "features/wifi_clients/client_report.h"
 #include "features/wifi_clients/local_stations.h"
 #include "features/wifi_clients/neighbor_table.h"
 #include "frame/file.h"
 #include "frame/local_files.h"
-#include "frame/main_loop.h"
+#include "periodic_tasks.h"
 #include "frame/vendor_data.h"
 #include "protocol/kvMAP1905_message.h"
 #include "protocol/message_row.h"
@@ -289,7 +290,7 @@ void call(ScriptedDevice &device, ScriptWords &in) {
 // "all": with every periodic task due.
 void runMainLoop(ScriptedDevice &device, ScriptWords &in) {
     if (in.accept("all")) {
-        kv::schedule().clear();
+        kv::resetPeriodicTasks();
         data_model_time_stamp = 0;
     }
     device.result = kvMAP1905_MainLoop();
@@ -415,7 +416,7 @@ void forgetDevice(ScriptedDevice &device, ScriptWords &in) {
     const auto found = device.host.devices.find(in.mac());
     std::free(found->second->security.secData);
     if (found->first != kLocal) {
-        kv::FreeStations()(found->second->wifiNbrHead);
+        kv::FreeLinked()(found->second->wifiNbrHead);
     }
     device.host.devices.erase(found);
 }

@@ -1,25 +1,17 @@
-// Payloads of the configuration query and response.
+// Payload of the configuration response. The query is the target payload.
 //
-// Query, 6 bytes:     0  6  AL MAC of the agent being asked
-// Response:           0  6  AL MAC of the answering agent
+//                     0  6  AL MAC of the answering agent
 //                     6  1  attribute count N
 //                     7     N attributes: type (1), length L (2, big-endian), value (L)
 #pragma once
 
 #include <cstdint>
 
-#include "frame/memory.h"
 #include "kv1905/kvMAP1905.h"
 #include "protocol/byte_reader.h"
 #include "protocol/byte_writer.h"
 
 namespace kv {
-
-inline constexpr uint16_t kConfQueryLen = KV_MAC_LEN;
-
-struct KvConfQueryData {
-    uint8_t alMac[KV_MAC_LEN];
-};
 
 // A received value longer than attrValue is cut to it; attrLen is what is left.
 struct KvConfAttr {
@@ -36,9 +28,6 @@ struct KvConfRespData {
 
 // Bytes of a response on the wire.
 uint32_t confRespLen(const KvConfRespData &response);
-
-uint16_t parseConfQueryMsgData(ByteReader &payload, KvVendMsg &msg);
-int genConfQueryMsgData(const KvVendMsg &msg, ByteWriter &writer);
 
 uint16_t parseConfRespMsgData(ByteReader &payload, KvVendMsg &msg);
 int genConfRespMsgData(const KvVendMsg &msg, ByteWriter &writer);

@@ -7,7 +7,7 @@
 #include <ctime>
 
 #include "features/config_exchange/config_codec.h"
-#include "features/device_control/firmware.h"
+#include "features/device_control/firmware_upgrade_list.h"
 #include "features/wifi_clients/wifi_state.h"
 #include "frame/host_table.h"
 #include "frame/local_files.h"
@@ -176,8 +176,8 @@ int sendResponseTo(const uint8_t *destinationMac, const KvVendMsg &msg, uint16_t
     return KV_RET_OK;
 }
 
-// Stores a received attribute in its field. Types that are not in the table are skipped, and so is a one-byte
-// attribute that carries no byte; a text is cut to its field.
+// Stores a received attribute in its field. Types that are not in the table are skipped, a text is cut to its field,
+// and a one-byte attribute without its byte is 0.
 void store(KvDevVendorData &dev, const uint8_t *alMac, const KvConfAttr &attribute) {
     const Attribute *row = findAttribute(attribute.attrType);
     if (row == nullptr) {
@@ -188,8 +188,6 @@ void store(KvDevVendorData &dev, const uint8_t *alMac, const KvConfAttr &attribu
         const size_t length = std::min<size_t>(attribute.attrLen, row->size - 1u);
         std::memcpy(field, attribute.attrValue, length);
         field[length] = '\0';
-    } else if (attribute.attrLen == 0) {
-        return;
     } else {
         *field = row->kind == Kind::Flag ? attribute.attrValue[0] != 0 : attribute.attrValue[0];
     }

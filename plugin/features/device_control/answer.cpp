@@ -1,18 +1,22 @@
 #include "features/device_control/answer.h"
 
-#include "features/device_control/control_codec.h"
 #include "frame/log.h"
 #include "frame/result_file.h"
 #include "protocol/kvMAP1905_message.h"
 #include "protocol/message_row.h"
+#include "protocol/shared_payloads.h"
 #include "transport/send.h"
 
 namespace kv {
 
+int sendAnswer(const KvRecvVendTlv *source, uint16_t msgId, const KvVendMsg &msg) {
+    return sendUnicast(source->srcMac, &msgId, &msg);
+}
+
 int sendResultMsg(const KvRecvVendTlv *source, uint16_t msgId, uint16_t responseType, uint32_t result) {
     KvResultData record = result;
     const KvVendMsg msg = makeVendMsg(responseType, kResultLen, &record);
-    return sendUnicast(source->srcMac, &msgId, &msg);
+    return sendAnswer(source, msgId, msg);
 }
 
 int sendCommandRespMsg(const KvRecvVendTlv *source, uint16_t msgId, uint32_t result) {

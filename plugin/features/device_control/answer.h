@@ -7,6 +7,10 @@
 
 namespace kv {
 
+// Sends msg to the request's source under its msgId; what the host makes of the identifier is not read. 0 or
+// KV_RET_ERR.
+int sendAnswer(const KvRecvVendTlv *source, uint16_t msgId, const KvVendMsg &msg);
+
 // Sends a result payload of that type to the request's source under its msgId. 0 or KV_RET_ERR.
 int sendResultMsg(const KvRecvVendTlv *source, uint16_t msgId, uint16_t responseType, uint32_t result);
 

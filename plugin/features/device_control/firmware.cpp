@@ -1,7 +1,5 @@
 #include "features/device_control/firmware.h"
 
-#include <unistd.h>
-
 #include <cstring>
 
 #include "features/device_control/answer.h"
@@ -9,7 +7,6 @@
 #include "frame/file.h"
 #include "frame/host_table.h"
 #include "frame/log.h"
-#include "frame/memory.h"
 #include "protocol/message_row.h"
 
 int32_t State_fw_is_download = kv::FW_STATE_NONE;
@@ -25,11 +22,6 @@ char FW_file_date[128] = {};
 namespace kv {
 
 namespace {
-
-FirmwareUpgradeList upgradeList;
-
-constexpr unsigned kWriteDelay = 1;  // seconds
-constexpr char kListLine[] = "%02x:%02x:%02x:%02x:%02x:%02x\n";
 
 // The agent's copy of a URL, its terminator included; a longer one is answered with KV_RET_ERR.
 constexpr size_t kUrlTextLen = 1024;
@@ -47,51 +39,51 @@ uint32_t carryOut(const KvFWCtrlReq &request) {
     return static_cast<uint32_t>(kvFWCtrl(request.FWOption, request.FWTopoOption, url));
 }
 
-// The guard of reboot and reset is entered only after a finished download.
-void startUpgrade() {
-    Download_and_upgrade = 0;
+// Enters the guard of reboot and reset only after a finished download.
+bool mayStartUpgrade() {
     if (State_fw_is_download != FW_STATE_FINISH_DOWNLOAD_FW) {
         LOG_DEVICE(KV_LOG_DEBUG, "State_fw_is_download is not FW_STATE_FINISH_DOWNLOAD_FW\n");
-        return;
+        return false;
     }
     if (State_fw_upgrade == FW_STATE_FW_UPGRADE) {
         LOG_DEVICE(KV_LOG_DEBUG, "State_fw_upgrade is FW_STATE_FW_UPGRADE\n");
-        return;
+        return false;
     }
-    State_fw_upgrade = FW_STATE_FW_UPGRADE;
-    updateKvFWUpgradeStatus(FW_STATE_FW_UPGRADE);
+    return true;
 }
 
+// A step of an upgrade and the states that it sets to its result.
 struct UpgradeStep {
     int32_t result;
     const char *name;
-    void (*apply)();
+    bool setsDownload;
+    bool setsUpgrade;
 };
 
 constexpr UpgradeStep kSteps[] = {
-    {FW_STATE_NONE, "Failed",
-     [] {
-         State_fw_is_download = FW_STATE_NONE;
-         State_fw_upgrade = FW_STATE_NONE;
-         updateKvFWUpgradeStatus(FW_STATE_NONE);
-     }},
-    {FW_STATE_DOWNLOAD_FW, "FW finsh start",
-     [] {
-         State_fw_is_download = FW_STATE_DOWNLOAD_FW;
-         updateKvFWUpgradeStatus(FW_STATE_DOWNLOAD_FW);
-     }},
-    {FW_STATE_FINISH_DOWNLOAD_FW, "FW finsh download",
-     [] {
-         State_fw_is_download = FW_STATE_FINISH_DOWNLOAD_FW;
-         updateKvFWUpgradeStatus(FW_STATE_FINISH_DOWNLOAD_FW);
-     }},
-    {FW_STATE_FW_UPGRADE, "FW_STATE_FW_UPGRADE", startUpgrade},
-    {FW_STATE_FINISH_UPGRADE_FW, "FW finsh upgrade",
-     [] {
-         State_fw_upgrade = FW_STATE_FINISH_UPGRADE_FW;
-         updateKvFWUpgradeStatus(FW_STATE_FINISH_UPGRADE_FW);
-     }},
+    {FW_STATE_NONE, "Failed", true, true},
+    {FW_STATE_DOWNLOAD_FW, "FW finsh start", true, false},
+    {FW_STATE_FINISH_DOWNLOAD_FW, "FW finsh download", true, false},
+    {FW_STATE_FW_UPGRADE, "FW_STATE_FW_UPGRADE", false, true},
+    {FW_STATE_FINISH_UPGRADE_FW, "FW finsh upgrade", false, true},
 };
+
+void applyStep(const UpgradeStep &step) {
+    LOG_PLAIN(KV_LOG_DEBUG, "Set FW result: %s\n", step.name);
+    if (step.result == FW_STATE_FW_UPGRADE) {
+        Download_and_upgrade = 0;
+        if (!mayStartUpgrade()) {
+            return;
+        }
+    }
+    if (step.setsDownload) {
+        State_fw_is_download = step.result;
+    }
+    if (step.setsUpgrade) {
+        State_fw_upgrade = step.result;
+    }
+    updateKvFWUpgradeStatus(step.result);
+}
 
 }  // namespace
 
@@ -119,9 +111,7 @@ int handleFWCtrlRespMsg(uint16_t msgId, KvVendMsg *msg) {
 int setKvFWresult(int32_t result) {
     for (const UpgradeStep &step : kSteps) {
         if (step.result == result) {
-            LOG_PLAIN(KV_LOG_DEBUG, "Set FW result: %s\n", step.name);
-            step.apply();
-            break;
+            applyStep(step);
         }
     }
     return KV_RET_OK;
@@ -168,141 +158,6 @@ int recordNewFirmware(int result) {
 
 int32_t checkFWIsUpgradeNow() {
     return State_fw_upgrade;
-}
-
-int FirmwareUpgradeList::add(const uint8_t *alMac, int32_t status) {
-    writeFile();
-    if (alMac == nullptr) {
-        return KV_RET_ERR;
-    }
-    LOG_DEVICE(KV_LOG_DEBUG, "the new firmware upgrade status %d\n", status);
-    if (status != FW_STATE_FW_UPGRADE && status != FW_STATE_FINISH_UPGRADE_FW) {
-        return KV_RET_ERR;
-    }
-    if (find(alMac) != nullptr) {
-        LOG_PLAIN(KV_LOG_DEBUG, "Find AlMac " KV_MAC "\n", KV_MAC_BYTES(alMac));
-        return KV_RET_ERR;
-    }
-    FWalmacEntry *entry = append();
-    if (entry == nullptr) {
-        return KV_RET_ERR;
-    }
-    std::memcpy(entry->alMac, alMac, sizeof entry->alMac);
-    writeFile();
-    return KV_RET_OK;
-}
-
-// A new entry at the tail, or null when memory or the count runs out.
-FWalmacEntry *FirmwareUpgradeList::append() {
-    if (head_ == nullptr) {
-        head_ = allocateRecord<FWalmacHead>().release();
-    }
-    if (head_ == nullptr || head_->count == UINT16_MAX) {
-        return nullptr;
-    }
-    FWalmacEntry *entry = allocateRecord<FWalmacEntry>().release();
-    if (entry == nullptr) {
-        return nullptr;
-    }
-    FWalmacEntry **link = &head_->first;
-    while (*link != nullptr) {
-        entry->previous = *link;
-        link = &(*link)->next;
-    }
-    *link = entry;
-    ++head_->count;
-    return entry;
-}
-
-int FirmwareUpgradeList::remove(const uint8_t *alMac) {
-    writeFile();
-    if (alMac == nullptr) {
-        return KV_RET_ERR;
-    }
-    LOG_DEVICE(KV_LOG_DEBUG, "remove firmware upgrade AlMac " KV_MAC "\n", KV_MAC_BYTES(alMac));
-    FWalmacEntry *entry = find(alMac);
-    if (entry == nullptr) {
-        LOG_PLAIN(KV_LOG_DEBUG, "Not find AlMac " KV_MAC "\n", KV_MAC_BYTES(alMac));
-        writeFile();
-        return KV_RET_ERR;
-    }
-    (entry->previous == nullptr ? head_->first : entry->previous->next) = entry->next;
-    if (entry->next != nullptr) {
-        entry->next->previous = entry->previous;
-    }
-    std::free(entry);
-    --head_->count;
-    writeFile();
-    return KV_RET_OK;
-}
-
-FWalmacEntry *FirmwareUpgradeList::find(const uint8_t *alMac) const {
-    if (alMac == nullptr || head_ == nullptr) {
-        return nullptr;
-    }
-    FWalmacEntry *entry = head_->first;
-    while (entry != nullptr && !sameMac(entry->alMac, alMac)) {
-        entry = entry->next;
-    }
-    return entry;
-}
-
-void FirmwareUpgradeList::clear() {
-    while (head_ != nullptr && head_->first != nullptr) {
-        FWalmacEntry *entry = head_->first;
-        head_->first = entry->next;
-        std::free(entry);
-    }
-    std::free(head_);
-    head_ = nullptr;
-}
-
-void FirmwareUpgradeList::writeFile() const {
-    if (head_ == nullptr || head_->first == nullptr) {
-        std::remove(kFirmwareListPath);
-        return;
-    }
-    if (isWritten()) {
-        return;
-    }
-    sleep(kWriteDelay);
-    const File file = openFile(kFirmwareListPath, "w");
-    if (file == nullptr) {
-        return;
-    }
-    LOG_DEVICE(KV_LOG_INFO, "update firmware file %s\n", kFirmwareListPath);
-    for (const FWalmacEntry *entry = head_->first; entry != nullptr; entry = entry->next) {
-        kos_fpk(file.get(), kListLine, KV_MAC_BYTES(entry->alMac));
-    }
-}
-
-// Every configuration response asks for a write: a neighbour that repeats itself must not stop the host each time.
-bool FirmwareUpgradeList::isWritten() const {
-    const File file = openFile(kFirmwareListPath, "r");
-    if (file == nullptr) {
-        return false;
-    }
-    ConfigLine line;
-    for (const FWalmacEntry *entry = head_->first; entry != nullptr; entry = entry->next) {
-        char expected[sizeof line];
-        kos_snprintf(expected, sizeof expected, kListLine, KV_MAC_BYTES(entry->alMac));
-        if (!readLine(file.get(), line) || std::strcmp(line, expected) != 0) {
-            return false;
-        }
-    }
-    return !readLine(file.get(), line);
-}
-
-FirmwareUpgradeList &firmwareUpgradeList() {
-    return upgradeList;
-}
-
-int addKvFWupgradealmac(const uint8_t *alMac, int32_t status) {
-    return upgradeList.add(alMac, status);
-}
-
-int rmKvFWupgradealmac(const uint8_t *alMac) {
-    return upgradeList.remove(alMac);
 }
 
 }  // namespace kv

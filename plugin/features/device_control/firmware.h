@@ -30,42 +30,4 @@ int recordNewFirmware(int result);
 // The upgrade state, State_fw_upgrade.
 int32_t checkFWIsUpgradeNow();
 
-struct FWalmacEntry {
-    FWalmacEntry *previous;
-    FWalmacEntry *next;
-    uint8_t alMac[KV_MAC_LEN];
-};
-
-struct FWalmacHead {
-    uint16_t count;
-    FWalmacEntry *first;
-};
-
-// Agents that reported an upgrade in progress or finished, oldest first, mirrored in a file. Each write of entries
-// waits a second first, so a change blocks the caller for up to two; a file that already tells the list stays.
-class FirmwareUpgradeList {
-  public:
-    // status: FW_STATE_*; only 4 and 5 are listed. KV_RET_ERR for others, for a duplicate, without an AL MAC or memory.
-    int add(const uint8_t *alMac, int32_t status);
-    // KV_RET_ERR when it is not listed.
-    int remove(const uint8_t *alMac);
-    FWalmacEntry *find(const uint8_t *alMac) const;
-    uint16_t count() const { return head_ == nullptr ? 0 : head_->count; }
-    void clear();
-    void writeFile() const;
-
-  private:
-    FWalmacEntry *append();
-    bool isWritten() const;
-
-    FWalmacHead *head_ = nullptr;  // exists from the first addition on
-};
-
-FirmwareUpgradeList &firmwareUpgradeList();
-
-inline constexpr char kFirmwareListPath[] = "/tmp/kv1905_FWupgrade";
-
-int addKvFWupgradealmac(const uint8_t *alMac, int32_t status);
-int rmKvFWupgradealmac(const uint8_t *alMac);
-
 }  // namespace kv

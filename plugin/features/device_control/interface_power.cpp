@@ -12,7 +12,6 @@
 #include "protocol/kvMAP1905_message.h"
 #include "protocol/message_row.h"
 #include "transport/outstanding_queries.h"
-#include "transport/send.h"
 #include "transport/tracked_query.h"
 
 namespace kv {
@@ -136,7 +135,7 @@ int handleIntfPwrStateQueryMsg(const KvRecvVendTlv *source, uint16_t msgId) {
     KvIntfPwrStateRec report = reportStates(*list);
     list.reset();
     const KvVendMsg msg = makeVendMsg(VEND_MSG_TYPE_INTF_PWR_STATE_RESP, powerStateRespLen(report.count), &report);
-    if (sendUnicast(source->srcMac, &msgId, &msg) != KV_RET_OK) {
+    if (sendAnswer(source, msgId, msg) != KV_RET_OK) {
         return KV_RET_ERR;
     }
     LOG_MSG(KV_LOG_DEBUG, "transmit vendor msgId %04x\n", msgId);
@@ -170,7 +169,7 @@ int handleIntfPwrCtrlReqMsg(const KvRecvVendTlv *source, uint16_t msgId, KvVendM
         return sendCommandRespMsg(source, msgId, overallResult(response));
     }
     const KvVendMsg answer = makeVendMsg(VEND_MSG_TYPE_INTF_PWR_CTRL_RESP, powerCtrlRespLen(response.count), &response);
-    const int sent = sendUnicast(source->srcMac, &msgId, &answer);
+    const int sent = sendAnswer(source, msgId, answer);
     LOG_MSG(KV_LOG_DEBUG, "transmit vendor msgId %04x\n", msgId);
     return sent;
 }

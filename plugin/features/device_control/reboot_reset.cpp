@@ -1,11 +1,11 @@
 #include "features/device_control/reboot_reset.h"
 
 #include "features/device_control/answer.h"
-#include "features/device_control/control_codec.h"
 #include "features/kvMAP1905_netCtrl.h"
 #include "frame/log.h"
 #include "frame/vendor_data.h"
 #include "protocol/message_row.h"
+#include "protocol/shared_payloads.h"
 
 namespace kv {
 
@@ -30,21 +30,12 @@ uint32_t judgeReboot(const uint8_t *target) {
 // What differs between the two resets.
 struct Reset {
     uint16_t responseType;
-    void (*printUnsupported)();
+    const char *name;
     int (*act)();
 };
 
-void printResetUnsupported() {
-    PRINT_DEVICE("unsupport reset function\n");
-}
-
-void printPartialResetUnsupported() {
-    PRINT_DEVICE("unsupport partial reset function\n");
-}
-
-constexpr Reset kReset = {VEND_MSG_TYPE_RESET_DEFAULT_RESP, printResetUnsupported, kvResetToDefault};
-constexpr Reset kPartialReset = {VEND_MSG_TYPE_PARTIAL_RESET_DEFAULT_RESP, printPartialResetUnsupported,
-                                 kvPartialResetToDefault};
+constexpr Reset kReset = {VEND_MSG_TYPE_RESET_DEFAULT_RESP, "reset", kvResetToDefault};
+constexpr Reset kPartialReset = {VEND_MSG_TYPE_PARTIAL_RESET_DEFAULT_RESP, "partial reset", kvPartialResetToDefault};
 
 uint32_t judgeReset(const Reset &reset, const uint8_t *target) {
     if (!sameMac(target, getMAPAlMac())) {
@@ -52,7 +43,7 @@ uint32_t judgeReset(const Reset &reset, const uint8_t *target) {
         return KV_RET_NOT_FOUND;
     }
     if (getEnableRebootFromNbrCap() == 0) {  // one capability for reboot and resets
-        reset.printUnsupported();
+        PRINT_DEVICE("unsupport %s function\n", reset.name);
         return KV_RET_ERR;
     }
     return KV_RET_OK;
@@ -79,10 +70,10 @@ int handleReset(const Reset &reset, const KvRecvVendTlv *source, uint16_t msgId,
     return reset.act();
 }
 
-// name: "reset to default" or "partial reset to default".
-int handleResetResponse(const char *name, uint16_t msgId, const KvVendMsg *msg) {
+int handleResetResponse(const Reset &reset, uint16_t msgId, const KvVendMsg *msg) {
     const uint32_t result = resultOf(msg);
-    LOG_MSG(KV_LOG_DEBUG, "received %s response msgId %04x, result %d\n", name, msgId, static_cast<int>(result));
+    LOG_MSG(KV_LOG_DEBUG, "received %s to default response msgId %04x, result %d\n", reset.name, msgId,
+            static_cast<int>(result));
     reportResult(result);
     return KV_RET_OK;
 }
@@ -119,7 +110,7 @@ int handleResetDefaultReqMsg(const KvRecvVendTlv *source, uint16_t msgId, KvVend
 }
 
 int handleResetDefaultRespMsg(uint16_t msgId, KvVendMsg *msg) {
-    return handleResetResponse("reset to default", msgId, msg);
+    return handleResetResponse(kReset, msgId, msg);
 }
 
 int handlePartialResetDefaultReqMsg(const KvRecvVendTlv *source, uint16_t msgId, KvVendMsg *msg, unsigned origin) {
@@ -127,7 +118,7 @@ int handlePartialResetDefaultReqMsg(const KvRecvVendTlv *source, uint16_t msgId,
 }
 
 int handlePartialResetDefaultRespMsg(uint16_t msgId, KvVendMsg *msg) {
-    return handleResetResponse("partial reset to default", msgId, msg);
+    return handleResetResponse(kPartialReset, msgId, msg);
 }
 
 }  // namespace kv

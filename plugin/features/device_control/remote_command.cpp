@@ -1,30 +1,21 @@
 #include "features/device_control/remote_command.h"
 
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 
 #include "features/device_control/answer.h"
-#include "features/device_control/control_codec.h"
 #include "frame/log.h"
+#include "frame/mac_text.h"
 #include "frame/memory.h"
 #include "protocol/message_row.h"
+#include "protocol/shared_payloads.h"
 #include "transport/receive.h"
 
 namespace kv {
 
 namespace {
 
-struct FreeWords {
-    void operator()(KvCommandWord *word) const {
-        while (word != nullptr) {
-            KvCommandWord *next = word->next;
-            std::free(word);
-            word = next;
-        }
-    }
-};
-using WordList = std::unique_ptr<KvCommandWord, FreeWords>;
+using WordList = std::unique_ptr<KvCommandWord, FreeLinked>;
 
 // The words of text, which is split in place. False when one does not fit, or memory runs out.
 bool splitWords(char *text, WordList &words, unsigned &count) {
@@ -32,8 +23,13 @@ bool splitWords(char *text, WordList &words, unsigned &count) {
     char *rest = nullptr;
     for (const char *part = strtok_r(text, " ", &rest); part != nullptr; part = strtok_r(nullptr, " ", &rest)) {
         const size_t length = std::strlen(part);
+        if (length >= sizeof KvCommandWord::text) {
+            LOG_DEVICE(KV_LOG_WARNING, "command word of %zu characters is too long\n", length);
+            return false;
+        }
         auto word = allocateRecord<KvCommandWord>();
-        if (word == nullptr || length >= sizeof word->text) {
+        if (word == nullptr) {
+            LOG_DEVICE(KV_LOG_ERROR, "allocate memory fail for a command word\n");
             return false;
         }
         std::memcpy(word->text, part, length);
@@ -53,28 +49,27 @@ long decimal(const KvCommandWord *word) {
     return std::strtol(word->text, nullptr, 10);
 }
 
-// Null words stand for words that the text does not have.
+// Null words are words that the text does not have.
 const KvCommandWord *after(const KvCommandWord *word) {
     return word == nullptr ? nullptr : word->next;
 }
 
-// Six fields of one or two hexadecimal digits and nothing else: the word names who is to be rebooted.
-bool readMac(const KvCommandWord *word, uint8_t *mac) {
-    if (word == nullptr) {
-        return false;
+// Reads a MAC word into a zero-filled mac, which it leaves when the word does not match: the command is then another
+// device's, and answered as such.
+void readMac(const KvCommandWord *word, uint8_t *mac) {
+    uint8_t parsed[KV_MAC_LEN];
+    if (scanMac(word->text, parsed)) {
+        std::memcpy(mac, parsed, sizeof parsed);
     }
-    const size_t length = std::strlen(word->text);
-    int end = 0;
-    const int fields = std::sscanf(word->text, "%2hhx:%2hhx:%2hhx:%2hhx:%2hhx:%2hhx%n", &mac[0], &mac[1], &mac[2],
-                                   &mac[3], &mac[4], &mac[5], &end);
-    return fields == KV_MAC_LEN && static_cast<size_t>(end) == length &&
-           std::strspn(word->text, "0123456789abcdefABCDEF:") == length;
 }
 
 // The steps that every copy has in common: message type, record, AL MAC.
 template <typename Record>
 Owned<Record> startRequest(KvVendMsg *msg, uint16_t type, const KvCommandWord *word, bool logNoMemory = false) {
     msg->msgType = type;
+    if (word == nullptr) {
+        return nullptr;
+    }
     auto record = allocateRecord<Record>();
     if (record == nullptr) {
         if (logNoMemory) {
@@ -82,9 +77,7 @@ Owned<Record> startRequest(KvVendMsg *msg, uint16_t type, const KvCommandWord *w
         }
         return nullptr;
     }
-    if (!readMac(word, record->alMac)) {
-        return nullptr;
-    }
+    readMac(word, record->alMac);
     LOG_MSG(KV_LOG_DEBUG, "copy command data AlMac " KV_MAC "\n", KV_MAC_BYTES(record->alMac));
     return record;
 }
@@ -125,9 +118,10 @@ int copyCommand_Set_Power_Ctrl(unsigned wordCount, const KvCommandWord *word, Kv
         KvIntfPwrCtrlEntry &entry = request->entries[i];
         const KvCommandWord *mac = after(word);
         word = after(mac);
-        if (word == nullptr || !readMac(mac, entry.mac)) {
+        if (word == nullptr) {
             return KV_RET_ERR;
         }
+        readMac(mac, entry.mac);
         entry.mediaType = static_cast<uint16_t>(std::strtoul(word->text, nullptr, 16));
         LOG_PLAIN(KV_LOG_DEBUG, "Interface Mac " KV_MAC ", mediaType = %x\n", KV_MAC_BYTES(entry.mac), entry.mediaType);
     }
@@ -198,7 +192,6 @@ int handleCommandReqMsg(const KvRecvVendTlv *source, uint16_t msgId, KvVendMsg *
     WordList words;
     unsigned count = 0;
     if (!splitWords(text, words, count)) {
-        LOG_DEVICE(KV_LOG_WARNING, "command word is too long, or memory ran out\n");
         return KV_RET_ERR;
     }
     const int parsed = parseCommand(count, words.get(), msg);  // request is gone from here on

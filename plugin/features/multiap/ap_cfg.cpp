@@ -45,6 +45,15 @@ constexpr SubElement kSubElements[] = {
 // What the parser without a length may look at: the vendor ID, sub-elements 1 to 4.
 constexpr size_t kInOrderLen = sizeof kVendorId + 3 + 3 + 4 + 4;
 
+// Logs a call with a null argument.
+bool isNull(const uint8_t *data, const KvBssInfo *bss) {
+    if (data != nullptr && bss != nullptr) {
+        return false;
+    }
+    LOG_AP_CFG(KV_LOG_ERROR, "multiap extension attr without data or BSS information\n");
+    return true;
+}
+
 bool readVendorId(ByteReader &data) {
     uint8_t vendorId[sizeof kVendorId] = {};
     data.copyTo(vendorId, sizeof vendorId);
@@ -109,7 +118,17 @@ int wantedBand(uint8_t bandIndex) {
 }
 
 constexpr int kRadios = 2;
-constexpr size_t kRadioDigit = 2;  // in "wl0..."
+
+// Value of "wlRADIO_SETTING", or of "wlRADIO.BSS_SETTING" for a virtual BSS; null when it is not set.
+const char *radioSetting(int radioIndex, unsigned bss, const char *setting) {
+    char name[32];
+    if (bss == 0) {
+        std::snprintf(name, sizeof name, "wl%d_%s", radioIndex, setting);
+    } else {
+        std::snprintf(name, sizeof name, "wl%d.%u_%s", radioIndex, bss, setting);
+    }
+    return nvram_get(name);
+}
 
 RememberedRadio radio;
 
@@ -117,18 +136,11 @@ constexpr unsigned bssNumber(uint8_t bandIndex) {
     return bandIndex & 0x0F;
 }
 
-// Behind ID and length of sub-element 1, which comes first in every attribute that this system writes.
+// After ID and length of sub-element 1, which comes first in every attribute that this system writes.
 constexpr size_t kBandIndexOffset = 2;
 
 void initExtAttribute(uint8_t bandIndex, KvBssInfo &bss) {
-    const int index = radio.indexFor(bandIndex);
-    char name[32] = "wl0_extattr";
-    if (bssNumber(bandIndex) == 0) {
-        name[kRadioDigit] = static_cast<char>('0' + index);
-    } else {
-        std::snprintf(name, sizeof name, "wl%d.%u_extattr", index, bssNumber(bandIndex));
-    }
-    if (const char *value = nvram_get(name)) {
+    if (const char *value = radioSetting(radio.indexFor(bandIndex), bssNumber(bandIndex), "extattr")) {
         bss.ExtAttribute = static_cast<uint8_t>(std::atoi(value));
     }
 }
@@ -152,7 +164,7 @@ int setApConfiguration(void *) {
 int fillApConfiguration(uint8_t *attribute, const KvBssInfo *bss) {
     LOG_AP_CFG(KV_LOG_DEBUG, "Enter.\n");
     logBssInfo(bss);
-    if (attribute == nullptr || bss == nullptr) {
+    if (isNull(attribute, bss)) {
         return 0;
     }
     ByteWriter writer(attribute, kAttributeLen);
@@ -172,10 +184,10 @@ int fillApConfiguration(uint8_t *attribute, const KvBssInfo *bss) {
     return static_cast<int>(kAttributeLen);
 }
 
-int parseApConfiguration(const uint8_t *data, KvBssInfo *bss) {
+int parseInOrder(const uint8_t *data, KvBssInfo *bss) {
     LOG_AP_CFG(KV_LOG_DEBUG, "Enter.\n");
     ByteReader elements(data, kInOrderLen);
-    if (bss == nullptr || !readVendorId(elements)) {
+    if (isNull(data, bss) || !readVendorId(elements)) {
         return kFailed;
     }
     for (const SubElement &row : kSubElements) {
@@ -192,10 +204,10 @@ int parseApConfiguration(const uint8_t *data, KvBssInfo *bss) {
     return 0;
 }
 
-int parseApConfiguration(const uint8_t *data, uint32_t len, KvBssInfo *bss) {
+int parseWithLength(const uint8_t *data, uint32_t len, KvBssInfo *bss) {
     LOG_AP_CFG(KV_LOG_DEBUG, "Enter.\n");
     ByteReader elements(data, len);
-    if (bss == nullptr || !readVendorId(elements)) {
+    if (isNull(data, bss) || !readVendorId(elements)) {
         return kFailed;
     }
     initFromBandByte(elements, *bss);
@@ -213,9 +225,7 @@ int RememberedRadio::indexFor(uint8_t bandIndex) {
     }
     const int wanted = wantedBand(bandIndex);
     for (int candidate = 0; candidate < kRadios; ++candidate) {
-        char name[] = "wl0_nband";
-        name[kRadioDigit] = static_cast<char>('0' + candidate);
-        const char *band = nvram_get(name);
+        const char *band = radioSetting(candidate, 0, "nband");
         if (band != nullptr && std::atoi(band) == wanted) {
             index_ = candidate;
             break;
@@ -229,9 +239,8 @@ RememberedRadio &rememberedRadio() {
 }
 
 int initParameters(const uint8_t *subElements, KvBssInfo *bss) {
-    ByteReader elements(subElements, kBandIndexOffset + 1);
-    if (bss != nullptr) {
-        initFromBandByte(elements, *bss);
+    if (!isNull(subElements, bss)) {
+        initFromBandByte(ByteReader(subElements, kBandIndexOffset + 1), *bss);
     }
     return 0;
 }

@@ -63,8 +63,12 @@ int updateCountryInBeacon(const char *ifname, const char *countryCode, const cha
 
     char command[128];
     const int length = kos_snprintf(command, sizeof command, "wl -i %s country_abbrev_override \"%s\"", ifname, value);
-    if (!isShellSafe(ifname) || !isCountryText(value) || length < 0 || static_cast<size_t>(length) >= sizeof command) {
+    if (!isShellSafe(ifname) || !isCountryText(value)) {
         LOG_DEVICE(KV_LOG_ERROR, "interface %s or country %s must not reach a shell, wl is not run\n", ifname, value);
+        return 0;
+    }
+    if (length < 0 || static_cast<size_t>(length) >= sizeof command) {
+        LOG_DEVICE(KV_LOG_ERROR, "interface %s and country %s are too long, wl is not run\n", ifname, value);
         return 0;
     }
     if (kos_formsys(kSilentShell, command) == -1) {

@@ -17,7 +17,6 @@ constexpr uint8_t kElementType = 0xC0;
 constexpr size_t kHeaderLen = 7;  // OUI, type, length, count
 constexpr size_t kEntryLen = 9;
 constexpr char kBackhaulIfname[] = "wl0.5";  // the one BSS that must have an MDID
-constexpr char kNvramCommand[] = "nvram show | grep mdid > /tmp/.kv1905_nvram_tmp";
 
 MdidCache cache;
 
@@ -88,7 +87,7 @@ const KvMdidInterface *MdidCache::find(const uint8_t *bssid) const {
 }
 
 bool MdidCache::fill(KvMdidInterfaceList &list) {
-    if (stale_) {
+    if (mdidCacheStale_) {
         return false;
     }
     for (uint32_t i = 0; i < list.InterfaceNumberOfEntries; ++i) {
@@ -97,7 +96,7 @@ bool MdidCache::fill(KvMdidInterfaceList &list) {
                   KV_MAC_BYTES(entry.bssid));
         const KvMdidInterface *known = find(entry.bssid);
         if (known == nullptr) {
-            stale_ = true;
+            mdidCacheStale_ = true;
             LOG_PLAIN(KV_LOG_ERROR, "[TLV] can't find bssid to update mdid!!!\n");
             return false;
         }
@@ -112,7 +111,7 @@ bool MdidCache::fill(KvMdidInterfaceList &list) {
 
 void MdidCache::store(const KvMdidInterfaceList &list) {
     list_ = list;
-    stale_ = false;
+    mdidCacheStale_ = false;
 }
 
 MdidCache &mdidCache() {
@@ -120,25 +119,25 @@ MdidCache &mdidCache() {
 }
 
 int updateMdid(KvMdidInterfaceList *list) {
-    if (list == nullptr || !hasUsableCount(*list)) {
+    if (list == nullptr) {
+        LOG_MSG(KV_LOG_ERROR, "invalid input value when update MDID\n");
+        return kFailed;
+    }
+    if (!hasUsableCount(*list)) {
         return kFailed;
     }
     if (cache.fill(*list)) {
         return 0;
     }
-    runCommand(kNvramCommand);
-    File dump = openFile(kNvramScratchPath, "r");
-    if (dump == nullptr) {
+    bool isFilled = false;
+    if (!readOutput("nvram show | grep mdid", kNvramScratchPath,
+                    [&](std::FILE *dump) { isFilled = fillFromDump(dump, *list); })) {
         return 0;
     }
-    const bool filled = fillFromDump(dump.get(), *list);
-    dump.reset();
-    std::remove(kNvramScratchPath);
-    if (!filled) {
-        return kFailed;
+    if (isFilled) {
+        cache.store(*list);
     }
-    cache.store(*list);
-    return 0;
+    return isFilled ? 0 : kFailed;
 }
 
 int insertMdidTlv(uint8_t *buffer, uint32_t *length, KvMdidInterfaceList *list) {
@@ -146,7 +145,7 @@ int insertMdidTlv(uint8_t *buffer, uint32_t *length, KvMdidInterfaceList *list) 
         LOG_MSG(KV_LOG_ERROR, "invalid input value when insert MDID\n");
         return kFailed;
     }
-    if (!hasUsableCount(*list) || updateMdid(list) != 0) {
+    if (updateMdid(list) != 0) {
         return kFailed;
     }
     const uint32_t count = list->InterfaceNumberOfEntries;

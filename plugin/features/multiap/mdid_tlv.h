@@ -23,7 +23,7 @@ class MdidCache {
     const KvMdidInterface *find(const uint8_t *bssid) const;
 
     KvMdidInterfaceList list_ = {};
-    bool stale_ = true;
+    bool mdidCacheStale_ = true;
 };
 
 MdidCache &mdidCache();

@@ -4,7 +4,6 @@
 #include <cstdio>
 #include <cstring>
 
-#include "features/device_control/control_codec.h"
 #include "features/multiap/settings_sync_codec.h"
 #include "frame/config_service.h"
 #include "frame/log.h"
@@ -81,29 +80,6 @@ void storePassword(KcfgInstanceIndex &index, RdmNatIntfSetting &account, const u
 }
 
 }  // namespace
-
-int sendSyncCtrlSettingReq(const uint8_t *alMac, int command) {
-    if (command != kSyncPassword && command != kSyncCountry) {
-        LOG_MSG(KV_LOG_DEBUG, "unsupport command %d\n", command);
-        return KV_RET_ERR;
-    }
-    if (alMac == nullptr) {
-        LOG_MSG(KV_LOG_ERROR, "sync setting request without an AL MAC\n");
-        return KV_RET_ERR;
-    }
-    const uint16_t type =
-        command == kSyncPassword ? VEND_MSG_TYPE_SYNC_CTRL_PWD_REQ : VEND_MSG_TYPE_SYNC_CTRL_COUNTRY_BCN_REQ;
-    LOG_MSG(KV_LOG_DEBUG, "send vendor msg %04x to " KV_MAC "\n", type, KV_MAC_BYTES(alMac));
-    KvTargetData target = {};
-    std::memcpy(target.alMac, alMac, sizeof target.alMac);
-    const KvVendMsg msg = makeVendMsg(type, kTargetLen, &target);
-    uint16_t msgId = 0;
-    if (sendUnicast(alMac, &msgId, &msg) != KV_RET_OK) {
-        LOG_MSG(KV_LOG_WARNING, "fail send vendor msg %04x to " KV_MAC "\n", type, KV_MAC_BYTES(alMac));
-        return KV_RET_ERR;
-    }
-    return KV_RET_OK;
-}
 
 int handleSyncControllerPwdReqMsg(const KvRecvVendTlv *source, uint16_t msgId) {
     LOG_MSG(KV_LOG_DEBUG, "received vendor msg %04x msgId(%04x) to " KV_MAC "\n", VEND_MSG_TYPE_SYNC_CTRL_PWD_REQ,

@@ -8,12 +8,6 @@
 
 namespace kv {
 
-// What an agent can ask its controller for.
-enum { kSyncPassword = 0, kSyncCountry = 1 };
-
-// 0 when the request was handed to the host; no answer is awaited or asked for again.
-int sendSyncCtrlSettingReq(const uint8_t *alMac, int command);
-
 // Controller: read the own password and answer with it, scrambled. 0 or KV_RET_ERR.
 int handleSyncControllerPwdReqMsg(const KvRecvVendTlv *source, uint16_t msgId);
 

@@ -6,6 +6,7 @@
 #include "features/multiap/password_sync.h"
 #include "frame/log.h"
 #include "frame/shell.h"
+#include "protocol/shared_payloads.h"
 
 namespace kv {
 
@@ -25,13 +26,13 @@ uint16_t parseSyncCtrlerPwdMsgData(ByteReader &payload, KvVendMsg &) {
 }
 
 int genSyncCtrlerPwdMsgData(const KvVendMsg &msg, ByteWriter &writer) {
-    const auto *data = static_cast<const SyncCtrlerPwdMsgData *>(msg.payload);
-    if (data == nullptr || data->pwdLen > kMaxPwdLen) {
+    const auto &data = recordOf<SyncCtrlerPwdMsgData>(msg);
+    if (data.pwdLen > kMaxPwdLen) {
         return KV_RET_ERR;
     }
-    writer.bytes(data->alMac, sizeof data->alMac);
-    writer.u16(data->pwdLen);
-    writer.bytes(data->pwd, sizeof data->pwd);
+    writer.bytes(data.alMac, sizeof data.alMac);
+    writer.u16(data.pwdLen);
+    writer.bytes(data.pwd, sizeof data.pwd);
     return KV_RET_OK;
 }
 
@@ -59,13 +60,13 @@ uint16_t parseSyncCtrlerCountryMsgData(ByteReader &payload, KvVendMsg &) {
 }
 
 int genSyncCtrlerCountryMsgData(const KvVendMsg &msg, ByteWriter &writer) {
-    const auto *data = static_cast<const SyncCtrlerCountryMsgData *>(msg.payload);
-    if (data == nullptr || data->countryLen > kMaxCountryLen) {
+    const auto &data = recordOf<SyncCtrlerCountryMsgData>(msg);
+    if (data.countryLen > kMaxCountryLen) {
         return KV_RET_ERR;
     }
-    writer.bytes(data->alMac, sizeof data->alMac);
-    writer.u8(data->countryLen);
-    writer.bytes(data->country, data->countryLen);
+    writer.bytes(data.alMac, sizeof data.alMac);
+    writer.u8(data.countryLen);
+    writer.bytes(data.country, data.countryLen);
     return KV_RET_OK;
 }
 

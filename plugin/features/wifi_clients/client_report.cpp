@@ -26,18 +26,7 @@ struct WIFIClientMsgChunk {
     char text[kMaxFramedRecord + 1];
 };
 
-void freeWIFIClientdata(WIFIClientMsgChunk *queue) {
-    while (queue != nullptr) {
-        WIFIClientMsgChunk *next = queue->next;
-        std::free(queue);
-        queue = next;
-    }
-}
-
-struct FreeQueue {
-    void operator()(WIFIClientMsgChunk *queue) const { freeWIFIClientdata(queue); }
-};
-using Queue = std::unique_ptr<WIFIClientMsgChunk, FreeQueue>;
+using Queue = std::unique_ptr<WIFIClientMsgChunk, FreeLinked>;
 
 // Frames the record of each station. False when memory runs out.
 bool fillQueue(Queue &queue, const WIFINeighborEntry *station) {

@@ -182,9 +182,6 @@ uint16_t parseWifiClientMsgData(ByteReader &payload, KvVendMsg &msg) {
 
 int genWifiClientMsgData(const KvVendMsg &msg, ByteWriter &writer) {
     const auto *record = static_cast<const KvWifiClientMsg *>(msg.payload);
-    if (record == nullptr) {
-        return KV_RET_ERR;
-    }
     if (!sameMac(record->alMac, msg.alMac)) {
         PRINT_TLV("generate AlMac " KV_MAC " is unequal to " KV_MAC "!!!\n", KV_MAC_BYTES(record->alMac),
                   KV_MAC_BYTES(msg.alMac));

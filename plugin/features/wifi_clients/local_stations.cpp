@@ -122,7 +122,7 @@ void LocalStations::removeAll() {
     if (record_ != nullptr && record_->wifiNbrHead == WIFINeighborHead) {
         shown_ = WIFINeighborHead;  // freed when the host has been given another one
     } else {
-        FreeStations()(WIFINeighborHead);
+        FreeLinked()(WIFINeighborHead);
     }
     WIFINeighborHead = nullptr;
     WIFINbrNum = 0;
@@ -146,14 +146,14 @@ void LocalStations::publish() {
     if (record_ != nullptr) {
         record_->wifiNbrHead = WIFINeighborHead;
     }
-    FreeStations()(shown_);
+    FreeLinked()(shown_);
     shown_ = nullptr;
 }
 
 void LocalStations::clear() {
     record_ = nullptr;
     removeAll();
-    FreeStations()(shown_);
+    FreeLinked()(shown_);
     shown_ = nullptr;
 }
 

@@ -78,7 +78,8 @@ int kvGetWIFIConfig(WIFINeighborList *list);
 int kvGetWIFIStaData(const uint8_t *mac, WIFINeighborEntry *out);
 
 // A copy of the local list, which the caller owns. Stations that are interfaces of known devices carry the device's AL
-// MAC. 0, or 16 when memory runs out: the entries copied so far then hang from list, whose count stays 0.
+// MAC. 0, with an empty list when the view of the local list cannot be allocated; 16 without memory for an entry: the
+// entries copied so far then hang from list, whose count stays 0.
 int kvGetWIFIConfdata(WIFINeighborList *list);
 
 }  // namespace kv

@@ -5,13 +5,13 @@
 #include "features/wifi_clients/local_stations.h"
 #include "frame/log.h"
 #include "frame/memory.h"
+#include "protocol/shared_payloads.h"
 #include "transport/send.h"
 
 namespace kv {
 
 namespace {
 
-constexpr uint16_t kRequestLen = KV_MAC_LEN;
 constexpr size_t kMeasurementLen = 17;
 constexpr uint8_t kUnknownRssi = 0xA6;  // -90 dBm
 constexpr uint8_t kInResponse = 0x00;
@@ -53,16 +53,10 @@ bool measure(KvRssiMeasurement &measurement, int &result) {
 }  // namespace
 
 uint16_t parseRssiMeasurementReq(ByteReader &payload, KvIntelVendMsg &msg) {
-    auto request = allocateRecord<KvRssiMeasurement>();
-    if (request == nullptr) {
-        return 0;
-    }
-    payload.copyTo(request->staMac, sizeof request->staMac);
-    if (!payload.ok()) {
-        return 0;
-    }
-    msg.payload = request.release();
-    return kRequestLen;
+    return decodeRecord<KvRssiMeasurement>(payload, msg, [&](KvRssiMeasurement &request) {
+        payload.copyTo(request.staMac, sizeof request.staMac);
+        return true;
+    });
 }
 
 size_t genRssiMeasurementResp(const KvRssiMeasurement *payload, ByteWriter &writer) {

@@ -10,21 +10,13 @@
 
 namespace kv {
 
-struct FreeStations {
-    void operator()(WIFINeighborEntry *first) const {
-        while (first != nullptr) {
-            WIFINeighborEntry *next = first->next;
-            std::free(first);
-            first = next;
-        }
-    }
-};
-using StationList = std::unique_ptr<WIFINeighborEntry, FreeStations>;
+using StationList = std::unique_ptr<WIFINeighborEntry, FreeLinked>;
 
-// Frees the entries that hang from the view, however many it counts, and the view. A null view is ignored.
+// Frees the entries that hang from the view, however many it counts, and the view: freewifiMsgData frees the same,
+// because a whole view counts all its entries. A null view is ignored.
 inline void freeWIFINeighborList(WIFINeighborList *list) {
     if (list != nullptr) {
-        FreeStations()(list->head);
+        FreeLinked()(list->head);
         std::free(list);
     }
 }
@@ -37,10 +29,10 @@ using OwnedStations = std::unique_ptr<WIFINeighborList, FreeStationView>;
 
 // An empty view, or null when memory runs out.
 inline OwnedStations newStations() {
-    return OwnedStations(allocateRecord<WIFINeighborList>().release());
+    return allocateRecord<WIFINeighborList, FreeStationView>();
 }
 
-// Copies all that is told of a station: everything but mac, next and lastSeen.
+// Copies the values of a station: everything but mac, next and lastSeen.
 inline void copyFigures(WIFINeighborEntry &to, const WIFINeighborEntry &from) {
     WIFINeighborEntry copy = from;
     copy.next = to.next;

@@ -1,7 +1,6 @@
 #include "features/wifi_clients/wifi_state.h"
 
 #include <algorithm>
-#include <cstring>
 
 #include "features/wifi_clients/local_stations.h"
 #include "features/wifi_clients/neighbor_table.h"
@@ -33,11 +32,8 @@ int sendWifiStateQuery(const uint8_t *alMac) {
         return KV_RET_ERR;
     }
     LOG_MSG(KV_LOG_DEBUG, "send WiFi state query to " KV_MAC "\n", KV_MAC_BYTES(alMac));
-    uint8_t target[KV_MAC_LEN];
-    std::memcpy(target, alMac, sizeof target);
-    const KvVendMsg msg = makeVendMsg(VEND_MSG_TYPE_WIFI_STATE_REQ, sizeof target, target);
     uint16_t msgId = 0;
-    if (sendUnicast(alMac, &msgId, &msg) != KV_RET_OK) {
+    if (sendTarget(alMac, VEND_MSG_TYPE_WIFI_STATE_REQ, &msgId) != KV_RET_OK) {
         LOG_MSG(KV_LOG_WARNING, "fail send WiFi state query to " KV_MAC "\n", KV_MAC_BYTES(alMac));
         return KV_RET_ERR;
     }
@@ -58,7 +54,7 @@ int handleWifiStateReqMsg(const KvRecvVendTlv *source, uint16_t msgId) {
     }
     if (kvGetWIFIConfdata(stations.get()) != KV_RET_OK) {
         LOG_PLAIN(KV_LOG_ERROR, "Allocate memory failed for WiFiStateReq\n");
-        return KV_RET_ERR;  // rather no answer than one that tells of no stations
+        return KV_RET_ERR;  // a partial list is not sent
     }
     uint32_t rest = stations->count;
     chunk->head = stations->head;

@@ -60,9 +60,6 @@ uint16_t parseWifiStateRespMsgData(ByteReader &payload, KvVendMsg &msg) {
 
 int genWifiStateRespMsgData(const KvVendMsg &msg, ByteWriter &writer) {
     const auto *list = static_cast<const WIFINeighborList *>(msg.payload);
-    if (list == nullptr) {
-        return KV_RET_ERR;
-    }
     writer.u8(static_cast<uint8_t>(list->count));
     const WIFINeighborEntry *station = list->head;
     for (uint32_t i = 0; i < list->count && writer.ok(); ++i, station = station->next) {

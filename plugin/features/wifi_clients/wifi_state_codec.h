@@ -1,6 +1,6 @@
 // Payloads of the Wi-Fi state messages.
 //
-// Type 8, request: a target (control_codec.h), the AL MAC of the queried agent, which does not compare it.
+// Type 8, request: a target (shared_payloads.h), the AL MAC of the queried agent, which does not compare it.
 //
 // Type 9, response: offset 0  1  N, number of stations, then N times, big-endian:
 //                      +0  6  MAC of the station, or AL MAC of the device that it belongs to
