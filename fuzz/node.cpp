@@ -46,8 +46,9 @@ void checkShown(std::string_view text) {
 // What is told of a vendor message: in a trace, and as a complaint.
 void checkTold(ByteView value) {
     const ExactBlock exact(Bytes(value.begin(), value.end()));
-    checkShown(traceLine(Direction::In, "peer", 1, {exact.data(), exact.size()}));
-    checkShown(faultOf({exact.data(), exact.size()}));
+    const VendorMessage message = readVendorMessage({exact.data(), exact.size()});
+    checkShown(traceLine(Direction::In, "peer", 1, message));
+    checkShown(message.fault.value_or(""));
 }
 
 struct World {

@@ -135,13 +135,14 @@ void Daemon::readFrames(size_t port) {
 
 void Daemon::receiveVendorTlv(const VendorTlv &tlv) {
     const std::string source = tlv.source.text();
-    if (options_.trace) printTrace(Direction::In, source, tlv.msgId, tlv.value);
+    const VendorMessage message = readVendorMessage(tlv.value);
+    if (options_.trace) printTrace(Direction::In, source, tlv.msgId, message);
     // The plug-in's own line about a message that it refuses does not contain the source.
-    if (const std::string fault = faultOf(tlv.value); !fault.empty()) {
-        malformed_.log(KV_LOG_WARNING, EventLoop::now(), "%s: vendor message from %s: %s", tlv.interface.c_str(),
-                       source.c_str(), fault.c_str());
+    if (message.fault) {
+        malformed_.log(KV_LOG_WARNING, EventLoop::now(), "%s: vendor message from %s: %s malformed: %s",
+                       tlv.interface.c_str(), source.c_str(), message.name.c_str(), message.fault->c_str());
     }
-    if (plugin_) plugin_->receive(tlv, onboarding_->controller(), EventLoop::now());
+    if (plugin_) plugin_->receive(tlv, message, onboarding_->controller(), EventLoop::now());
 }
 
 // Does what node and JSON file have to do now and comes back when they have more.

@@ -75,8 +75,9 @@ void PluginSide::everySecond(TimePoint now) {
     polling_.run(node_.topology(), now);
 }
 
-void PluginSide::receive(const VendorTlv &tlv, const std::optional<MacAddress> &controller, TimePoint now) {
-    if (!guard_.admits(tlv, controller, node_.topology(), now)) return;
+void PluginSide::receive(const VendorTlv &tlv, const VendorMessage &message,
+                         const std::optional<MacAddress> &controller, TimePoint now) {
+    if (!guard_.admits(tlv, message, controller, node_.topology(), now)) return;
     KvRecvVendTlv received{};
     std::copy(tlv.source.bytes.begin(), tlv.source.bytes.end(), received.srcMac);
     received.value = tlv.value.data();
@@ -205,7 +206,7 @@ int PluginSide::sendVendor(Reach reach, const KvVendMsgDest &dest, uint16_t *msg
         const std::string peer = reach == Reach::Unicast      ? destination.text()
                                  : reach == Reach::Neighbours ? "multicast"
                                                               : "relayed multicast";
-        printTrace(Direction::Out, peer + (sent ? "" : " (not sent)"), *id, value);
+        printTrace(Direction::Out, peer + (sent ? "" : " (not sent)"), *id, readVendorMessage(value));
     }
     return sent ? KV_RET_OK : KV_RET_ERR;
 }

@@ -25,8 +25,9 @@ class PluginSide final : private PluginHost {
     // Has the plug-in begin, which may call everything that the constructor was given.
     void start();
     void everySecond(TimePoint now);
-    // Hands the TLV to the plug-in, unless the settings guard refuses it.
-    void receive(const VendorTlv &tlv, const std::optional<MacAddress> &controller, TimePoint now);
+    // Hands the TLV, read as `message`, to the plug-in, unless the settings guard refuses it.
+    void receive(const VendorTlv &tlv, const VendorMessage &message, const std::optional<MacAddress> &controller,
+                 TimePoint now);
     // Sends this agent's configuration by relayed multicast.
     void announceConfiguration();
     CommandEffect runCommand(uint32_t code, void *buffer);

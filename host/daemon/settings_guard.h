@@ -9,6 +9,7 @@
 #include "daemon/log.h"
 #include "daemon/options.h"
 #include "daemon/topology.h"
+#include "daemon/vendor_message.h"
 #include "daemon/vendor_tlv.h"
 
 namespace kv1905d {
@@ -42,15 +43,15 @@ class SettingsGuard {
     explicit SettingsGuard(SettingsFrom from) : from_(from) {}
 
     /*
-     * Whether a vendor-specific TLV may reach the plug-in. `controller`: the network's, nothing while none is known.
-     * Refused are
+     * Whether a vendor-specific TLV, read as `message`, may reach the plug-in. `controller`: the network's, nothing
+     * while none is known. Refused are
      *  - what changes this device, unless the controller or this device itself says it (SettingsFrom::Controller),
      *  - this device's own configuration as told by others,
      *  - stations of a device that has more than its even share of kMaxStations, once that many are known,
      *  - costly questions that come too fast, but not the controller's.
      */
-    bool admits(const VendorTlv &tlv, const std::optional<MacAddress> &controller, const Topology &topology,
-                TimePoint now);
+    bool admits(const VendorTlv &tlv, const VendorMessage &message, const std::optional<MacAddress> &controller,
+                const Topology &topology, TimePoint now);
 
     // Messages refused since the start.
     uint64_t refused() const { return refused_; }

@@ -59,7 +59,7 @@ class GuardTest : public testing::Test {
     }
     bool admits(SettingsGuard &guard, const MacAddress &source, const Bytes &value,
                 const std::optional<MacAddress> &controller = kController, TimePoint now = kNow) const {
-        return guard.admits({source, "eth0", value, 0}, controller, topology_, now);
+        return guard.admits({source, "eth0", value, 0}, readVendorMessage(value), controller, topology_, now);
     }
     uint32_t &stationsOf(const MacAddress &alMac) {
         return topology_.update({{alMac, {}}, {}, {}}, kNow)->vendor.data()->wifiNbrNum;

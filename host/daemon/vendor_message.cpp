@@ -1,0 +1,279 @@
+#include "daemon/vendor_message.h"
+
+#include <algorithm>
+#include <charconv>
+#include <cstdio>
+#include <iterator>
+
+#include "ieee1905/topology_tlvs.h"
+#include "kv1905/vendor_messages.h"
+#include "result_names.h"
+
+namespace kv1905d {
+namespace {
+
+template <typename... Values>
+std::string formatted(const char *format, Values... values) {
+    char text[64];
+    std::snprintf(text, sizeof text, format, values...);
+    return text;
+}
+
+std::string counted(size_t count, const char *noun) {
+    return std::to_string(count) + " " + noun + (count == 1 ? "" : "s");
+}
+
+std::string quoted(ByteView bytes) {
+    std::string text = "\"";
+    for (const uint8_t byte : bytes) {
+        const bool plain = byte >= 0x20 && byte < 0x7F && byte != '"' && byte != '\\';
+        text += plain ? std::string(1, static_cast<char>(byte)) : formatted("\\x%02x", byte);
+    }
+    return text + '"';
+}
+
+// Bytes of a message and what is said about them. Reading past the end yields zero and counts what was missing.
+class Payload {
+  public:
+    explicit Payload(ByteView data) : reader_(data) {}
+
+    ByteView take(size_t count) {
+        const size_t present = std::min(count, reader_.remaining());
+        missing_ += count - present;
+        return reader_.bytes(present);
+    }
+    // A number above the limit is one that receivers refuse.
+    unsigned number(size_t width, unsigned limit = 0xFFFF) {
+        unsigned value = 0;
+        for (const uint8_t byte : take(width))
+            value = value << 8 | byte;
+        if (value > limit) fail(formatted("%u is above the limit of %u", value, limit));
+        return value;
+    }
+    MacAddress mac() {
+        const ByteView bytes = take(6);
+        return bytes.size() == 6 ? MacAddress::copyOf(bytes.data()) : MacAddress{};
+    }
+    size_t remaining() const { return reader_.remaining(); }
+
+    void say(const std::string &word) { words_ += (words_.empty() ? "" : " ") + word; }
+    void fail(const std::string &fault) {
+        if (!fault_) fault_ = fault;
+    }
+    const std::string &words() const { return words_; }
+    std::optional<std::string> fault() const {
+        if (missing_ > 0) return counted(missing_, "byte") + " too short";
+        return fault_;
+    }
+    bool isWhole() const { return missing_ == 0; }
+
+  private:
+    WireReader reader_;
+    size_t missing_ = 0;
+    std::string words_;
+    std::optional<std::string> fault_;
+};
+
+// ---- Parts of a layout: each reads its bytes and says what matters in them.
+
+using Part = void (*)(Payload &);
+
+struct CodeName {
+    unsigned code;
+    const char *name;
+};
+constexpr CodeName kPowerStates[] = {{0, "on"}, {1, "power save"}, {2, "off"}, {255, "not known"}};
+
+template <size_t Size>
+std::string nameOf(const CodeName (&names)[Size], unsigned code, const char *unknown) {
+    const auto at = std::find_if(names, names + Size, [&](const CodeName &each) { return each.code == code; });
+    return at == names + Size ? formatted(unknown, code) : at->name;
+}
+
+void target(Payload &in) {
+    in.say("for " + in.mac().text());
+}
+
+void station(Payload &in) {
+    in.say("of " + in.mac().text());
+}
+
+template <size_t Size>
+void skipped(Payload &in) {
+    in.take(Size);
+}
+
+void result(Payload &in) {
+    const unsigned code = in.number(1);
+    const auto *at = std::find_if(std::begin(kResultMeanings), std::end(kResultMeanings),
+                                  [code](const Meaning &each) { return each.code == code; });
+    in.say(std::to_string(code) + " (" + (at == std::end(kResultMeanings) ? "unknown" : at->text) + ")");
+}
+
+void attributes(Payload &in) {
+    const unsigned count = in.number(1);
+    in.say(counted(count, "attribute"));
+    for (unsigned i = 0; i < count; ++i) {
+        in.take(1);  // type
+        in.take(in.number(2));
+    }
+}
+
+template <size_t EntrySize>
+void interfaces(Payload &in) {
+    const unsigned count = in.number(1, 30);
+    in.say(counted(count, "interface"));
+    in.take(count * EntrySize);
+}
+
+void stations(Payload &in) {
+    const unsigned count = in.number(1);
+    in.say(counted(count, "station"));
+    in.take(size_t{count} * 24);
+}
+
+void powerState(Payload &in) {
+    in.say(nameOf(kPowerStates, in.number(1), "power state %u"));
+}
+
+void firmware(Payload &in) {
+    in.say(formatted("option %u", in.number(1)));
+    in.take(in.number(2, 1 + 1023));  // topology option and URL
+}
+
+void ledOption(Payload &in) {
+    in.say(in.number(1) == 0 ? "off" : "on");
+}
+
+template <size_t Width, unsigned Limit>
+void writtenText(Payload &in) {
+    in.say(quoted(in.take(in.number(Width, Limit))));
+}
+
+void password(Payload &in) {
+    in.say("password of " + counted(in.number(2, 255), "byte"));
+    in.take(256);  // scrambled
+}
+
+// Three digits, then as many characters; a NUL ends the text.
+void stationRecords(Payload &in) {
+    const ByteView whole = in.take(in.number(2, 1300));
+    Payload records(whole.first(static_cast<size_t>(std::find(whole.begin(), whole.end(), 0) - whole.begin())));
+    size_t count = 0;
+    for (; records.remaining() > 0; ++count) {
+        const ByteView digits = records.take(3);
+        const char *begin = reinterpret_cast<const char *>(digits.data()), *end = begin + digits.size();
+        unsigned length = 0;
+        const bool isNumber = std::from_chars(begin, end, length).ptr == end;
+        records.take(length);
+        if (!isNumber || length > 513 || !records.isWhole())
+            return in.fail(formatted("record %zu does not fit", count + 1));
+    }
+    in.say(counted(count, "station"));
+}
+
+void measurement(Payload &in) {
+    station(in);
+    in.take(6);  // zero, two rates
+    in.say(formatted("%d dBm", static_cast<int8_t>(in.number(1))));
+    in.take(4);
+}
+
+// ---- Messages: a row per type.
+
+struct Row {
+    unsigned type;
+    Part layout[3];
+    Guarded guarded = Guarded::No;
+};
+
+constexpr Row kVendorRows[] = {
+    {VEND_MSG_TYPE_CONF_QUERY, {target}, Guarded::Question},
+    {VEND_MSG_TYPE_CONF_RESP, {skipped<6>, attributes}, Guarded::Configuration},
+    {VEND_MSG_TYPE_INTF_PWR_STATE_QUERY, {target}},
+    {VEND_MSG_TYPE_INTF_PWR_STATE_RESP, {skipped<6>, interfaces<9>}},
+    {VEND_MSG_TYPE_REBOOT_REQ, {target}, Guarded::Setting},
+    {VEND_MSG_TYPE_REBOOT_RESP, {result}},
+    {VEND_MSG_TYPE_INTF_PWR_CTRL_REQ, {target, interfaces<8>, powerState}, Guarded::Setting},
+    {VEND_MSG_TYPE_INTF_PWR_CTRL_RESP, {interfaces<9>}},
+    {VEND_MSG_TYPE_WIFI_STATE_REQ, {target}},
+    {VEND_MSG_TYPE_WIFI_STATE_RESP, {stations}, Guarded::Stations},
+    {VEND_MSG_TYPE_FW_CTRL_REQ, {firmware}, Guarded::Setting},
+    {VEND_MSG_TYPE_FW_CTRL_RESP, {result}},
+    {VEND_MSG_TYPE_RESET_DEFAULT_REQ, {target}, Guarded::Setting},
+    {VEND_MSG_TYPE_RESET_DEFAULT_RESP, {result}},
+    {VEND_MSG_TYPE_COMMAND_REQ, {skipped<2>, writtenText<2, 2047>}, Guarded::Setting},
+    {VEND_MSG_TYPE_PARTIAL_RESET_DEFAULT_REQ, {target}, Guarded::Setting},
+    {VEND_MSG_TYPE_PARTIAL_RESET_DEFAULT_RESP, {result}},
+    {VEND_MSG_TYPE_COMMAND_RESP, {result}},
+    {VEND_MSG_TYPE_LED_CTRL_REQ, {target, ledOption}, Guarded::Setting},
+    {VEND_MSG_TYPE_LED_CTRL_MCAST, {target, ledOption}, Guarded::Setting},
+    {VEND_MSG_TYPE_LED_CTRL_RESP, {result}},
+    {VEND_MSG_TYPE_WIFI_CLIENT_MCAST2, {skipped<6>, stationRecords}, Guarded::Stations},
+    {VEND_MSG_TYPE_SYNC_CTRL_PWD_RESP, {skipped<6>, password}, Guarded::Setting},
+    {VEND_MSG_TYPE_SYNC_CTRL_PWD_REQ, {target}, Guarded::Question},
+    {VEND_MSG_TYPE_SYNC_CTRL_COUNTRY_BCN_REQ, {target}},
+    {VEND_MSG_TYPE_SYNC_CTRL_COUNTRY_BCN_RESP, {skipped<6>, writtenText<1, 4>}, Guarded::Setting},
+};
+
+constexpr Row kIntelRows[] = {
+    {INTEL_MSG_TYPE_RSSI_MEASUREMENT_REQ, {station}},
+    {INTEL_MSG_TYPE_RSSI_MEASUREMENT_RESP, {measurement}},
+    {INTEL_MSG_TYPE_RSSI_MEASUREMENT_NOTIFY, {measurement}},
+};
+
+// ---- Envelopes
+
+struct Family {
+    uint32_t oui;
+    size_t beforeType, typeSize, afterType;  // bytes
+    bool tellsLength;                        // of the payload, in two bytes before it
+    const char *unknown;
+    const char *(*nameOf)(unsigned type);  // null for an unknown type
+    std::span<const Row> rows;
+};
+
+constexpr Family kFamilies[] = {
+    {KV_VENDOR_OUI, 8, 2, 0, true, "unknown type %u", kvVendorMessageName, kVendorRows},
+    {KV_INTEL_OUI, 6, 1, 12, false, "unknown Intel type 0x%02x", kvIntelMessageName, kIntelRows},
+};
+
+VendorMessage read(const Family &family, ByteView body) {
+    VendorMessage message;
+    Payload envelope(body);
+    envelope.take(family.beforeType);
+    const unsigned type = envelope.number(family.typeSize);
+    if (!envelope.isWhole()) return {.name = "message without a type", .fault = envelope.fault()};
+    envelope.take(family.afterType);
+    const size_t length = family.tellsLength ? envelope.number(2) : envelope.remaining();
+    const bool hasEnvelope = envelope.isWhole();
+    Payload payload(envelope.take(length));
+    message.subject = Payload(payload).mac();
+    const char *name = family.nameOf(type);
+    message.name = name != nullptr ? name : formatted(family.unknown, type);
+    const auto row = std::find_if(family.rows.begin(), family.rows.end(), [&](const Row &r) { return r.type == type; });
+    if (row == family.rows.end()) {
+        payload.say(counted(payload.remaining(), "byte"));
+    } else {
+        if (hasEnvelope) message.guarded = row->guarded;
+        for (const Part part : row->layout) {
+            if (part != nullptr) part(payload);
+        }
+    }
+    message.words = payload.words();
+    message.fault = envelope.isWhole() ? payload.fault() : envelope.fault();
+    return message;
+}
+
+}  // namespace
+
+VendorMessage readVendorMessage(ByteView value) {
+    const std::optional<VendorSpecific> vendor = parseVendorSpecific(value);
+    if (!vendor) return {.name = "message without an OUI", .words = counted(value.size(), "byte")};
+    for (const Family &family : kFamilies) {
+        if (family.oui == vendor->oui) return read(family, vendor->data);
+    }
+    return {.name = formatted("message of OUI %06x", vendor->oui), .words = counted(vendor->data.size(), "byte")};
+}
+
+}  // namespace kv1905d
