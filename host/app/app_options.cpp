@@ -5,7 +5,6 @@
 #include "arguments.h"
 #include "daemon/options.h"
 #include "result_file.h"
-#include "view.h"
 
 namespace kv1905d {
 namespace {
@@ -23,8 +22,6 @@ struct Line {
     double timeout = kDefaultTimeout;
     uint32_t code = 0;  // to post
     bool noWait = false;
-    bool serve = false;
-    uint16_t port = kDefaultViewPort;
 };
 
 std::string exampleOf(const std::string &text) {
@@ -163,14 +160,12 @@ void declareOthers(Line &line) {
     show->add_option("al-mac", options.alMac, "The device to show");
     show->callback(sets(AppOptions::Action::Show, "show"));
 
-    CLI::App *view = declare(line, "view", "Draw the network as a web page", "--output mesh.html");
-    CLI::Option *serve =
-        view->add_flag("--serve", line.serve, "Serve the page on 127.0.0.1, always up to date [false]");
-    view->add_option("--output", options.output, "File to write the page to [standard output]")->excludes(serve);
-    view->add_option("--port", line.port, "Port to serve on, 0 for any")->needs(serve)->capture_default_str();
-    view->callback([&line, set = sets(AppOptions::Action::View, "view")] {
+    // Its words are the other program's, --help included.
+    CLI::App *view = declare(line, "view", "Draw the network as a web page; runs kv1905-view", "--output mesh.html");
+    view->fallthrough(false)->prefix_command()->set_help_flag();
+    view->callback([view, &options, set = sets(AppOptions::Action::View, "view")] {
         set();
-        if (line.serve) line.options.port = line.port;
+        options.arguments = view->remaining();
     });
 
     CLI::App *completion = declare(line, "completion", "Print a completion script", "bash > kv1905App.bash");

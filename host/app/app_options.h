@@ -15,13 +15,11 @@ struct AppOptions {
     Action action = Action::Run;
     std::string name;                      // of the command, as it is printed
     const ToolCommand *command = nullptr;  // for Run
-    std::vector<std::string> arguments;    // for Run
+    std::vector<std::string> arguments;    // for Run and View
     const CommandRow *post = nullptr;      // for Post
     std::string file;                      // for Post; empty: standard input
     std::string what;                      // for Show
     std::string alMac;                     // for Show
-    std::string output;                    // for View; empty: standard output
-    std::optional<uint16_t> port;          // for View: where to serve it; 0 is any
     std::string script;                    // for Complete: the text to print
     std::string dataModel;
     bool json = false;

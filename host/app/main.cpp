@@ -1,18 +1,20 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <ctime>
+#include <filesystem>
 #include <fstream>
 #include <iostream>
 #include <iterator>
 #include <string_view>
-#include <system_error>
+#include <vector>
 
 #include "app_options.h"
 #include "show.h"
-#include "view.h"
 
 namespace {
 
@@ -42,7 +44,21 @@ void warnIfStale(const std::string &dataModel) {
     if (!warning.empty()) std::fprintf(stderr, "kv1905App: warning: %s\n", warning.c_str());
 }
 
-std::optional<CommandResult> act(const AppOptions &options) {
+// The page is a program of its own next to this one: its web server brings libraries that no other command needs.
+[[noreturn]] void runView(const AppOptions &options) {
+    const std::string program = std::filesystem::read_symlink("/proc/self/exe").parent_path() / "kv1905-view";
+    std::vector<std::string> words{"kv1905-view", "--data-model", options.dataModel};
+    if (options.json) words.push_back("--json");
+    words.insert(words.end(), options.arguments.begin(), options.arguments.end());
+    std::vector<char *> argv;
+    for (std::string &word : words)
+        argv.push_back(word.data());
+    argv.push_back(nullptr);
+    execv(program.c_str(), argv.data());
+    throw Failure(Status::Failure, program + ": " + std::strerror(errno));
+}
+
+CommandResult act(const AppOptions &options) {
     switch (options.action) {
         case AppOptions::Action::Run:
             return runCommand(*options.command, options.arguments, options.run);
@@ -53,50 +69,34 @@ std::optional<CommandResult> act(const AppOptions &options) {
             warnIfStale(options.dataModel);
             break;
         case AppOptions::Action::View:
-            warnIfStale(options.dataModel);
-            if (options.port) {
-                serveView(options.dataModel, *options.port);
-            } else {
-                writeView(options.dataModel, options.output);
-            }
-            break;
+            runView(options);
         case AppOptions::Action::Complete:
             std::cout << options.script;
             break;
     }
     std::cout.flush();
     if (!std::cout) throw Failure(Status::Failure, "standard output cannot be written");
-    return std::nullopt;
-}
-
-CommandResult guarded(const AppOptions &options) {
-    try {
-        return act(options).value_or(CommandResult{Status::Success, "", {}, {}});
-    } catch (const Failure &failure) {
-        return {failure.status, failure.what(), {}, {}};
-    } catch (const std::system_error &error) {
-        const Status status = statusOf(error.code().value());
-        return {status, error.what() + std::string(status == Status::NoDaemon ? "; does kv1905d run?" : ""), {}, {}};
-    } catch (const std::exception &error) {
-        return {Status::Failure, error.what(), {}, {}};
-    }
+    return {Status::Success, "", {}, {}};
 }
 
 }  // namespace
 
 int main(int argc, char **argv) {
-    // The plug-in logs why it refuses arguments; the rest of what it has to say is no news to an operator.
+    // The plug-in logs why it refuses arguments; an operator needs nothing else of its log.
     setenv("KV_LOG_LEVEL", "4", 0);
+    std::string name;
+    // A line that is not understood may have the option all the same.
+    bool json = std::any_of(argv, argv + argc, [](std::string_view word) { return word == "--json"; });
+    CommandResult result;
     try {
         const std::optional<AppOptions> options = parseAppOptions(argc, argv);
         if (!options) return 0;
-        const CommandResult outcome = guarded(*options);
-        if (!outcome.meaning.empty()) print(outcome, options->name, options->json);
-        return static_cast<int>(outcome.status);
-    } catch (const Failure &failure) {
-        // The line was not understood, so the option is looked for among its words.
-        const bool json = std::any_of(argv, argv + argc, [](std::string_view word) { return word == "--json"; });
-        print({failure.status, failure.what(), {}, {}}, "", json);
-        return static_cast<int>(failure.status);
+        name = options->name;
+        json = options->json;
+        result = act(*options);
+    } catch (const std::exception &error) {
+        result = failureOf(error);
     }
+    if (!result.meaning.empty()) print(result, name, json);
+    return static_cast<int>(result.status);
 }

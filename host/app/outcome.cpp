@@ -5,6 +5,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <memory>
+#include <system_error>
 
 namespace kv1905d {
 namespace {
@@ -42,6 +43,13 @@ Status statusOf(int error) {
     return Status::Failure;
 }
 
+CommandResult failureOf(const std::exception &error) {
+    if (const auto *failure = dynamic_cast<const Failure *>(&error)) return {failure->status, failure->what(), {}, {}};
+    const auto *system = dynamic_cast<const std::system_error *>(&error);
+    const Status status = system == nullptr ? Status::Failure : statusOf(system->code().value());
+    return {status, error.what() + std::string(status == Status::NoDaemon ? "; does kv1905d run?" : ""), {}, {}};
+}
+
 void print(const CommandResult &result, const std::string &command, bool json) {
     if (json) return printJson(result, command);
     const std::string text =
@@ -50,7 +58,7 @@ void print(const CommandResult &result, const std::string &command, bool json) {
         std::puts(text.c_str());
     } else {
         const std::string prefix = command.empty() ? "" : command + ": ";
-        std::fprintf(stderr, "kv1905App: %s%s\n", prefix.c_str(), text.c_str());
+        std::fprintf(stderr, "%s: %s%s\n", program_invocation_short_name, prefix.c_str(), text.c_str());
     }
 }
 

@@ -24,7 +24,7 @@ inline constexpr const char *kStatusTexts[] = {
 static_assert(std::size(kStatusTexts) == static_cast<size_t>(Status::NotPermitted) + 1);
 
 struct CommandResult {
-    Status status;
+    Status status = Status::Success;
     std::string meaning;
     std::optional<uint8_t> code;  // an agent's result
     std::string target;           // AL MAC; empty when there is none
@@ -37,6 +37,9 @@ struct Failure : std::runtime_error {
 
 // What a failed system call means to the caller: files and sockets that are not there are the daemon's.
 Status statusOf(int error);
+
+// How a command ends with that error.
+CommandResult failureOf(const std::exception &error);
 
 // One line, or one JSON object, for that command; empty when none was understood.
 void print(const CommandResult &result, const std::string &command, bool json);

@@ -6,8 +6,8 @@
 
 #include "app/app_options.h"
 #include "app/show.h"
-#include "app/view.h"
 #include "host_support.h"
+#include "view/view.h"
 
 namespace kv1905d {
 namespace {
@@ -34,14 +34,12 @@ TEST(AppOptions, NamesNumbersAndWordsThatLookLikeOptions) {
     EXPECT_EQ(led->arguments, (Words{"MAC", "2"}));
     EXPECT_TRUE(led->json && !led->run.wait);
     EXPECT_EQ(parse({"post", "202", "file"})->post, findCommandRow(KV_CMD_SYNC_CTRL_PWD));
-    EXPECT_EQ(parse({"view", "--output", "f"})->port, std::nullopt);
-    EXPECT_EQ(parse({"view", "--serve"})->port, kDefaultViewPort);
+    EXPECT_EQ(parse({"view", "--output", "f", "--help"})->arguments, (Words{"--output", "f", "--help"}));
     const std::pair<std::vector<const char *>, const char *> bad[] = {{{}, "subcommand is required"},
                                                                       {{"nonsense"}, "unknown command 'nonsense'"},
                                                                       {{"--bogus"}, "unknown option '--bogus'"},
                                                                       {{"post", "999"}, "no command 999"},
-                                                                      {{"--timeout", "0", "reboot"}, "--timeout"},
-                                                                      {{"view", "--port", "80"}, "--serve"}};
+                                                                      {{"--timeout", "0", "reboot"}, "--timeout"}};
     for (const auto &[words, said] : bad) {
         const auto call = [&, words = words] { parse(words); };
         EXPECT_EQ(statusThrown(call), Status::BadArguments) << said;
@@ -82,6 +80,30 @@ TEST(Show, TablesAndListsOfWhatTheFileSays) {
     }
     unlink(kModel.c_str());
     EXPECT_EQ(statusThrown([&] { shown("devices"); }), Status::NoDaemon);
+}
+
+TEST(ViewOptions, ServeOnlyWhenAskedAndNameWhatIsWrong) {
+    const auto parseView = [](std::vector<std::string> words) {
+        std::vector<char *> argv;
+        words.insert(words.begin(), "kv1905-view");
+        for (std::string &word : words)
+            argv.push_back(word.data());
+        argv.push_back(nullptr);
+        return parseViewOptions(static_cast<int>(words.size()), argv.data());
+    };
+    EXPECT_EQ(parseView({"--output", "f"})->port, std::nullopt);
+    EXPECT_EQ(parseView({"--serve"})->port, kDefaultViewPort);
+    EXPECT_EQ(parseView({"--port", "0", "--serve"})->port, 0);
+    EXPECT_EQ(parseView({"--data-model", "a", "--json", "--data-model", "b"})->dataModel, "b");
+    const std::pair<std::vector<std::string>, const char *> bad[] = {
+        {{"--port", "80"}, "--serve"}, {{"--serve", "--port", "65536"}, "65535"},
+        {{"--bogus"}, "'--bogus'"},    {{"--serve", "--output", "f"}, "excludes"},
+        {{"--output"}, "'--output'"},  {{"page"}, "'page'"}};
+    for (const auto &[words, said] : bad) {
+        const auto call = [&, words = words] { parseView(words); };
+        EXPECT_EQ(statusThrown(call), Status::BadArguments) << said;
+        EXPECT_SAYS(said, errorOf(call));
+    }
 }
 
 TEST(ViewPage, WhatTheNetworkSaysEndsNoScriptAndFillsNoOtherPlace) {

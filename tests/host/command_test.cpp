@@ -150,10 +150,8 @@ CommandResult outcomeOf(const std::string &line, Duration timeout) {
     words.erase(words.begin());
     try {
         return runCommand(*command, words, {kPlugin, kSocket, kResultFile, timeout, true});
-    } catch (const Failure &failure) {
-        return {failure.status, failure.what(), {}, {}};
-    } catch (const std::system_error &error) {
-        return {statusOf(error.code().value()), error.what(), {}, {}};
+    } catch (const std::exception &error) {
+        return failureOf(error);
     }
 }
 

@@ -57,10 +57,8 @@ template <typename Call>
 Status statusThrown(const Call &call) {
     try {
         call();
-    } catch (const Failure &failure) {
-        return failure.status;
-    } catch (const std::system_error &error) {
-        return statusOf(error.code().value());
+    } catch (const std::exception &error) {
+        return failureOf(error).status;
     }
     return Status::Success;
 }

@@ -1,5 +1,3 @@
-#include "app/view.h"
-
 #include <fcntl.h>
 #include <json-c/json.h>
 
@@ -14,6 +12,7 @@
 #include "app/outcome.h"
 #include "daemon/data_model_file.h"
 #include "daemon/ethernet_port.h"
+#include "view/view.h"
 
 namespace kv1905d {
 namespace {

@@ -6,7 +6,7 @@
 #include <iostream>
 
 #include "app/outcome.h"
-#include "app/view.h"
+#include "view/view.h"
 
 namespace kv1905d {
 namespace {

@@ -1,4 +1,4 @@
-# Puts the page's parts into OUTPUT, a C++ source: cmake -DSOURCE=directory -DOUTPUT=file -P view_embed.cmake
+# Puts the page's parts into OUTPUT, a C++ source: cmake -DSOURCE=directory -DOUTPUT=file -P embed.cmake
 # The policy admits the style and the script by their hashes alone, so nothing else in the page can run.
 set(base64 ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/)
 
@@ -19,7 +19,7 @@ function(policy_hash file result)
   set(${result} "'sha256-${text}='" PARENT_SCOPE)
 endfunction()
 
-set(parts ${SOURCE}/view_page)
+set(parts ${SOURCE}/page)
 file(READ ${parts}.html page)
 file(READ ${parts}.css style)
 file(READ ${parts}.js script)
@@ -30,8 +30,8 @@ string(CONCAT policy "default-src 'none'; script-src ${script_hash}; style-src $
 foreach(part policy style script)
   string(REPLACE "{{${part}}}" "${${part}}" page "${page}")
 endforeach()
-file(WRITE ${OUTPUT} "// Made from view_page.html, view_page.css and view_page.js.
-#include \"app/view.h\"
+file(WRITE ${OUTPUT} "// Made from page.html, page.css and page.js.
+#include \"view/view.h\"
 
 namespace kv1905d {
 

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -9,6 +10,16 @@ namespace kv1905d {
 
 inline constexpr const char *kViewDataPath = "/data.json";
 inline constexpr uint16_t kDefaultViewPort = 1905;
+
+struct ViewOptions {
+    std::string dataModel;
+    std::string output;            // empty: standard output
+    std::optional<uint16_t> port;  // where to serve the page; 0 is any
+    bool json = false;             // failures as JSON
+};
+
+// Nothing when help or version was asked for and printed. Throws Failure.
+std::optional<ViewOptions> parseViewOptions(int argc, char **argv);
 
 // The page with its style and script in it, and places for what differs; and what it may load and run. Made by the
 // build.
