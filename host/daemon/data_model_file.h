@@ -35,9 +35,6 @@ struct DataModelView {
  */
 std::string dataModelJson(const DataModelView &view);
 
-// The text with every byte that is not valid UTF-8 replaced by U+FFFD.
-std::string validUtf8(const std::string &text);
-
 // Replace the file in one step; readers see the old text or the new. Throws std::system_error that names the file.
 void replaceFile(const std::string &path, const std::string &text);
 

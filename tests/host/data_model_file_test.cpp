@@ -7,6 +7,7 @@
 #include <fstream>
 #include <memory>
 
+#include "daemon/json.h"
 #include "host_support.h"
 
 namespace kv1905d {
