@@ -104,9 +104,7 @@ constexpr auto kRowOfType = [] {
 
 constexpr bool isSorted() {
     for (size_t i = 1; i < std::size(kRows); ++i) {
-        if (kRows[i - 1].type >= kRows[i].type) {
-            return false;
-        }
+        if (kRows[i - 1].type >= kRows[i].type) return false;
     }
     return std::size(kRows) < kNoRow;
 }
@@ -115,17 +113,13 @@ static_assert(isSorted(), "rows rise by type and are unique");
 }  // namespace
 
 const MessageRow *findMessageRow(uint16_t type) {
-    if (type >= VEND_MSG_TYPE_LIMIT || kRowOfType[type] == kNoRow) {
-        return nullptr;
-    }
+    if (type >= VEND_MSG_TYPE_LIMIT || kRowOfType[type] == kNoRow) return nullptr;
     return &kRows[kRowOfType[type]];
 }
 
 const IntelMessageRow *findIntelMessageRow(uint8_t type) {
     for (const IntelMessageRow &row : kIntelRows) {
-        if (row.type == type) {
-            return &row;
-        }
+        if (row.type == type) return &row;
     }
     return nullptr;
 }

@@ -45,9 +45,7 @@ Owned<Record> copyBuffer(const void *buffer) {
 // Every buffer with a target begins with its AL MAC.
 int checkTarget(const void *buffer) {
     const auto *alMac = static_cast<const uint8_t *>(buffer);
-    if (isInTopology(alMac)) {
-        return KV_RET_OK;
-    }
+    if (isInTopology(alMac)) return KV_RET_OK;
     LOG_DEVICE(KV_LOG_WARNING, "Not found " KV_MAC " in network topology\n", KV_MAC_BYTES(alMac));
     return KV_RET_NOT_FOUND;
 }
@@ -55,17 +53,13 @@ int checkTarget(const void *buffer) {
 int sendRequest(const uint8_t *alMac, uint16_t type, uint32_t payloadLen, void *payload) {
     const KvVendMsg msg = makeVendMsg(type, static_cast<uint16_t>(payloadLen), payload);
     uint16_t msgId = 0;
-    if (sendUnicast(alMac, &msgId, &msg) != KV_RET_OK) {
-        return KV_RET_ERR;
-    }
+    if (sendUnicast(alMac, &msgId, &msg) != KV_RET_OK) return KV_RET_ERR;
     LOG_MSG(KV_LOG_DEBUG, "transmit vendor msgId %04x\n", msgId);
     return KV_RET_OK;
 }
 
 int sendTargetRequest(const void *buffer, uint16_t type) {
-    if (const int missing = checkTarget(buffer); missing != KV_RET_OK) {
-        return missing;
-    }
+    if (const int missing = checkTarget(buffer); missing != KV_RET_OK) return missing;
     KvTargetData target;
     readBuffer(buffer, target);
     return sendRequest(target.alMac, type, kTargetLen, &target);
@@ -73,9 +67,7 @@ int sendTargetRequest(const void *buffer, uint16_t type) {
 
 void recordLedState(const uint8_t *alMac, bool isLocal, bool on) {
     KvDevVendorData *dev = deviceVendorData(isLocal ? nullptr : alMac);
-    if (dev == nullptr) {
-        return;
-    }
+    if (dev == nullptr) return;
     setText(dev->ledStatus, on ? "ON" : "OFF");
     writeJsonDataModel();
 }
@@ -92,16 +84,12 @@ bool readPassword(const char *text, SyncCtrlerPwdMsgData &data) {
     for (; *at >= '0' && *at <= '9' && count <= kMaxPwdLen; ++at) {
         count = count * 10 + static_cast<unsigned>(*at - '0');
     }
-    if (at == text || *at != ' ' || count > kMaxPwdLen) {
-        return false;
-    }
+    if (at == text || *at != ' ' || count > kMaxPwdLen) return false;
     ++at;
     for (unsigned i = 0; i < count; ++i, at += 2) {
         const int high = passwordDigit(at[0]);
         const int low = high < 0 ? -1 : passwordDigit(at[1]);
-        if (low < 0) {
-            return false;
-        }
+        if (low < 0) return false;
         data.pwd[i] = static_cast<uint8_t>(high << 4 | low);
     }
     data.pwdLen = static_cast<uint16_t>(count);
@@ -128,9 +116,7 @@ int handlePartialResetDefaultCmd(const void *buffer) {
 }
 
 int handleIntfPwrCtrlCmd(const void *buffer) {
-    if (const int missing = checkTarget(buffer); missing != KV_RET_OK) {
-        return missing;
-    }
+    if (const int missing = checkTarget(buffer); missing != KV_RET_OK) return missing;
     KvIntfPwrCtrlReq posted;
     readBuffer(buffer, posted);
     KvIntfPwrCtrlReq request = {};
@@ -142,13 +128,9 @@ int handleIntfPwrCtrlCmd(const void *buffer) {
 }
 
 int handleFWCtrlCmd(const void *buffer) {
-    if (const int missing = checkTarget(buffer); missing != KV_RET_OK) {
-        return missing;
-    }
+    if (const int missing = checkTarget(buffer); missing != KV_RET_OK) return missing;
     const auto request = copyBuffer<KvFWCtrlReq>(buffer);
-    if (request == nullptr) {
-        return KV_RET_ERR;
-    }
+    if (request == nullptr) return KV_RET_ERR;
     if (request->FWTopoOption == 0) {
         request->FWURLcount = 0;
     }
@@ -162,22 +144,16 @@ int handleLedCtrlCmd(const void *buffer) {
     if (isZeroMac(request.alMac)) {
         return KV_RET_OK;  // for everybody: agents would only log it, so nothing is sent
     }
-    if (const int missing = checkTarget(buffer); missing != KV_RET_OK) {
-        return missing;
-    }
+    if (const int missing = checkTarget(buffer); missing != KV_RET_OK) return missing;
     const bool isLocal = sameMac(request.alMac, getMAPAlMac());
     recordLedState(request.alMac, isLocal, request.ledOption != 0);
     return isLocal ? KV_RET_OK : sendRequest(request.alMac, VEND_MSG_TYPE_LED_CTRL_REQ, kLedCtrlLen, &request);
 }
 
 int handleRemoteCommandCmd(const void *buffer) {
-    if (const int missing = checkTarget(buffer); missing != KV_RET_OK) {
-        return missing;
-    }
+    if (const int missing = checkTarget(buffer); missing != KV_RET_OK) return missing;
     const auto request = copyBuffer<KvCommandReq>(buffer);
-    if (request == nullptr) {
-        return KV_RET_ERR;
-    }
+    if (request == nullptr) return KV_RET_ERR;
     return sendRequest(request->alMac, VEND_MSG_TYPE_COMMAND_REQ, commandReqLen(*request), request.get());
 }
 

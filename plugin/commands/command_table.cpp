@@ -30,9 +30,7 @@ constexpr CommandRow kCommands[] = {
 
 int dispatch(const void *buffer, uint32_t code) {
     for (const CommandRow &row : kCommands) {
-        if (row.code != code) {
-            continue;
-        }
+        if (row.code != code) continue;
         if (buffer == nullptr && row.readsBuffer) {
             LOG_DEVICE(KV_LOG_ERROR, "command %u without a buffer\n", code);
             return KV_RET_ERR;

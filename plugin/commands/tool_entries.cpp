@@ -38,17 +38,13 @@ constexpr long kLowestFWOption = 1;
 constexpr long kHighestFWOption = 7;
 
 bool checkCount(const ToolCommand &command, int argc) {
-    if (argc >= command.minArguments && argc <= command.maxArguments) {
-        return true;
-    }
+    if (argc >= command.minArguments && argc <= command.maxArguments) return true;
     LOG_PLAIN(KV_LOG_WARNING, "kv1905App %s: Invalid input number %d\n", command.name, argc);
     return false;
 }
 
 bool readMac(const ToolCommand &command, const char *text, uint8_t *mac) {
-    if (string2MacAddr(text, mac) != nullptr) {
-        return true;
-    }
+    if (string2MacAddr(text, mac) != nullptr) return true;
     LOG_PLAIN(KV_LOG_WARNING, "kv1905App %s: MAC Address must be of form xx:xx:xx:xx:xx:xx\n", command.name);
     return false;
 }
@@ -81,9 +77,7 @@ Owned<Record> allocateRequest(const ToolCommand &command) {
 
 int postTarget(const ToolCommand &command, const char *action, uint32_t code, int argc, char **argv) {
     KvTargetData target = {};
-    if (!checkCount(command, argc) || !readMac(command, argv[2], target.alMac)) {
-        return kRefused;
-    }
+    if (!checkCount(command, argc) || !readMac(command, argv[2], target.alMac)) return kRefused;
     LOG_PLAIN(KV_LOG_DEBUG, "kv1905App %s: %s alMac " KV_MAC "\n", command.name, action, KV_MAC_BYTES(target.alMac));
     return post(code, target);
 }
@@ -107,9 +101,7 @@ int refuseLength(const ToolCommand &command, const char *what) {
 
 // Appends a piece of text; false when it does not fit.
 bool append(KvCommandReq &request, const char *text, size_t length) {
-    if (length > sizeof request.CommandURL - request.CommandURLcount) {
-        return false;
-    }
+    if (length > sizeof request.CommandURL - request.CommandURLcount) return false;
     std::memcpy(request.CommandURL + request.CommandURLcount, text, length);
     request.CommandURLcount = static_cast<uint16_t>(request.CommandURLcount + length);
     return true;
@@ -119,12 +111,8 @@ bool append(KvCommandReq &request, const char *text, size_t length) {
 bool joinWords(KvCommandReq &request, int argc, char **argv) {
     for (int i = 3; i < argc; ++i) {
         const size_t length = std::strlen(argv[i]);
-        if (length == 0) {
-            continue;
-        }
-        if (!append(request, argv[i], length) || (i + 1 < argc && !append(request, " ", 1))) {
-            return false;
-        }
+        if (length == 0) continue;
+        if (!append(request, argv[i], length) || (i + 1 < argc && !append(request, " ", 1))) return false;
     }
     return true;
 }
@@ -161,13 +149,9 @@ int postIntfPwrCtrl(int argc, char **argv) {
 }
 
 int postFWCtrl(int argc, char **argv) {
-    if (!checkCount(kFWCtrl, argc)) {
-        return kRefused;
-    }
+    if (!checkCount(kFWCtrl, argc)) return kRefused;
     const auto request = allocateRequest<KvFWCtrlReq>(kFWCtrl);
-    if (request == nullptr || !readMac(kFWCtrl, argv[2], request->alMac)) {
-        return kRefused;
-    }
+    if (request == nullptr || !readMac(kFWCtrl, argv[2], request->alMac)) return kRefused;
     request->FWOption = static_cast<uint16_t>(decimal(argv[3]));
     if (request->FWOption < kLowestFWOption || request->FWOption > kHighestFWOption) {
         output_ReturnValue(KV_RET_ERR);
@@ -176,9 +160,7 @@ int postFWCtrl(int argc, char **argv) {
     request->FWTopoOption = static_cast<uint16_t>(decimal(argv[4]));
     const char *url = argv[5];
     const size_t length = std::strlen(url);
-    if (length > sizeof request->FWURL) {
-        return refuseLength(kFWCtrl, "URL");
-    }
+    if (length > sizeof request->FWURL) return refuseLength(kFWCtrl, "URL");
     request->FWURLcount = static_cast<uint16_t>(length);
     std::memcpy(request->FWURL, url, length);
     LOG_PLAIN(KV_LOG_DEBUG, "kv1905App 9: AlMac " KV_MAC "\n", KV_MAC_BYTES(request->alMac));
@@ -189,33 +171,23 @@ int postFWCtrl(int argc, char **argv) {
 }
 
 int postFWResult(int argc, char **argv) {
-    if (!checkCount(kFWResult, argc)) {
-        return kRefused;
-    }
+    if (!checkCount(kFWResult, argc)) return kRefused;
     int32_t values[2] = {static_cast<int32_t>(decimal(argv[2])), 0};
     return post(KV_CMD_FW_RESULT, values);
 }
 
 int postLedCtrl(int argc, char **argv) {
     KvLedCtrlReq request = {};
-    if (!checkCount(kLedCtrl, argc) || !readMac(kLedCtrl, argv[2], request.alMac)) {
-        return kRefused;
-    }
+    if (!checkCount(kLedCtrl, argc) || !readMac(kLedCtrl, argv[2], request.alMac)) return kRefused;
     request.ledOption = static_cast<uint16_t>(decimal(argv[3]));
     return post(KV_CMD_LED_CTRL, request);
 }
 
 int postRemoteCommand(int argc, char **argv) {
-    if (!checkCount(kRemoteCommand, argc)) {
-        return kRefused;
-    }
+    if (!checkCount(kRemoteCommand, argc)) return kRefused;
     const auto request = allocateRequest<KvCommandReq>(kRemoteCommand);
-    if (request == nullptr || !readMac(kRemoteCommand, argv[2], request->alMac)) {
-        return kRefused;
-    }
-    if (!joinWords(*request, argc, argv)) {
-        return refuseLength(kRemoteCommand, "command text");
-    }
+    if (request == nullptr || !readMac(kRemoteCommand, argv[2], request->alMac)) return kRefused;
+    if (!joinWords(*request, argc, argv)) return refuseLength(kRemoteCommand, "command text");
     request->CommandDatacount = static_cast<uint16_t>(argc - 3);
     const int length = request->CommandURLcount;
     LOG_PLAIN(KV_LOG_DEBUG, "kv1905App 100: CommandDatacount = %d\n", request->CommandDatacount);
@@ -233,9 +205,7 @@ int postSyncCountryReq(int argc, char **) {
 }
 
 int postCountry(int argc, char **argv) {
-    if (!checkCount(kCountry, argc)) {
-        return kRefused;
-    }
+    if (!checkCount(kCountry, argc)) return kRefused;
     SyncCtrlerCountryMsgData data = {};
     const size_t length = std::strlen(argv[2]);
     if (length > sizeof data.country) {
@@ -249,9 +219,7 @@ int postCountry(int argc, char **argv) {
 
 int postLogSetting(int argc, char **argv) {
     constexpr int32_t kDefaultThird = 7;
-    if (!checkCount(kLogSetting, argc)) {
-        return kRefused;
-    }
+    if (!checkCount(kLogSetting, argc)) return kRefused;
     int32_t values[3] = {static_cast<int32_t>(decimal(argv[2])), static_cast<int32_t>(decimal(argv[3])),
                          argc > 4 ? static_cast<int32_t>(decimal(argv[4])) : kDefaultThird};
     return post(KV_CMD_LOG_SETTING, values);

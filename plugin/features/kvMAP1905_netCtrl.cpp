@@ -14,9 +14,7 @@ constexpr char kUnpurgedList[] = "FactoryResetUnpurgedList";
 constexpr int kKeepOnPartialReset = 2;
 
 bool isResetForbidden() {
-    if (checkFWIsUpgradeNow() != FW_STATE_FW_UPGRADE) {
-        return false;
-    }
+    if (checkFWIsUpgradeNow() != FW_STATE_FW_UPGRADE) return false;
     LOG_DEVICE(KV_LOG_WARNING, "reset to default failed, FW upgeade now\n");
     return true;
 }
@@ -36,9 +34,7 @@ void selectWhatSurvives() {
     const int result = kcfgFeObjJsonGet(RDM_OID_FACTORY_RESET, &index, &copy);
     const JsonObject object(copy);
     // json-c aborts when it is asked to add a member to anything but an object.
-    if (result != 0 || !json_object_is_type(object.get(), json_type_object)) {
-        return;
-    }
+    if (result != 0 || !json_object_is_type(object.get(), json_type_object)) return;
     json_object *value = json_object_new_int(kKeepOnPartialReset);
     if (value == nullptr || json_object_object_add(object.get(), kUnpurgedList, value) != 0) {
         json_object_put(value);
@@ -64,9 +60,7 @@ int kvResetToDefault() {
 }
 
 int kvPartialResetToDefault() {
-    if (isResetForbidden()) {
-        return KV_RET_ERR;
-    }
+    if (isResetForbidden()) return KV_RET_ERR;
     selectWhatSurvives();
     return requestReset(KCFG_REQ_PARTIAL_RESET_DEFAULT);
 }

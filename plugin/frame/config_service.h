@@ -44,9 +44,7 @@ void forEachInstance(uint32_t object, Use use) {
         void *copy = nullptr;
         const int result = kcfgFeObjStructGetNextWithoutUpdate(object, &index, &copy);
         const Owned<Record> record(static_cast<Record *>(copy));
-        if (result != 0 || record == nullptr || !use(index, *record)) {
-            return;
-        }
+        if (result != 0 || record == nullptr || !use(index, *record)) return;
     }
 }
 

@@ -23,9 +23,7 @@ const uint8_t *getMAPAlOui() {
 
 int32_t getSysUptime() {
     struct sysinfo info = {};
-    if (sysinfo(&info) != 0) {
-        return 0;
-    }
+    if (sysinfo(&info) != 0) return 0;
     return static_cast<int32_t>(info.uptime);
 }
 

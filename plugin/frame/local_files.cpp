@@ -30,9 +30,7 @@ constexpr char kLineEnd[] = "\r\n";
 // Splits the line in place. Null when there is nothing behind the key.
 char *valueOf(char *line, const char *valueEnd) {
     char *rest = nullptr;
-    if (strtok_r(line, kKeyEnd, &rest) == nullptr) {
-        return nullptr;
-    }
+    if (strtok_r(line, kKeyEnd, &rest) == nullptr) return nullptr;
     return strtok_r(nullptr, valueEnd, &rest);
 }
 
@@ -145,9 +143,7 @@ constexpr uint32_t kPowerUnknown = 255;
 
 int updateDeviceConfig(KvDevVendorData *dev) {
     const File file = openOrLog(kDeviceConfigPath);
-    if (file == nullptr) {
-        return KV_RET_ERR;
-    }
+    if (file == nullptr) return KV_RET_ERR;
     loadConfigLines(file.get(), dev);
     return KV_RET_OK;
 }
@@ -177,14 +173,10 @@ int readDevVersionFile(KvDevVendorData *dev) {
     }
     ConfigLine line;
     while (readLine(file.get(), line)) {
-        if (line[0] == '#' || line[0] == '\r') {
-            continue;
-        }
+        if (line[0] == '#' || line[0] == '\r') continue;
         const auto row = std::find_if(std::begin(kVersionKeys), std::end(kVersionKeys),
                                       [&](const VersionKey &key) { return contains(line, key.key); });
-        if (row == std::end(kVersionKeys)) {
-            continue;
-        }
+        if (row == std::end(kVersionKeys)) continue;
         if (const char *value = valueOf(line, kWordEnd)) {
             setText(dev->*row->field, value);
         }
@@ -247,15 +239,11 @@ void readWifiChannel(const char *ifname, char *channelOut) {
         return;
     }
     const Pipe output = openCommand(command);
-    if (output == nullptr) {
-        return;
-    }
+    if (output == nullptr) return;
     char line[24];
     while (readLine(output.get(), line)) {
         char word[10];  // "36/80", "6l"
-        if (std::sscanf(line, "%9s", word) != 1) {
-            continue;
-        }
+        if (std::sscanf(line, "%9s", word) != 1) continue;
         char *rest = nullptr;
         if (const char *channel = strtok_r(word, "ul/", &rest)) {
             // NOLINTNEXTLINE(clang-analyzer-security.insecureAPI.strcpy): at most 9 characters of the caller's 16
@@ -278,19 +266,13 @@ int getDeviceIP(char *ipOut) {
 
 uint32_t getIntfPwrSt(uint32_t mediaType) {
     const File file = openOrLog(kDeviceConfigPath);
-    if (file == nullptr) {
-        return kPowerUnknown;
-    }
+    if (file == nullptr) return kPowerUnknown;
     const auto row = std::find_if(std::begin(kPowerKeys), std::end(kPowerKeys),
                                   [&](const PowerKey &key) { return key.mediaType == (mediaType & 0xFFFF); });
-    if (row == std::end(kPowerKeys)) {
-        return kPowerOn;
-    }
+    if (row == std::end(kPowerKeys)) return kPowerOn;
     ConfigLine line;
     while (readLine(file.get(), line)) {
-        if (!contains(line, row->key)) {
-            continue;
-        }
+        if (!contains(line, row->key)) continue;
         const char *value = valueOf(line, kWordEnd);
         return value != nullptr && std::strcmp(value, "1") != 0 ? kPowerOff : kPowerOn;
     }

@@ -8,17 +8,13 @@
 namespace kv {
 
 int hexadecimalDigit(char c) {
-    if (c >= '0' && c <= '9') {
-        return c - '0';
-    }
+    if (c >= '0' && c <= '9') return c - '0';
     const int letter = c | 0x20;
     return letter >= 'a' && letter <= 'f' ? letter - 'a' + 10 : -1;
 }
 
 uint8_t *string2MacAddr(const char *text, uint8_t *mac) {
-    if (text == nullptr || mac == nullptr) {
-        return nullptr;
-    }
+    if (text == nullptr || mac == nullptr) return nullptr;
     const int fields =
         std::sscanf(text, "%2hhx:%2hhx:%2hhx:%2hhx:%2hhx:%2hhx", &mac[0], &mac[1], &mac[2], &mac[3], &mac[4], &mac[5]);
     return fields == KV_MAC_LEN ? mac : nullptr;
@@ -43,9 +39,7 @@ bool parseMacText(const char *text, size_t length, uint8_t *mac) {
             return false;
         }
     }
-    if (field != KV_MAC_LEN - 1 || digits == 0) {
-        return false;
-    }
+    if (field != KV_MAC_LEN - 1 || digits == 0) return false;
     std::memcpy(mac, parsed, sizeof parsed);
     return true;
 }

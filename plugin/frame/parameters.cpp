@@ -30,9 +30,7 @@ constexpr NumberFlag kNumberFlags[] = {
 uint32_t modeFlag(const char *line) {
     char word[16] = "";
     std::sscanf(line, "Mode=%15s", word);
-    if (std::strncmp(word, "ap", 2) == 0) {
-        return KV_FLAG_MODE_AP;
-    }
+    if (std::strncmp(word, "ap", 2) == 0) return KV_FLAG_MODE_AP;
     return std::strncmp(word, "repeater", 8) == 0 ? KV_FLAG_MODE_REPEATER : 0;
 }
 

@@ -33,9 +33,7 @@ bool readOutput(const char *command, const char *scratchPath, Use use) {
     std::snprintf(line, sizeof line, "%s > %s", command, scratchPath);
     runCommand(line);
     File file = openFile(scratchPath, "r");
-    if (file == nullptr) {
-        return false;
-    }
+    if (file == nullptr) return false;
     use(file.get());
     file.reset();
     std::remove(scratchPath);

@@ -57,9 +57,7 @@ void RegisteredNeighbors::add(const uint8_t *alMac) {
             return;  // also for the all-zero address, which no entry can hold
         }
     }
-    if (!free) {
-        return;
-    }
+    if (!free) return;
     std::memcpy(entries_[*free], alMac, KV_MAC_LEN);
     const uint8_t *local = getMAPAlMac();
     LOG_PLAIN(KV_LOG_NOTICE, "Device " KV_MAC " Register MAP Neighbor " KV_MAC ", idx = %d\n", KV_MAC_BYTES(local),
@@ -75,9 +73,7 @@ void registerMAPNeighbor(const uint8_t *alMac) {
 }
 
 void initDevice(KvDevVendorData *dev) {
-    if (dev == nullptr) {
-        return;
-    }
+    if (dev == nullptr) return;
     dev->confFileMtime = 0;
     dev->versionFileMtime = 0;
     controller = static_cast<uint8_t>(findController());
@@ -138,9 +134,7 @@ int capabilityFromController(int which) {
         LOG_PLAIN(KV_LOG_ERROR, "Device configuration is NULL.\n");
         return 0;
     }
-    if (which == kCapabilityReboot) {
-        return dev->rebootFromNbrCap != 0 ? 1 : 0;
-    }
+    if (which == kCapabilityReboot) return dev->rebootFromNbrCap != 0 ? 1 : 0;
     return which == kCapabilityInterfacePower && dev->intfPwrCtrlFromNbrCap != 0 ? 1 : 0;
 }
 

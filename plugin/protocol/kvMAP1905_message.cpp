@@ -21,9 +21,7 @@ int refuseAsMalformed() {
 
 int parseKvVendMsg(ByteReader value, KvVendMsg *msg) {
     value.copyTo(msg->oui, sizeof msg->oui);
-    if (!value.ok()) {
-        return refuseAsMalformed();
-    }
+    if (!value.ok()) return refuseAsMalformed();
     if (std::memcmp(msg->oui, getMAPAlOui(), sizeof msg->oui) != 0) {
         LOG_MSG(KV_LOG_WARNING, "parse unsupported vendor OUI %.2x:%.2x:%.2x\n", msg->oui[0], msg->oui[1], msg->oui[2]);
         return KV_RET_ERR;
@@ -33,17 +31,13 @@ int parseKvVendMsg(ByteReader value, KvVendMsg *msg) {
     msg->msgType = value.u16();
     msg->payloadLen = value.u16();
     ByteReader payload = value.take(msg->payloadLen);
-    if (!payload.ok()) {
-        return refuseAsMalformed();
-    }
+    if (!payload.ok()) return refuseAsMalformed();
     const MessageRow *row = findMessageRow(msg->msgType);
     if (row == nullptr) {
         LOG_MSG(KV_LOG_WARNING, "parse vendor msg type %d is unsoppourted\n", msg->msgType);
         return KV_RET_ERR;
     }
-    if (row->decode == nullptr || row->decode(payload, *msg) == 0) {
-        return refuseAsMalformed();
-    }
+    if (row->decode == nullptr || row->decode(payload, *msg) == 0) return refuseAsMalformed();
     return KV_RET_OK;
 }
 
@@ -65,9 +59,7 @@ int genKvVendMsg(uint8_t *buffer, uint32_t *totalLen, const KvVendMsg *msg) {
         LOG_MSG(KV_LOG_WARNING, "generate vendor msg type %d is unsoppourted\n", msg->msgType);
         return KV_RET_ERR;
     }
-    if (row->encode != nullptr && (msg->payload == nullptr || row->encode(*msg, writer) != 0)) {
-        return KV_RET_ERR;
-    }
+    if (row->encode != nullptr && (msg->payload == nullptr || row->encode(*msg, writer) != 0)) return KV_RET_ERR;
     return writer.ok() && *totalLen <= KV_VEND_MSG_BUFFER_LEN ? KV_RET_OK : KV_RET_ERR;
 }
 

@@ -19,9 +19,7 @@ template <typename Record, typename Message, typename Read>
 uint16_t decodeRecord(ByteReader &payload, Message &msg, Read read) {
     const size_t available = payload.remaining();
     auto record = allocateRecord<Record>();
-    if (record == nullptr || !read(*record) || !payload.ok()) {
-        return 0;
-    }
+    if (record == nullptr || !read(*record) || !payload.ok()) return 0;
     msg.payload = record.release();
     return static_cast<uint16_t>(available - payload.remaining());
 }

@@ -33,18 +33,14 @@ size_t OutstandingQueries::entryForNew(std::time_t now, uint8_t &retry) {
     size_t oldest = 0;
     double oldestAge = 0;
     for (size_t index = 0; index < kCapacity; ++index) {
-        if (isFree(entries_[index])) {
-            return index;
-        }
+        if (isFree(entries_[index])) return index;
         const double age = waited(entries_[index], now);
         if (age > oldestAge) {
             oldest = index;
             oldestAge = age;
         }
     }
-    if (resending_ != kNone) {
-        return resending_;
-    }
+    if (resending_ != kNone) return resending_;
     retry = 0;
     return oldest;
 }
@@ -75,9 +71,7 @@ void OutstandingQueries::answer(const uint8_t *alMac, uint16_t msgId, uint16_t r
 void OutstandingQueries::resendDue(std::time_t now) {
     for (size_t index = 0; index < kCapacity; ++index) {
         const KvVendQueryEntry &entry = entries_[index];
-        if (waited(entry, now) <= kAnswerWait || isFree(entry) || entry.retry > kLastRetry) {
-            continue;
-        }
+        if (waited(entry, now) <= kAnswerWait || isFree(entry) || entry.retry > kLastRetry) continue;
         LOG_MSG(KV_LOG_DEBUG,
                 "resend vendor query msg: AlMac " KV_MAC ", msgId %04x, vendMsgType %d, retry %d, time %ld:%ld\n",
                 KV_MAC_BYTES(entry.alMac), entry.msgId, entry.vendMsgType, entry.retry, static_cast<long>(entry.sent),

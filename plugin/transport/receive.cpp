@@ -54,9 +54,7 @@ void receiveIntel(const KvRecvVendTlv *tlv, size_t length, uint16_t msgId) {
 // Bytes of a value without a known length: the OUI alone when it is foreign, else what the envelope claims. The caller
 // guarantees that much readable memory.
 size_t claimedLength(const uint8_t *value) {
-    if (std::memcmp(value, getMAPAlOui(), KV_OUI_LEN) != 0) {
-        return KV_OUI_LEN;
-    }
+    if (std::memcmp(value, getMAPAlOui(), KV_OUI_LEN) != 0) return KV_OUI_LEN;
     ByteReader header(value, kEnvelopeLen);
     header.skip(kEnvelopeLen - sizeof(uint16_t));
     return kEnvelopeLen + header.u16();
@@ -65,9 +63,7 @@ size_t claimedLength(const uint8_t *value) {
 }  // namespace
 
 void receiveTlv(const KvRecvVendTlv *tlv, uint32_t length, uint16_t msgId) {
-    if (!isUsable(tlv)) {
-        return;
-    }
+    if (!isUsable(tlv)) return;
     if (length >= sizeof kIntelOui && std::memcmp(tlv->value, kIntelOui, sizeof kIntelOui) == 0) {
         receiveIntel(tlv, length, msgId);
     } else {

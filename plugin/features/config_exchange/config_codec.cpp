@@ -45,9 +45,7 @@ int genConfRespMsgData(const KvVendMsg &msg, ByteWriter &writer) {
     writer.u8(response.count);
     for (unsigned i = 0; i < response.count; ++i) {
         const KvConfAttr &attribute = response.attributes[i];
-        if (attribute.attrLen > sizeof attribute.attrValue) {
-            return KV_RET_ERR;
-        }
+        if (attribute.attrLen > sizeof attribute.attrValue) return KV_RET_ERR;
         writer.u8(attribute.attrType);
         writer.u16(attribute.attrLen);
         writer.bytes(attribute.attrValue, attribute.attrLen);

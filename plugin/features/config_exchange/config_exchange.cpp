@@ -115,9 +115,7 @@ void append(KvConfRespData &response, const KvDevVendorData &dev, uint8_t type, 
     const Attribute &row = *findAttribute(type);
     const uint8_t *value = fieldOf(dev, row);
     const size_t length = row.kind == Kind::Text ? strnlen(reinterpret_cast<const char *>(value), row.size) : 1;
-    if (length == 0 && when == When::NotEmpty) {
-        return;
-    }
+    if (length == 0 && when == When::NotEmpty) return;
     KvConfAttr &attribute = response.attributes[response.count++];
     attribute.attrType = type;
     attribute.attrLen = static_cast<uint16_t>(length);
@@ -161,17 +159,13 @@ int failedToRespond(uint16_t msgId, bool byMulticast) {
 
 int sendResponseByMulticast(const KvVendMsg &msg, uint16_t msgId) {
     // The identifier goes along by pointer; what the host writes back is what the line shows.
-    if (sendRelayedMulticast(&msg, &msgId) != KV_RET_OK) {
-        return failedToRespond(msgId, true);
-    }
+    if (sendRelayedMulticast(&msg, &msgId) != KV_RET_OK) return failedToRespond(msgId, true);
     LOG_MSG(KV_LOG_INFO, "send multicast config response msgId %04x Success.\n", msgId);
     return KV_RET_OK;
 }
 
 int sendResponseTo(const uint8_t *destinationMac, const KvVendMsg &msg, uint16_t msgId) {
-    if (sendUnicast(destinationMac, &msgId, &msg) != KV_RET_OK) {
-        return failedToRespond(msgId, false);
-    }
+    if (sendUnicast(destinationMac, &msgId, &msg) != KV_RET_OK) return failedToRespond(msgId, false);
     LOG_MSG(KV_LOG_INFO, "send config response msgId %04x to " KV_MAC "\n", msgId, KV_MAC_BYTES(destinationMac));
     return KV_RET_OK;
 }
@@ -180,9 +174,7 @@ int sendResponseTo(const uint8_t *destinationMac, const KvVendMsg &msg, uint16_t
 // and a one-byte attribute without its byte is 0.
 void store(KvDevVendorData &dev, const uint8_t *alMac, const KvConfAttr &attribute) {
     const Attribute *row = findAttribute(attribute.attrType);
-    if (row == nullptr) {
-        return;
-    }
+    if (row == nullptr) return;
     uint8_t *field = fieldOf(dev, *row);
     if (row->kind == Kind::Text) {
         const size_t length = std::min<size_t>(attribute.attrLen, row->size - 1u);
@@ -235,9 +227,7 @@ int sendConfResp(const KvRecvVendTlv *source, uint16_t msgId, uint8_t mcast) {
     }
     // 34 KB: too much for the stack of a host that may be a small thread.
     const auto response = allocateRecord<KvConfRespData>();
-    if (response == nullptr) {
-        return failedToRespond(msgId, mcast == 1);
-    }
+    if (response == nullptr) return failedToRespond(msgId, mcast == 1);
     fillResponse(*response, *dev);
     dev->cfgAttrCount = response->count;
     const KvVendMsg msg =

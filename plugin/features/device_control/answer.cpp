@@ -21,9 +21,7 @@ int sendResultMsg(const KvRecvVendTlv *source, uint16_t msgId, uint16_t response
 
 int sendCommandRespMsg(const KvRecvVendTlv *source, uint16_t msgId, uint32_t result) {
     const int sent = sendResultMsg(source, msgId, VEND_MSG_TYPE_COMMAND_RESP, result);
-    if (result == KV_RET_OK && sent == KV_RET_OK) {
-        return KV_RET_OK;
-    }
+    if (result == KV_RET_OK && sent == KV_RET_OK) return KV_RET_OK;
     LOG_PLAIN(KV_LOG_INFO, "send Command failed\n");
     return KV_RET_ERR;
 }

@@ -72,9 +72,7 @@ void applyStep(const UpgradeStep &step) {
     LOG_PLAIN(KV_LOG_DEBUG, "Set FW result: %s\n", step.name);
     if (step.result == FW_STATE_FW_UPGRADE) {
         Download_and_upgrade = 0;
-        if (!mayStartUpgrade()) {
-            return;
-        }
+        if (!mayStartUpgrade()) return;
     }
     if (step.setsDownload) {
         State_fw_is_download = step.result;
@@ -120,9 +118,7 @@ int setKvFWresult(int32_t result) {
 int updateKvFWUpgradeStatus(int32_t status) {
     LOG_DEVICE(KV_LOG_INFO, "update FW upgrade status %d\n", status);
     KvDevVendorData *dev = deviceVendorData(nullptr);
-    if (dev == nullptr) {
-        return KV_RET_OK;
-    }
+    if (dev == nullptr) return KV_RET_OK;
     const auto stored = static_cast<uint8_t>(status);
     if (dev->fwUpgradeStatus != stored) {
         dev->fwUpgradeStatus = stored;

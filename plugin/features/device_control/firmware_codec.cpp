@@ -16,14 +16,10 @@ uint16_t parseFWCtrlReqMsgData(ByteReader &payload, KvVendMsg &msg) {
     return decodeRecord<KvFWCtrlReq>(payload, msg, [&](KvFWCtrlReq &request) {
         request.FWOption = payload.u8();
         const uint16_t length = payload.u16();
-        if (length == 0) {
-            return true;
-        }
+        if (length == 0) return true;
         request.FWTopoOption = payload.u8();
         request.FWURLcount = static_cast<uint16_t>(length - 1);
-        if (request.FWURLcount > sizeof request.FWURL) {
-            return false;
-        }
+        if (request.FWURLcount > sizeof request.FWURL) return false;
         payload.copyTo(request.FWURL, request.FWURLcount);
         return true;
     });
@@ -36,9 +32,7 @@ int genFWCtrlReqMsgData(const KvVendMsg &msg, ByteWriter &writer) {
         writer.u16(0);
         return KV_RET_OK;
     }
-    if (request.FWURLcount > sizeof request.FWURL) {
-        return KV_RET_ERR;
-    }
+    if (request.FWURLcount > sizeof request.FWURL) return KV_RET_ERR;
     writer.u16(static_cast<uint16_t>(request.FWURLcount + 1));
     writer.u8(static_cast<uint8_t>(request.FWTopoOption));
     writer.bytes(request.FWURL, request.FWURLcount);

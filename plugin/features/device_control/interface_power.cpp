@@ -48,9 +48,7 @@ KvIntfPwrStateRec reportStates(const KvIntfList &list) {
 
 bool isLocalInterface(const KvIntfList &list, const KvIntfPwrCtrlEntry &wanted) {
     for (const KvIntfEntry *intf = list.head; intf != nullptr; intf = intf->next) {
-        if (sameMac(intf->mac, wanted.mac) && static_cast<uint16_t>(intf->mediaType) == wanted.mediaType) {
-            return true;
-        }
+        if (sameMac(intf->mac, wanted.mac) && static_cast<uint16_t>(intf->mediaType) == wanted.mediaType) return true;
     }
     return false;
 }
@@ -113,9 +111,7 @@ KvIntfPwrCtrlResp carryOut(const KvIntfList &list, const KvIntfPwrCtrlReq &reque
 
 uint32_t overallResult(const KvIntfPwrCtrlResp &response) {
     for (unsigned i = 0; i < response.count; ++i) {
-        if (response.entries[i].retCode != 0) {
-            return KV_RET_ERR;
-        }
+        if (response.entries[i].retCode != 0) return KV_RET_ERR;
     }
     return KV_RET_OK;
 }
@@ -129,15 +125,11 @@ int sendIntfPwrStateQuery(const uint8_t *alMac, uint8_t retry) {
 int handleIntfPwrStateQueryMsg(const KvRecvVendTlv *source, uint16_t msgId) {
     LOG_MSG(KV_LOG_DEBUG, "received Intf Pwr State Query msgId %04x\n", msgId);
     InterfaceList list = interfacesOrLog(nullptr);
-    if (list == nullptr) {
-        return KV_RET_ERR;
-    }
+    if (list == nullptr) return KV_RET_ERR;
     KvIntfPwrStateRec report = reportStates(*list);
     list.reset();
     const KvVendMsg msg = makeVendMsg(VEND_MSG_TYPE_INTF_PWR_STATE_RESP, powerStateRespLen(report.count), &report);
-    if (sendAnswer(source, msgId, msg) != KV_RET_OK) {
-        return KV_RET_ERR;
-    }
+    if (sendAnswer(source, msgId, msg) != KV_RET_OK) return KV_RET_ERR;
     LOG_MSG(KV_LOG_DEBUG, "transmit vendor msgId %04x\n", msgId);
     return KV_RET_OK;
 }
@@ -160,14 +152,10 @@ int handleIntfPwrStateRespMsg(uint16_t msgId, KvVendMsg *msg) {
 int handleIntfPwrCtrlReqMsg(const KvRecvVendTlv *source, uint16_t msgId, KvVendMsg *msg, unsigned origin) {
     LOG_MSG(KV_LOG_DEBUG, "received Intf Pwr Ctrl Req msgId %04x\n", msgId);
     InterfaceList list = interfacesOrLog(nullptr);
-    if (list == nullptr) {
-        return KV_RET_ERR;
-    }
+    if (list == nullptr) return KV_RET_ERR;
     KvIntfPwrCtrlResp response = carryOut(*list, *static_cast<const KvIntfPwrCtrlReq *>(msg->payload));
     list.reset();
-    if (origin == kOriginCommand) {
-        return sendCommandRespMsg(source, msgId, overallResult(response));
-    }
+    if (origin == kOriginCommand) return sendCommandRespMsg(source, msgId, overallResult(response));
     const KvVendMsg answer = makeVendMsg(VEND_MSG_TYPE_INTF_PWR_CTRL_RESP, powerCtrlRespLen(response.count), &response);
     const int sent = sendAnswer(source, msgId, answer);
     LOG_MSG(KV_LOG_DEBUG, "transmit vendor msgId %04x\n", msgId);

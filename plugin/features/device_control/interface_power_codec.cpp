@@ -12,9 +12,7 @@ namespace {
 template <typename Record, typename ReadRest>
 bool readList(ByteReader &payload, Record &record, ReadRest readRest) {
     record.count = payload.u8();
-    if (record.count > kMaxPowerEntries) {
-        return false;
-    }
+    if (record.count > kMaxPowerEntries) return false;
     for (unsigned i = 0; i < record.count; ++i) {
         payload.copyTo(record.entries[i].mac, sizeof record.entries[i].mac);
         record.entries[i].mediaType = payload.u16();
@@ -25,9 +23,7 @@ bool readList(ByteReader &payload, Record &record, ReadRest readRest) {
 
 template <typename Record, typename WriteRest>
 int writeList(ByteWriter &writer, const Record &record, WriteRest writeRest) {
-    if (record.count > kMaxPowerEntries) {
-        return KV_RET_ERR;
-    }
+    if (record.count > kMaxPowerEntries) return KV_RET_ERR;
     writer.u8(record.count);
     for (unsigned i = 0; i < record.count; ++i) {
         writer.bytes(record.entries[i].mac, sizeof record.entries[i].mac);

@@ -14,9 +14,7 @@ uint16_t optionOf(const KvVendMsg *msg) {
 }
 
 int answer(const KvRecvVendTlv *source, uint16_t msgId, unsigned origin) {
-    if (origin == kOriginCommand) {
-        return sendCommandRespMsg(source, msgId, KV_RET_OK);
-    }
+    if (origin == kOriginCommand) return sendCommandRespMsg(source, msgId, KV_RET_OK);
     const int sent = sendResultMsg(source, msgId, VEND_MSG_TYPE_LED_CTRL_RESP, KV_RET_OK);
     LOG_MSG(KV_LOG_DEBUG, "transmit vendor msgId %04x\n", msgId);
     return sent;
@@ -28,9 +26,7 @@ int applyOption(uint16_t option, uint16_t msgId) {
         LOG_MSG(KV_LOG_DEBUG, "Apply to RDM_OID_LED_CTRL fail  %04x\n", msgId);
         return KV_RET_ERR;
     }
-    if (led->enable == option) {
-        return KV_RET_OK;
-    }
+    if (led->enable == option) return KV_RET_OK;
     led->enable = option != 0 ? 1 : 0;
     if (writeConfigObject(RDM_OID_LED_CTRL, *led) != 0) {
         LOG_MSG(KV_LOG_DEBUG, "Apply to RDM_OID_LED_CTRL fail %04x\n", msgId);

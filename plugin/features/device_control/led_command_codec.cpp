@@ -23,9 +23,7 @@ uint16_t parseCommandReqMsgData(ByteReader &payload, KvVendMsg &msg) {
     return decodeRecord<KvCommandReq>(payload, msg, [&](KvCommandReq &request) {
         request.CommandDatacount = payload.u16();
         request.CommandURLcount = payload.u16();
-        if (request.CommandURLcount > sizeof request.CommandURL) {
-            return false;
-        }
+        if (request.CommandURLcount > sizeof request.CommandURL) return false;
         payload.copyTo(request.CommandURL, request.CommandURLcount);
         return true;
     });
@@ -33,9 +31,7 @@ uint16_t parseCommandReqMsgData(ByteReader &payload, KvVendMsg &msg) {
 
 int genCommandReqMsgData(const KvVendMsg &msg, ByteWriter &writer) {
     const auto &request = recordOf<KvCommandReq>(msg);
-    if (request.CommandURLcount > sizeof request.CommandURL) {
-        return KV_RET_ERR;
-    }
+    if (request.CommandURLcount > sizeof request.CommandURL) return KV_RET_ERR;
     writer.u16(request.CommandDatacount);
     writer.u16(request.CommandURLcount);
     writer.bytes(request.CommandURL, request.CommandURLcount);

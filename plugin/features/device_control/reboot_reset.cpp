@@ -50,9 +50,7 @@ uint32_t judgeReset(const Reset &reset, const uint8_t *target) {
 }
 
 int answerReset(const Reset &reset, const KvRecvVendTlv *source, uint16_t msgId, unsigned origin, uint32_t result) {
-    if (origin == kOriginCommand) {
-        return sendCommandRespMsg(source, msgId, result);
-    }
+    if (origin == kOriginCommand) return sendCommandRespMsg(source, msgId, result);
     const int sent = sendResultMsg(source, msgId, reset.responseType, result);
     LOG_MSG(KV_LOG_DEBUG, "transmit vendor msgId %04x\n", msgId);
     return sent;

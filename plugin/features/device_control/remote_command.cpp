@@ -67,9 +67,7 @@ void readMac(const KvCommandWord *word, uint8_t *mac) {
 template <typename Record>
 Owned<Record> startRequest(KvVendMsg *msg, uint16_t type, const KvCommandWord *word, bool logNoMemory = false) {
     msg->msgType = type;
-    if (word == nullptr) {
-        return nullptr;
-    }
+    if (word == nullptr) return nullptr;
     auto record = allocateRecord<Record>();
     if (record == nullptr) {
         if (logNoMemory) {
@@ -84,9 +82,7 @@ Owned<Record> startRequest(KvVendMsg *msg, uint16_t type, const KvCommandWord *w
 
 template <typename Record>
 int finish(Owned<Record> record, KvVendMsg *msg) {
-    if (record == nullptr) {
-        return KV_RET_ERR;
-    }
+    if (record == nullptr) return KV_RET_ERR;
     msg->payload = record.release();
     return KV_RET_OK;
 }
@@ -106,29 +102,21 @@ int copyCommand_Partial_Reset_To_Default(unsigned, const KvCommandWord *word, Kv
 // AL MAC, pairs of interface MAC and media type, power state.
 int copyCommand_Set_Power_Ctrl(unsigned wordCount, const KvCommandWord *word, KvVendMsg *msg) {
     constexpr unsigned kOtherWords = 3;  // option, AL MAC, power state
-    if (wordCount < kOtherWords || (wordCount - kOtherWords) / 2 > KV_MAX_INTF_PWR_ENTRIES) {
-        return KV_RET_ERR;
-    }
+    if (wordCount < kOtherWords || (wordCount - kOtherWords) / 2 > KV_MAX_INTF_PWR_ENTRIES) return KV_RET_ERR;
     auto request = startRequest<KvIntfPwrCtrlReq>(msg, VEND_MSG_TYPE_INTF_PWR_CTRL_REQ, word, true);
-    if (request == nullptr) {
-        return KV_RET_ERR;
-    }
+    if (request == nullptr) return KV_RET_ERR;
     request->count = static_cast<uint8_t>((wordCount - kOtherWords) / 2);
     for (unsigned i = 0; i < request->count; ++i) {
         KvIntfPwrCtrlEntry &entry = request->entries[i];
         const KvCommandWord *mac = after(word);
         word = after(mac);
-        if (word == nullptr) {
-            return KV_RET_ERR;
-        }
+        if (word == nullptr) return KV_RET_ERR;
         readMac(mac, entry.mac);
         entry.mediaType = static_cast<uint16_t>(std::strtoul(word->text, nullptr, 16));
         LOG_PLAIN(KV_LOG_DEBUG, "Interface Mac " KV_MAC ", mediaType = %x\n", KV_MAC_BYTES(entry.mac), entry.mediaType);
     }
     word = after(word);
-    if (word == nullptr) {
-        return KV_RET_ERR;
-    }
+    if (word == nullptr) return KV_RET_ERR;
     request->pwrState = static_cast<uint32_t>(decimal(word));
     LOG_PLAIN(KV_LOG_DEBUG, "Set power state = %x\n", request->pwrState);
     return finish(std::move(request), msg);
@@ -139,13 +127,9 @@ int copyCommand_FW_control(unsigned, const KvCommandWord *word, KvVendMsg *msg) 
     const KvCommandWord *option = after(word);
     const KvCommandWord *topoOption = after(option);
     const KvCommandWord *url = after(topoOption);
-    if (url == nullptr) {
-        return KV_RET_ERR;
-    }
+    if (url == nullptr) return KV_RET_ERR;
     auto request = startRequest<KvFWCtrlReq>(msg, VEND_MSG_TYPE_FW_CTRL_REQ, word);
-    if (request == nullptr) {
-        return KV_RET_ERR;
-    }
+    if (request == nullptr) return KV_RET_ERR;
     static_assert(sizeof url->text <= sizeof request->FWURL);
     request->FWOption = static_cast<uint16_t>(decimal(option));
     request->FWTopoOption = static_cast<uint16_t>(decimal(topoOption));
@@ -191,14 +175,10 @@ int handleCommandReqMsg(const KvRecvVendTlv *source, uint16_t msgId, KvVendMsg *
 
     WordList words;
     unsigned count = 0;
-    if (!splitWords(text, words, count)) {
-        return KV_RET_ERR;
-    }
+    if (!splitWords(text, words, count)) return KV_RET_ERR;
     const int parsed = parseCommand(count, words.get(), msg);  // request is gone from here on
     words.reset();
-    if (parsed != KV_RET_OK) {
-        return KV_RET_ERR;
-    }
+    if (parsed != KV_RET_OK) return KV_RET_ERR;
     return handleKvVendSpecMsg(source, msgId, msg, kOriginCommand) == KV_RET_OK ? KV_RET_OK : KV_RET_ERR;
 }
 
@@ -215,9 +195,7 @@ int parseCommand(unsigned wordCount, const KvCommandWord *firstWord, KvVendMsg *
     std::free(msg->payload);
     msg->payload = nullptr;
     for (const CommandOption &row : kOptions) {
-        if (row.option == option) {
-            return row.copy(wordCount, after(firstWord), msg);
-        }
+        if (row.option == option) return row.copy(wordCount, after(firstWord), msg);
     }
     LOG_PLAIN(KV_LOG_WARNING, "Unsupport command option\n");
     return KV_RET_ERR;

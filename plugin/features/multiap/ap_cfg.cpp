@@ -47,9 +47,7 @@ constexpr size_t kInOrderLen = sizeof kVendorId + 3 + 3 + 4 + 4;
 
 // Logs a call with a null argument.
 bool isNull(const uint8_t *data, const KvBssInfo *bss) {
-    if (data != nullptr && bss != nullptr) {
-        return false;
-    }
+    if (data != nullptr && bss != nullptr) return false;
     LOG_AP_CFG(KV_LOG_ERROR, "multiap extension attr without data or BSS information\n");
     return true;
 }
@@ -57,9 +55,7 @@ bool isNull(const uint8_t *data, const KvBssInfo *bss) {
 bool readVendorId(ByteReader &data) {
     uint8_t vendorId[sizeof kVendorId] = {};
     data.copyTo(vendorId, sizeof vendorId);
-    if (data.ok() && std::memcmp(vendorId, kVendorId, sizeof vendorId) == 0) {
-        return true;
-    }
+    if (data.ok() && std::memcmp(vendorId, kVendorId, sizeof vendorId) == 0) return true;
     LOG_AP_CFG(KV_LOG_ERROR, "Invalid vendor ID\n");
     return false;
 }
@@ -84,18 +80,14 @@ int readSubElement(ByteReader &elements, KvBssInfo &bss) {
     const uint8_t id = elements.u8();
     const uint8_t length = elements.u8();
     ByteReader value = elements.take(length);
-    if (!elements.ok()) {
-        return refuseLength(length);
-    }
+    if (!elements.ok()) return refuseLength(length);
     const auto row = std::find_if(std::begin(kSubElements), std::end(kSubElements),
                                   [&](const SubElement &element) { return element.id == id; });
     if (row == std::end(kSubElements)) {
         LOG_AP_CFG(KV_LOG_INFO, "Unsupport extension type %d\n", id);
         return 0;
     }
-    if (length != row->length) {
-        return refuseLength(length);
-    }
+    if (length != row->length) return refuseLength(length);
     store(*row, value, bss);
     return 0;
 }
@@ -110,9 +102,7 @@ constexpr Band kBands[] = {{0x20, 4}, {0x40, 1}, {0x80, 2}};
 
 int wantedBand(uint8_t bandIndex) {
     for (const Band &band : kBands) {
-        if ((bandIndex & band.bit) != 0) {
-            return band.nvramValue;
-        }
+        if ((bandIndex & band.bit) != 0) return band.nvramValue;
     }
     return 0;
 }
@@ -164,9 +154,7 @@ int setApConfiguration(void *) {
 int fillApConfiguration(uint8_t *attribute, const KvBssInfo *bss) {
     LOG_AP_CFG(KV_LOG_DEBUG, "Enter.\n");
     logBssInfo(bss);
-    if (isNull(attribute, bss)) {
-        return 0;
-    }
+    if (isNull(attribute, bss)) return 0;
     ByteWriter writer(attribute, kAttributeLen);
     writer.u16(kAttributeType);
     writer.u16(static_cast<uint16_t>(kAttributeLen - kAttributeHeaderLen));
@@ -187,18 +175,12 @@ int fillApConfiguration(uint8_t *attribute, const KvBssInfo *bss) {
 int parseInOrder(const uint8_t *data, KvBssInfo *bss) {
     LOG_AP_CFG(KV_LOG_DEBUG, "Enter.\n");
     ByteReader elements(data, kInOrderLen);
-    if (isNull(data, bss) || !readVendorId(elements)) {
-        return kFailed;
-    }
+    if (isNull(data, bss) || !readVendorId(elements)) return kFailed;
     for (const SubElement &row : kSubElements) {
-        if (!row.readInOrder || elements.peek() != row.id) {
-            continue;
-        }
+        if (!row.readInOrder || elements.peek() != row.id) continue;
         elements.skip(1);
         const uint8_t length = elements.u8();
-        if (length != row.length) {
-            return refuseLength(length);
-        }
+        if (length != row.length) return refuseLength(length);
         store(row, elements.take(length), *bss);
     }
     return 0;
@@ -207,22 +189,16 @@ int parseInOrder(const uint8_t *data, KvBssInfo *bss) {
 int parseWithLength(const uint8_t *data, uint32_t len, KvBssInfo *bss) {
     LOG_AP_CFG(KV_LOG_DEBUG, "Enter.\n");
     ByteReader elements(data, len);
-    if (isNull(data, bss) || !readVendorId(elements)) {
-        return kFailed;
-    }
+    if (isNull(data, bss) || !readVendorId(elements)) return kFailed;
     initFromBandByte(elements, *bss);
     while (elements.remaining() > 0) {
-        if (const int result = readSubElement(elements, *bss); result != 0) {
-            return result;
-        }
+        if (const int result = readSubElement(elements, *bss); result != 0) return result;
     }
     return 0;
 }
 
 int RememberedRadio::indexFor(uint8_t bandIndex) {
-    if (bssNumber(bandIndex) != 0) {
-        return index_;
-    }
+    if (bssNumber(bandIndex) != 0) return index_;
     const int wanted = wantedBand(bandIndex);
     for (int candidate = 0; candidate < kRadios; ++candidate) {
         const char *band = radioSetting(candidate, 0, "nband");

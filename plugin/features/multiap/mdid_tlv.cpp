@@ -21,9 +21,7 @@ constexpr char kBackhaulIfname[] = "wl0.5";  // the one BSS that must have an MD
 MdidCache cache;
 
 bool hasUsableCount(const KvMdidInterfaceList &list) {
-    if (list.InterfaceNumberOfEntries > 0 && list.InterfaceNumberOfEntries <= KV_MAX_MDID_INTERFACES) {
-        return true;
-    }
+    if (list.InterfaceNumberOfEntries > 0 && list.InterfaceNumberOfEntries <= KV_MAX_MDID_INTERFACES) return true;
     LOG_PLAIN(KV_LOG_ERROR, "[TLV] Error: InterfaceNumberOfEntries = %d\n",
               static_cast<int>(list.InterfaceNumberOfEntries));
     return false;
@@ -42,9 +40,7 @@ int readSetting(std::FILE *dump, const char *key) {
     char line[32];
     while (readLine(dump, line)) {
         const char *equals = std::strchr(line, '=');
-        if (equals != nullptr && std::strncmp(line, key, std::strlen(key)) == 0) {
-            return std::atoi(equals + 1);
-        }
+        if (equals != nullptr && std::strncmp(line, key, std::strlen(key)) == 0) return std::atoi(equals + 1);
     }
     return 0;
 }
@@ -79,17 +75,13 @@ bool fillFromDump(std::FILE *dump, KvMdidInterfaceList &list) {
 
 const KvMdidInterface *MdidCache::find(const uint8_t *bssid) const {
     for (uint32_t i = 0; i < list_.InterfaceNumberOfEntries; ++i) {
-        if (sameMac(list_.interfaces[i].bssid, bssid)) {
-            return &list_.interfaces[i];
-        }
+        if (sameMac(list_.interfaces[i].bssid, bssid)) return &list_.interfaces[i];
     }
     return nullptr;
 }
 
 bool MdidCache::fill(KvMdidInterfaceList &list) {
-    if (mdidCacheStale_) {
-        return false;
-    }
+    if (mdidCacheStale_) return false;
     for (uint32_t i = 0; i < list.InterfaceNumberOfEntries; ++i) {
         KvMdidInterface &entry = list.interfaces[i];
         LOG_PLAIN(KV_LOG_DEBUG, "[TLV] Search mdid for BSS[%d] " KV_MAC "\n", static_cast<int>(i),
@@ -123,12 +115,8 @@ int updateMdid(KvMdidInterfaceList *list) {
         LOG_MSG(KV_LOG_ERROR, "invalid input value when update MDID\n");
         return kFailed;
     }
-    if (!hasUsableCount(*list)) {
-        return kFailed;
-    }
-    if (cache.fill(*list)) {
-        return 0;
-    }
+    if (!hasUsableCount(*list)) return kFailed;
+    if (cache.fill(*list)) return 0;
     bool isFilled = false;
     if (!readOutput("nvram show | grep mdid", kNvramScratchPath,
                     [&](std::FILE *dump) { isFilled = fillFromDump(dump, *list); })) {
@@ -145,9 +133,7 @@ int insertMdidTlv(uint8_t *buffer, uint32_t *length, KvMdidInterfaceList *list) 
         LOG_MSG(KV_LOG_ERROR, "invalid input value when insert MDID\n");
         return kFailed;
     }
-    if (updateMdid(list) != 0) {
-        return kFailed;
-    }
+    if (updateMdid(list) != 0) return kFailed;
     const uint32_t count = list->InterfaceNumberOfEntries;
     const size_t total = kHeaderLen + kEntryLen * count;
     ByteWriter writer(buffer, total);

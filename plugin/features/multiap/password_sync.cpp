@@ -37,9 +37,7 @@ struct Wiped {
 template <typename Step>
 void applyKey(uint8_t *data, size_t length, Step step) {
     const Owned<RdmSyncKeySource> source = readFirstInstance<RdmSyncKeySource>(RDM_OID_SYNC_KEY_SOURCE);
-    if (source == nullptr) {
-        return;
-    }
+    if (source == nullptr) return;
     const size_t keyLength = strnlen(source->key, kMaxKeyLen);
     for (size_t i = 0; i < std::min(keyLength, length); ++i) {
         data[i] = static_cast<uint8_t>(step(data[i], static_cast<uint8_t>(source->key[i])));
@@ -85,9 +83,7 @@ int handleSyncControllerPwdReqMsg(const KvRecvVendTlv *source, uint16_t msgId) {
     LOG_MSG(KV_LOG_DEBUG, "received vendor msg %04x msgId(%04x) to " KV_MAC "\n", VEND_MSG_TYPE_SYNC_CTRL_PWD_REQ,
             msgId, KV_MAC_BYTES(source->srcMac));
     Wiped<char[257]> line;
-    if (!readOwnPassword(line.value)) {
-        return KV_RET_ERR;
-    }
+    if (!readOwnPassword(line.value)) return KV_RET_ERR;
     Wiped<SyncCtrlerPwdMsgData> data;
     std::memcpy(data.value.alMac, getMAPAlMac(), sizeof data.value.alMac);
     data.value.pwdLen = static_cast<uint16_t>(std::strlen(line.value));

@@ -27,9 +27,7 @@ uint16_t parseSyncCtrlerPwdMsgData(ByteReader &payload, KvVendMsg &) {
 
 int genSyncCtrlerPwdMsgData(const KvVendMsg &msg, ByteWriter &writer) {
     const auto &data = recordOf<SyncCtrlerPwdMsgData>(msg);
-    if (data.pwdLen > kMaxPwdLen) {
-        return KV_RET_ERR;
-    }
+    if (data.pwdLen > kMaxPwdLen) return KV_RET_ERR;
     writer.bytes(data.alMac, sizeof data.alMac);
     writer.u16(data.pwdLen);
     writer.bytes(data.pwd, sizeof data.pwd);
@@ -41,13 +39,9 @@ uint16_t parseSyncCtrlerCountryMsgData(ByteReader &payload, KvVendMsg &) {
     char country[kMaxCountryLen + 1] = {};
     payload.copyTo(alMac, sizeof alMac);
     const uint8_t length = payload.u8();
-    if (length > kMaxCountryLen) {
-        return 0;
-    }
+    if (length > kMaxCountryLen) return 0;
     payload.copyTo(country, length);
-    if (!payload.ok()) {
-        return 0;
-    }
+    if (!payload.ok()) return 0;
     if (std::strlen(country) != length || !isCountryText(country)) {
         LOG_TLV(KV_LOG_ERROR, "country in bcn from AlMac " KV_MAC " holds more than letters, digits and /\n",
                 KV_MAC_BYTES(alMac));
@@ -61,9 +55,7 @@ uint16_t parseSyncCtrlerCountryMsgData(ByteReader &payload, KvVendMsg &) {
 
 int genSyncCtrlerCountryMsgData(const KvVendMsg &msg, ByteWriter &writer) {
     const auto &data = recordOf<SyncCtrlerCountryMsgData>(msg);
-    if (data.countryLen > kMaxCountryLen) {
-        return KV_RET_ERR;
-    }
+    if (data.countryLen > kMaxCountryLen) return KV_RET_ERR;
     writer.bytes(data.alMac, sizeof data.alMac);
     writer.u8(data.countryLen);
     writer.bytes(data.country, data.countryLen);

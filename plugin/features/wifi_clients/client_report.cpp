@@ -37,13 +37,9 @@ bool fillQueue(Queue &queue, const WIFINeighborEntry *station) {
         LOG_DEVICE(KV_LOG_DEBUG, "send WiFi client information %s\n", record);
         char framed[sizeof record + 8];
         const int length = kos_snprintf(framed, sizeof framed, "%03d%s", recordLength, record);
-        if (length < 0 || static_cast<size_t>(length) > kMaxFramedRecord) {
-            continue;
-        }
+        if (length < 0 || static_cast<size_t>(length) > kMaxFramedRecord) continue;
         auto chunk = allocateRecord<WIFIClientMsgChunk>();
-        if (chunk == nullptr) {
-            return false;
-        }
+        if (chunk == nullptr) return false;
         chunk->length = static_cast<uint16_t>(length);
         std::memcpy(chunk->text, framed, chunk->length);
         WIFIClientMsgChunk *added = chunk.release();
@@ -88,14 +84,10 @@ void sendQueue(const WIFIClientMsgChunk *chunk) {
 
 int kvSendWIFIClientInfo() {
     const OwnedStations stations = newStations();
-    if (stations == nullptr) {
-        return KV_RET_ERR;
-    }
+    if (stations == nullptr) return KV_RET_ERR;
     kvGetWIFIConfdata(stations.get());
     Queue queue;
-    if (stations->count == 0 || !fillQueue(queue, stations->head)) {
-        return KV_RET_ERR;
-    }
+    if (stations->count == 0 || !fillQueue(queue, stations->head)) return KV_RET_ERR;
     sendQueue(queue.get());
     return KV_RET_OK;
 }
@@ -103,9 +95,7 @@ int kvSendWIFIClientInfo() {
 int handleWifiClientMcastMsg(const KvRecvVendTlv *source, uint16_t msgId, KvVendMsg *msg) {
     LOG_MSG(KV_LOG_NOTICE, "received VEND_MSG_TYPE_WIFI_CLIENT_MCAST2 msgId %04x\n", msgId);
     uint8_t alMac[KV_MAC_LEN] = {};
-    if (msg == nullptr || findReporter(source, alMac) != KV_RET_OK || msg->payload == nullptr) {
-        return KV_RET_ERR;
-    }
+    if (msg == nullptr || findReporter(source, alMac) != KV_RET_OK || msg->payload == nullptr) return KV_RET_ERR;
     const auto *report = static_cast<const KvWifiClientMsg *>(msg->payload);
     LOG_PLAIN(KV_LOG_DEBUG, "WiFiClient Mcast AlMac " KV_MAC ", send number %d, value %s\n",
               KV_MAC_BYTES(report->alMac), report->dataLen, report->text);

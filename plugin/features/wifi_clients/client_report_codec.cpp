@@ -42,9 +42,7 @@ uint32_t number(Text text, uint32_t base) {
     uint32_t value = 0;
     for (const char c : text) {
         const int digit = hexadecimalDigit(c);
-        if (digit < 0 || static_cast<uint32_t>(digit) >= base) {
-            break;
-        }
+        if (digit < 0 || static_cast<uint32_t>(digit) >= base) break;
         value = value * base + static_cast<uint32_t>(digit);
     }
     return isNegative ? 0u - value : value;
@@ -119,9 +117,7 @@ bool readRecord(Text &rest, Text whole, WIFINeighborEntry &station) {
     while (!inner.empty()) {
         const Text piece = takeFront(inner, inner.find(','));
         takeFront(inner, 1);
-        if (!piece.empty() && !readPair(piece, whole, station)) {
-            return false;
-        }
+        if (!piece.empty() && !readPair(piece, whole, station)) return false;
     }
     return true;
 }
@@ -153,15 +149,11 @@ bool hasValidLength(const KvWifiClientMsg &record, uint16_t payloadLen) {
 
 uint16_t parseWifiClientMsgData(ByteReader &payload, KvVendMsg &msg) {
     auto record = allocateRecord<KvWifiClientMsg>();
-    if (record == nullptr) {
-        return 0;
-    }
+    if (record == nullptr) return 0;
     const uint8_t *bytes = payload.data();
     const size_t size = payload.remaining();
     payload.copyTo(record->alMac, sizeof record->alMac);
-    if (!payload.ok()) {
-        return 0;
-    }
+    if (!payload.ok()) return 0;
     if (!sameMac(record->alMac, msg.alMac)) {
         PRINT_TLV("parse AlMac " KV_MAC " is unequal to " KV_MAC "!!!\n", KV_MAC_BYTES(record->alMac),
                   KV_MAC_BYTES(msg.alMac));
@@ -204,21 +196,15 @@ int formatStation(char *text, size_t size, const WIFINeighborEntry &s) {
 }
 
 int copyWIFIclientMsgDataTokvWIFINeighborTable(WIFINeighborList *list, const KvWifiClientMsg *record) {
-    if (list == nullptr || record == nullptr) {
-        return KV_RET_ERR;
-    }
+    if (list == nullptr || record == nullptr) return KV_RET_ERR;
     const Text whole(record->text, strnlen(record->text, std::min<size_t>(record->dataLen, sizeof record->text)));
     WIFINeighborEntry **end = &list->head;
     uint32_t count = 0;
     for (Text rest = whole; !rest.empty(); ++count) {
         WIFINeighborEntry station = {};
-        if (!readRecord(rest, whole, station)) {
-            return KV_RET_ERR;
-        }
+        if (!readRecord(rest, whole, station)) return KV_RET_ERR;
         auto entry = allocateRecord<WIFINeighborEntry>();
-        if (entry == nullptr) {
-            return KV_RET_ERR;
-        }
+        if (entry == nullptr) return KV_RET_ERR;
         *entry = station;
         *end = entry.release();
         end = &(*end)->next;

@@ -90,9 +90,7 @@ bool readStations(const StationFile &source) {
     char line[512];
     while (readLine(file.get(), line)) {
         const auto scratch = allocateRecord<WIFINeighborEntry>();
-        if (scratch == nullptr) {
-            return false;
-        }
+        if (scratch == nullptr) return false;
         if (scan(line, values)) {
             takeLine(values, source, scratch.get());
         }
@@ -104,9 +102,7 @@ bool readStations(const StationFile &source) {
 
 bool LocalStations::append(const WIFINeighborEntry &station) {
     auto entry = allocateRecord<WIFINeighborEntry>();
-    if (entry == nullptr) {
-        return false;
-    }
+    if (entry == nullptr) return false;
     std::memcpy(entry->mac, station.mac, sizeof entry->mac);
     copyFigures(*entry, station);
     (tail_ == nullptr ? WIFINeighborHead : tail_->next) = entry.get();
@@ -116,9 +112,7 @@ bool LocalStations::append(const WIFINeighborEntry &station) {
 }
 
 void LocalStations::removeAll() {
-    if (WIFINbrNum == 0 || WIFINeighborHead == nullptr) {
-        return;
-    }
+    if (WIFINbrNum == 0 || WIFINeighborHead == nullptr) return;
     if (record_ != nullptr && record_->wifiNbrHead == WIFINeighborHead) {
         shown_ = WIFINeighborHead;  // freed when the host has been given another one
     } else {
@@ -132,9 +126,7 @@ void LocalStations::removeAll() {
 void LocalStations::rebuild() {
     removeAll();
     for (const StationFile &file : kFiles) {
-        if (!readStations(file)) {
-            return;
-        }
+        if (!readStations(file)) return;
     }
     publish();
 }
@@ -189,9 +181,7 @@ void kvWriteWIFINbrInfo(WIFINeighborEntry *scratch, const char *macText, uint16_
         LOG_PLAIN(KV_LOG_WARNING, "WiFi MAC formet error!\n");
         return;
     }
-    if (CheckingNullMAC(scratch->mac)) {
-        return;
-    }
+    if (CheckingNullMAC(scratch->mac)) return;
     LOG_DEVICE(KV_LOG_DEBUG, "Write WiFi Nbr " KV_MAC "\n", KV_MAC_BYTES(scratch->mac));
     scratch->mediaType = mediaType;
     scratch->Band = kFiles[band == kFiles[0].band ? 0 : 1].bandCode;
@@ -219,21 +209,15 @@ bool CheckingNullMAC(const uint8_t *mac) {
 
 uint16_t kvGetMediaTypeByStandard(uint16_t standard, int band) {
     for (const MediaTypeRow &row : kMediaTypes) {
-        if (row.standard == standard) {
-            return band == kFiles[0].band ? row.on24G : row.on5G;
-        }
+        if (row.standard == standard) return band == kFiles[0].band ? row.on24G : row.on5G;
     }
     return 0;
 }
 
 uint16_t signalLevelOf(int rssi) {
-    if (rssi == 0) {
-        return 0;
-    }
+    if (rssi == 0) return 0;
     for (const auto &[lowest, level] : kSignalLevels) {
-        if (rssi >= lowest) {
-            return level;
-        }
+        if (rssi >= lowest) return level;
     }
     return 1;
 }
@@ -247,13 +231,9 @@ int kvGetWIFIConfig(WIFINeighborList *list) {
 
 int kvGetWIFIStaData(const uint8_t *mac, WIFINeighborEntry *out) {
     const auto view = allocateRecord<WIFINeighborList>();
-    if (view == nullptr) {
-        return KV_RET_ERR;
-    }
+    if (view == nullptr) return KV_RET_ERR;
     kvGetWIFIConfig(view.get());
-    if (view->count == 0) {
-        return KV_RET_ERR;
-    }
+    if (view->count == 0) return KV_RET_ERR;
     for (const WIFINeighborEntry *station = view->head; station != nullptr; station = station->next) {
         if (sameMac(station->mac, mac)) {
             copyFigures(*out, *station);
@@ -266,9 +246,7 @@ int kvGetWIFIStaData(const uint8_t *mac, WIFINeighborEntry *out) {
 int kvGetWIFIConfdata(WIFINeighborList *list) {
     *list = {};
     const auto view = allocateRecord<WIFINeighborList>();
-    if (view == nullptr) {
-        return KV_RET_OK;
-    }
+    if (view == nullptr) return KV_RET_OK;
     kvGetWIFIConfig(view.get());
     WIFINeighborEntry **end = &list->head;
     for (const WIFINeighborEntry *station = view->head; station != nullptr; station = station->next) {
@@ -276,9 +254,7 @@ int kvGetWIFIConfdata(WIFINeighborList *list) {
         uint8_t owner[KV_MAC_LEN] = {};
         const bool isOwned = getalMacOfDevTableByIfMac(owner, station->mac) == KV_RET_OK && !isZeroMac(owner);
         auto copy = allocateRecord<WIFINeighborEntry>();
-        if (copy == nullptr) {
-            return KV_RET_ERR;
-        }
+        if (copy == nullptr) return KV_RET_ERR;
         std::memcpy(copy->mac, isOwned ? owner : station->mac, sizeof copy->mac);
         copyFigures(*copy, *station);
         *end = copy.release();

@@ -65,9 +65,7 @@ class Merge {
 
     // Ages a full table, once for a report: only five devices are registered for ageing.
     bool isFull() {
-        if (dev_.wifiNbrNum < kMaxTableStations || isAged_) {
-            return dev_.wifiNbrNum >= kMaxTableStations;
-        }
+        if (dev_.wifiNbrNum < kMaxTableStations || isAged_) return dev_.wifiNbrNum >= kMaxTableStations;
         LOG_MSG(KV_LOG_WARNING, "WiFi neighbor table is full, %u stations\n", dev_.wifiNbrNum);
         dropStaleStations(dev_, now_);
         isAged_ = true;
@@ -117,17 +115,13 @@ int kvUpdateWiFiNbr(KvDevVendorData *devData, const WIFINeighborList *list) {
                   "Tx %u, Rx %u, tx_rate %d, rx_rate %d\n",
                   KV_MAC_BYTES(r.mac), r.mediaType, r.Band, r.Rate, r.RSSI, r.SNR, r.signalLevel, r.Tx, r.Rx, r.tx_rate,
                   r.rx_rate);
-        if (!merge.add(r)) {
-            return KV_RET_ERR;
-        }
+        if (!merge.add(r)) return KV_RET_ERR;
     }
     return KV_RET_OK;
 }
 
 int findReporter(const KvRecvVendTlv *source, uint8_t *alMac) {
-    if (getalMacOfDevTableByIfMac(alMac, source->srcMac) != KV_RET_OK) {
-        return KV_RET_ERR;
-    }
+    if (getalMacOfDevTableByIfMac(alMac, source->srcMac) != KV_RET_OK) return KV_RET_ERR;
     if (sameMac(alMac, getMAPAlMac())) {
         LOG_MSG(KV_LOG_WARNING, "dropped stations that " KV_MAC " reports in this device's own name\n",
                 KV_MAC_BYTES(source->srcMac));
@@ -137,9 +131,7 @@ int findReporter(const KvRecvVendTlv *source, uint8_t *alMac) {
 }
 
 int mergeReport(const uint8_t *alMac, const WIFINeighborList *list) {
-    if (!isInTopology(alMac)) {
-        return KV_RET_ERR;
-    }
+    if (!isInTopology(alMac)) return KV_RET_ERR;
     KvDevVendorData *dev = wifiNeighborData(alMac);
     if (dev != nullptr) {
         registerMAPNeighbor(alMac);
@@ -153,9 +145,7 @@ int checkWIFIClientInfo() {
     const auto now = static_cast<uint32_t>(std::time(nullptr));
     for (size_t index = 0; index < RegisteredNeighbors::kCapacity; ++index) {
         const uint8_t *alMac = registeredNeighbors().at(index);
-        if (isZeroMac(alMac)) {
-            continue;
-        }
+        if (isZeroMac(alMac)) continue;
         if (KvDevVendorData *dev = wifiNeighborData(alMac)) {
             dropStaleStations(*dev, now);
         } else {

@@ -37,9 +37,7 @@ size_t writeMeasurement(const KvRssiMeasurement &measurement, uint8_t kind, Byte
 // when memory ran out.
 bool measure(KvRssiMeasurement &measurement, int &result) {
     const auto entry = allocateRecord<WIFINeighborEntry>();
-    if (entry == nullptr) {
-        return false;
-    }
+    if (entry == nullptr) return false;
     result = kvGetWIFIStaData(measurement.staMac, entry.get());
     if (result == KV_RET_OK) {
         measurement.rxRate10 = static_cast<uint16_t>(entry->rx_rate * 10);
@@ -77,9 +75,7 @@ int handleIntelRssiMeasurementReq(const KvRecvVendTlv *source, uint16_t msgId, K
     answer.msgType = INTEL_MSG_TYPE_RSSI_MEASUREMENT_RESP;
     answer.field10 = 0;
     answer.payload = &measurement;
-    if (int found = KV_RET_ERR; !measure(measurement, found)) {
-        return KV_RET_ERR;
-    }
+    if (int found = KV_RET_ERR; !measure(measurement, found)) return KV_RET_ERR;
     if (sendIntelUnicast(source->srcMac, &msgId, &answer) != KV_RET_OK) {
         LOG_MSG(KV_LOG_WARNING, "fail send rssi measurement response to " KV_MAC "\n", KV_MAC_BYTES(source->srcMac));
         return KV_RET_ERR;
@@ -99,9 +95,7 @@ int sendRssiMeasurementNotify(const uint8_t *destination, KvIntelVendMsg *msg) {
     msg->field10 = 0;
 
     int result = KV_RET_ERR;
-    if (!measure(*msg->payload, result)) {
-        return KV_RET_ERR;
-    }
+    if (!measure(*msg->payload, result)) return KV_RET_ERR;
     uint16_t msgId = 0;
     if (sendIntelUnicast(destination, &msgId, msg) != KV_RET_OK) {
         LOG_MSG(KV_LOG_WARNING, "fail send rssi measurement notify to " KV_MAC "\n", KV_MAC_BYTES(destination));

@@ -62,9 +62,7 @@ int handleWifiStateReqMsg(const KvRecvVendTlv *source, uint16_t msgId) {
         chunk->count = std::min(rest, kStationsPerResponse);
         rest -= chunk->count;
         sendChunk(source->srcMac, msgId, chunk.get());
-        if (rest == 0) {
-            return KV_RET_OK;
-        }
+        if (rest == 0) return KV_RET_OK;
         msgId = 0;
         for (uint32_t i = 0; i < kStationsPerResponse; ++i) {
             chunk->head = chunk->head->next;
@@ -78,9 +76,7 @@ int handleWifiStateRespMsg(const KvRecvVendTlv *source, uint16_t msgId, KvVendMs
     const OwnedStations stations(static_cast<WIFINeighborList *>(msg->payload));
     msg->payload = nullptr;
     uint8_t alMac[KV_MAC_LEN] = {};
-    if (stations == nullptr || findReporter(source, alMac) != KV_RET_OK) {
-        return KV_RET_ERR;
-    }
+    if (stations == nullptr || findReporter(source, alMac) != KV_RET_OK) return KV_RET_ERR;
     return mergeReport(alMac, stations.get());
 }
 

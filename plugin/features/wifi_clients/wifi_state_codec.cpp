@@ -36,9 +36,7 @@ void writeStation(const WIFINeighborEntry &station, ByteWriter &writer) {
 
 uint16_t parseWifiStateRespMsgData(ByteReader &payload, KvVendMsg &msg) {
     OwnedStations list = newStations();
-    if (list == nullptr) {
-        return 0;
-    }
+    if (list == nullptr) return 0;
     list->count = payload.u8();
     if (!payload.ok() || payload.remaining() < list->count * kStationLen) {
         return 0;  // before memory is spent on stations that are not there
@@ -46,9 +44,7 @@ uint16_t parseWifiStateRespMsgData(ByteReader &payload, KvVendMsg &msg) {
     WIFINeighborEntry **end = &list->head;
     for (uint32_t i = 0; i < list->count; ++i) {
         auto station = allocateRecord<WIFINeighborEntry>();
-        if (station == nullptr) {
-            return 0;
-        }
+        if (station == nullptr) return 0;
         readStation(payload, *station);
         *end = station.release();
         end = &(*end)->next;
@@ -63,9 +59,7 @@ int genWifiStateRespMsgData(const KvVendMsg &msg, ByteWriter &writer) {
     writer.u8(static_cast<uint8_t>(list->count));
     const WIFINeighborEntry *station = list->head;
     for (uint32_t i = 0; i < list->count && writer.ok(); ++i, station = station->next) {
-        if (station == nullptr) {
-            return KV_RET_ERR;
-        }
+        if (station == nullptr) return KV_RET_ERR;
         writeStation(*station, writer);
     }
     return KV_RET_OK;
