@@ -5,20 +5,26 @@
 
 namespace kv1905d {
 
+// X(NAME, FIELD) for each.
+#define KV_COUNTERS(X)                                                           \
+    X("FramesReceived", framesReceived)                                          \
+    X("FramesSent", framesSent)                                                  \
+    X("FramesDropped", framesDropped) /* not for this device, no message, own */ \
+    X("SendFailures", sendFailures)   /* frames the interface did not accept */  \
+    X("MessagesReceived", messagesReceived)                                      \
+    X("MessagesRelayed", messagesRelayed)                                        \
+    X("DuplicatesDropped", duplicatesDropped)                                    \
+    X("ReassemblyTimeouts", reassemblyTimeouts)                                  \
+    X("ReassemblyEvictions", reassemblyEvictions)                                \
+    X("ParseFailures", parseFailures)                                            \
+    X("VendorTlvsReceived", vendorTlvsReceived)                                  \
+    X("VendorTlvsRefused", vendorTlvsRefused) /* by the settings guard */        \
+    X("VendorMessagesSent", vendorMessagesSent)
+
 struct Counters {
-    uint64_t framesReceived = 0;
-    uint64_t framesSent = 0;
-    uint64_t framesDropped = 0;  // not for this device, not a message, or our own
-    uint64_t sendFailures = 0;   // frames the interface did not take
-    uint64_t messagesReceived = 0;
-    uint64_t messagesRelayed = 0;
-    uint64_t duplicatesDropped = 0;
-    uint64_t reassemblyTimeouts = 0;
-    uint64_t reassemblyEvictions = 0;
-    uint64_t parseFailures = 0;
-    uint64_t vendorTlvsReceived = 0;
-    uint64_t vendorTlvsRefused = 0;  // by the settings guard
-    uint64_t vendorMessagesSent = 0;
+#define KV_COUNTER_FIELD(name, field) uint64_t field = 0;
+    KV_COUNTERS(KV_COUNTER_FIELD)
+#undef KV_COUNTER_FIELD
 };
 
 struct CounterRow {
@@ -26,20 +32,8 @@ struct CounterRow {
     uint64_t Counters::*field;
 };
 
-inline constexpr CounterRow kCounterRows[] = {
-    {"FramesReceived", &Counters::framesReceived},
-    {"FramesSent", &Counters::framesSent},
-    {"FramesDropped", &Counters::framesDropped},
-    {"SendFailures", &Counters::sendFailures},
-    {"MessagesReceived", &Counters::messagesReceived},
-    {"MessagesRelayed", &Counters::messagesRelayed},
-    {"DuplicatesDropped", &Counters::duplicatesDropped},
-    {"ReassemblyTimeouts", &Counters::reassemblyTimeouts},
-    {"ReassemblyEvictions", &Counters::reassemblyEvictions},
-    {"ParseFailures", &Counters::parseFailures},
-    {"VendorTlvsReceived", &Counters::vendorTlvsReceived},
-    {"VendorTlvsRefused", &Counters::vendorTlvsRefused},
-    {"VendorMessagesSent", &Counters::vendorMessagesSent},
-};
+#define KV_COUNTER_ROW(name, field) {name, &Counters::field},
+inline constexpr CounterRow kCounterRows[] = {KV_COUNTERS(KV_COUNTER_ROW)};
+#undef KV_COUNTER_ROW
 
 }  // namespace kv1905d

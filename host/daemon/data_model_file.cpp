@@ -16,24 +16,20 @@
 namespace kv1905d {
 namespace {
 
-// fill(json, entry) says what is told of an entry.
-template <typename Range, typename Fill>
-JsonList listOf(const Range &entries, Fill fill) {
+template <typename Range, typename ToJson>
+JsonList listOf(const Range &entries, ToJson toJson) {
     JsonList list;
-    for (const auto &entry : entries) {
-        JsonObject json;
-        fill(json, entry);
-        list.add(json);
-    }
+    for (const auto &entry : entries)
+        list.add(toJson(entry));
     return list;
 }
 
 Json timeJson(time_t when) {
-    if (when == 0) return Json::string("");
+    if (when == 0) return Json("");
     tm parts{};
     char text[32] = "";
     if (gmtime_r(&when, &parts) != nullptr) std::strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%SZ", &parts);
-    return Json::string(text);
+    return Json(text);
 }
 
 // ---- Fields of the plug-in's record
@@ -84,10 +80,10 @@ std::string fixedText(const char *field, size_t size) {
 
 Json fieldJson(const KvDevVendorData &record, const FieldRow &row) {
     const char *field = reinterpret_cast<const char *>(&record) + row.offset;
-    if (row.kind == FieldKind::Text) return Json::string(fixedText(field, row.size));
+    if (row.kind == FieldKind::Text) return Json(fixedText(field, row.size));
     if (row.size == 1) {
         const auto byte = static_cast<uint8_t>(*field);
-        return row.kind == FieldKind::Flag ? Json::boolean(byte != 0) : Json::number(byte);
+        return row.kind == FieldKind::Flag ? Json(byte != 0) : Json(byte);
     }
     uint32_t when = 0;
     static_assert(std::all_of(std::begin(kVendorFields), std::end(kVendorFields), [](const FieldRow &r) {
@@ -109,19 +105,18 @@ uint8_t signalCode(int dBm) {
 }
 
 Json rateJson(uint16_t megabits) {
-    return Json::number(megabits * 1000);  // kbit/s, as Data Elements has it
+    return Json(megabits * 1000);  // kbit/s, as Data Elements has it
 }
 
 // The local list carries no time: its stations were there when it was made.
 JsonObject stationJson(const WIFINeighborEntry &station, time_t now) {
-    JsonObject json;
-    json.add("MACAddress", Json::mac(MacAddress::copyOf(station.mac)));
-    json.add("LastDataDownlinkRate", rateJson(station.tx_rate));
-    json.add("LastDataUplinkRate", rateJson(station.rx_rate));
-    json.add("SignalStrength", Json::number(signalCode(station.RSSI)));
-    json.add("BytesSent", Json::number(station.Tx));
-    json.add("BytesReceived", Json::number(station.Rx));
-    json.add("TimeStamp", timeJson(station.lastSeen != 0 ? static_cast<time_t>(station.lastSeen) : now));
+    JsonObject json{{"MACAddress", MacAddress::copyOf(station.mac)},
+                    {"LastDataDownlinkRate", rateJson(station.tx_rate)},
+                    {"LastDataUplinkRate", rateJson(station.rx_rate)},
+                    {"SignalStrength", signalCode(station.RSSI)},
+                    {"BytesSent", station.Tx},
+                    {"BytesReceived", station.Rx},
+                    {"TimeStamp", timeJson(station.lastSeen != 0 ? static_cast<time_t>(station.lastSeen) : now)}};
     return json;
 }
 
@@ -163,18 +158,13 @@ JsonObject radioJson(const DataModelView &view, const Device &device, const Devi
     const Band band = bandOfMediaType(radio.facts.mediaType);
     JsonList networks;
     if (const std::optional<Bss> bss = bssOf(view, device, radio, band)) {
-        JsonObject network;
-        network.add("BSSID", Json::mac(bss->bssid));
-        network.add("SSID", Json::string(bss->ssid));
-        network.add("Enabled", Json::boolean(radio.vendor.pwrState == 0));
+        JsonObject network{{"BSSID", bss->bssid}, {"SSID", bss->ssid}, {"Enabled", radio.vendor.pwrState == 0}};
         const bool hasStations = stationRadio(view, device, band) == &radio;
         network.addCounted("NumberOfSTA", "STAList",
                            hasStations ? stationsJson(device, band, view.wallClock) : JsonList());
         networks.add(network);
     }
-    JsonObject json;
-    json.add("ID", Json::mac(radio.facts.mac));
-    json.add("Enabled", Json::boolean(radio.vendor.pwrState == 0));
+    JsonObject json{{"ID", radio.facts.mac}, {"Enabled", radio.vendor.pwrState == 0}};
     json.addCounted("NumberOfBSS", "BSSList", networks);
     return json;
 }
@@ -191,43 +181,35 @@ void addStations(JsonList &list, const DataModelView &view, const Device &device
     for (const WIFINeighborEntry *at = device.vendor.data()->wifiNbrHead; at != nullptr; at = at->next) {
         const Band band = bandOf(&BandRow::stationBand, at->Band);
         JsonObject json = stationJson(*at, view.wallClock);
-        json.add("Device", Json::mac(device.alMac));
-        json.add("BSSID", networks[band] ? Json::mac(networks[band]->bssid) : Json::null());
-        json.add("Band", Json::string(bandName(band)));
-        json.add("MediaType", Json::number(at->mediaType));
-        json.add("RSSI", Json::number(at->RSSI));  // dBm
-        json.add("SNR", Json::number(at->SNR));    // dB
-        json.add("SignalLevel", Json::number(at->signalLevel));
-        json.add("Rate", rateJson(at->Rate));
+        json.add({{"Device", device.alMac},
+                  {"BSSID", networks[band] ? Json(networks[band]->bssid) : Json(nullptr)},
+                  {"Band", bandName(band)},
+                  {"MediaType", at->mediaType},
+                  {"RSSI", at->RSSI},  // dBm
+                  {"SNR", at->SNR},    // dB
+                  {"SignalLevel", at->signalLevel},
+                  {"Rate", rateJson(at->Rate)}});
         list.add(json);
     }
 }
 
 // ---- BSSs as devices told of them
 
-void fillMdid(JsonObject &json, const MdidEntry &entry) {
-    json.add("BSSID", Json::mac(entry.bssid));
-    json.add("Mdid", Json::number(entry.mdid));
-    json.add("Enabled", Json::boolean(entry.enabled));
+JsonObject mdidJson(const MdidEntry &entry) {
+    return {{"BSSID", entry.bssid}, {"Mdid", entry.mdid}, {"Enabled", entry.enabled}};
 }
 
-void fillBssConfiguration(JsonObject &json, const BssConfiguration &entry) {
-    json.add("BandIndex", Json::number(entry.bandIndex));
-    json.add("Attribute", Json::number(entry.attribute));
-    json.add("Mdid", Json::number(entry.mdid));
-    json.add("Tci", Json::number(entry.tci));
-    json.add("WlMode", Json::number(entry.wlMode));
-    json.add("ExtAttribute", Json::number(entry.extAttribute));
+JsonObject bssConfigurationJson(const BssConfiguration &entry) {
+    return {{"BandIndex", entry.bandIndex}, {"Attribute", entry.attribute},
+            {"Mdid", entry.mdid},           {"Tci", entry.tci},
+            {"WlMode", entry.wlMode},       {"ExtAttribute", entry.extAttribute}};
 }
 
-void fillApConfiguration(JsonObject &json, const std::pair<const Band, KvBssInfo> &entry) {
+JsonObject apConfigurationJson(const std::pair<const Band, KvBssInfo> &entry) {
     const auto &[band, bss] = entry;
-    json.add("Band", Json::string(bandName(band)));
-    json.add("BandIndex", Json::number(bss.BandIndex));
-    json.add("Attribute", Json::number(bss.Attribute));
-    json.add("Mdid", Json::number(bss.MDID));
-    json.add("Tci", Json::number(bss.TCI));
-    json.add("ExtAttribute", Json::number(bss.ExtAttribute));
+    return {
+        {"Band", bandName(band)}, {"BandIndex", bss.BandIndex},      {"Attribute", bss.Attribute}, {"Mdid", bss.MDID},
+        {"Tci", bss.TCI},         {"ExtAttribute", bss.ExtAttribute}};
 }
 
 // ---- The two roots
@@ -238,11 +220,10 @@ JsonObject deviceJson(const DataModelView &view, const Device &device) {
     for (const DeviceInterface &interface : device.interfaces) {
         if (isWifi(interface)) radios.add(radioJson(view, device, interface));
     }
-    JsonObject json;
-    json.add("ID", Json::mac(device.alMac));
-    json.add("Manufacturer", Json::string(""));
-    json.add("ManufacturerModel", Json::string(fixedText(record.modelName, sizeof record.modelName)));
-    json.add("SoftwareVersion", Json::string(fixedText(record.fwVersion, sizeof record.fwVersion)));
+    JsonObject json{{"ID", device.alMac},
+                    {"Manufacturer", ""},
+                    {"ManufacturerModel", fixedText(record.modelName, sizeof record.modelName)},
+                    {"SoftwareVersion", fixedText(record.fwVersion, sizeof record.fwVersion)}};
     json.addCounted("NumberOfRadios", "RadioList", radios);
     return json;
 }
@@ -251,9 +232,7 @@ JsonObject networkJson(const DataModelView &view) {
     JsonList devices;
     for (const auto &[alMac, device] : view.topology.devices())
         devices.add(deviceJson(view, *device));
-    JsonObject json;
-    json.add("ID", Json::mac(view.topology.local().alMac));
-    json.add("TimeStamp", timeJson(view.wallClock));
+    JsonObject json{{"ID", view.topology.local().alMac}, {"TimeStamp", timeJson(view.wallClock)}};
     json.addCounted("NumberOfDevices", "DeviceList", devices);
     return json;
 }
@@ -265,12 +244,10 @@ JsonList neighboursJson(const Device &device) {
         const auto isIt = [&](const DeviceInterface &each) { return each.facts.mac == link.localInterface; };
         const auto interface = std::find_if(device.interfaces.begin(), device.interfaces.end(), isIt);
         for (const Neighbour &neighbour : link.neighbours) {
-            JsonObject json;
-            json.add("ID", Json::mac(neighbour.alMac));
-            json.add("Interface", Json::mac(link.localInterface));
+            JsonObject json{{"ID", neighbour.alMac}, {"Interface", link.localInterface}};
             const bool isListed = interface != device.interfaces.end();
-            json.add("MediaType", isListed ? Json::number(interface->facts.mediaType) : Json::null());
-            json.add("ViaBridge", Json::boolean(neighbour.viaBridge));
+            json.add({{"MediaType", isListed ? Json(interface->facts.mediaType) : Json(nullptr)},
+                      {"ViaBridge", neighbour.viaBridge}});
             list.add(json);
         }
     }
@@ -279,30 +256,27 @@ JsonList neighboursJson(const Device &device) {
 
 JsonObject vendorDeviceJson(const DataModelView &view, const Device &device,
                             const std::map<MacAddress, unsigned> &hops) {
-    JsonObject json;
-    json.add("ID", Json::mac(device.alMac));
-    json.add("Local", Json::boolean(device.local));
-    json.add("SpeaksProtocol", Json::boolean(device.speaksProtocol()));
+    JsonObject json{{"ID", device.alMac}, {"Local", device.local}, {"SpeaksProtocol", device.speaksProtocol()}};
     const auto distance = hops.find(device.alMac);
-    json.add("Hops", distance != hops.end() ? Json::number(distance->second) : Json::null());
+    json.add({{"Hops", distance != hops.end() ? Json(distance->second) : Json(nullptr)}});
     const auto silence = device.local ? Duration{} : view.now - device.lastHeard;
-    json.add("SecondsSinceHeard", Json::number(static_cast<uint64_t>(silence.count() / 1000)));
+    json.add({{"SecondsSinceHeard", static_cast<uint64_t>(silence.count() / 1000)}});
     for (const FieldRow &row : kVendorFields)
-        json.add(row.name, fieldJson(*device.vendor.data(), row));
-    json.add("WifiNeighborCount", Json::number(device.local ? view.localStations : device.vendor.data()->wifiNbrNum));
-    json.add("NeighborList", neighboursJson(device));
-    json.add("MdidList", listOf(device.bss.mdids, fillMdid));
-    json.add("BssConfigList", listOf(device.bss.configurations, fillBssConfiguration));
+        json.add({{row.name, fieldJson(*device.vendor.data(), row)}});
+    json.add({{"WifiNeighborCount", device.local ? view.localStations : device.vendor.data()->wifiNbrNum},
+              {"NeighborList", neighboursJson(device)},
+              {"MdidList", listOf(device.bss.mdids, mdidJson)},
+              {"BssConfigList", listOf(device.bss.configurations, bssConfigurationJson)}});
     const auto known = view.apConfigurations.find(device.alMac);
-    json.add("ApConfigurationList",
-             known == view.apConfigurations.end() ? JsonList() : listOf(known->second, fillApConfiguration));
+    const bool isKnown = known != view.apConfigurations.end();
+    json.add({{"ApConfigurationList", isKnown ? listOf(known->second, apConfigurationJson) : JsonList()}});
     return json;
 }
 
 JsonObject ownJson(const DataModelView &view) {
     JsonObject counters;
     for (const CounterRow &row : kCounterRows)
-        counters.add(row.name, Json::number(view.counters.*row.field));
+        counters.add({{row.name, view.counters.*row.field}});
     JsonList devices;
     JsonList stations;
     const std::map<MacAddress, unsigned> hops = view.topology.hops();
@@ -310,10 +284,8 @@ JsonObject ownJson(const DataModelView &view) {
         devices.add(vendorDeviceJson(view, *device, hops));
         addStations(stations, view, *device);
     }
-    JsonObject json;
-    json.add("Role", Json::string(view.role));
-    json.add("Controller", Json::string(view.controller ? view.controller->text() : ""));
-    json.add("Counters", counters);
+    JsonObject json{
+        {"Role", view.role}, {"Controller", view.controller ? view.controller->text() : ""}, {"Counters", counters}};
     json.addCounted("NumberOfDevices", "DeviceList", devices);
     json.addCounted("NumberOfStations", "StationList", stations);
     return json;
@@ -322,10 +294,8 @@ JsonObject ownJson(const DataModelView &view) {
 }  // namespace
 
 std::string dataModelJson(const DataModelView &view) {
-    JsonObject root;
-    root.add("wfa-dataelements:Network", networkJson(view));
-    root.add("kv1905", ownJson(view));
-    return Json(root).text + '\n';
+    const JsonObject root{{"wfa-dataelements:Network", networkJson(view)}, {"kv1905", ownJson(view)}};
+    return Json(root).text() + '\n';
 }
 
 void replaceFile(const std::string &path, const std::string &text) {

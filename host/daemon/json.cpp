@@ -1,6 +1,7 @@
 #include "daemon/json.h"
 
 #include <algorithm>
+#include <cstdint>
 #include <cstdio>
 
 namespace kv1905d {
@@ -35,19 +36,18 @@ std::string validUtf8(std::string_view text) {
     return out;
 }
 
-Json Json::string(std::string_view value) {
-    std::string out = "\"";
+Json::Json(std::string_view value) : text_("\"") {
     for (const char c : validUtf8(value)) {
         if (static_cast<uint8_t>(c) < 0x20) {
             char escaped[8];
             std::snprintf(escaped, sizeof escaped, "\\u%04x", static_cast<unsigned>(c));
-            out += escaped;
+            text_ += escaped;
             continue;
         }
-        if (c == '"' || c == '\\') out += '\\';
-        out += c;
+        if (c == '"' || c == '\\') text_ += '\\';
+        text_ += c;
     }
-    return {out + '"'};
+    text_ += '"';
 }
 
 }  // namespace kv1905d

@@ -3,8 +3,11 @@
 #pragma once
 
 #include <concepts>
+#include <cstddef>
+#include <initializer_list>
 #include <string>
 #include <string_view>
+#include <utility>
 
 #include "ieee1905/mac_address.h"
 
@@ -13,22 +16,32 @@ namespace kv1905d {
 // The text with every byte that is not valid UTF-8 replaced by U+FFFD.
 std::string validUtf8(std::string_view text);
 
-struct Json {
-    std::string text;
+class Json {
+  public:
+    Json(std::string_view value);
+    Json(const std::string &value) : Json(std::string_view(value)) {}
+    Json(const char *value) : Json(std::string_view(value)) {}
+    Json(const MacAddress &value) : text_('"' + value.text() + '"') {}
+    Json(std::nullptr_t) : text_("null") {}
+    Json(std::integral auto value) : text_(std::to_string(value)) {}
+    Json(bool value) : text_(value ? "true" : "false") {}
+    static Json of(std::string text) {  // is JSON already
+        Json json(nullptr);
+        json.text_ = std::move(text);
+        return json;
+    }
+    const std::string &text() const { return text_; }
 
-    static Json string(std::string_view value);
-    static Json number(std::integral auto value) { return {std::to_string(value)}; }
-    static Json boolean(bool value) { return {value ? "true" : "false"}; }
-    static Json null() { return {"null"}; }
-    static Json mac(const MacAddress &value) { return {'"' + value.text() + '"'}; }
+  private:
+    std::string text_;
 };
 
 // An entry a line.
 class JsonList {
   public:
-    void add(const Json &entry) { entries_ += (count_++ == 0 ? "\n" : ",\n") + entry.text; }
+    void add(const Json &entry) { entries_ += (count_++ == 0 ? "\n" : ",\n") + entry.text(); }
     size_t count() const { return count_; }
-    operator Json() const { return {count_ == 0 ? "[]" : '[' + entries_ + "\n]"}; }
+    operator Json() const { return Json::of(count_ == 0 ? "[]" : '[' + entries_ + "\n]"); }
 
   private:
     std::string entries_;
@@ -37,15 +50,18 @@ class JsonList {
 
 class JsonObject {
   public:
-    void add(const char *key, const Json &value) {
-        members_ += (members_.empty() ? "\"" : ", \"") + std::string(key) + "\": " + value.text;
+    using Member = std::pair<const char *, Json>;
+
+    JsonObject(std::initializer_list<Member> members = {}) { add(members); }
+    void add(std::initializer_list<Member> members) {
+        for (const auto &[key, value] : members)
+            members_ += (members_.empty() ? "\"" : ", \"") + std::string(key) + "\": " + value.text();
     }
     // A list and the number of its entries.
     void addCounted(const char *countKey, const char *listKey, const JsonList &list) {
-        add(countKey, Json::number(list.count()));
-        add(listKey, list);
+        add({{countKey, list.count()}, {listKey, list}});
     }
-    operator Json() const { return {'{' + members_ + '}'}; }
+    operator Json() const { return Json::of('{' + members_ + '}'); }
 
   private:
     std::string members_;

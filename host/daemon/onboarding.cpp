@@ -30,12 +30,6 @@ std::optional<uint8_t> byteOf(const Message &message, TlvType type) {
 
 }  // namespace
 
-const Onboarding::HandlerRow Onboarding::kHandlers[] = {
-    {kAutoconfigurationSearch, &Onboarding::handleSearch},
-    {kAutoconfigurationResponse, &Onboarding::handleResponse},
-    {kAutoconfigurationWsc, &Onboarding::handleWsc},
-};
-
 Onboarding::Onboarding(Node &node, OnboardingActions actions, TimePoint now)
     : node_(node), actions_(std::move(actions)), random_(node.config().seed) {
     const std::vector<LocalInterface> &radios = node.config().radios;
@@ -62,10 +56,9 @@ std::optional<MacAddress> Onboarding::controller() const {
 // ---- Receiving
 
 bool Onboarding::receive(const MacAddress &source, const Message &message, TimePoint now) {
-    for (const HandlerRow &row : kHandlers) {
-        if (row.type == message.type) return (this->*row.handle)(source, message, now);
-    }
-    return true;
+    if (message.type == kAutoconfigurationSearch) return handleSearch(source, message, now);
+    if (message.type == kAutoconfigurationResponse) return handleResponse(source, message, now);
+    return handleWsc(source, message, now);
 }
 
 bool Onboarding::handleSearch(const MacAddress &source, const Message &message, TimePoint now) {

@@ -66,11 +66,6 @@ class Onboarding {
         unsigned offers = 0;    // M1 sent
         WscNonce nonce{};
     };
-    struct HandlerRow {
-        uint16_t type;
-        bool (Onboarding::*handle)(const MacAddress &, const Message &, TimePoint);
-    };
-    static const HandlerRow kHandlers[];
 
     bool handleSearch(const MacAddress &source, const Message &message, TimePoint now);
     bool handleResponse(const MacAddress &source, const Message &message, TimePoint now);

@@ -12,23 +12,14 @@
 namespace kv1905d {
 namespace {
 
-constexpr unsigned kDefaultInterval = 60;     // seconds
 constexpr unsigned kLongestInterval = 86400;  // seconds
 
-// The options as text, before they are looked at.
-struct RawOptions {
-    std::string alMac;
-    std::vector<std::string> interfaces;
-    std::string bridge;
-    std::vector<std::string> radios;
-    std::string plugin = kDefaultPlugin;
+// Options that are checked after all were read, as text.
+struct RawOptions : Options {
+    std::string alMacText;
+    std::vector<std::string> radioTexts;
+    std::string settingsFromText = "any";
     bool noPlugin = false;
-    std::string dataModel = kDefaultDataModel;
-    std::string socket = kDefaultCommandSocket;
-    unsigned discoveryInterval = kDefaultInterval;
-    unsigned queryInterval = kDefaultInterval;
-    std::string settingsFrom = "any";
-    bool trace = false;
 };
 
 const std::map<std::string, SettingsFrom> kSettingsFrom = {{"any", SettingsFrom::Any},
@@ -36,13 +27,13 @@ const std::map<std::string, SettingsFrom> kSettingsFrom = {{"any", SettingsFrom:
 
 void declare(CLI::App &app, RawOptions &raw) {
     const auto interval = CLI::Range(1u, kLongestInterval);
-    app.add_option("--al-mac", raw.alMac,
+    app.add_option("--al-mac", raw.alMacText,
                    "IEEE 1905.1 address of this device [the first interface's MAC, locally administered]");
     app.add_option("-i,--interface", raw.interfaces,
                    "Ethernet interface that carries IEEE 1905.1; required, may be repeated")
         ->allow_extra_args(false);
     app.add_option("--bridge", raw.bridge, "Linux bridge over the interfaces; unicast is sent through it [none]");
-    app.add_option("--radio", raw.radios,
+    app.add_option("--radio", raw.radioTexts,
                    "Wi-Fi interface to announce: IFNAME,MAC,MEDIATYPE, for example wl0,02:00:00:00:00:01,0x0103; "
                    "may be repeated [none]")
         ->allow_extra_args(false);
@@ -57,7 +48,7 @@ void declare(CLI::App &app, RawOptions &raw) {
     app.add_option("--query-interval", raw.queryInterval, "Seconds between a controller's configuration queries")
         ->check(interval)
         ->capture_default_str();
-    app.add_option("--settings-from", raw.settingsFrom,
+    app.add_option("--settings-from", raw.settingsFromText,
                    "Whose messages may reboot, reset, switch or configure this device: those of any device, or of the "
                    "controller alone, which a device with a --radio finds by itself")
         ->check(CLI::IsMember(kSettingsFrom))
@@ -71,14 +62,14 @@ void declare(CLI::App &app, RawOptions &raw) {
 }
 
 MacAddress alMacOf(const RawOptions &raw, const MacAddress &firstInterface) {
-    if (raw.alMac.empty()) {
+    if (raw.alMacText.empty()) {
         MacAddress derived = firstInterface;
         derived.bytes[0] |= 0x02;
         return derived;
     }
-    const std::optional<MacAddress> mac = MacAddress::parse(raw.alMac);
+    const std::optional<MacAddress> mac = MacAddress::parse(raw.alMacText);
     if (!mac || mac->isGroup() || mac->isZero()) {
-        throw BadOption("--al-mac " + raw.alMac + ": not a unicast MAC address such as 02:00:00:00:00:01");
+        throw BadOption("--al-mac " + raw.alMacText + ": not a unicast MAC address such as 02:00:00:00:00:01");
     }
     return *mac;
 }
@@ -120,7 +111,7 @@ void refuseRepeats(const char *option, const List &list, const Name &name) {
 }
 
 Options check(const RawOptions &raw) {
-    Options options;
+    Options options = raw;
     if (raw.interfaces.empty()) throw BadOption("--interface is required");  // said last, after options that are none
     for (const std::string &name : raw.interfaces) {
         if (!interfaceMac(name)) throw BadOption("--interface " + name + ": no such interface");
@@ -132,17 +123,10 @@ Options check(const RawOptions &raw) {
     if (raw.socket.empty()) throw BadOption("--socket: the file name is empty");
     if (!raw.noPlugin && raw.plugin.empty()) throw BadOption("--plugin: the name is empty; --no-plugin runs without");
     options.alMac = alMacOf(raw, *interfaceMac(raw.interfaces.front()));
-    options.interfaces = raw.interfaces;
-    options.bridge = raw.bridge;
-    for (const std::string &radio : raw.radios)
+    for (const std::string &radio : raw.radioTexts)
         options.radios.push_back(parseRadio(radio));
-    options.plugin = raw.noPlugin ? "" : raw.plugin;
-    options.dataModel = raw.dataModel;
-    options.socket = raw.socket;
-    options.discoveryInterval = raw.discoveryInterval;
-    options.queryInterval = raw.queryInterval;
-    options.settingsFrom = kSettingsFrom.at(raw.settingsFrom);
-    options.trace = raw.trace;
+    if (raw.noPlugin) options.plugin.clear();
+    options.settingsFrom = kSettingsFrom.at(raw.settingsFromText);
     refuseRepeats("--interface ", options.interfaces, [](const std::string &name) { return name; });
     refuseRepeats("--radio ", options.radios, [](const RadioOption &radio) { return radio.name; });
     refuseRepeats("--radio ", options.radios, [](const RadioOption &radio) { return radio.facts.mac.text(); });

@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "command/protocol.h"
 #include "ieee1905/topology_tlvs.h"
 
 namespace kv1905d {
@@ -27,11 +28,11 @@ struct Options {
     std::vector<std::string> interfaces;
     std::string bridge;  // empty: none
     std::vector<RadioOption> radios;
-    std::string plugin;  // empty: none
-    std::string dataModel;
-    std::string socket;              // where operator commands arrive
-    unsigned discoveryInterval = 0;  // seconds
-    unsigned queryInterval = 0;      // seconds
+    std::string plugin = kDefaultPlugin;  // empty: none
+    std::string dataModel = kDefaultDataModel;
+    std::string socket = kDefaultCommandSocket;  // where operator commands arrive
+    unsigned discoveryInterval = 60;             // seconds
+    unsigned queryInterval = 60;                 // seconds
     SettingsFrom settingsFrom = SettingsFrom::Any;
     bool trace = false;  // tell every vendor message on standard output
 };

@@ -43,13 +43,6 @@ class WireReader {
         return taken.empty() ? MacAddress{} : MacAddress::copyOf(taken.data());
     }
 
-    // A reader of just the next `count` bytes: what it does cannot move this one any further.
-    WireReader sub(size_t count) {
-        WireReader inner(bytes(count));
-        inner.ok_ = ok_;
-        return inner;
-    }
-
   private:
     uint32_t number(size_t width) {
         uint32_t value = 0;
