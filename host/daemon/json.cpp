@@ -50,4 +50,44 @@ Json::Json(std::string_view value) : text_("\"") {
     text_ += '"';
 }
 
+Json::Json(std::nullptr_t) : text_("null") {}
+
+Json::Json(bool value) : text_(value ? "true" : "false") {}
+
+Json Json::of(std::string text) {
+    Json json(nullptr);
+    json.text_ = std::move(text);
+    return json;
+}
+
+std::string Json::digits(int64_t value) {
+    return std::to_string(value);
+}
+
+void JsonList::add(const Json &entry) {
+    entries_ += count_++ == 0 ? "\n" : ",\n";
+    entries_ += entry.text();
+}
+
+JsonList::operator Json() const {
+    return Json::of(count_ == 0 ? "[]" : '[' + entries_ + "\n]");
+}
+
+void JsonObject::add(std::initializer_list<Member> members) {
+    for (const auto &[key, value] : members) {
+        members_ += members_.empty() ? "\"" : ", \"";
+        members_ += key;
+        members_ += "\": ";
+        members_ += value.text();
+    }
+}
+
+void JsonObject::addCounted(const char *countKey, const char *listKey, const JsonList &list) {
+    add({{countKey, list.count()}, {listKey, list}});
+}
+
+JsonObject::operator Json() const {
+    return Json::of('{' + members_ + '}');
+}
+
 }  // namespace kv1905d

@@ -4,6 +4,7 @@
 
 #include <concepts>
 #include <cstddef>
+#include <cstdint>
 #include <initializer_list>
 #include <string>
 #include <string_view>
@@ -21,27 +22,26 @@ class Json {
     Json(std::string_view value);
     Json(const std::string &value) : Json(std::string_view(value)) {}
     Json(const char *value) : Json(std::string_view(value)) {}
-    Json(const MacAddress &value) : text_('"' + value.text() + '"') {}
-    Json(std::nullptr_t) : text_("null") {}
-    Json(std::integral auto value) : text_(std::to_string(value)) {}
-    Json(bool value) : text_(value ? "true" : "false") {}
-    static Json of(std::string text) {  // is JSON already
-        Json json(nullptr);
-        json.text_ = std::move(text);
-        return json;
-    }
+    Json(const MacAddress &value) : Json(value.text()) {}
+    Json(std::nullptr_t);
+    Json(bool value);
+    Json(std::integral auto value) : text_(digits(static_cast<int64_t>(value))) {}
+    static Json of(std::string text);  // is JSON already
+
     const std::string &text() const { return text_; }
 
   private:
+    static std::string digits(int64_t value);
+
     std::string text_;
 };
 
 // An entry a line.
 class JsonList {
   public:
-    void add(const Json &entry) { entries_ += (count_++ == 0 ? "\n" : ",\n") + entry.text(); }
+    void add(const Json &entry);
     size_t count() const { return count_; }
-    operator Json() const { return Json::of(count_ == 0 ? "[]" : '[' + entries_ + "\n]"); }
+    operator Json() const;
 
   private:
     std::string entries_;
@@ -53,15 +53,10 @@ class JsonObject {
     using Member = std::pair<const char *, Json>;
 
     JsonObject(std::initializer_list<Member> members = {}) { add(members); }
-    void add(std::initializer_list<Member> members) {
-        for (const auto &[key, value] : members)
-            members_ += (members_.empty() ? "\"" : ", \"") + std::string(key) + "\": " + value.text();
-    }
+    void add(std::initializer_list<Member> members);
     // A list and the number of its entries.
-    void addCounted(const char *countKey, const char *listKey, const JsonList &list) {
-        add({{countKey, list.count()}, {listKey, list}});
-    }
-    operator Json() const { return Json::of('{' + members_ + '}'); }
+    void addCounted(const char *countKey, const char *listKey, const JsonList &list);
+    operator Json() const;
 
   private:
     std::string members_;

@@ -388,9 +388,8 @@ TopologyReport Node::localReport() const {
     report.device = {config_.alMac, localInterfaces()};
     report.neighbours = topology_.local().neighbours;
     if (config_.bridgeFd >= 0) {
-        report.bridges.emplace_back();
         for (const Port &port : config_.ports)
-            report.bridges.back().push_back(port.mac);
+            report.bridge.push_back(port.mac);
     }
     return report;
 }

@@ -159,41 +159,28 @@ int PluginSide::notifyRssi(const uint8_t *buffer) {
 
 // ---- What the plug-in asks of the host
 
-Device *PluginSide::deviceFor(const void *alMac) {
-    Topology &topology = node_.topology();
-    if (alMac == nullptr) return &topology.local();
-    return topology.find(MacAddress::copyOf(static_cast<const uint8_t *>(alMac)));
-}
-
 uintptr_t PluginSide::dataQuery(uint32_t code, void *argument, uintptr_t argument2) {
-    using Query = uintptr_t (*)(PluginSide &, void *, uintptr_t);
-    constexpr Query record = [](PluginSide &self, void *alMac, uintptr_t) -> uintptr_t {
-        Device *device = self.deviceFor(alMac);
-        return device == nullptr ? 0 : reinterpret_cast<uintptr_t>(device->vendor.data());
-    };
-    constexpr Query known = [](PluginSide &self, void *alMac, uintptr_t) -> uintptr_t {
-        return alMac != nullptr && self.deviceFor(alMac) != nullptr ? KV_RET_OK : KV_RET_ERR;
-    };
-    constexpr Query owner = [](PluginSide &self, void *mac, uintptr_t out) -> uintptr_t {
-        if (mac == nullptr || out == 0) return KV_RET_ERR;
-        const MacAddress wanted = MacAddress::copyOf(static_cast<const uint8_t *>(mac));
-        const Device *device = self.node_.topology().findByAnyMac(wanted);
-        if (device == nullptr) return KV_RET_ERR;
-        std::copy(device->alMac.bytes.begin(), device->alMac.bytes.end(), reinterpret_cast<uint8_t *>(out));
-        return KV_RET_OK;
-    };
-    constexpr Query interfaces = [](PluginSide &self, void *alMac, uintptr_t) -> uintptr_t {
-        const Device *device = self.deviceFor(alMac);
-        return device == nullptr ? 0 : reinterpret_cast<uintptr_t>(newInterfaceList(*device));
-    };
-    constexpr Query queries[] = {known, owner, record, interfaces, record};  // by DM_QUERY_*
-    static_assert(DM_QUERY_DEVICE == 0 && DM_QUERY_ALMAC_BY_IFMAC == 1 && DM_QUERY_DEV_VENDOR_DATA == 2 &&
-                  DM_QUERY_INTF_LIST == 3 && DM_QUERY_DEV_WIFI_NBR == 4);
-    if (code >= std::size(queries)) {
-        KV_HOST_LOG(KV_LOG_WARNING, "data query %u is not known", code);
-        return 0;
+    Topology &topology = node_.topology();
+    const auto *mac = static_cast<const uint8_t *>(argument);
+    Device *device = mac == nullptr ? &topology.local() : topology.find(MacAddress::copyOf(mac));
+    switch (code) {
+        case DM_QUERY_DEVICE:
+            return mac != nullptr && device != nullptr ? KV_RET_OK : KV_RET_ERR;
+        case DM_QUERY_ALMAC_BY_IFMAC: {
+            const Device *owner = mac == nullptr ? nullptr : topology.findByAnyMac(MacAddress::copyOf(mac));
+            if (owner == nullptr || argument2 == 0) return KV_RET_ERR;
+            std::copy(owner->alMac.bytes.begin(), owner->alMac.bytes.end(), reinterpret_cast<uint8_t *>(argument2));
+            return KV_RET_OK;
+        }
+        case DM_QUERY_DEV_VENDOR_DATA:
+        case DM_QUERY_DEV_WIFI_NBR:
+            return device == nullptr ? 0 : reinterpret_cast<uintptr_t>(device->vendor.data());
+        case DM_QUERY_INTF_LIST:
+            return device == nullptr ? 0 : reinterpret_cast<uintptr_t>(newInterfaceList(*device));
+        default:
+            KV_HOST_LOG(KV_LOG_WARNING, "data query %u is not known", code);
+            return 0;
     }
-    return queries[code](*this, argument, argument2);
 }
 
 int PluginSide::sendVendor(Reach reach, const KvVendMsgDest &dest, uint16_t *msgId) {

@@ -44,7 +44,6 @@ class PluginSide final : private PluginHost {
 
   private:
     AgentPollingActions pollingActions();
-    Device *deviceFor(const void *alMac);
 
     // The host's own commands; the entry point's result.
     int notifyRssi(const uint8_t *buffer);

@@ -78,16 +78,12 @@ class Payload {
 
 using Part = void (*)(Payload &);
 
-struct CodeName {
-    unsigned code;
-    const char *name;
-};
-constexpr CodeName kPowerStates[] = {{0, "on"}, {1, "power save"}, {2, "off"}, {255, "not known"}};
+constexpr Meaning kPowerStates[] = {{0, "on"}, {1, "power save"}, {2, "off"}, {255, "not known"}};
 
 template <size_t Size>
-std::string nameOf(const CodeName (&names)[Size], unsigned code, const char *unknown) {
-    const auto at = std::find_if(names, names + Size, [&](const CodeName &each) { return each.code == code; });
-    return at == names + Size ? formatted(unknown, code) : at->name;
+std::string meaningOf(const Meaning (&meanings)[Size], unsigned code, const std::string &unknown) {
+    const auto at = std::find_if(meanings, meanings + Size, [&](const Meaning &each) { return each.code == code; });
+    return at == meanings + Size ? unknown : at->text;
 }
 
 void target(Payload &in) {
@@ -105,9 +101,7 @@ void skipped(Payload &in) {
 
 void result(Payload &in) {
     const unsigned code = in.number(1);
-    const auto *at = std::find_if(std::begin(kResultMeanings), std::end(kResultMeanings),
-                                  [code](const Meaning &each) { return each.code == code; });
-    in.say(std::to_string(code) + " (" + (at == std::end(kResultMeanings) ? "unknown" : at->text) + ")");
+    in.say(std::to_string(code) + " (" + meaningOf(kResultMeanings, code, "unknown") + ")");
 }
 
 void attributes(Payload &in) {
@@ -133,7 +127,8 @@ void stations(Payload &in) {
 }
 
 void powerState(Payload &in) {
-    in.say(nameOf(kPowerStates, in.number(1), "power state %u"));
+    const unsigned state = in.number(1);
+    in.say(meaningOf(kPowerStates, state, formatted("power state %u", state)));
 }
 
 void firmware(Payload &in) {

@@ -12,17 +12,8 @@ uint8_t count8(size_t count) {
     return static_cast<uint8_t>(std::min(count, kMaxCount));
 }
 
-Tlv finish(TlvType type, WireWriter &writer) {
-    return {type, writer.take()};
-}
-
-// One row per TLV of a report: reads the value into the report, false when it must be refused.
-struct ReportRow {
-    TlvType type;
-    bool (*read)(ByteView value, TopologyReport &report);
-};
-
-bool readIeee1905(ByteView value, TopologyReport &report) {
+// Adds the neighbours of one local interface; false when they must be refused.
+bool readNeighbours(ByteView value, TopologyReport &report) {
     auto neighbours = parseIeee1905Neighbours(value);
     size_t total = 0;
     for (const auto &known : report.neighbours)
@@ -33,14 +24,14 @@ bool readIeee1905(ByteView value, TopologyReport &report) {
     return true;
 }
 
-bool readVendorSpecific(ByteView value, TopologyReport &report) {
-    return readBssElement(value, report.bss);
+Tlv bridgingCapabilityTlv(const std::vector<MacAddress> &bridge) {
+    WireWriter out;
+    out.u8(1);  // bridges
+    out.u8(count8(bridge.size()));
+    for (const MacAddress &mac : bridge)
+        out.mac(mac);
+    return {kTlvBridgingCapability, out.take()};
 }
-
-constexpr ReportRow kReportRows[] = {
-    {kTlvIeee1905Neighbours, readIeee1905},
-    {kTlvVendorSpecific, readVendorSpecific},
-};
 
 }  // namespace
 
@@ -105,18 +96,7 @@ Tlv deviceInformationTlv(const DeviceInformation &device) {
         out.u8(infoSize);
         out.bytes(ByteView(interface.specialInfo).first(infoSize));
     }
-    return finish(kTlvDeviceInformation, out);
-}
-
-Tlv bridgingCapabilityTlv(const BridgingCapability &bridges) {
-    WireWriter out;
-    out.u8(count8(bridges.size()));
-    for (const auto &bridge : bridges) {
-        out.u8(count8(bridge.size()));
-        for (const MacAddress &mac : bridge)
-            out.mac(mac);
-    }
-    return finish(kTlvBridgingCapability, out);
+    return {kTlvDeviceInformation, out.take()};
 }
 
 Tlv ieee1905NeighboursTlv(const Ieee1905Neighbours &neighbours) {
@@ -126,7 +106,7 @@ Tlv ieee1905NeighboursTlv(const Ieee1905Neighbours &neighbours) {
         out.mac(neighbour.alMac);
         out.u8(neighbour.viaBridge ? kViaBridge : 0);
     }
-    return finish(kTlvIeee1905Neighbours, out);
+    return {kTlvIeee1905Neighbours, out.take()};
 }
 
 std::optional<TopologyReport> parseTopologyReport(const Message &message) {
@@ -137,16 +117,15 @@ std::optional<TopologyReport> parseTopologyReport(const Message &message) {
     TopologyReport report;
     report.device = std::move(*device);
     for (const Tlv &tlv : message.tlvs) {
-        for (const ReportRow &row : kReportRows) {
-            if (row.type == tlv.type && !row.read(tlv.value, report)) return std::nullopt;
-        }
+        if (tlv.type == kTlvIeee1905Neighbours && !readNeighbours(tlv.value, report)) return std::nullopt;
+        if (tlv.type == kTlvVendorSpecific && !readBssElement(tlv.value, report.bss)) return std::nullopt;
     }
     return report;
 }
 
 std::vector<Tlv> topologyReportTlvs(const TopologyReport &report) {
     std::vector<Tlv> tlvs{deviceInformationTlv(report.device)};
-    if (!report.bridges.empty()) tlvs.push_back(bridgingCapabilityTlv(report.bridges));
+    if (!report.bridge.empty()) tlvs.push_back(bridgingCapabilityTlv(report.bridge));
     for (const auto &neighbours : report.neighbours)
         tlvs.push_back(ieee1905NeighboursTlv(neighbours));
     return tlvs;

@@ -28,9 +28,6 @@ struct DeviceInformation {
     bool operator==(const DeviceInformation &) const = default;
 };
 
-// Interfaces that are bridged with one another, one list per bridge.
-using BridgingCapability = std::vector<std::vector<MacAddress>>;
-
 struct Neighbour {
     MacAddress alMac;
     bool viaBridge = false;  // another bridge lies between
@@ -58,13 +55,12 @@ std::optional<VendorSpecific> parseVendorSpecific(ByteView value);
 
 Tlv macTlv(TlvType type, const MacAddress &mac);
 Tlv deviceInformationTlv(const DeviceInformation &device);
-Tlv bridgingCapabilityTlv(const BridgingCapability &bridges);
 Tlv ieee1905NeighboursTlv(const Ieee1905Neighbours &neighbours);
 
 // Everything a topology response tells.
 struct TopologyReport {
     DeviceInformation device;
-    BridgingCapability bridges;  // written alone
+    std::vector<MacAddress> bridge;  // interfaces that are bridged with one another; written alone
     std::vector<Ieee1905Neighbours> neighbours;
     BssElements bss{};  // read alone: the plug-in writes its TLVs
 };
