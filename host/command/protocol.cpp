@@ -14,16 +14,6 @@ constexpr bool rowsAreInOrder() {
 }
 static_assert(rowsAreInOrder());
 
-uint32_t readU32(WireReader &in) {
-    const uint32_t high = in.u16();
-    return high << 16 | in.u16();
-}
-
-void writeU32(WireWriter &out, uint32_t value) {
-    out.u16(static_cast<uint16_t>(value >> 16));
-    out.u16(static_cast<uint16_t>(value));
-}
-
 }  // namespace
 
 const CommandRow *findCommandRow(uint32_t code) {
@@ -34,16 +24,16 @@ const CommandRow *findCommandRow(uint32_t code) {
 
 Bytes encodePost(const Post &post) {
     WireWriter out;
-    writeU32(out, post.code);
-    writeU32(out, static_cast<uint32_t>(post.buffer.size()));
+    out.u32(post.code);
+    out.u32(static_cast<uint32_t>(post.buffer.size()));
     out.bytes(post.buffer);
     return out.take();
 }
 
 std::optional<Post> parsePost(ByteView message) {
     WireReader in(message);
-    const uint32_t code = readU32(in);
-    const uint32_t size = readU32(in);
+    const uint32_t code = in.u32();
+    const uint32_t size = in.u32();
     const ByteView buffer = in.bytes(size);
     if (!in.finished() || size > kMaxCommandSize) return std::nullopt;
     return Post{code, buffer};
@@ -51,15 +41,15 @@ std::optional<Post> parsePost(ByteView message) {
 
 Bytes encodeReply(const Reply &reply) {
     WireWriter out;
-    writeU32(out, static_cast<uint32_t>(reply.verdict));
-    writeU32(out, reply.needed);
+    out.u32(static_cast<uint32_t>(reply.verdict));
+    out.u32(reply.needed);
     return out.take();
 }
 
 std::optional<Reply> parseReply(ByteView message) {
     WireReader in(message);
-    const uint32_t verdict = readU32(in);
-    const uint32_t needed = readU32(in);
+    const uint32_t verdict = in.u32();
+    const uint32_t needed = in.u32();
     if (!in.finished() || verdict >= std::size(kVerdictRows)) return std::nullopt;
     return Reply{static_cast<Verdict>(verdict), needed};
 }

@@ -1,4 +1,4 @@
-// When the controller asks each agent for its configuration.
+// Schedules the controller's configuration queries.
 #pragma once
 
 #include <functional>
@@ -18,16 +18,16 @@ struct AgentPollingActions {
 
 class AgentPolling {
   public:
-    static constexpr unsigned kSilentAgentRounds = 10;  // a device that never answered is asked once in so many rounds
+    static constexpr unsigned kSilentAgentRounds = 10;  // rounds per query of a device that never answered
 
     AgentPolling(Duration interval, uint32_t seed, AgentPollingActions actions)
         : interval_(interval), random_(seed), actions_(std::move(actions)) {}
 
-    // A known device announced a change: it is asked after its next topology response, as a new device is.
+    // A known device announced a change: its next topology response starts a query, as a new device's does.
     void notified(const MacAddress &alMac) { polls_[alMac].announced = true; }
     void responded(const MacAddress &alMac, TimePoint now);
 
-    // Asks every device that is due; to be called about once a second.
+    // Queries every device that is due; to be called about once a second.
     void run(const Topology &topology, TimePoint now);
 
   private:

@@ -7,7 +7,7 @@ namespace kv1905d {
 namespace {
 
 constexpr uint8_t kFronthaul = 1;
-constexpr size_t kMdidTlvSize = 7 + 9 * KV_MAX_MDID_INTERFACES;           // bytes that the plug-in asks for
+constexpr size_t kMdidTlvSize = 7 + 9 * KV_MAX_MDID_INTERFACES;           // bytes that the plug-in requires
 constexpr size_t kConfigurationTlvSize = 7 + 8 * KV_MAX_MDID_INTERFACES;  // the same
 constexpr size_t kAttributeSize = 24;
 
@@ -33,7 +33,7 @@ void BssExtension::refresh() {
         uint32_t length = 0;
         if (insert(value.data(), &length) != 0 || length > size) return;
         value.resize(length);
-        readBssElement(value, elements_);  // shown beside what others told
+        readBssElement(value, elements_);  // shown next to those of others
         tlvs_.push_back({kTlvVendorSpecific, std::move(value)});
     };
     if (bands_.empty()) return;
@@ -72,8 +72,8 @@ Bytes BssExtension::attribute(Band band) const {
 }
 
 std::optional<KvBssInfo> BssExtension::readAttribute(ByteView value) const {
-    // The reader that is told no length gets zeros behind the attribute: they are no sub-element, so it stops there.
-    // The other one goes last, as it alone knows the bounds and sub-elements in any order.
+    // The reader without a length gets zeros after the attribute: they are no sub-element, so it stops there. The other
+    // one is called last, because it alone checks the bounds and reads sub-elements in any order.
     constexpr size_t padding = 4;
     Bytes padded(value.begin(), value.end());
     padded.resize(padded.size() + padding);

@@ -1,5 +1,5 @@
-// The plug-in's share in onboarding and topology responses: what this device tells of its own BSSs, one per radio, and
-// how it reads what others tell.
+// The plug-in's part of onboarding and topology responses: it describes this device's BSSs, one per radio, and reads
+// the descriptions of others.
 #pragma once
 
 #include <optional>
@@ -15,7 +15,7 @@ namespace kv1905d {
 
 class BssExtension {
   public:
-    // `plugin` must outlive it. Radios beyond KV_MAX_MDID_INTERFACES are not told of: the TLV holds no more.
+    // `plugin` must outlive it. Radios beyond KV_MAX_MDID_INTERFACES are left out: the TLV holds no more.
     BssExtension(const PluginSymbols &plugin, const std::vector<RadioOption> &radios);
 
     // Have the plug-in look up the MDIDs and build both TLVs anew. May run nvram. A TLV that it refuses is left out.

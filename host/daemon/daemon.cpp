@@ -18,7 +18,7 @@ namespace {
 
 constexpr int kFramesPerTurn = 64;       // read from one socket before the others have their turn
 constexpr size_t kLargestFrame = 65536;  // bytes; larger than any interface delivers
-constexpr uint64_t kWriteEvery = 3;      // seconds between JSON files when there is no plug-in to ask for them
+constexpr uint64_t kWriteEvery = 3;      // seconds between JSON files when there is no plug-in to request them
 
 }  // namespace
 
@@ -145,7 +145,7 @@ void Daemon::receiveVendorTlv(const VendorTlv &tlv) {
     if (plugin_) plugin_->receive(tlv, message, onboarding_->controller(), EventLoop::now());
 }
 
-// Does what node and JSON file have to do now and comes back when they have more.
+// Runs what is due in node and JSON file, and sets the timer for what is next.
 void Daemon::schedule() {
     const TimePoint next = std::min(node_->run(EventLoop::now()), writer_.run());
     nodeTimer_.start(std::max(Duration{}, next - EventLoop::now()));

@@ -145,7 +145,7 @@ std::optional<Bss> bssOf(const DataModelView &view, const Device &device, const 
     return Bss{bssid, ""};
 }
 
-// The radio that stands for the device's stations of that band; null when none has a network.
+// The radio under which the device's stations of that band are shown; null when none has a network.
 const DeviceInterface *stationRadio(const DataModelView &view, const Device &device, Band band) {
     const auto isIt = [&](const DeviceInterface &each) {
         return isWifi(each) && bandOfMediaType(each.facts.mediaType) == band && bssOf(view, device, each, band);
@@ -193,7 +193,7 @@ void addStations(JsonList &list, const DataModelView &view, const Device &device
     }
 }
 
-// ---- BSSs as devices told of them
+// ---- BSSs as devices describe them
 
 JsonObject mdidJson(const MdidEntry &entry) {
     return {{"BSSID", entry.bssid}, {"Mdid", entry.mdid}, {"Enabled", entry.enabled}};

@@ -1,4 +1,4 @@
-// When the JSON file is written: every report of stations asks for it, and a large network makes a large file.
+// Spaces the writes of the JSON file: every report of stations requests one, and a large network makes a large file.
 #pragma once
 
 #include <functional>

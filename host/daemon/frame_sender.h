@@ -19,7 +19,7 @@ struct Port {
     int fd = -1;                  // the caller's; one write is one Ethernet frame
 };
 
-// Counts frames and failures. All that it is constructed with must outlive it. False: no interface took the message.
+// Counts frames and failures. Its constructor's arguments must outlive it. False: no interface accepted the message.
 class FrameSender {
   public:
     // bridgeFd: sends unicast into the bridge over the ports; -1 when there is none.

@@ -267,7 +267,7 @@ void Node::age(TimePoint now) {
     if (!topology_.expire(lifetime(), now).empty()) notifySoon(now);
 }
 
-// Neighbours announce themselves; the others are asked when they were silent for half an interval.
+// Neighbours announce themselves; the others are queried after half an interval of silence.
 void Node::keepAlive(TimePoint now) {
     for (const auto &[alMac, device] : topology_.devices()) {
         if (device->local || device->nextKeepAlive > now) continue;

@@ -23,7 +23,7 @@ namespace kv1905d {
 struct NodeConfig {
     MacAddress alMac;
     std::vector<Port> ports;
-    std::vector<LocalInterface> radios;  // told to others, not used for frames
+    std::vector<LocalInterface> radios;  // reported to others, not used for frames
     int bridgeFd = -1;                   // sends into the bridge that the ports belong to; -1 when there is none
     Duration discoveryInterval = std::chrono::seconds(60);
     uint32_t seed = 1;
@@ -52,27 +52,27 @@ class Node {
     Node(const Node &) = delete;
     Node &operator=(const Node &) = delete;
 
-    // Take a frame that came in on that port.
+    // Handles a frame that was received on that port.
     void receive(size_t port, ByteView frame, TimePoint now);
 
-    // Do what is due. Returns when to call again; a frame may make it earlier, so ask again after receive().
+    // Does what is due. Returns when to call again; a frame may make it earlier, so call it after receive(), too.
     TimePoint run(TimePoint now);
 
-    // A port's link came or went.
+    // Handles a change of a port's link.
     void linkChanged(size_t port, bool up, TimePoint now);
 
     /*
      * Send a vendor-specific TLV value in a message of its own. `destination` counts for Reach::Unicast alone: an AL
      * MAC or an interface MAC of a known device; a message to this device itself arrives with the next run().
      * msgId: null, or 0 to have an identifier chosen and written back, or the identifier to use.
-     * False when no interface took the message.
+     * False when no interface accepted the message.
      */
     bool sendVendor(Reach reach, const MacAddress &destination, ByteView value, uint16_t *msgId, TimePoint now);
 
     /*
      * Send a message made elsewhere; `destination` as above. An identifier of 0 is replaced by a fresh one. The relay
      * bit is set as `reach` says; with Reach::Network the message must hold our AL MAC TLV. False when no interface
-     * took it.
+     * accepted it.
      */
     bool sendMessage(Reach reach, const MacAddress &destination, Message &message, TimePoint now);
 

@@ -1,6 +1,6 @@
 /*
- * AP-autoconfiguration: an agent finds its controller, both tell one another of their main BSSs, and the agent takes
- * over the controller's settings.
+ * AP-autoconfiguration: an agent finds its controller, both exchange descriptions of their main BSSs, and the agent
+ * adopts the controller's settings.
  *
  *   agent                                     controller
  *   Search, one per band (relayed)    ---->
@@ -48,7 +48,7 @@ class Onboarding {
     // Do what is due; call about once a second.
     void run(TimePoint now);
 
-    // What each device of the topology said of its main BSSs.
+    // The main BSSs of each device of the topology.
     const ApConfigurations &apConfigurations() const { return apConfigurations_; }
 
     // The controller's AL MAC, this device's included; nothing while none is known.

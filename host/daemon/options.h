@@ -11,7 +11,7 @@
 
 namespace kv1905d {
 
-// What the daemon and the command tool agree on unless told otherwise.
+// Defaults that daemon and command tool share.
 inline constexpr const char *kDefaultPlugin = "libkvMAP1905.so";
 inline constexpr const char *kDefaultDataModel = "/tmp/kv1905_datamodel.json";
 
@@ -34,7 +34,7 @@ struct Options {
     unsigned discoveryInterval = 60;             // seconds
     unsigned queryInterval = 60;                 // seconds
     SettingsFrom settingsFrom = SettingsFrom::Any;
-    bool trace = false;  // tell every vendor message on standard output
+    bool trace = false;  // print every vendor message on standard output
 };
 
 // One line that names the option, the interface or the value at fault.
@@ -42,7 +42,7 @@ struct BadOption : std::runtime_error {
     using std::runtime_error::runtime_error;
 };
 
-// Nothing when help or version was asked for and printed. Throws BadOption.
+// Nothing when help or version was printed. Throws BadOption.
 std::optional<Options> parseOptions(int argc, const char *const *argv);
 
 }  // namespace kv1905d

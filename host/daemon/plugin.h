@@ -11,7 +11,7 @@
 
 namespace kv1905d {
 
-// What the plug-in asks of the host; the seven-slot table leads here. Results as kvMAP1905.h says.
+// Receives the plug-in's calls of the seven-slot table. Results as kvMAP1905.h says.
 class PluginHost {
   public:
     virtual ~PluginHost() = default;
@@ -58,7 +58,7 @@ struct PluginSymbols {
 
 /*
  * A name without a slash is looked up like a library of the program's own. The library stays loaded until the process
- * ends: it has no way to be told to let go of what it holds. Both throw std::runtime_error that names the library and
+ * ends: it has no call that releases what it holds. Both throw std::runtime_error that names the library and
  * what is missing.
  */
 class PluginLibrary {

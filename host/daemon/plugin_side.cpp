@@ -157,7 +157,7 @@ int PluginSide::notifyRssi(const uint8_t *buffer) {
     return plugin_.rssiNotifySend(buffer, &message);
 }
 
-// ---- What the plug-in asks of the host
+// ---- The plug-in's calls
 
 uintptr_t PluginSide::dataQuery(uint32_t code, void *argument, uintptr_t argument2) {
     Topology &topology = node_.topology();

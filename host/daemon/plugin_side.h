@@ -1,5 +1,5 @@
-// What the daemon does with a plug-in: hands messages and time to it and answers its calls. Without one, the daemon is
-// an ordinary member of the network.
+// Connects the daemon with the plug-in: passes messages and time to it and serves its calls. Without a plug-in, the
+// daemon is an ordinary member of the network.
 #pragma once
 
 #include <functional>

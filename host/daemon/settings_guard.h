@@ -1,5 +1,6 @@
-// What a vendor message from the network may do to this device. The protocol proves nothing about a sender, so without
-// a guard any device of the network may reboot this one, give it a password, tell its configuration or keep it busy.
+// Decides which vendor messages may reach the plug-in. The protocol proves nothing about a sender, so without
+// a guard any device of the network may reboot this one, give it a password, replace its known configuration or keep it
+// busy.
 #pragma once
 
 #include <algorithm>
@@ -46,7 +47,7 @@ class SettingsGuard {
      * Whether a vendor-specific TLV, read as `message`, may reach the plug-in. `controller`: the network's, nothing
      * while none is known. Refused are
      *  - what changes this device, unless the controller or this device itself says it (SettingsFrom::Controller),
-     *  - this device's own configuration as told by others,
+     *  - this device's own configuration in reports of others,
      *  - stations of a device that has more than its even share of kMaxStations, once that many are known,
      *  - costly questions that come too fast, but not the controller's.
      */

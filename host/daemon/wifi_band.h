@@ -1,4 +1,4 @@
-// The Wi-Fi bands that this host tells apart, and how each protocol writes them.
+// The Wi-Fi bands that this host distinguishes, and how each protocol writes them.
 #pragma once
 
 #include <algorithm>

@@ -1,12 +1,12 @@
 #include "bss_elements.h"
 
+#include <kv1905/vendor_messages.h>
+
 #include <algorithm>
 #include <iterator>
 
 namespace kv1905d {
 namespace {
-
-constexpr uint8_t kMakerOui[] = {0x02, 0x4E, 0xA7};
 
 void readMdids(WireReader &reader, size_t count, BssElements &elements) {
     elements.mdids.resize(count);
@@ -28,11 +28,11 @@ struct ElementRow {
 
 constexpr ElementRow kElementRows[] = {{0xC0, 9, readMdids}, {0xD0, 8, readConfigurations}};
 
-// The row of the element that starts here; null for any other value. The reader then stands behind the element type.
+// The row of the element that starts here; null for any other value. The reader is then after the element type.
 const ElementRow *findRow(WireReader &reader) {
-    const ByteView oui = reader.bytes(std::size(kMakerOui));
+    const uint32_t oui = reader.u24();
     const uint8_t type = reader.u8();
-    if (!reader.ok() || !std::equal(oui.begin(), oui.end(), std::begin(kMakerOui))) return nullptr;
+    if (!reader.ok() || oui != KV_VENDOR_OUI) return nullptr;
     const auto row = std::find_if(std::begin(kElementRows), std::end(kElementRows),
                                   [type](const ElementRow &each) { return each.type == type; });
     return row == std::end(kElementRows) ? nullptr : row;

@@ -1,4 +1,4 @@
-// What a device tells of its BSSs in two vendor-specific TLVs of its topology response: the maker's OUI, an element
+// A device's BSSs in two vendor-specific TLVs of its topology response: the vendor's OUI, an element
 // type, a length and a counted list. They are no vendor messages.
 #pragma once
 

@@ -39,7 +39,7 @@ class Reassembly {
 
     // Messages that gave way to newer ones since the start.
     uint64_t evicted() const { return evicted_; }
-    // The last one given up since this was asked; nothing when there was none.
+    // The last one given up since the last call; nothing when there was none.
     std::optional<Lost> takeLost() { return std::exchange(lost_, std::nullopt); }
     size_t waiting() const { return entries_.size(); }
     // When expire() has something to do next; TimePoint::max() when nothing waits.

@@ -11,8 +11,8 @@ namespace kv1905d {
 
 class DuplicateFilter {
   public:
-    // The oldest gives way. More than the sockets of a ring of busy devices hold: what comes round after its entry gave
-    // way would go round for ever.
+    // The oldest gives way. More than the sockets of a ring of busy devices hold: a message that returns after its
+    // entry gave way would circulate permanently.
     static constexpr size_t kMaxEntries = 16384;
     static constexpr Duration kLifetime{3000};
 

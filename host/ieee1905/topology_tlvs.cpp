@@ -73,8 +73,7 @@ std::optional<Ieee1905Neighbours> parseIeee1905Neighbours(ByteView value) {
 
 std::optional<VendorSpecific> parseVendorSpecific(ByteView value) {
     WireReader reader(value);
-    const uint32_t high = reader.u8();
-    const uint32_t oui = high << 16 | reader.u16();
+    const uint32_t oui = reader.u24();
     if (!reader.ok()) return std::nullopt;
     return VendorSpecific{oui, reader.rest()};
 }

@@ -30,7 +30,7 @@ struct DeviceInformation {
 
 struct Neighbour {
     MacAddress alMac;
-    bool viaBridge = false;  // another bridge lies between
+    bool viaBridge = false;  // there is another bridge between
 
     bool operator==(const Neighbour &) const = default;
 };
@@ -57,7 +57,7 @@ Tlv macTlv(TlvType type, const MacAddress &mac);
 Tlv deviceInformationTlv(const DeviceInformation &device);
 Tlv ieee1905NeighboursTlv(const Ieee1905Neighbours &neighbours);
 
-// Everything a topology response tells.
+// The contents of a topology response.
 struct TopologyReport {
     DeviceInformation device;
     std::vector<MacAddress> bridge;  // interfaces that are bridged with one another; written alone

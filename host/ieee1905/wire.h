@@ -38,6 +38,8 @@ class WireReader {
 
     uint8_t u8() { return static_cast<uint8_t>(number(1)); }
     uint16_t u16() { return static_cast<uint16_t>(number(2)); }
+    uint32_t u24() { return number(3); }
+    uint32_t u32() { return number(4); }
     MacAddress mac() {
         const ByteView taken = bytes(6);
         return taken.empty() ? MacAddress{} : MacAddress::copyOf(taken.data());
@@ -62,6 +64,10 @@ class WireWriter {
     void u16(uint16_t value) {
         u8(static_cast<uint8_t>(value >> 8));
         u8(static_cast<uint8_t>(value));
+    }
+    void u32(uint32_t value) {
+        u16(static_cast<uint16_t>(value >> 16));
+        u16(static_cast<uint16_t>(value));
     }
     void mac(const MacAddress &value) { bytes(value.bytes); }
 

@@ -16,7 +16,7 @@ enum AttributeType : uint16_t {
     kVendorExtension = 0x1049,
 };
 
-constexpr uint8_t kMakerVendorId[] = {0x0A, 0x61, 0xC4};
+constexpr uint8_t kVendorId[] = {0x0A, 0x61, 0xC4};
 
 void addAttribute(WireWriter &out, AttributeType type, ByteView value) {
     out.u16(type);
@@ -56,8 +56,8 @@ constexpr ReadRow kReadRows[] = {
      false, true},
     {kVendorExtension,
      [](ByteView value, ReceivedWsc &to) {
-         if (value.size() < std::size(kMakerVendorId)) return false;
-         if (std::equal(std::begin(kMakerVendorId), std::end(kMakerVendorId), value.begin())) to.extension = value;
+         if (value.size() < std::size(kVendorId)) return false;
+         if (std::equal(std::begin(kVendorId), std::end(kVendorId), value.begin())) to.extension = value;
          return true;
      },
      false, false},

@@ -27,7 +27,7 @@ Bytes encodeWsc(const WscMessage &message, ByteView extension);
 
 struct ReceivedWsc {
     WscMessage message;
-    ByteView extension;  // the maker's vendor extension from its vendor ID on, in the parsed value; empty: none
+    ByteView extension;  // the vendor's extension from its vendor ID on, in the parsed value; empty: none
 };
 
 // Nothing when an attribute does not end, has another size than it must, or one that is needed is missing.
