@@ -109,14 +109,17 @@ int wantedBand(uint8_t bandIndex) {
 
 constexpr int kRadios = 2;
 
-// Value of "wlRADIO_SETTING", or of "wlRADIO.BSS_SETTING" for a virtual BSS; null when it is not set.
-const char *radioSetting(int radioIndex, unsigned bss, const char *setting) {
-    char name[32];
-    if (bss == 0) {
-        std::snprintf(name, sizeof name, "wl%d_%s", radioIndex, setting);
-    } else {
-        std::snprintf(name, sizeof name, "wl%d.%u_%s", radioIndex, bss, setting);
-    }
+// Value of "wlRADIO" and the setting, or of "wlRADIO.BSS" and the setting for a virtual BSS; null when it is not set.
+// Every parsed extension makes this call, hence no snprintf for a main BSS.
+template <size_t Size>
+const char *radioSetting(int radioIndex, unsigned bss, const char (&setting)[Size]) {
+    char name[Size + sizeof "wl0.15"];
+    name[0] = 'w';
+    name[1] = 'l';
+    name[2] = static_cast<char>('0' + radioIndex);
+    size_t length = 3;
+    if (bss != 0) length += static_cast<size_t>(std::snprintf(name + length, sizeof ".15", ".%u", bss));
+    std::memcpy(name + length, setting, Size);
     return nvram_get(name);
 }
 
@@ -130,7 +133,7 @@ constexpr unsigned bssNumber(uint8_t bandIndex) {
 constexpr size_t kBandIndexOffset = 2;
 
 void initExtAttribute(uint8_t bandIndex, KvBssInfo &bss) {
-    if (const char *value = radioSetting(radio.indexFor(bandIndex), bssNumber(bandIndex), "extattr")) {
+    if (const char *value = radioSetting(radio.indexFor(bandIndex), bssNumber(bandIndex), "_extattr")) {
         bss.ExtAttribute = static_cast<uint8_t>(std::atoi(value));
     }
 }
@@ -201,7 +204,7 @@ int RememberedRadio::indexFor(uint8_t bandIndex) {
     if (bssNumber(bandIndex) != 0) return index_;
     const int wanted = wantedBand(bandIndex);
     for (int candidate = 0; candidate < kRadios; ++candidate) {
-        const char *band = radioSetting(candidate, 0, "nband");
+        const char *band = radioSetting(candidate, 0, "_nband");
         if (band != nullptr && std::atoi(band) == wanted) {
             index_ = candidate;
             break;
