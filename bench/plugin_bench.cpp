@@ -1,5 +1,5 @@
 // What the plug-in costs: each message type received and sent, stations by the thousand, and an idle turn of the main
-// loop. Beside each stands its floor in the same run: the same heap blocks taken and released, the same bytes copied.
+// loop. Each is shown with its floor of the same run: the same heap blocks allocated and freed, the same bytes copied.
 #include <benchmark/benchmark.h>
 
 #include <cstdio>

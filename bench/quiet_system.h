@@ -1,5 +1,5 @@
 // What surrounds the plug-in under measurement: a platform that shows no log line and runs no command, a host that
-// knows one agent and sends nothing, and a record of the heap blocks that the plug-in takes.
+// knows one agent and sends nothing, and a record of the heap blocks that the plug-in allocates.
 #pragma once
 
 #include <cstddef>
@@ -23,7 +23,7 @@ KvDevVendorData &agentRecord();
 // The values that work sends.
 std::vector<Bytes> sentBy(const std::function<void()> &work);
 
-// Sizes of the heap blocks that the plug-in takes during work.
+// Sizes of the heap blocks that the plug-in allocates during work.
 std::vector<size_t> blocksOf(const std::function<void()> &work);
 
 Bytes fromHex(std::string_view text);

@@ -77,7 +77,7 @@ enum {
  * What the host does for the plug-in. A slot may be null; the plug-in then logs and fails the operation.
  * Message identifiers: the IEEE 1905.1 message identifier of the frame that carries the TLV. *msgId == 0 asks
  * the host to choose one and write it back; any other value is the identifier of the message being answered and
- * must be used as it is. A null msgId means that the plug-in does not care.
+ * must be used unchanged. A null msgId means that any will do.
  */
 typedef struct {
     /** Ask the topology database; see DM_QUERY_*. Pointers travel as uintptr_t. */
@@ -116,14 +116,14 @@ typedef struct WIFINeighborEntry {
     struct WIFINeighborEntry *next;
     uint8_t mac[KV_MAC_LEN];
     uint16_t mediaType;
-    uint16_t Rate; /**< Mbit/s */
-    int16_t RSSI;  /**< dBm */
-    int16_t SNR;   /**< dB */
+    uint16_t Rate;        /**< Mbit/s */
+    int16_t RSSI;         /**< dBm */
+    int16_t SNR;          /**< dB */
     uint16_t signalLevel; /**< 0 to 5 */
     uint32_t Tx;
     uint32_t Rx;
-    uint16_t tx_rate; /**< Mbit/s */
-    uint16_t rx_rate; /**< Mbit/s */
+    uint16_t tx_rate;  /**< Mbit/s */
+    uint16_t rx_rate;  /**< Mbit/s */
     uint32_t lastSeen; /**< seconds since the epoch; 0 in the local list */
     uint8_t Band;      /**< 1 = 2.4 GHz, 6 = 5 GHz */
 } WIFINeighborEntry;
@@ -153,14 +153,14 @@ typedef struct {
     char fwVersion[128];
     char newFwVersion[128];
     char newFwDate[128];
-    uint8_t auxStatus;       /**< configuration attribute 9, carried and kept as it is */
+    uint8_t auxStatus;       /**< configuration attribute 9, passed through unchanged */
     uint8_t fwUpgradeStatus; /**< 0 none, 1 newer known, 2 downloading, 3 downloaded, 4 writing, 5 written */
     char modelName[128];
-    char ipAddr[128];    /**< dotted text */
-    char opMode[32];     /**< "AP", "Repeater" or "Router" */
-    char buildNum[32];   /**< decimal text */
+    char ipAddr[128];      /**< dotted text */
+    char opMode[32];       /**< "AP", "Repeater" or "Router" */
+    char buildNum[32];     /**< decimal text */
     char protoVersion[32]; /**< empty for a device that never reported one */
-    char ledStatus[32];  /**< "ON" or "OFF" */
+    char ledStatus[32];    /**< "ON" or "OFF" */
     char appVersion[32];
     char l2DevCtrl[32];
     char wifiAutoCfg[32];
@@ -174,7 +174,7 @@ typedef struct {
     uint32_t versionFileMtime; /**< seconds since the epoch */
     char uptime[16];           /**< seconds, decimal text */
     uint32_t uptimeRecvTime;   /**< seconds since the epoch */
-    uint32_t wifiNbrNum; /**< entries of a remote device's table; the local device's are counted by WIFINbrNum */
+    uint32_t wifiNbrNum;       /**< entries of a remote device's table; the local device's are counted by WIFINbrNum */
     WIFINeighborEntry *wifiNbrHead; /**< of the local device: the plug-in's own list, renewed by kvMAP1905_MainLoop */
     SecurityConfig security;
 } KvDevVendorData;
@@ -186,7 +186,7 @@ typedef struct {
 
 /* ---- Messages in memory ---- */
 
-/** One message of the maker's set (IEEE 1905.1 vendor-specific TLV, OUI 02:4E:A7). */
+/** One message of the vendor's set (IEEE 1905.1 vendor-specific TLV, OUI 02:4E:A7). */
 typedef struct {
     uint8_t oui[KV_OUI_LEN];
     uint8_t alMac[KV_MAC_LEN]; /**< AL MAC of the device that built the message */
@@ -501,7 +501,7 @@ KVMAP1905_API void kvMAP1905_DeviceDm_update(KvDevVendorData *dev);
 KVMAP1905_API void kvMAP1905_DevIntfDm_init(KvIntfVendorData *intf, uint32_t mediaType);
 
 /**
- * Does this device speak the maker's protocol? alMac: 6 bytes; isKovan: receives 1 or 0.
+ * Does this device speak the vendor's protocol? alMac: 6 bytes; isKovan: receives 1 or 0.
  * KV_RET_ERR, and isKovan unchanged, when the host does not know the device.
  */
 KVMAP1905_API int checkKovanAgent(const uint8_t *alMac, uint8_t *isKovan);
@@ -518,7 +518,7 @@ KVMAP1905_API void kvMAP1905_WifiChan_get(const char *ifname, char *channelOut);
 /* ---- Sending ---- */
 
 /**
- * Encode a message of the maker's set and send it by unicast (slot 2). destinationMac: 6 bytes. msgId: in-out, see
+ * Encode a message of the vendor's set and send it by unicast (slot 2). destinationMac: 6 bytes. msgId: in-out, see
  * Kv1905BcmCbs. msg: only read. KV_RET_ERR when the slot is empty, memory runs out, the type is unknown, the
  * encoded message exceeds KV_VEND_MSG_BUFFER_LEN bytes, or the host's send failed.
  */
@@ -543,7 +543,7 @@ KVMAP1905_API int kvMAP1905_VenderSpecRelayMcastMsg_send(const KvVendMsg *msg, u
 KVMAP1905_API void kvMAP1905_VendSpecTlv_handle(const KvRecvVendTlv *tlv, uint32_t length, uint32_t msgId);
 
 /**
- * The same for a host that does not know the length, maker's OUI. At least 15 bytes, plus as many as the big-endian
+ * The same for a host that does not know the length, vendor's OUI. At least 15 bytes, plus as many as the big-endian
  * number at offset 13 says, must be readable at tlv->value. Prefer kvMAP1905_VendSpecTlv_handle.
  */
 KVMAP1905_API void kvMAP1905_VendSpecMsg_handle(const KvRecvVendTlv *tlv, uint32_t msgId);
@@ -561,7 +561,7 @@ KVMAP1905_API int kvMAP1905_ConfQuery_send(const uint8_t *alMac, uint8_t retry);
 
 /**
  * Send this device's configuration. source: the query's source, whose MAC receives the answer; msgId: the query's.
- * mcast: 1 sends it to every device by relayed multicast (source is not used, msgId 0 takes a fresh identifier).
+ * mcast: 1 sends it to every device by relayed multicast (source is not used, with msgId 0 the host chooses one).
  */
 KVMAP1905_API int kvMAP1905_ConfRespMsg_send(const KvRecvVendTlv *source, uint16_t msgId, uint8_t mcast);
 
@@ -611,14 +611,14 @@ KVMAP1905_API int kvMAP1905_mdid_update(KvMdidInterfaceList *list);
 KVMAP1905_API int kvMAP1905_TlvBss_Config_insert(uint8_t *buffer, uint32_t *length, const void *list);
 
 /**
- * Write the maker's Wi-Fi Simple Configuration attribute (0x1049, vendor ID 0A 61 C4) for one BSS at buffer + offset,
+ * Write the vendor's Wi-Fi Simple Configuration attribute (0x1049, vendor ID 0A 61 C4) for one BSS at buffer + offset,
  * where the caller has room for 24 bytes. Returns the bytes written: 24, or 0 for a null argument.
  */
 KVMAP1905_API int kvMAP1905_ApCfg_fill(uint8_t *buffer, uint32_t offset, const KvBssInfo *bss);
 
 /**
- * Read that attribute from its vendor ID on; sub-elements 1 to 4, in this order, as far as they stand there. The caller
- * vouches for the sub-elements and one byte behind them; prefer kvMAP1905_ApCfg_parse_check_len. 0 or -1.
+ * Read that attribute from its vendor ID on; sub-elements 1 to 4, in this order, up to the first that is missing.
+ * The caller guarantees the sub-elements and one byte after them; prefer kvMAP1905_ApCfg_parse_check_len. 0 or -1.
  */
 KVMAP1905_API int kvMAP1905_ApCfg_parse(const uint8_t *data, KvBssInfo *bss);
 
@@ -647,8 +647,7 @@ KVMAP1905_API int kvMAP1905_SyncCtrlSettingReq_send(const uint8_t *alMac, int co
  * Apply one radio's country with wl: beaconCountry, or when that is empty the part of countryCode before "/". Texts
  * that must not reach a shell are logged and wl is not run. Returns 0.
  */
-KVMAP1905_API int kvMAP1905_CountryInBcn_update(const char *ifname, const char *countryCode,
-                                                const char *beaconCountry);
+KVMAP1905_API int kvMAP1905_CountryInBcn_update(const char *ifname, const char *countryCode, const char *beaconCountry);
 
 /* ---- Operator commands ---- */
 

@@ -16,7 +16,7 @@ namespace {
 
 constexpr int kRefused = -1;
 
-// How a tool command names itself in its log lines, and how many arguments it takes.
+// A tool command's name in log lines, and the number of its arguments.
 struct ToolCommand {
     const char *name;
     int minArguments;
@@ -107,7 +107,7 @@ bool append(KvCommandReq &request, const char *text, size_t length) {
     return true;
 }
 
-// The words with one blank behind each but the last argument; empty ones add nothing.
+// Joins the words, with one blank after each but the last argument; empty ones add nothing.
 bool joinWords(KvCommandReq &request, int argc, char **argv) {
     for (int i = 3; i < argc; ++i) {
         const size_t length = std::strlen(argv[i]);

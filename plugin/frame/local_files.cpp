@@ -27,7 +27,7 @@ constexpr char kKeyEnd[] = "= ;\n";
 constexpr char kWordEnd[] = "= ;\r\n";
 constexpr char kLineEnd[] = "\r\n";
 
-// Splits the line in place. Null when there is nothing behind the key.
+// Splits the line in place. Null when nothing follows the key.
 char *valueOf(char *line, const char *valueEnd) {
     char *rest = nullptr;
     if (strtok_r(line, kKeyEnd, &rest) == nullptr) return nullptr;

@@ -1,4 +1,4 @@
-// What the device's own files and tools say about it: the configuration file, the version file, the current
+// Data from the device's own files and tools: the configuration file, the version file, the current
 // channels and the bridge's address. All of it is read, never written; shell commands block the host's thread.
 #pragma once
 
@@ -30,7 +30,7 @@ int getDeviceChannel(KvDevVendorData *dev);
 // The periodic refresh: getDeviceChannel on the local record. Returns its result, or 0 when there is no record.
 int checkWIFIChannelInfo();
 
-// Current channel of one Wi-Fi interface; channelOut (16 characters) stays as it is when wl says nothing.
+// Current channel of one Wi-Fi interface; channelOut (16 characters) is unchanged when wl prints nothing.
 void readWifiChannel(const char *ifname, char *channelOut);
 
 // IPv4 address of br0 as text into ipOut (kIpTextLen characters). KV_RET_ERR with ipOut zeroed on failure.

@@ -6,7 +6,7 @@
 //          9   1   message type              18   2   field18, byte by byte
 //                                            20   2   zero, then the payload
 //
-// What the numbered fields mean is Intel's; they are copied and never interpreted.
+// The numbered fields are copied and never interpreted.
 #pragma once
 
 #include <cstddef>
@@ -18,10 +18,10 @@
 namespace kv {
 
 inline constexpr size_t kIntelEnvelopeLen = 22;
-// What a value without a known length is taken to hold: the envelope and a station's MAC.
+// The assumed length of a value without one: the envelope and a station's MAC.
 inline constexpr size_t kIntelRequestLen = kIntelEnvelopeLen + KV_MAC_LEN;
 
-// One message type of Intel's set; the rows stand in message_catalogue.cpp.
+// One message type of Intel's set; the rows are in message_catalogue.cpp.
 struct IntelMessageRow {
     uint8_t type;
     // As in MessageRow; null where the type is not received or not sent.

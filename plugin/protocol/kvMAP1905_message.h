@@ -1,4 +1,4 @@
-// The envelope of the maker's messages, the value of an IEEE 1905.1 vendor-specific TLV:
+// The envelope of the vendor's messages, the value of an IEEE 1905.1 vendor-specific TLV:
 //
 //   offset 0   3   OUI 02:4E:A7
 //          3   6   AL MAC of the device that built the message

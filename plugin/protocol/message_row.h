@@ -14,7 +14,7 @@ namespace kv {
 // Where a dispatched message came from. A request inside a remote command is answered as a command response.
 enum : unsigned { kOriginNetwork = 255, kOriginCommand = VEND_MSG_TYPE_COMMAND_REQ };
 
-// Everything a handler may want to know.
+// The arguments of a handler.
 struct Dispatch {
     const KvRecvVendTlv *source;
     uint16_t msgId;

@@ -1,4 +1,4 @@
-// Queries that wait for an answer: recorded when sent, cleared by the answer, sent again when none comes.
+// Queries that wait for an answer: recorded when sent, cleared by the answer, sent again without one.
 #pragma once
 
 #include <cstddef>
@@ -21,8 +21,8 @@ class OutstandingQueries {
   public:
     static constexpr size_t kCapacity = 64;
 
-    // Takes the first free entry. With none free, the entry that is being sent again makes the room if there is one,
-    // else the oldest is forgotten and the new query counts as a first send.
+    // Uses the first free entry. With none free, a resend replaces its own entry; any other query replaces the oldest
+    // and counts as a first send.
     void add(const uint8_t *alMac, uint16_t msgId, uint16_t vendMsgType, uint8_t retry, std::time_t now);
 
     // Frees the first entry that respType answers; nothing when none does.

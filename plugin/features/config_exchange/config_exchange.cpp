@@ -122,7 +122,7 @@ void append(KvConfRespData &response, const KvDevVendorData &dev, uint8_t type, 
     std::memcpy(attribute.attrValue, value, length);
 }
 
-// What an agent tells, in this order. Refreshes the record's address and channels on the way.
+// Fills in an agent's attributes, in this order. Refreshes the record's address and channels first.
 void fillResponse(KvConfRespData &response, KvDevVendorData &dev) {
     std::memcpy(response.alMac, getMAPAlMac(), sizeof response.alMac);
     append(response, dev, CONF_ATTR_REBOOT_CAP, When::Always);
@@ -192,7 +192,7 @@ void store(KvDevVendorData &dev, const uint8_t *alMac, const KvConfAttr &attribu
     }
 }
 
-// Agents before this build report their stations only when they are asked, and tell no protocol version.
+// Agents before this build report their stations only on request, and no protocol version.
 constexpr int kFirstReportingBuild = 7142;
 
 bool reportsByItself(const KvConfRespData &response, const KvDevVendorData &dev) {

@@ -1,4 +1,4 @@
-// How the controller learns each agent's configuration: one query, one answer full of attributes.
+// The configuration exchange: a controller queries an agent, which answers with its attributes.
 #pragma once
 
 #include <cstdint>

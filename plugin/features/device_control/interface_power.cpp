@@ -81,7 +81,8 @@ void answerAll(const KvIntfPwrCtrlReq &request, uint8_t retCode, KvIntfPwrCtrlRe
     }
 }
 
-// An entry without a MAC stands for its media type and ends the request: later entries keep zeroed answers.
+// Sets the listed interfaces. An entry without a MAC means its media type and ends the request: later entries keep
+// zeroed answers.
 void setEach(const KvIntfList &list, const KvIntfPwrCtrlReq &request, KvIntfPwrCtrlResp &response) {
     for (unsigned i = 0; i < request.count; ++i) {
         const KvIntfPwrCtrlEntry &wanted = request.entries[i];

@@ -1,4 +1,4 @@
-// The power state of an agent's Wi-Fi interfaces: asked for, reported, changed.
+// The power state of an agent's Wi-Fi interfaces: queried, reported, changed.
 #pragma once
 
 #include <cstdint>

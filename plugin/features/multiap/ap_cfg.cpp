@@ -92,7 +92,7 @@ int readSubElement(ByteReader &elements, KvBssInfo &bss) {
     return 0;
 }
 
-// The nvram value that stands for a band: bits of BandIndex, tested in this order. 0 for none of them.
+// The nvram value of a band: bits of BandIndex, tested in this order. 0 for none of them.
 struct Band {
     uint8_t bit;
     int nvramValue;

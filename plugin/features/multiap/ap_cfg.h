@@ -20,7 +20,7 @@ int fillApConfiguration(uint8_t *attribute, const KvBssInfo *bss);
 int parseInOrder(const uint8_t *data, KvBssInfo *bss);
 int parseWithLength(const uint8_t *data, uint32_t len, KvBssInfo *bss);
 
-// ExtAttribute from nvram, for the BSS whose BandIndex is the third byte; left as it is when there is no setting.
+// ExtAttribute from nvram, for the BSS whose BandIndex is the third byte; unchanged when there is no setting.
 int initParameters(const uint8_t *subElements, KvBssInfo *bss);
 
 void logBssInfo(const KvBssInfo *bss);

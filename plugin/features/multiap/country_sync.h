@@ -1,4 +1,4 @@
-// The country that radios announce in their beacons: asked of the controller, or pushed by it, and set on every radio.
+// The country in the beacons: requested from the controller, or pushed by it, and set on every radio.
 #pragma once
 
 #include <cstdint>

@@ -33,7 +33,7 @@ void copyIfname(const KvMdidInterface &entry, char (&name)[sizeof entry.ifname +
     name[sizeof entry.ifname] = '\0';
 }
 
-// The number behind the first "=" of the first line that begins with the key; 0 without one. Only the key's length is
+// The number after the first "=" of the first line that begins with the key; 0 without one. Only the key's length is
 // compared: "wl0_mdid2" also answers for "wl0_mdid".
 int readSetting(std::FILE *dump, const char *key) {
     std::rewind(dump);

@@ -68,7 +68,7 @@ bool isAdmin(const RdmNatIntfSetting &account) {
     return std::strncmp(account.userName, kAdminAccount, sizeof account.userName) == 0;
 }
 
-// text: NUL-terminated behind length bytes at the latest.
+// text: NUL-terminated after length bytes at the latest.
 void storePassword(KcfgInstanceIndex &index, RdmNatIntfSetting &account, const uint8_t *text, size_t length) {
     std::memset(account.password, 0, sizeof account.password);
     std::memcpy(account.password, text, strnlen(reinterpret_cast<const char *>(text), length));

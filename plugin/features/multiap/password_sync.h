@@ -1,4 +1,4 @@
-// An agent takes over its controller's administrator password. No side checks roles or the peer's identity.
+// Copies the controller's administrator password to an agent. Neither side checks roles or the peer's identity.
 #pragma once
 
 #include <cstddef>
@@ -15,7 +15,7 @@ int handleSyncControllerPwdReqMsg(const KvRecvVendTlv *source, uint16_t msgId);
 // account; without one nothing happens.
 void applyScrambledPassword(uint8_t *password, size_t length);
 
-// Scramble or unscramble in place, byte by byte with the device's key. What the key is too short for stays as it is.
+// Scramble or unscramble in place, byte by byte with the device's key. Bytes after the key's end are unchanged.
 void kvEncryptPwd(uint8_t *data, size_t length);
 void kvDecryptPwd(uint8_t *data, size_t length);
 

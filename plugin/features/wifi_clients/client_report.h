@@ -1,4 +1,4 @@
-// The report that every device sends of its stations to the whole network, and what the others make of it.
+// The report that every device sends of its stations to the whole network, and its merge on receipt.
 #pragma once
 
 #include <cstdint>

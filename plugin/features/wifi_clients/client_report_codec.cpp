@@ -32,7 +32,7 @@ Text takeFront(Text &text, size_t count) {
     return front;
 }
 
-// The digits that a text begins with, behind an optional sign. 0 without any; what does not fit wraps, and the fields
+// The digits that a text begins with, after an optional sign. 0 without any; what does not fit wraps, and the fields
 // take the low bits of it.
 uint32_t number(Text text, uint32_t base) {
     const bool isNegative = !text.empty() && text.front() == '-';

@@ -2,10 +2,10 @@
 //
 // Payload:  offset 0  6  AL MAC of the reporting device, as in the envelope
 //                  6  2  number of text bytes, big-endian, at most 1300
-//                  8     the text: framed records, one behind the other, without separator or terminator
+//                  8     the text: framed records in a row, without separator or terminator
 //
 // Framed record:  "078{0=AA:BB:CC:00:11:22,1=0105,2=866,3=-45,10=30,4=5,5=123,6=456,7=866,8=650,9=6}"
-//   three decimal digits tell the record's length, braces included; pairs of field number and value follow. The fields
+//   three decimal digits are the record's length, braces included; pairs of field number and value follow. The fields
 //   are rows of one table in client_report_codec.cpp; pairs may come in any order, unknown numbers are skipped.
 #pragma once
 

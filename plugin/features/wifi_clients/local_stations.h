@@ -1,4 +1,4 @@
-// The stations that are associated with this device's own access points, as the Wi-Fi driver's station files tell.
+// The stations that are associated with this device's own access points, read from the Wi-Fi driver's station files.
 #pragma once
 
 #include <cstddef>
@@ -12,14 +12,14 @@ namespace kv {
 inline constexpr char kStationFile24G[] = "/tmp/assoc_list.24g";
 inline constexpr char kStationFile5G[] = "/tmp/assoc_list.5g";
 
-// What stands behind WIFINbrNum and WIFINeighborHead.
+// Owns the list that WIFINbrNum and WIFINeighborHead export.
 class LocalStations {
   public:
     // Appends a copy of station; false when memory runs out.
     bool append(const WIFINeighborEntry &station);
     void removeAll();
-    // Replaces the list by what both files tell and shows it to the host. Without memory for a line it stops at once;
-    // the host then goes on seeing the list before.
+    // Replaces the list by the stations of both files and publishes it to the host. Without memory for a line it stops
+    // at once; the host then keeps the list before.
     void rebuild();
     void clear();
 
@@ -27,7 +27,7 @@ class LocalStations {
     void publish();
 
     WIFINeighborEntry *tail_ = nullptr;   // null when the list is empty
-    KvDevVendorData *record_ = nullptr;   // the local device's; found once, the host keeps it for good
+    KvDevVendorData *record_ = nullptr;   // the local device's; looked up once, valid permanently
     WIFINeighborEntry *shown_ = nullptr;  // the list that the host sees, when it is no longer the current one
 };
 
@@ -58,8 +58,8 @@ struct StationLine {
 void kvWriteWIFINbrInfo(WIFINeighborEntry *scratch, const char *macText, uint16_t mediaType, const StationLine &line,
                         int band);
 
-// Rewrites a MAC text in place as six two-digit lower-case bytes; anything else stays. size: the room of text, at least
-// 18.
+// Rewrites a MAC text in place as six two-digit lower-case bytes; anything else is unchanged. size: bytes
+// of text, at least 18.
 void mac_from_cap_to_lower(char *text, size_t size);
 
 bool CheckingNullMAC(const uint8_t *mac);

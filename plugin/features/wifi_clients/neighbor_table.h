@@ -7,8 +7,8 @@
 
 namespace kv {
 
-// Stations that one device's table holds at most: far more than radios serve, and a bound on what a neighbour that
-// invents stations can make this device keep.
+// Stations that one device's table holds at most: far more than radios serve, and a bound on the memory that a
+// device with invented stations can use.
 inline constexpr uint32_t kMaxTableStations = 8192;
 
 // Merges the reported stations into a device's table: refreshes those that it holds, appends the others, as far as the

@@ -17,7 +17,7 @@ constexpr uint8_t kUnknownRssi = 0xA6;  // -90 dBm
 constexpr uint8_t kInResponse = 0x00;
 constexpr uint8_t kInNotification = 0x64;
 
-// In a notification; what they mean is Intel's.
+// In a notification; their meaning is Intel's.
 constexpr uint8_t kNotifyField3[4] = {0x55, 0xCD, 0xAB, 0xEF};
 constexpr uint8_t kNotifyField7[2] = {0x06, 0x0A};
 

@@ -1,4 +1,4 @@
-// Intel's RSSI messages: the signal of one station of this device, asked for by a peer or pushed by the host.
+// Intel's RSSI messages: the signal of one station of this device, requested by a peer or pushed by the host.
 //
 // Request, 6 bytes: the station's MAC. Response and notification, 17 bytes, big-endian:
 //   offset 0   6   station's MAC        12  1   RSSI, low 8 bits

@@ -17,7 +17,7 @@ namespace {
 
 constexpr uint32_t kStationsPerResponse = 32;
 
-// msgId 0 takes a fresh identifier. A response that cannot be sent is lost; the next one still goes out.
+// With msgId 0 the host chooses an identifier. A response that cannot be sent is lost; the next one is still sent.
 void sendChunk(const uint8_t *destinationMac, uint16_t msgId, WIFINeighborList *chunk) {
     const KvVendMsg msg = makeVendMsg(VEND_MSG_TYPE_WIFI_STATE_RESP, wifiStateRespLen(chunk->count), chunk);
     sendUnicast(destinationMac, &msgId, &msg);
@@ -72,7 +72,7 @@ int handleWifiStateReqMsg(const KvRecvVendTlv *source, uint16_t msgId) {
 
 int handleWifiStateRespMsg(const KvRecvVendTlv *source, uint16_t msgId, KvVendMsg *msg) {
     LOG_MSG(KV_LOG_NOTICE, "received VEND_MSG_TYPE_WIFI_STATE_RESP msgId %04x\n", msgId);
-    // The entries behind the view are this handler's to free, whatever becomes of the message.
+    // Owns the entries of the view from here on, whatever the outcome.
     const OwnedStations stations(static_cast<WIFINeighborList *>(msg->payload));
     msg->payload = nullptr;
     uint8_t alMac[KV_MAC_LEN] = {};
