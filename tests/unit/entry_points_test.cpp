@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <memory>
 
 #include "features/wifi_clients/client_report.h"
 #include "features/wifi_clients/client_report_codec.h"
@@ -96,6 +97,53 @@ TEST_F(EntryPoints, SecurityConfigurationSurvivesOutOfMemory) {
     EXPECT_EQ(logCount(3, "allocate memory fail for security config\n"), 1u);
     EXPECT_EQ(kv::initSecurityConfig(&sec), KV_RET_OK);
     EXPECT_EQ(sec.secType, 0u);
+}
+
+TEST_F(EntryPoints, ASecurityBlockOfTheHostIsNotFreed) {
+    uint8_t block = 0;
+    SecurityConfig sec = {};
+    sec.secData = &block;
+    EXPECT_EQ(kv::initSecurityConfig(&sec), KV_RET_OK);
+}
+
+TEST_F(EntryPoints, AForeignValueWithoutLengthIsReadNoFurtherThanItsOui) {
+    const auto value = std::make_unique<uint8_t[]>(KV_OUI_LEN);  // zero: a foreign OUI, and a read past it is caught
+    KvRecvVendTlv tlv = {};
+    tlv.value = value.get();
+    kvMAP1905_VendSpecMsg_handle(&tlv, 1);
+    kvMAP1905_VendSpecMsg_handle_Intel(&tlv, 1);
+    EXPECT_EQ(logCount(4, "parse unsupported vendor OUI 00:00:00\n"), 2u);
+}
+
+TEST_F(EntryPoints, AReportWithoutARegisteredHostIsReadToItsEnd) {
+    const Bytes report = message(kAgent, VEND_MSG_TYPE_WIFI_STATE_RESP, Bytes(1));
+    g_kv1905_bcm_cbs = {};
+    host_.receive(kAgent, report, 1);
+    EXPECT_EQ(logCount(4, "invalid input when update WiFiNbr\n"), 1u);
+}
+
+TEST_F(EntryPoints, NullArgumentsOfTheExtensionsAreLogged) {
+    KvBssInfo bss = {};
+    kvMAP1905_Func_reg(nullptr, 0);
+    EXPECT_EQ(logCount(3, "registration without a callback table\n"), 1u);
+    EXPECT_EQ(kvMAP1905_mdid_update(nullptr), -1);
+    EXPECT_EQ(logCount(3, "invalid input value when update MDID\n"), 1u);
+    EXPECT_EQ(kvMAP1905_ApCfg_parse(nullptr, &bss), -1);
+    EXPECT_EQ(kvMAP1905_ApCfg_parse_check_len(nullptr, 20, &bss), -1);
+    EXPECT_EQ(kvMAP1905_parameter_init(nullptr, &bss), 0);
+    EXPECT_EQ(kvMAP1905_ApCfg_fill(nullptr, 0, &bss), 0);
+    EXPECT_EQ(logCount(3, "multiap extension attr without data or BSS information\n"), 4u);
+}
+
+TEST_F(EntryPoints, AUrlWithoutTopologyOptionIsNotCarried) {
+    KvFWCtrlReq request = {};
+    request.FWOption = 2;
+    request.FWURLcount = 0xFFFF;
+    const KvVendMsg msg = kv::makeVendMsg(VEND_MSG_TYPE_FW_CTRL_REQ, 3, &request);
+    uint16_t id = 1;
+    EXPECT_EQ(kvMAP1905_VenderSpecMsg_send(kAgent.data(), &id, &msg), KV_RET_OK);
+    ASSERT_EQ(host_.sent.size(), 1u);
+    EXPECT_EQ(host_.sent[0].value, message(kLocal, VEND_MSG_TYPE_FW_CTRL_REQ, fromHex("02 0000")));
 }
 
 TEST_F(EntryPoints, AReportThatContradictsItsRecordIsDumpedAndNotSent) {

@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <random>
 
+#include "support/captured_log.h"
 #include "support/fake_host.h"
 #include "support/fake_system.h"
 
@@ -76,11 +77,16 @@ TEST_F(NeighborTable, AFullTableRefreshesWhatItHoldsAndTakesNobodyIn) {
     all.resize(kv::kMaxTableStations);
     EXPECT_EQ(table(), all);
     setClock(1'000'500);
+    clearLog();
+    EXPECT_EQ(merge({{7, 1}, {0, 1}}), KV_RET_OK);
+    EXPECT_EQ(logCount(4, "table is full"), 0u) << "refreshing ages nothing";
     const std::vector<Station> two = {{0xFFFF, 2}, {0, 2}};
-    EXPECT_EQ(merge(two), KV_RET_OK);
+    EXPECT_EQ(merge({{0xFFFE, 2}, {0xFFFF, 2}, {0, 2}}), KV_RET_OK);
+    EXPECT_EQ(logCount(4, "table is full, 8192 stations"), 1u) << "once for a message";
+    EXPECT_EQ(logCount(7, "Not found, add WiFi neighbor data"), 0u) << "nobody was added";
     EXPECT_EQ(agent_.wifiNbrHead->lastSeen, 1'000'500u);
     EXPECT_EQ(table().size(), kv::kMaxTableStations);
     setClock(1'000'601);  // old ones give way
     EXPECT_EQ(merge(two), KV_RET_OK);
-    EXPECT_EQ(table(), (std::vector<Station>{{0, 2}, {0xFFFF, 2}}));
+    EXPECT_EQ(table(), (std::vector<Station>{{0, 2}, {7, 1}, {0xFFFF, 2}}));
 }
