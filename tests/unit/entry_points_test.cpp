@@ -13,6 +13,7 @@
 #include "protocol/kvMAP1905_message.h"
 #include "protocol/message_row.h"
 #include "support/captured_log.h"
+#include "support/device_files.h"
 #include "support/fake_host.h"
 #include "support/fake_system.h"
 #include "transport/receive.h"
@@ -97,6 +98,26 @@ TEST_F(EntryPoints, SecurityConfigurationSurvivesOutOfMemory) {
     EXPECT_EQ(logCount(3, "allocate memory fail for security config\n"), 1u);
     EXPECT_EQ(kv::initSecurityConfig(&sec), KV_RET_OK);
     EXPECT_EQ(sec.secType, 0u);
+}
+
+TEST_F(EntryPoints, AFileThatCannotBeOpenedIsNotLoadedAgainUntilItChanges) {
+    writeFile("/tmp/.kv1905_conf", "ModelName=m\n");
+    KvDevVendorData dev = {};
+    FailingCall failing(Call::OpenFile, 1);
+    kvMAP1905_DeviceDm_update(&dev);
+    EXPECT_TRUE(failing.happened());
+    EXPECT_STREQ(dev.modelName, "");
+    kvMAP1905_DeviceDm_update(&dev);
+    EXPECT_STREQ(dev.modelName, "") << "its time is known";
+    EXPECT_EQ(logCount(7, "initialize KOVAN device configuration\n"), 1u);
+}
+
+TEST_F(EntryPoints, PowerAnswersLogTheIdentifierOfTheRequest) {
+    host_.interfaces = {{kLocal, 0x0103}};
+    host_.receive(kAgent, message(kAgent, VEND_MSG_TYPE_INTF_PWR_STATE_QUERY, Bytes(kLocal.begin(), kLocal.end())), 0);
+    host_.receive(kAgent, message(kAgent, VEND_MSG_TYPE_INTF_PWR_CTRL_REQ, Bytes(8)), 0);
+    EXPECT_EQ(host_.sent.size(), 2u);
+    EXPECT_EQ(logCount(7, "transmit vendor msgId 0000\n"), 2u);
 }
 
 TEST_F(EntryPoints, ASecurityBlockOfTheHostIsNotFreed) {
