@@ -83,7 +83,8 @@ Json fieldJson(const KvDevVendorData &record, const FieldRow &row) {
     if (row.kind == FieldKind::Text) return Json(fixedText(field, row.size));
     if (row.size == 1) {
         const auto byte = static_cast<uint8_t>(*field);
-        return row.kind == FieldKind::Flag ? Json(byte != 0) : Json(byte);
+        if (row.kind == FieldKind::Flag) return byte != 0;
+        return byte;
     }
     uint32_t when = 0;
     static_assert(std::all_of(std::begin(kVendorFields), std::end(kVendorFields), [](const FieldRow &r) {

@@ -51,6 +51,7 @@ class PluginHost {
     X(stationCount, WIFINbrNum)
 
 struct PluginSymbols {
+// NOLINTNEXTLINE(bugprone-macro-parentheses): a member's name
 #define KV_DECLARE_SYMBOL(member, symbol) decltype(&::symbol) member;
     KV_PLUGIN_SYMBOLS(KV_DECLARE_SYMBOL)
 #undef KV_DECLARE_SYMBOL

@@ -138,14 +138,15 @@ CommandEffect PluginSide::runCommand(uint32_t code, void *buffer) {
     KV_HOST_LOG(KV_LOG_INFO, "operator command %u", code);
     const auto own = std::find_if(std::begin(kOwnCommands), std::end(kOwnCommands),
                                   [code](const OwnCommandRow &row) { return row.code == code; });
-    const uint64_t before = node_.counters().vendorMessagesSent;
+    uint64_t sent = node_.counters().vendorMessagesSent;
     int result = KV_RET_OK;
     if (own != std::end(kOwnCommands)) {
         result = (this->*own->run)(static_cast<const uint8_t *>(buffer));
     } else {
         plugin_.commandHandle(buffer, code);
     }
-    return {node_.counters().vendorMessagesSent - before, result};
+    sent = node_.counters().vendorMessagesSent - sent;
+    return {sent, result};
 }
 
 int PluginSide::notifyRssi(const uint8_t *buffer) {
