@@ -38,9 +38,13 @@ bool exists(const std::string &path) {
     return std::filesystem::exists(path);
 }
 
+std::string commandPath(const std::string &name) {
+    return kCommands + "/" + name;
+}
+
 void fakeCommand(const std::string &name, const std::string &script) {
     std::filesystem::create_directories(kCommands);
-    const std::string path = kCommands + "/" + name;
+    const std::string path = commandPath(name);
     std::ofstream(path) << "#!/bin/sh\n" << script;
     chmod(path.c_str(), 0755);
     setenv("PATH", (kCommands + ":" + kPath).c_str(), 1);

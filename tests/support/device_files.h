@@ -15,6 +15,7 @@ std::string readFile(const std::string &path);
 bool exists(const std::string &path);
 
 // Puts a shell script in front of the real command of that name, until removeCommands.
+std::string commandPath(const std::string &name);
 void fakeCommand(const std::string &name, const std::string &script);
 
 // An empty device: no configuration file, no version file, no settings, no stand-ins for commands.
