@@ -1,4 +1,4 @@
-// A full table of queries that wait for their answers; tests/transcripts tell the rest.
+// A full table of queries that wait for their answers; tests/scenarios/config_exchange.txt has the rest.
 #include "transport/outstanding_queries.h"
 
 #include <gtest/gtest.h>
