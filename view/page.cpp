@@ -1,17 +1,13 @@
-#include <fcntl.h>
 #include <json-c/json.h>
 
-#include <cerrno>
-#include <cstring>
 #include <initializer_list>
 #include <iostream>
-#include <memory>
 #include <system_error>
 #include <utility>
 
 #include "app/outcome.h"
-#include "daemon/data_model_file.h"
-#include "daemon/ethernet_port.h"
+#include "app/show.h"
+#include "support/files.h"
 #include "view/view.h"
 
 namespace kv1905d {
@@ -50,12 +46,9 @@ std::string filled(std::string_view text, std::initializer_list<Replacement> mar
 
 }  // namespace
 
-std::string readModel(const std::string &path) {
-    const FileDescriptor fd(open(path.c_str(), O_RDONLY | O_CLOEXEC));
-    if (!fd.valid()) throw Failure(statusOf(errno), path + ": " + std::strerror(errno));
-    const std::unique_ptr<json_object, decltype(&json_object_put)> root(json_object_from_fd(fd.get()), json_object_put);
-    if (!json_object_is_type(root.get(), json_type_object)) throw Failure(Status::Failure, path + ": no JSON object");
-    return json_object_to_json_string_ext(root.get(), JSON_C_TO_STRING_PLAIN | JSON_C_TO_STRING_NOSLASHESCAPE);
+std::string modelText(const std::string &path) {
+    return json_object_to_json_string_ext(readModel(path).get(),
+                                          JSON_C_TO_STRING_PLAIN | JSON_C_TO_STRING_NOSLASHESCAPE);
 }
 
 std::string viewPage(const std::string &model, const std::string &source) {
@@ -65,13 +58,13 @@ std::string viewPage(const std::string &model, const std::string &source) {
 }
 
 void writeView(const std::string &dataModel, const std::string &output) {
-    const std::string page = viewPage(readModel(dataModel), "");
+    const std::string page = viewPage(modelText(dataModel), "");
     if (output.empty()) {
         std::cout << page;
         return;
     }
     try {
-        replaceFile(output, page);
+        support::replaceFile(output, page, 0644, support::Durable::No);
     } catch (const std::system_error &error) {
         throw Failure(Status::Failure, error.what());
     }

@@ -28,17 +28,17 @@ void answer(httplib::Response &response, int status, const std::string &text) {
 
 std::string modelOrNull(const std::string &path) {
     try {
-        return readModel(path);
-    } catch (const Failure &) {
+        return modelText(path);
+    } catch (const std::exception &) {
         return "null";  // the page asks again and tells the failure
     }
 }
 
 void sendModel(const std::string &path, httplib::Response &response) {
     try {
-        response.set_content(readModel(path), "application/json");
-    } catch (const Failure &failure) {
-        answer(response, 503, failure.what());
+        response.set_content(modelText(path), "application/json");
+    } catch (const std::exception &error) {
+        answer(response, 503, error.what());
     }
 }
 

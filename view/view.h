@@ -26,14 +26,15 @@ std::optional<ViewOptions> parseViewOptions(int argc, char **argv);
 extern const char *const kViewPage;
 extern const char *const kViewPolicy;
 
-// The JSON object in the file, in one line. Throws Failure that names the file.
-std::string readModel(const std::string &path);
+// The JSON object in the file, in one line. Throws like readModel().
+std::string modelText(const std::string &path);
 
 // The page that draws this JSON text, which may be "null". From a `source` on its own server, empty for none, it keeps
 // itself up to date. The same text gives the same page.
 std::string viewPage(const std::string &model, const std::string &source);
 
-// The page of that file, to standard output or, when `output` is not empty, in place of that file. Throws Failure.
+// The page of that file, to standard output or, when `output` is not empty, in place of that file. Throws
+// Failure, or like readModel().
 void writeView(const std::string &dataModel, const std::string &output);
 
 // Whether a request's Host header, with or without port, names this machine's loopback: a page of another site whose

@@ -4,8 +4,9 @@
 
 #include <cerrno>
 #include <cstdio>
-#include <memory>
 #include <system_error>
+
+#include "support/json.h"
 
 namespace kv1905d {
 namespace {
@@ -25,7 +26,7 @@ json_object *textOrNull(const std::string &text) {
 }
 
 void printJson(const CommandResult &result, const std::string &command) {
-    const std::unique_ptr<json_object, decltype(&json_object_put)> json(json_object_new_object(), json_object_put);
+    const support::JsonPtr json(json_object_new_object());
     json_object_object_add(json.get(), "command", textOrNull(command));
     json_object_object_add(json.get(), "target", textOrNull(result.target));
     json_object_object_add(json.get(), "code", result.code ? json_object_new_int(*result.code) : nullptr);

@@ -1,13 +1,11 @@
 #include "result_file.h"
 
 #include <fcntl.h>
-#include <sys/file.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <charconv>
-#include <cstring>
+#include <system_error>
 #include <thread>
 
 #include "outcome.h"
@@ -28,18 +26,15 @@ auto poll(Duration timeout, const Probe &probe) {
     }
 }
 
-Failure fileFailure(const std::string &path, const char *step) {
-    const int error = errno;
-    return {error == ENOENT ? Status::Failure : statusOf(error), path + ": " + step + ": " + std::strerror(error)};
-}
-
-FileDescriptor openLock(const std::string &path) {
-    // Created only where it is missing: asked to create, the kernel refuses even root another user's file in /tmp.
-    for (const int flags : {0, O_CREAT | O_EXCL, 0}) {
-        FileDescriptor fd(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK | flags, 0600));
-        if (fd.valid()) return fd;
+support::FileLock waitTurn(const std::string &path, Duration timeout) {
+    try {
+        return support::FileLock(path + ".lock", timeout);
+    } catch (const std::system_error &error) {
+        const int code = error.code().value();
+        if (code != ETIMEDOUT) throw Failure(code == ENOENT ? Status::Failure : statusOf(code), error.what());
+        throw Failure(Status::NoAnswer,
+                      "another kv1905App waits for its answer; try again, or with a longer --timeout");
     }
-    throw fileFailure(path, "open");
 }
 
 }  // namespace
@@ -52,16 +47,13 @@ std::optional<uint8_t> parseResult(std::string_view text) {
     return value;
 }
 
-ResultFile::ResultFile(const std::string &path, Duration timeout) : path_(path), lock_(openLock(path + ".lock")) {
-    if (!poll(timeout, [&] { return flock(lock_.get(), LOCK_EX | LOCK_NB) == 0; })) {
-        throw Failure(Status::NoAnswer,
-                      "another kv1905App waits for its answer; try again, or with a longer --timeout");
-    }
-    if (unlink(path.c_str()) != 0 && errno != ENOENT) throw fileFailure(path, "remove an earlier result");
+ResultFile::ResultFile(const std::string &path, Duration timeout) : path_(path), lock_(waitTurn(path, timeout)) {
+    if (unlink(path.c_str()) == 0 || errno == ENOENT) return;
+    throw std::system_error(errno, std::generic_category(), path + ": remove an earlier result");
 }
 
 std::optional<uint8_t> ResultFile::read() const {
-    const FileDescriptor fd(open(path_.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK));
+    const support::FileDescriptor fd(open(path_.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK));
     char text[4];  // one more than a result, so that a longer file is seen to be one
     const ssize_t size = fd.valid() ? ::read(fd.get(), text, sizeof text) : -1;
     return size < 0 ? std::nullopt : parseResult({text, static_cast<size_t>(size)});

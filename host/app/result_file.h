@@ -7,8 +7,8 @@
 #include <string>
 #include <string_view>
 
-#include "daemon/ethernet_port.h"
 #include "ieee1905/clock.h"
+#include "support/files.h"
 
 namespace kv1905d {
 
@@ -29,7 +29,7 @@ class ResultFile {
 
   private:
     std::string path_;
-    FileDescriptor lock_;
+    support::FileLock lock_;
 };
 
 }  // namespace kv1905d

@@ -1,16 +1,12 @@
 #include "show.h"
 
-#include <fcntl.h>
 #include <json-c/json.h>
 #include <sys/stat.h>
 
-#include <cerrno>
-#include <cstring>
-#include <memory>
 #include <span>
 #include <vector>
 
-#include "daemon/ethernet_port.h"
+#include "ieee1905/mac_address.h"
 #include "outcome.h"
 
 namespace kv1905d {
@@ -18,10 +14,7 @@ namespace {
 
 constexpr time_t kFreshFor = 30;  // seconds; a daemon that runs writes every few
 
-struct JsonEnd {
-    void operator()(json_object *value) const { json_object_put(value); }
-};
-using JsonOwner = std::unique_ptr<json_object, JsonEnd>;
+using support::JsonPtr;
 
 json_object *member(json_object *object, const char *key) {
     return json_object_is_type(object, json_type_object) ? json_object_object_get(object, key) : nullptr;
@@ -117,16 +110,8 @@ std::string fieldLines(json_object *list) {
     return out;
 }
 
-JsonOwner readFile(const std::string &path) {
-    const FileDescriptor fd(open(path.c_str(), O_RDONLY | O_CLOEXEC));
-    if (!fd.valid()) throw Failure(statusOf(errno), path + ": " + std::strerror(errno));
-    JsonOwner root(json_object_from_fd(fd.get()));
-    if (!json_object_is_type(root.get(), json_type_object)) throw Failure(Status::Failure, path + ": no JSON object");
-    return root;
-}
-
-JsonOwner devices(json_object *root, const MacAddress *only) {
-    JsonOwner list(json_object_new_array());
+JsonPtr devices(json_object *root, const MacAddress *only) {
+    JsonPtr list(json_object_new_array());
     forEach(member(member(root, "kv1905"), "DeviceList"), [&](json_object *device) {
         if (only == nullptr || plain(member(device, "ID")) == only->text()) {
             json_object_array_add(list.get(), json_object_get(device));
@@ -135,12 +120,12 @@ JsonOwner devices(json_object *root, const MacAddress *only) {
     return list;
 }
 
-JsonOwner stations(json_object *root) {
+JsonPtr stations(json_object *root) {
     json_object *list = member(member(root, "kv1905"), "StationList");
-    return JsonOwner(json_object_is_type(list, json_type_array) ? json_object_get(list) : json_object_new_array());
+    return JsonPtr(json_object_is_type(list, json_type_array) ? json_object_get(list) : json_object_new_array());
 }
 
-std::string printed(const JsonOwner &list) {
+std::string printed(const JsonPtr &list) {
     const int flags = JSON_C_TO_STRING_PRETTY | JSON_C_TO_STRING_SPACED | JSON_C_TO_STRING_NOSLASHESCAPE;
     return std::string(json_object_to_json_string_ext(list.get(), flags)) + "\n";
 }
@@ -153,14 +138,19 @@ std::string staleness(const std::string &path, time_t now) {
     return "the daemon last wrote " + path + " " + std::to_string(now - facts.st_mtime) + " s ago; is it running?";
 }
 
+JsonPtr readModel(const std::string &path) {
+    constexpr size_t kLimit = size_t{64} << 20;  // bytes, far beyond the largest network
+    return support::readJsonObject(path, kLimit);
+}
+
 std::string show(const std::string &path, const Question &question) {
     const auto &[what, alMac, json, now] = question;
     const std::optional<MacAddress> only = MacAddress::parse(alMac);
     if ((what == "device") != only.has_value() || alMac.empty() != (what != "device")) {
         throw Failure(Status::BadArguments, "'device', and it alone, takes an AL MAC such as 02:00:5e:00:01:00");
     }
-    const JsonOwner root = readFile(path);
-    const JsonOwner list = what == "stations" ? stations(root.get()) : devices(root.get(), only ? &*only : nullptr);
+    const JsonPtr root = readModel(path);
+    const JsonPtr list = what == "stations" ? stations(root.get()) : devices(root.get(), only ? &*only : nullptr);
     if (only && json_object_array_length(list.get()) == 0) {
         throw Failure(Status::NoDevice, only->text() + ": no such device in the network");
     }

@@ -4,6 +4,8 @@
 #include <ctime>
 #include <string>
 
+#include "support/json.h"
+
 namespace kv1905d {
 
 struct Question {
@@ -13,7 +15,10 @@ struct Question {
     time_t now = 0;  // seconds since the epoch, for ages
 };
 
-// What the file at `path` answers, as text to print. Throws Failure.
+// The daemon's JSON file. Throws like support::readJsonObject().
+support::JsonPtr readModel(const std::string &path);
+
+// What the file at `path` answers, as text to print. Throws Failure, or like readModel().
 std::string show(const std::string &path, const Question &question);
 
 // A warning for people when the file was not written for long; empty when it was, or is not there.

@@ -181,10 +181,10 @@ void Daemon::writeDataModel() {
     const time_t wallClock = std::time(nullptr);
     Counters counters = node_->counters();
     counters.vendorTlvsRefused = plugin_ ? plugin_->refused() : 0;
-    replaceFile(options_.dataModel,
-                dataModelJson({node_->topology(), counters, role(), plugin_ ? plugin_->mainNetworks() : MainNetworks{},
-                               EventLoop::now(), wallClock, onboarding_->controller(),
-                               plugin_ ? plugin_->stationCount() : 0, onboarding_->apConfigurations()}));
+    const std::string text = dataModelJson(
+        {node_->topology(), counters, role(), plugin_ ? plugin_->mainNetworks() : MainNetworks{}, EventLoop::now(),
+         wallClock, onboarding_->controller(), plugin_ ? plugin_->stationCount() : 0, onboarding_->apConfigurations()});
+    support::replaceFile(options_.dataModel, text, 0644, support::Durable::No);
     if (plugin_) plugin_->setDataModelTime(wallClock);
 }
 

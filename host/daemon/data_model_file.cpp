@@ -1,16 +1,9 @@
 #include "daemon/data_model_file.h"
 
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
 #include <algorithm>
-#include <cerrno>
 #include <cstring>
 #include <string_view>
-#include <system_error>
 
-#include "daemon/ethernet_port.h"
 #include "daemon/json.h"
 
 namespace kv1905d {
@@ -297,27 +290,6 @@ JsonObject ownJson(const DataModelView &view) {
 std::string dataModelJson(const DataModelView &view) {
     const JsonObject root{{"wfa-dataelements:Network", networkJson(view)}, {"kv1905", ownJson(view)}};
     return Json(root).text() + '\n';
-}
-
-void replaceFile(const std::string &path, const std::string &text) {
-    // In the same directory: only there a rename is one step. One writer per file, so the name can be fixed; a file or
-    // link that somebody left under it is removed, never followed.
-    const std::string temporary = path + ".new";
-    const auto fail = [&](const char *step) {
-        const int error = errno;
-        unlink(temporary.c_str());
-        throw std::system_error(error, std::generic_category(), path + ": " + step);
-    };
-    unlink(temporary.c_str());
-    const FileDescriptor fd(open(temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, 0644));
-    if (!fd.valid()) fail("create a temporary file beside it");
-    for (std::string_view rest = text; !rest.empty();) {
-        const ssize_t written = write(fd.get(), rest.data(), rest.size());
-        if (written < 0 && errno == EINTR) continue;
-        if (written < 0) fail("write");
-        rest.remove_prefix(static_cast<size_t>(written));
-    }
-    if (rename(temporary.c_str(), path.c_str()) != 0) fail("replace");
 }
 
 }  // namespace kv1905d

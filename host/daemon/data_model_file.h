@@ -35,7 +35,4 @@ struct DataModelView {
  */
 std::string dataModelJson(const DataModelView &view);
 
-// Replace the file in one step; readers see the old text or the new. Throws std::system_error that names the file.
-void replaceFile(const std::string &path, const std::string &text);
-
 }  // namespace kv1905d

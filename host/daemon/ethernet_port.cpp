@@ -7,7 +7,6 @@
 #include <net/if.h>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -91,10 +90,6 @@ FileDescriptor openPacketSocket(const std::string &interface, int *index) {
 }
 
 }  // namespace
-
-FileDescriptor::~FileDescriptor() {
-    if (fd_ >= 0) close(fd_);
-}
 
 std::optional<MacAddress> interfaceMac(const std::string &interface) {
     ifreq request{};

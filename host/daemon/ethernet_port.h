@@ -4,30 +4,13 @@
 #include <optional>
 #include <string>
 #include <system_error>
-#include <utility>
 
 #include "ieee1905/wire.h"
+#include "support/files.h"
 
 namespace kv1905d {
 
-// A file descriptor that is closed at the end of its life.
-class FileDescriptor {
-  public:
-    FileDescriptor() = default;
-    explicit FileDescriptor(int fd) : fd_(fd) {}
-    FileDescriptor(FileDescriptor &&other) noexcept : fd_(std::exchange(other.fd_, -1)) {}
-    FileDescriptor &operator=(FileDescriptor &&other) noexcept {
-        std::swap(fd_, other.fd_);
-        return *this;
-    }
-    ~FileDescriptor();
-
-    int get() const { return fd_; }
-    bool valid() const { return fd_ >= 0; }
-
-  private:
-    int fd_ = -1;
-};
+using support::FileDescriptor;
 
 // The interface's own MAC; nothing when there is no such interface.
 std::optional<MacAddress> interfaceMac(const std::string &interface);

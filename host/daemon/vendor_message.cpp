@@ -8,6 +8,7 @@
 #include "ieee1905/topology_tlvs.h"
 #include "kv1905/vendor_messages.h"
 #include "result_names.h"
+#include "support/terminal_text.h"
 
 namespace kv1905d {
 namespace {
@@ -24,12 +25,8 @@ std::string counted(size_t count, const char *noun) {
 }
 
 std::string quoted(ByteView bytes) {
-    std::string text = "\"";
-    for (const uint8_t byte : bytes) {
-        const bool plain = byte >= 0x20 && byte < 0x7F && byte != '"' && byte != '\\';
-        text += plain ? std::string(1, static_cast<char>(byte)) : formatted("\\x%02x", byte);
-    }
-    return text + '"';
+    const std::string_view text(reinterpret_cast<const char *>(bytes.data()), bytes.size());
+    return '"' + support::escaped(text, "\"\\") + '"';
 }
 
 // Bytes of a message and what is said about them. Reading past the end yields zero and counts what was missing.

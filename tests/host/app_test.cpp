@@ -1,4 +1,5 @@
 // The tool's command line, and what it shows of the daemon's file.
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <ctime>
@@ -76,10 +77,13 @@ TEST(Show, TablesAndListsOfWhatTheFileSays) {
     for (const char *text : {"", "[1]", "{\"kv1905\":"}) {
         std::ofstream(kModel) << text;
         EXPECT_EQ(statusThrown([&] { shown("devices"); }), Status::Failure) << text;
-        EXPECT_SAYS(kModel, errorOf([&] { readModel(kModel); }));
+        EXPECT_SAYS(kModel, errorOf([&] { modelText(kModel); }));
     }
     unlink(kModel.c_str());
     EXPECT_EQ(statusThrown([&] { shown("devices"); }), Status::NoDaemon);
+    mkfifo(kModel.c_str(), 0600);
+    EXPECT_EQ(statusThrown([&] { shown("devices"); }), Status::Failure) << "a FIFO does not block the reader";
+    unlink(kModel.c_str());
 }
 
 TEST(ViewOptions, ServeOnlyWhenAskedAndNameWhatIsWrong) {

@@ -9,6 +9,7 @@
 
 #include "daemon/json.h"
 #include "host_support.h"
+#include "support/files.h"
 
 namespace kv1905d {
 namespace {
@@ -141,6 +142,9 @@ TEST(ReplaceFile, ReplacesInOneStepAndNamesWhatFails) {
     const std::string directory = testing::TempDir() + "replaced", file = directory + "/model.json";
     fs::create_directory(directory);
     const auto rest = [](std::ifstream in) { return std::string(std::istreambuf_iterator<char>(in), {}); };
+    const auto replaceFile = [](const std::string &path, const char *text) {
+        support::replaceFile(path, text, 0644, support::Durable::No);
+    };
     replaceFile(file, "first, and longer");
     std::ifstream old(file);                                   // a reader that has it open keeps the old text
     fs::create_symlink(directory + "/victim", file + ".new");  // a link under the temporary name is not followed

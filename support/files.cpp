@@ -1,0 +1,112 @@
+#include "support/files.h"
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdint>
+#include <system_error>
+#include <thread>
+
+namespace support {
+
+namespace {
+
+constexpr std::chrono::milliseconds kLockPoll{5};
+constexpr mode_t kLockMode = 0600;
+
+[[noreturn]] void fail(const std::string &path, const char *step, int error = errno) {
+    throw std::system_error(error, std::generic_category(), path + ": " + step);
+}
+
+FileDescriptor openLock(const std::string &path) {
+    // Created only where it is missing: with O_CREAT the kernel refuses even root another user's file in /tmp.
+    for (const int flags : {0, O_CREAT | O_EXCL, 0}) {
+        FileDescriptor fd(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK | flags, kLockMode));
+        if (fd.valid()) return fd;
+    }
+    fail(path, "open");
+}
+
+void writeAll(const FileDescriptor &fd, std::string_view content, const std::string &path) {
+    while (!content.empty()) {
+        const ssize_t written = write(fd.get(), content.data(), content.size());
+        if (written < 0 && errno == EINTR) continue;
+        if (written < 0) fail(path, "write");
+        content.remove_prefix(static_cast<size_t>(written));
+    }
+}
+
+// The new file is in place already, so a failure here changes nothing.
+void syncDirectoryOf(const std::string &path) {
+    const std::string directory = path.substr(0, path.rfind('/') + 1);
+    const FileDescriptor fd(open(directory.empty() ? "." : directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (fd.valid()) fsync(fd.get());
+}
+
+// Removes what was not put in place.
+class TemporaryFile {
+  public:
+    explicit TemporaryFile(std::string path) : path_(std::move(path)) { unlink(path_.c_str()); }
+    ~TemporaryFile() { unlink(path_.c_str()); }
+    TemporaryFile(const TemporaryFile &) = delete;
+    TemporaryFile &operator=(const TemporaryFile &) = delete;
+
+    const char *path() const { return path_.c_str(); }
+
+  private:
+    std::string path_;
+};
+
+}  // namespace
+
+FileDescriptor::~FileDescriptor() {
+    if (fd_ >= 0) close(fd_);
+}
+
+FileDescriptor openRegular(const std::string &path) {
+    FileDescriptor fd(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+    struct stat facts = {};
+    if (!fd.valid() || fstat(fd.get(), &facts) != 0) fail(path, "open");
+    if (!S_ISREG(facts.st_mode)) fail(path, "open", S_ISDIR(facts.st_mode) ? EISDIR : EINVAL);
+    return fd;
+}
+
+std::string readFile(const std::string &path, size_t limit) {
+    const FileDescriptor fd = openRegular(path);
+    std::string content;
+    char piece[4096];
+    for (;;) {
+        const ssize_t got = read(fd.get(), piece, sizeof piece);
+        if (got < 0 && errno == EINTR) continue;
+        if (got < 0) fail(path, "read");
+        if (got == 0) return content;
+        content.append(piece, static_cast<size_t>(got));
+        if (content.size() > limit) fail(path, "read", EFBIG);
+    }
+}
+
+FileLock::FileLock(const std::string &path, std::chrono::milliseconds timeout) : fd_(openLock(path)) {
+    const auto deadline = std::chrono::steady_clock::now() + timeout;
+    while (flock(fd_.get(), LOCK_EX | LOCK_NB) != 0) {
+        if (errno != EWOULDBLOCK && errno != EINTR) fail(path, "lock");
+        if (std::chrono::steady_clock::now() >= deadline) fail(path, "lock", ETIMEDOUT);
+        std::this_thread::sleep_for(kLockPoll);
+    }
+}
+
+void replaceFile(const std::string &path, std::string_view content, mode_t mode, Durable durable) {
+    // In the same directory: only there a rename is one step.
+    const TemporaryFile next(path + ".new");
+    const FileDescriptor fd(open(next.path(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, mode & 0600));
+    if (!fd.valid()) fail(path, "create a temporary file next to it");
+    if (fchmod(fd.get(), mode) != 0) fail(path, "set the mode");
+    writeAll(fd, content, path);
+    if (durable == Durable::Yes && fsync(fd.get()) != 0) fail(path, "write");
+    if (rename(next.path(), path.c_str()) != 0) fail(path, "replace");
+    if (durable == Durable::Yes) syncDirectoryOf(path);
+}
+
+}  // namespace support

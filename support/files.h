@@ -1,0 +1,59 @@
+// Files: descriptors, bounded reads, locks, atomic replacement. Whatever fails throws std::system_error with a text of
+// "PATH: STEP".
+#pragma once
+
+#include <sys/types.h>
+
+#include <chrono>
+#include <cstddef>
+#include <string>
+#include <string_view>
+#include <utility>
+
+namespace support {
+
+// Closes its file descriptor at the end of its life.
+class FileDescriptor {
+  public:
+    FileDescriptor() = default;
+    explicit FileDescriptor(int fd) : fd_(fd) {}
+    FileDescriptor(FileDescriptor &&other) noexcept : fd_(std::exchange(other.fd_, -1)) {}
+    FileDescriptor &operator=(FileDescriptor &&other) noexcept {
+        std::swap(fd_, other.fd_);
+        return *this;
+    }
+    ~FileDescriptor();
+
+    int get() const { return fd_; }
+    bool valid() const { return fd_ >= 0; }
+
+  private:
+    int fd_ = -1;
+};
+
+// Opens a regular file for reading. Anything else is refused (EISDIR, EINVAL): a FIFO would block its reader.
+FileDescriptor openRegular(const std::string &path);
+
+// Reads a regular file of at most `limit` bytes; EFBIG beyond.
+std::string readFile(const std::string &path, size_t limit);
+
+// Locks a file of its own against other processes. The file is created where it is missing, for its owner alone, and
+// stays.
+class FileLock {
+  public:
+    // Waits at most `timeout`; ETIMEDOUT after that.
+    FileLock(const std::string &path, std::chrono::milliseconds timeout);
+
+  private:
+    FileDescriptor fd_;
+};
+
+// Whether a file that was replaced must survive a power cut.
+enum class Durable : bool { No, Yes };
+
+// Puts a new file with exactly this mode in the place of `path`; readers see the old content or the new. The content is
+// written to PATH.new first, so concurrent writers need a lock. A file or link found under that name is removed, never
+// followed.
+void replaceFile(const std::string &path, std::string_view content, mode_t mode, Durable durable);
+
+}  // namespace support

@@ -1,0 +1,12 @@
+// Text of others, made safe to show: it can neither start a line of its own nor control a terminal.
+#pragma once
+
+#include <string>
+#include <string_view>
+
+namespace support {
+
+// Bytes other than printable ASCII, and those in `special`, become \xNN.
+std::string escaped(std::string_view text, std::string_view special = "\\");
+
+}  // namespace support
