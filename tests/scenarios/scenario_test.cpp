@@ -68,6 +68,9 @@ Outcome readOutcome(const ScriptedDevice &device, const std::string &text) {
     if (text == "malformed") {
         return {false, "logs 3 ...failed to parse the vendor specific TLV"};
     }
+    if (text.starts_with("gives bytes ")) {
+        return {false, "gives bytes " + Words(text.substr(12)).bytePattern()};
+    }
     if (text.find_first_not_of("-0123456789") == std::string::npos) {
         return {true, text};
     }
@@ -86,12 +89,23 @@ Outcome readOutcome(const ScriptedDevice &device, const std::string &text) {
     return {false, messagePattern(device, in)};
 }
 
+// Where two messages of one type differ; empty for other effects.
+std::string firstDifference(const std::string &found, const std::string &expected) {
+    const size_t at = static_cast<size_t>(
+        std::mismatch(found.begin(), found.end(), expected.begin(), expected.end()).first - found.begin());
+    const size_t payload = found.rfind(' ') + 1;
+    return at <= payload || expected.rfind(' ') + 1 != payload
+               ? ""
+               : "\n  the first difference is in payload byte " + std::to_string((at - payload) / 2);
+}
+
 // Returns the difference in words, empty when there is none.
 std::string compare(const std::vector<Effect> &effects, const std::vector<Outcome> &expected, bool isOpen) {
     std::vector<Outcome> ordered, states;
     for (const Outcome &outcome : expected) {
         (outcome.isState ? states : ordered).push_back(outcome);
     }
+    std::string difference;
     auto next = ordered.begin();
     for (const Effect &effect : effects) {
         if (effect.kind == Effect::State) {
@@ -100,52 +114,66 @@ std::string compare(const std::vector<Effect> &effects, const std::vector<Outcom
             if (state != states.end()) {
                 states.erase(state);
             } else if (!isOpen) {
-                return "unexpected: " + effect.text;
+                difference += "\n  unexpected change: " + effect.text;
             }
         } else if (next != ordered.end() && matches(effect.text, next->pattern)) {
             ++next;
-        } else if (effect.kind == Effect::Ordered && !(isOpen && next == ordered.end())) {
-            return "unexpected: " + effect.text + (next == ordered.end() ? "" : "\n  instead of: " + next->pattern);
+        } else if (effect.kind != Effect::Optional && next != ordered.end()) {
+            return difference + "\n  found: " + effect.text + "\n  where this is expected: " + next->pattern +
+                   firstDifference(effect.text, next->pattern);
+        } else if (effect.kind != Effect::Optional && !isOpen) {
+            difference += "\n  unexpected: " + effect.text;
         }
     }
-    return next != ordered.end() ? "missing: " + next->pattern : !states.empty() ? "missing: " + states[0].pattern : "";
+    for (; next != ordered.end(); ++next) {
+        difference += "\n  missing, or not in this order: " + next->pattern;
+    }
+    for (const Outcome &state : states) {
+        difference += "\n  missing: " + state.pattern;
+    }
+    return difference;
 }
 
+// Returns what is wrong with a step or its outcome, empty when nothing is.
 std::string playStep(ScriptedDevice &device, const std::string &line) try {
     const std::vector<std::string> halves = split(line, "=>");
     const bool isAction = ScriptedDevice::isAction(halves[0]);
     if (isAction != (halves.size() == 2)) {
-        return isAction ? "an action without an outcome" : "a preparation with an outcome";
+        return isAction ? "\n  an action needs an outcome" : "\n  a preparation has no outcome";
     }
     const std::vector<Effect> effects = device.play(halves[0]);
     if (!isAction) {
         return "";
     }
+    if (device.failureIsMissing) {
+        return "\n  the failure does not happen: the plug-in makes fewer such calls";
+    }
     std::vector<Outcome> expected;
     bool isOpen = false;
     for (std::string part : split(halves[1], ",")) {
-        size_t times = 1;
+        size_t times = device.repeats;
         if (const size_t x = part.find(" x "); x != std::string::npos && part.find_first_not_of("0123456789") == x) {
-            times = std::stoul(part);
+            times *= std::stoul(part);
             part = part.substr(x + 3);
         }
-        isOpen = isOpen || part == "*";
-        if (part != "*" && part != "nothing") {
-            expected.insert(expected.end(), times * device.repeats, readOutcome(device, part));
+        if (isOpen) {
+            misread("* is not the last outcome, but", part);
+        }
+        isOpen = part == "*";
+        if (!isOpen && part != "nothing") {
+            expected.insert(expected.end(), times, readOutcome(device, part));
         }
     }
     std::string difference = compare(effects, expected, isOpen);
     if (!difference.empty()) {
-        difference += "\nall effects:";
+        difference += "\n  all that the step does:";
         for (const Effect &effect : effects) {
-            if (effect.kind != Effect::Optional || effects.size() < 30) {
-                difference += "\n  " + effect.text;
-            }
+            difference += "\n    " + effect.text.substr(0, 300);
         }
     }
     return difference;
 } catch (const std::exception &error) {
-    return error.what();
+    return std::string("\n  ") + error.what();
 }
 
 class Scenarios : public testing::TestWithParam<std::string> {};
@@ -186,7 +214,7 @@ TEST_P(Scenarios, HaveTheOutcomesThatTheyName) {
         }
         ASSERT_NE(device, nullptr) << "a step before the first ==";
         if (const std::string fault = playStep(*device, step); !fault.empty()) {
-            ADD_FAILURE() << GetParam() << ".txt:" << at << ": " << step << "\n" << fault;
+            ADD_FAILURE_AT(path.c_str(), static_cast<int>(at)) << step << fault;
         }
     }
 }

@@ -248,7 +248,7 @@ std::vector<Effect> ScriptedDevice::effectsSince(const Values &before) {
     size_t sends = 0;
     std::string written;  // into the result file
     for (const std::string &note : takeNotes()) {
-        effects.push_back(note == "send" ? Effect{Effect::Ordered, sentText(host.sent[sends++])} : effectOf(note));
+        effects.push_back(note == "send" ? Effect{Effect::Message, sentText(host.sent[sends++])} : effectOf(note));
         const std::string &text = effects.back().text;
         written = text.starts_with("result ") ? text.substr(7) + "\\n" : written;
     }

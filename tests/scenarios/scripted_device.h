@@ -16,7 +16,8 @@ inline constexpr std::time_t kScriptStart = 1'000'000;  // the clock at the star
 
 // One effect, written like the outcome that announces it.
 struct Effect {
-    enum Kind { Ordered, Optional, State };  // Optional: counts only where an outcome names it; State: in any order
+    // Optional: counts only where an outcome names it; State: in any order; all others: in their order.
+    enum Kind { Message, Ordered, Optional, State };
     Kind kind;
     std::string text;
 };
@@ -43,8 +44,8 @@ class ScriptedDevice {
     ScriptedDevice(const ScriptedDevice &) = delete;
     ScriptedDevice &operator=(const ScriptedDevice &) = delete;
 
-    // Plays a preparation or an action (steps.cpp). Returns the effects, none for a preparation. Throws
-    // std::invalid_argument at a word that does not fit and at an injected failure that does not happen.
+    // Plays a preparation or an action (steps.cpp) and returns its effects. Throws std::invalid_argument at a word that
+    // does not fit.
     std::vector<Effect> play(const std::string &step);
     static bool isAction(const std::string &step);
 
@@ -58,8 +59,9 @@ class ScriptedDevice {
     FakeHost host;
     std::optional<Mac> sender;  // of the message that the step receives
     uint16_t requestId = 0;
-    long result = 0;     // what the called function returned
-    size_t repeats = 1;  // how often the step does the same
+    long result = 0;                // what the called function returned
+    size_t repeats = 1;             // how often the step does the same
+    bool failureIsMissing = false;  // the injected failure of the step met no call
 
   private:
     std::vector<Effect> effectsSince(const Values &before);

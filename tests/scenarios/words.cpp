@@ -163,6 +163,12 @@ int64_t Words::number() {
     return value;
 }
 
+void Words::expectEnd() const {
+    if (!empty()) {
+        misread("unexpected word", words_[at_].text);
+    }
+}
+
 bool Words::accept(const std::string &word) {
     const bool is = !empty() && words_[at_].text == word && !words_[at_].isQuoted;
     at_ += is ? 1 : 0;

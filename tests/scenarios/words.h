@@ -34,6 +34,9 @@ class Words {
     int64_t number();
     Mac mac();
 
+    // Throws if a word is left.
+    void expectEnd() const;
+
     // Reads the next word if it is this one, and returns whether it was.
     bool accept(const std::string &word);
 

@@ -1,0 +1,227 @@
+// Fails each call to the outside of each step once: the first allocation, the second, ..., each file, command, message,
+// question to the host and call of the configuration service. Whatever fails, five invariants hold.
+#include <gtest/gtest.h>
+#if defined(__SANITIZE_ADDRESS__)
+#include <sanitizer/lsan_interface.h>
+#endif
+
+#include <algorithm>
+#include <memory>
+
+#include "kv1905/vendor_messages.h"
+#include "scenarios/scripted_device.h"
+#include "support/sample_messages.h"
+
+using namespace kvtest;
+using Values = ScriptedDevice::Values;
+
+namespace {
+
+// A device on which every step succeeds.
+constexpr const char *kSetUp[] = {
+    "set local.protoVersion=3.0 agent.protoVersion=3.0 agent.rebootFromNbrCap=1 key=key",
+    "interfaces radio5 0x0105",
+    "account admin ''",
+    "radio wl1 DE ''",
+    "script nvram 'echo multiap_mode=3; echo wl1_mdid=17'",
+    "script openssl 'echo secret'",
+    "file password x$",
+    "file version AppVersion=1 L2DeviveCtrl=1 WiFiAutoCfg=1 WiFiOnOff=1 FwUpgrade=1 LEDOnOff=1",
+    "file conf ModelName=M 5GPower=1 Mode=ap",
+    "stations 1 '1000 -60 30 1 wl1 1 2 3000 4000 10'",
+};
+
+// Besides one message of every type.
+constexpr const char *kSteps[] = {
+    "raw 000347 01020304 0506 67 00 112233445566 00 0708 0000 020000000000",
+    "call kvMAP1905_ConfQuery_send agent 0",
+    "call kvMAP1905_ConfRespMsg_send null 0 1",
+    "call kvMAP1905_IntfPwrStateQuery_send agent 0",
+    "call kvMAP1905_WifiStateQuery_send agent 0",
+    "call kvMAP1905_SyncCtrlSettingReq_send agent 0",
+    "call kvMAP1905_RssiMeasurementNotify_send agent 020000000000",
+    "call kvMAP1905_VenderSpecMcastMsg_send 10 0",
+    "loop all",
+    "call kvMAP1905_DeviceDm_init",
+    "call kvMAP1905_DeviceDm_update",
+    "call kvMAP1905_DevIntfDm_init 0x0105",
+    "call kvMAP1905_param_update",
+    "call kvMAP1905_findController",
+    "call checkKovanAgent agent",
+    "call kvMAP1905_CtrlFromNbrCap_get 0",
+    "call kvMAP1905_WifiChan_get wl1",
+    "call updateKvFWNewfirmware 1",
+    "call kvMAP1905_TlvMDID_insert 1 wl1",
+    "call kvMAP1905_CountryInBcn_update wl1 DE/1 ''",
+    "command 103 agent 01 00 020000000005 h16:0x0105",
+    "command 111 h32:2",
+    "command 202 '2 7878'",
+    "command 205 local 02 'DE'",
+    "command 301",
+    "tool reboot AGENT",
+    "tool power AGENT 2:0:0:0:0:5 0105 0",
+    "tool firmware AGENT 1 0 u",
+    "tool reset AGENT",
+    "tool firmware-result 4",
+    "tool led AGENT 1",
+    "tool partial-reset AGENT",
+    "tool command AGENT reboot",
+    "tool country-request AGENT",
+    "tool country DE",
+    "tool log 1 7",
+};
+
+// What a failure may do besides: the texts separated by '|', of which each fault must contain one.
+struct Exception {
+    const char *failure;
+    const char *step;  // how it begins
+    const char *faults;
+    const char *reason;
+};
+constexpr Exception kExceptions[] = {
+    {"fopen 1", "call kvMAP1905_ConfRespMsg_send", "CONF_RESP|cfgAttrCount|scratch files", "no address is reported"},
+    {"fopen 1", "receive CONF_QUERY", "CONF_RESP|cfgAttrCount|scratch files", "no address is reported"},
+    {"system 1", "call kvMAP1905_ConfRespMsg_send", "CONF_RESP|cfgAttrCount", "no address is reported"},
+    {"system 1", "receive CONF_QUERY", "CONF_RESP|cfgAttrCount", "no address is reported"},
+    {"fopen 1", "call kvMAP1905_findController", "scratch files", "the file that cannot be read stays"},
+    {"fopen 1", "call kvMAP1905_TlvMDID_insert", "scratch files", "the file that cannot be read stays"},
+    {"fopen 1", "call kvMAP1905_DeviceDm_init", "scratch files|controller = 0", "without settings no controller"},
+    {"system 1", "call kvMAP1905_DeviceDm_init", "controller = 0", "without settings no controller"},
+    {"fopen 4", "call kvMAP1905_DeviceDm_init", "leaves local.", "defaults without the version file"},
+    {"fopen 3", "call kvMAP1905_DeviceDm_update", "local.", "defaults without the version file, until it changes"},
+    {"fopen 1", "call kvMAP1905_DeviceDm_update", "lacks local.", "the file is not opened again until it changes"},
+    {"fopen 1", "receive INTF_PWR_STATE_QUERY", "0105ff", "the power state is unknown"},
+    {"allocation 4", "raw", "020000000000 0000 0000 0000 a6", "the station is not found"},
+    {"allocation 2", "call kvMAP1905_RssiMeasurementNotify_send", "020000000000 0000 0000 0000 b0", "the same"},
+    {"allocation 5", "receive WIFI_STATE_REQ", "WIFI_STATE_RESP 00", "the station is left out"},
+    {"allocation 1", "loop all", "local.stations = 0", "the old list stays, but none of it is valid"},
+    {"allocation 2", "loop all", "loses local.stations", "the station is left out"},
+    {"fopen 2", "loop all", "loses local.stations", "the stations of the file are left out"},
+    {"query 1", "receive REBOOT_REQ", "REBOOT_RESP 10", "without vendor data a device has no capability"},
+    {"query 1", "receive COMMAND_REQ", "COMMAND_RESP 10", "the same"},
+    {"query 1", "receive RESET_DEFAULT_REQ", "RESET_DEFAULT_RESP 10", "the same"},
+    {"query 1", "receive PARTIAL_RESET_DEFAULT_REQ", "PARTIAL_RESET_DEFAULT_RESP 10", "the same"},
+    {"query 2", "receive INTF_PWR_CTRL_REQ", "INTF_PWR_CTRL_RESP 01 020000000005 0105 10", "the same"},
+    {"kcfg 1", "receive SYNC_CTRL_PWD_RESP", "account 0 = admin xx", "without a key passwords are not scrambled"},
+    {"kcfg 1", "receive SYNC_CTRL_PWD_REQ", "0006 736563726574 00", "without a key passwords are not scrambled"},
+};
+
+std::string withoutBlanks(std::string text) {
+    std::erase(text, ' ');
+    return text;
+}
+
+// Whether an exception allows it.
+bool isExcepted(const std::string &failure, const std::string &step, const std::string &fault) {
+    return std::any_of(std::begin(kExceptions), std::end(kExceptions), [&](const Exception &each) {
+        const std::vector<std::string> faults = split(each.faults, "|");
+        return failure == each.failure && step.starts_with(each.step) &&
+               std::any_of(faults.begin(), faults.end(), [&](const std::string &allowed) {
+                   return withoutBlanks(fault).find(withoutBlanks(allowed)) != std::string::npos;
+               });
+    });
+}
+
+std::vector<std::string> steps() {
+    std::vector<std::string> all(std::begin(kSteps), std::end(kSteps));
+    for (const SampleMessage &sample : kSampleMessages) {
+        all.push_back(std::string("receive ") + kvVendorMessageName(sample.type) + " " + sample.payload);
+    }
+    return all;
+}
+
+struct Played {
+    std::vector<std::string> sent;
+    Values state;
+    bool failureIsMissing = false;
+};
+
+Played play(ScriptedDevice &device, const std::string &step) {
+    Played run;
+    for (const Effect &effect : device.play(step)) {
+        if (effect.kind == Effect::Message) {
+            run.sent.push_back(effect.text);
+        }
+    }
+    run.state = device.observe();
+    run.failureIsMissing = device.failureIsMissing;
+    return run;
+}
+
+std::unique_ptr<ScriptedDevice> preparedDevice() {
+    auto device = std::make_unique<ScriptedDevice>();
+    for (const char *step : kSetUp) {
+        device->play(step);
+    }
+    return device;
+}
+
+// What a failed call does besides a part of what the call does: messages, and state.
+std::vector<std::string> faultsOf(const Played &failed, const Values &before, const Played &clean) {
+    std::vector<std::string> faults;
+    for (const std::string &message : failed.sent) {
+        if (std::count(clean.sent.begin(), clean.sent.end(), message) == 0) {
+            faults.push_back("sends " + message);
+        }
+    }
+    for (const auto &item : failed.state) {
+        const auto isIn = [&](const Values &values) { return std::count(values.begin(), values.end(), item) != 0; };
+        if (!isIn(before) && !isIn(clean.state)) {
+            faults.push_back("leaves " + item.first + " = " + item.second);
+        }
+    }
+    for (const auto &item : before) {
+        if (clean.state.contains(item.first) && !failed.state.contains(item.first)) {
+            faults.push_back("loses " + item.first);
+        }
+    }
+    return faults;
+}
+
+// What the call after it does otherwise than a first or a second call without a failure.
+std::vector<std::string> faultsAfter(const Played &next, const Played &clean, const Played &cleanAgain) {
+    std::vector<std::string> faults;
+    if (next.sent != clean.sent && next.sent != cleanAgain.sent) {
+        faults.emplace_back("sends something else at the next call");
+    }
+    for (const auto &item : cleanAgain.state) {
+        if (!item.first.starts_with("query") && std::count(next.state.begin(), next.state.end(), item) == 0) {
+            faults.push_back("lacks " + item.first + " = " + item.second + " after the next call");
+        }
+    }
+    return faults;
+}
+
+}  // namespace
+
+TEST(FailureSweep, AFailureDoesNoHarmAndTheNextCallWorks) {
+    size_t failures = 0;
+    for (const std::string &step : steps()) {
+        auto device = preparedDevice();
+        const Values before = device->observe();
+        const Played clean = play(*device, step);
+        const Played cleanAgain = play(*device, step);
+        for (const auto &[kind, call] : namedFailures()) {
+            for (size_t nth = 1;; ++nth, ++failures) {
+                device.reset();  // one exists at a time
+                device = preparedDevice();
+                const std::string failure = kind + " " + std::to_string(nth);
+                const Played failed = play(*device, "with fail " + failure + " " + step);
+                if (failed.failureIsMissing) {
+                    break;
+                }
+                std::vector<std::string> faults = faultsOf(failed, before, clean);
+                const std::vector<std::string> later = faultsAfter(play(*device, step), clean, cleanAgain);
+                faults.insert(faults.end(), later.begin(), later.end());
+                for (const std::string &fault : faults) {
+                    EXPECT_TRUE(isExcepted(failure, step, fault)) << "with fail " << failure << " " << step << "\n"
+                                                                  << fault;
+                }
+            }
+        }
+    }
+    std::printf("%zu failures injected\n", failures);
+#if defined(__SANITIZE_ADDRESS__)
+    EXPECT_EQ(__lsan_do_recoverable_leak_check(), 0);
+#endif
+}
