@@ -1,13 +1,10 @@
 #include "kcfg_objects.h"
 
-#include <kv1905/kvlog.h>
-#include <limits.h>
-#include <stdarg.h>
-#include <stdio.h>
-#include <string.h>
-
 #include <algorithm>
+#include <cstdlib>
+#include <cstring>
 #include <iterator>
+#include <new>
 
 namespace kvplatform {
 
@@ -26,21 +23,12 @@ static_assert(std::is_sorted(std::begin(kConfigObjects), std::end(kConfigObjects
 
 JsonPtr fieldFromStruct(const ConfigField &field, const void *value) {
     const auto *bytes = static_cast<const uint8_t *>(value) + field.offset;
-    if (field.kind == FieldKind::kNumber) return JsonPtr(json_object_new_int(*bytes));
+    if (field.kind == FieldKind::kNumber) return checked(json_object_new_int(*bytes));
     const auto *text = reinterpret_cast<const char *>(bytes);
-    return JsonPtr(json_object_new_string_len(text, static_cast<int>(strnlen(text, field.size))));
+    return checked(json_object_new_string_len(text, static_cast<int>(strnlen(text, field.size))));
 }
 
 }  // namespace
-
-void reportf(Report report, int level, const char *format, ...) {
-    char text[PATH_MAX + 512];
-    va_list arguments;
-    va_start(arguments, format);
-    vsnprintf(text, sizeof text, format, arguments);
-    va_end(arguments);
-    report(level, text);
-}
 
 const ConfigObject *findConfigObject(uint32_t number) {
     const auto *found = std::find_if(std::begin(kConfigObjects), std::end(kConfigObjects),
@@ -50,26 +38,22 @@ const ConfigObject *findConfigObject(uint32_t number) {
 
 bool fieldFits(const ConfigField &field, json_object *value) {
     if (field.kind == FieldKind::kNumber) {
-        if (!json_object_is_type(value, json_type_int)) return false;
         const int64_t number = json_object_get_int64(value);
-        return number >= 0 && number <= field.highest;
+        return json_object_is_type(value, json_type_int) && number >= 0 && number <= field.highest;
     }
     if (!json_object_is_type(value, json_type_string)) return false;
     const auto length = static_cast<size_t>(json_object_get_string_len(value));
     return length < field.size && memchr(json_object_get_string(value), '\0', length) == nullptr;
 }
 
-FieldRange::FieldRange(const ConfigField &field) {
-    if (field.kind == FieldKind::kNumber) {
-        snprintf(text, sizeof text, "a number from 0 to %u", field.highest);
-    } else {
-        snprintf(text, sizeof text, "text of at most %zu bytes", field.size - 1);
-    }
+std::string rangeOf(const ConfigField &field) {
+    return field.kind == FieldKind::kNumber ? "a number from 0 to " + std::to_string(field.highest)
+                                            : "text of at most " + std::to_string(field.size - 1) + " bytes";
 }
 
 void *structFromJson(const ConfigObject &object, json_object *instance) {
     auto *bytes = static_cast<uint8_t *>(calloc(1, object.structSize));
-    if (bytes == nullptr) return nullptr;
+    if (bytes == nullptr) throw std::bad_alloc();
     for (const ConfigField &field : object.fields) {
         json_object *value = json_object_object_get(instance, field.name);
         if (field.kind == FieldKind::kNumber) {
@@ -82,16 +66,25 @@ void *structFromJson(const ConfigObject &object, json_object *instance) {
     return bytes;
 }
 
-bool jsonFromStruct(const ConfigObject &object, const void *value, json_object *instance, Report report) {
-    for (const ConfigField &field : object.fields) {
-        JsonPtr member = fieldFromStruct(field, value);
-        if (!member || json_object_object_add(instance, field.name, member.get()) != 0) {
-            reportf(report, KV_LOG_ERROR, "%s.%s: out of memory", object.name, field.name);
-            return false;
-        }
-        member.release();  // the instance owns it now
-    }
-    return true;
+void jsonFromStruct(const ConfigObject &object, const void *value, json_object *instance) {
+    for (const ConfigField &field : object.fields)
+        addMember(instance, field.name, fieldFromStruct(field, value));
+}
+
+JsonPtr checked(json_object *value) {
+    if (value == nullptr) throw std::bad_alloc();
+    return JsonPtr(value);
+}
+
+JsonPtr copyOf(json_object *source) {
+    json_object *copy = nullptr;
+    if (json_object_deep_copy(source, &copy, nullptr) != 0) throw std::bad_alloc();
+    return JsonPtr(copy);
+}
+
+void addMember(json_object *object, const char *name, JsonPtr value) {
+    if (json_object_object_add(object, name, value.get()) != 0) throw std::bad_alloc();
+    value.release();
 }
 
 }  // namespace kvplatform

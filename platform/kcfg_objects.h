@@ -1,27 +1,19 @@
 // The objects of the configuration data model: one table for structures, JSON, checks, resets, the command and its
 // help.
-#ifndef KV1905_PLATFORM_KCFG_OBJECTS_H
-#define KV1905_PLATFORM_KCFG_OBJECTS_H
+#pragma once
 
-#include <json-c/json_object.h>
 #include <kv1905/kcfg.h>
 
 #include <cstddef>
 #include <cstdint>
-#include <memory>
 #include <span>
+#include <string>
+
+#include "support/json.h"
 
 namespace kvplatform {
 
-struct JsonRelease {
-    void operator()(json_object *object) const { json_object_put(object); }
-};
-using JsonPtr = std::unique_ptr<json_object, JsonRelease>;
-
-// Receives one line, without a newline, about something that failed or was put right. level: KV_LOG_*.
-using Report = void (*)(int level, const char *text);
-
-void reportf(Report report, int level, const char *format, ...) __attribute__((format(printf, 3, 4)));
+using support::JsonPtr;
 
 enum class FieldKind : uint8_t { kNumber, kText };
 
@@ -90,17 +82,17 @@ const ConfigObject *findConfigObject(uint32_t number);
 bool fieldFits(const ConfigField &field, json_object *value);
 
 // What a field can hold, for messages: "a number from 0 to 1".
-struct FieldRange {
-    explicit FieldRange(const ConfigField &field);
-    char text[48];
-};
+std::string rangeOf(const ConfigField &field);
 
-// The instance as a new structure for free(), null without memory. Every field fits.
+// Returns the instance as a new structure for free(). Every field must fit.
 void *structFromJson(const ConfigObject &object, json_object *instance);
 
-// Overwrites the instance's fields with the structure's. False when the report was told why.
-bool jsonFromStruct(const ConfigObject &object, const void *value, json_object *instance, Report report);
+// Overwrites the instance's fields with the structure's.
+void jsonFromStruct(const ConfigObject &object, const void *value, json_object *instance);
+
+// json-c calls that throw std::bad_alloc. addMember() passes the value's ownership on.
+JsonPtr checked(json_object *value);
+JsonPtr copyOf(json_object *source);
+void addMember(json_object *object, const char *name, JsonPtr value);
 
 }  // namespace kvplatform
-
-#endif

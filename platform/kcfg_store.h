@@ -1,69 +1,58 @@
-// The device's configuration: one JSON file of {"OBJECT": [instance, ...]}, shared by the library and the command.
-#ifndef KV1905_PLATFORM_KCFG_STORE_H
-#define KV1905_PLATFORM_KCFG_STORE_H
+// The device's configuration: one JSON file of {"OBJECT": [instance, ...]}, shared by the library and the command. What
+// fails throws: std::system_error for a file, std::invalid_argument for what a caller named or gave, else
+// std::runtime_error.
+#pragma once
+
+#include <optional>
 
 #include "kcfg_objects.h"
-#include "safe_file.h"
+#include "support/files.h"
 
 namespace kvplatform {
 
 // Largest configuration and factory defaults, in bytes.
 inline constexpr size_t kConfigLimit = size_t{1} << 20;
 
-// Path of the configuration: KV_KCFG_FILE, or the device's own place. Belongs to the environment.
-const char *configPath();
+// Receives a line, without a newline, on something that was put right.
+using Report = void (*)(const std::string &text);
 
 // The configuration as it was when it was opened, and the change that is made to it. Objects that the file does not
-// have, or a file that is missing, are the factory defaults. A file that is no configuration is renamed to
-// FILE.damaged-1 to -9 and replaced by them. Every call that fails has told the report why.
+// have, or a file that is missing or no configuration, are the factory defaults. Reading changes nothing.
 class ConfigStore {
   public:
-    explicit ConfigStore(Report report) : report_(report) {}
+    enum class Access { Read, Change };
 
-    bool openToRead();
-
-    // Keeps other writers away until the store is destroyed.
-    bool openToChange();
+    // Access::Change keeps other writers away until the store is destroyed.
+    ConfigStore(Access access, Report report);
 
     size_t count(const ConfigObject &object) const;
 
-    // A copy of an instance, counted from 1; null on failure. A field that is missing or cannot hold its value is the
-    // factory default's, or empty for an instance that has no default; the file keeps the value until it is set.
+    // A copy of an instance, counted from 1. A field that is missing or cannot hold its value is the factory default's,
+    // or empty for an instance that has no default; the file keeps the value until it is set.
     JsonPtr instance(const ConfigObject &object, size_t number);
 
-    // The members of a whole object, as instance() gives them.
-    JsonPtr instances(const ConfigObject &object);
-
     // Replaces an instance by a copy of value, which must hold every field of the object and may hold more.
-    bool setInstance(const ConfigObject &object, size_t number, json_object *value);
+    void setInstance(const ConfigObject &object, size_t number, json_object *value);
 
-    // Counts that settings were applied, in the member "kcfg".
-    bool noteApplied();
-
-    // Writes the configuration. Needs openToChange().
-    bool save();
+    // Writes the configuration; a file that is no configuration is kept as FILE.damaged.
+    void save();
 
     // Puts the factory defaults in the configuration's place; partial: but for what FactoryResetUnpurgedList selects.
-    static bool reset(Report report, bool partial);
+    static void reset(bool partial, Report report);
 
   private:
-    bool lock();
-    bool load();
-    bool setAsideDamaged(const char *fault);
-    bool completeFromDefaults();
-    bool restoreDefaults(unsigned keep);
+    void load();
     json_object *defaults();
     json_object *list(const ConfigObject &object) const;
-    bool mend(const ConfigObject &object, size_t number, json_object *instance);
-    JsonPtr defaultField(const ConfigObject &object, size_t number, const ConfigField &field);
-    bool outOfMemory() const;
+    json_object *find(const ConfigObject &object, size_t number) const;
+    void restoreDefaults(unsigned keep);
 
     Report report_;
-    WriterLock lock_;
+    std::string path_;
+    std::optional<support::FileLock> lock_;
     JsonPtr root_;
     JsonPtr defaults_;  // read when first needed
+    bool isDamaged_ = false;
 };
 
 }  // namespace kvplatform
-
-#endif

@@ -1,5 +1,6 @@
 #include <kv1905/kos.h>
 #include <kv1905/kvlog.h>
+#include <limits.h>
 #include <stdarg.h>
 #include <syslog.h>
 #include <time.h>
@@ -9,12 +10,15 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <exception>
 #include <iterator>
+#include <span>
+#include <string>
+#include <string_view>
+#include <utility>
 
-#include "log_line.h"
 #include "platform_api.h"
-
-using kvplatform::LogLine;
+#include "support/terminal_text.h"
 
 namespace {
 
@@ -27,7 +31,7 @@ constexpr FacilityName kFacilityNames[] = {
     {KV_LOG_FACILITY_MSG, "msg"},
     {KV_LOG_FACILITY_AP_CFG, "apcfg"},
 };
-constexpr char kPrintName[] = "print";  // stands where a facility would, for lines of kos_pk
+constexpr char kPrintName[] = "print: ";  // in place of facility and level, for lines of kos_pk
 
 // Indexed by level; the contract starts at error.
 constexpr const char *kLevelNames[] = {"emergency", "alert", "critical", "error", "warning", "notice", "info", "debug"};
@@ -48,39 +52,53 @@ struct Output {
 struct LogState {
     bool ready;
     Output outputs[kFacilities];
-    LogLine print;  // the line that kos_pk has begun and not ended
 };
 constinit LogState gLog = {};
 
-// A log call changes nothing for its caller, not even errno.
-class ErrnoKeeper {
-  public:
-    ErrnoKeeper() : saved_(errno) {}
-    ~ErrnoKeeper() { errno = saved_; }
-    ErrnoKeeper(const ErrnoKeeper &) = delete;
-    ErrnoKeeper &operator=(const ErrnoKeeper &) = delete;
+// Longest line with its newline. Pipes accept this much in one piece, so lines of several processes do not mix.
+constexpr size_t kLineSize = PIPE_BUF;
 
-  private:
-    int saved_;
-};
+// Runs a log call. It changes nothing for its caller, not even errno; without memory the line is lost.
+template <typename Call>
+void runQuietly(const Call &call) noexcept {
+    const int saved = errno;
+    try {
+        call();
+    } catch (const std::exception &) {
+    }
+    errno = saved;
+}
 
-// A formatted text, as much of it as a line can take.
-class Formatted {
-  public:
-    Formatted(const char *format, va_list arguments) : length_(vsnprintf(text_, sizeof text_, format, arguments)) {}
-
-    int length() const { return length_; }  // of the whole text, negative when the format is at fault
-    bool cut() const { return length_ >= static_cast<int>(sizeof text_); }
-    std::string_view text() const {
-        return {text_, std::min(static_cast<size_t>(std::max(length_, 0)), sizeof text_ - 1)};
+// A formatted text, as much of it as a line can hold.
+struct Formatted {
+    Formatted(const char *format, va_list arguments) {
+        char buffer[kLineSize];
+        length = vsnprintf(buffer, sizeof buffer, format, arguments);
+        text.assign(buffer, std::min(static_cast<size_t>(std::max(length, 0)), sizeof buffer - 1));
     }
 
-  private:
-    char text_[kvplatform::kLogLineSize];
-    int length_;
+    std::string text;
+    int length;  // of the whole text, negative when the format is at fault
 };
 
-void addStamp(LogLine &line) {
+std::string_view withoutNewlines(std::string_view text) {
+    while (text.ends_with('\n'))
+        text.remove_suffix(1);
+    return text;
+}
+
+// Ends a line that is too long in "...", without cutting an escape \xNN.
+std::string shortened(std::string line) {
+    constexpr std::string_view kEllipsis = "...";
+    constexpr size_t kEscapeSize = 4;
+    if (line.size() < kLineSize) return line;
+    size_t end = kLineSize - 1 - kEllipsis.size();
+    const size_t escape = line.rfind('\\', end - 1);
+    if (escape != std::string::npos && escape + kEscapeSize > end) end = escape;
+    return line.substr(0, end).append(kEllipsis);
+}
+
+std::string stamp() {
     timespec now = {};
     tm local = {};
     clock_gettime(CLOCK_REALTIME, &now);
@@ -88,53 +106,26 @@ void addStamp(LogLine &line) {
     char text[64];
     const size_t length = strftime(text, sizeof text, "%F %T", &local);
     snprintf(&text[length], sizeof text - length, ".%03ld ", now.tv_nsec / 1'000'000);
-    line.add(text);
-    line.add(program_invocation_short_name);
-    line.add(" ");
+    return std::string(text) + program_invocation_short_name + ' ';
 }
 
-void writeLine(LogLine &line) {
-    const std::string_view text = line.textWithNewline();
-    ssize_t written = 0;
-    do {
-        written = write(STDERR_FILENO, text.data(), text.size());
-    } while (written < 0 && errno == EINTR);
-}
-
-// syslog(3) adds time and program by itself.
-void beginLine(LogLine &line, Target target) {
-    if (target == kToStderr) addStamp(line);
-}
-
-void endLine(LogLine &line, Target target, int level) {
-    if (target == kToStderr) {
-        writeLine(line);
-    } else {
-        const std::string_view text = line.text();
-        syslog(level, "%.*s", static_cast<int>(text.size()), text.data());
+void writeLine(Target target, int level, const std::string &line) {
+    if (target == kToSyslog) return syslog(level, "%s", shortened(line).c_str());  // adds time and program by itself
+    const std::string text = shortened(stamp() + line) + '\n';
+    while (write(STDERR_FILENO, text.data(), text.size()) < 0 && errno == EINTR) {
     }
-    line.clear();
 }
 
-// An environment variable that is one of some texts. Returns its index, fallback when it is unset or wrong.
-template <size_t N>
-int choiceFromEnvironment(const char *name, const char *const (&choices)[N], int fallback) {
+// An environment variable that is one of some texts. Returns its index, `fallback` when it is unset or wrong.
+int choiceFromEnvironment(const char *name, std::span<const char *const> choices, int fallback) {
     const char *value = getenv(name);
     if (value == nullptr) return fallback;
-    const auto found = std::find_if(std::begin(choices), std::end(choices),
-                                    [value](const char *choice) { return strcmp(choice, value) == 0; });
-    if (found != std::end(choices)) return static_cast<int>(found - choices);
-    LogLine line;
-    addStamp(line);
-    for (const char *piece : {name, "=", value, " is not one of"})
-        line.add(piece);
-    for (const char *choice : choices) {
-        line.add(" ");
-        line.add(choice);
-    }
-    for (const char *piece : {"; using ", choices[fallback]})
-        line.add(piece);
-    writeLine(line);
+    const auto found = std::find(choices.begin(), choices.end(), std::string_view(value));
+    if (found != choices.end()) return static_cast<int>(found - choices.begin());
+    std::string line = name + ('=' + support::escaped(value)) + " is not one of";
+    for (const char *choice : choices)
+        line.append(" ").append(choice);
+    writeLine(kToStderr, KV_LOG_WARNING, line + "; using " + choices[static_cast<size_t>(fallback)]);
     return fallback;
 }
 
@@ -156,117 +147,103 @@ const Output &outputOf(int facility) {
     return gLog.outputs[hasOwnSettings(facility) ? facility : 0];
 }
 
-void addFacility(LogLine &line, int facility) {
-    for (const FacilityName &row : kFacilityNames) {
-        if (row.facility == facility) return line.add(row.name);
+// The line that kos_pk has begun and not ended. Debug prints build their lines in pieces, a hex dump byte by byte.
+class PrintedLine {
+  public:
+    ~PrintedLine() {
+        runQuietly([this] { end(); });
     }
-    char number[16];
-    snprintf(number, sizeof number, "%d", facility);
-    line.add(number);
+
+    // A newline at either end of a piece ends the line; one inside may come from a neighbour's data and is escaped like
+    // any other control byte.
+    void add(std::string_view piece) {
+        if (piece.starts_with('\n')) end();
+        const size_t begin = std::min(piece.find_first_not_of('\n'), piece.size());
+        const std::string_view body = withoutNewlines(piece.substr(begin));
+        if (body.empty()) return;
+        text_ += (text_.empty() ? kPrintName : "") + support::escaped(body);
+        if (piece.ends_with('\n') || text_.size() >= kLineSize) end();
+    }
+
+    void end() {
+        if (!text_.empty()) writeLine(outputOf(0).target, KV_LOG_DEBUG, std::exchange(text_, {}));
+    }
+
+  private:
+    std::string text_;
+};
+PrintedLine gPrint;
+
+std::string facilityName(int facility) {
+    const auto named = std::find_if(std::begin(kFacilityNames), std::end(kFacilityNames),
+                                    [facility](const FacilityName &row) { return row.facility == facility; });
+    return named != std::end(kFacilityNames) ? named->name : std::to_string(facility);
 }
 
-std::string_view withoutNewlines(std::string_view text) {
-    while (text.ends_with('\n'))
-        text.remove_suffix(1);
-    return text;
+// Formats and writes a line that is to be shown: most lines are for debugging and never are. `place` comes first.
+void writeLog(int facility, int level, const std::string &place, const char *format, va_list arguments) {
+    const Formatted formatted(format, arguments);
+    gPrint.end();
+    const int shown = std::clamp(level, 0, kLevels - 1);
+    writeLine(outputOf(facility).target, shown,
+              facilityName(facility) + ' ' + kLevelNames[shown] + ": " +
+                  support::escaped(place + std::string(withoutNewlines(formatted.text))));
 }
 
-void endPrintedLine() {
-    if (!gLog.print.empty()) endLine(gLog.print, outputOf(0).target, KV_LOG_DEBUG);
-}
-
-// Asked before a line is formatted: most lines are for debugging and never shown.
 bool isShown(int facility, int level) {
     return level <= outputOf(facility).highestLevel;
-}
-
-// place: shown before the text, may be empty.
-void writeLog(int facility, int level, std::string_view place, std::string_view text) {
-    const Output &output = outputOf(facility);
-    endPrintedLine();
-    const int shown = std::clamp(level, 0, kLevels - 1);
-    LogLine line;
-    beginLine(line, output.target);
-    addFacility(line, facility);
-    for (const std::string_view piece : {std::string_view(" "), std::string_view(kLevelNames[shown]),
-                                         std::string_view(": "), place, withoutNewlines(text)}) {
-        line.add(piece);
-    }
-    endLine(line, output.target, shown);
-}
-
-// Debug prints build their lines in pieces, a hex dump byte by byte. A newline at either end of a piece ends the
-// line; one inside may come from a neighbour's data and is escaped like any other control byte.
-void addToPrintedLine(std::string_view text, bool ended) {
-    if (text.starts_with('\n')) endPrintedLine();
-    while (text.starts_with('\n'))
-        text.remove_prefix(1);
-    const std::string_view body = withoutNewlines(text);
-    if (body.empty()) return;
-    if (gLog.print.empty()) {
-        beginLine(gLog.print, outputOf(0).target);
-        gLog.print.add(kPrintName);
-        gLog.print.add(": ");
-    }
-    gLog.print.add(body);
-    if (ended || body.size() < text.size()) endPrintedLine();
-}
-
-__attribute__((destructor)) void finishPrintedLine() {
-    endPrintedLine();
 }
 
 }  // namespace
 
 KV_PLATFORM_API int kvMAP_syslog(int facility, int level, const char *format, ...) {
-    const ErrnoKeeper keeper;
-    if (!isShown(facility, level)) return 0;
     va_list arguments;
     va_start(arguments, format);
-    const Formatted formatted(format, arguments);
+    runQuietly([&] {
+        if (isShown(facility, level)) writeLog(facility, level, "", format, arguments);
+    });
     va_end(arguments);
-    writeLog(facility, level, {}, formatted.text());
     return 0;
 }
 
 KV_PLATFORM_API void kvlog(int level, const char *file, int line, const char *function, const char *format, ...) {
-    const ErrnoKeeper keeper;
-    if (!isShown(0, level)) return;
     va_list arguments;
     va_start(arguments, format);
-    const Formatted formatted(format, arguments);
+    runQuietly([&] {
+        if (!isShown(0, level)) return;
+        const char *slash = strrchr(file, '/');
+        const std::string place = slash != nullptr ? slash + 1 : file;
+        writeLog(0, level, place + ':' + std::to_string(line) + ' ' + function + ": ", format, arguments);
+    });
     va_end(arguments);
-    const char *slash = strrchr(file, '/');
-    char place[256];
-    snprintf(place, sizeof place, "%s:%d %s: ", slash != nullptr ? slash + 1 : file, line, function);
-    writeLog(0, level, place, formatted.text());
 }
 
 KV_PLATFORM_API void kvMAP_log_setting(int first, int second, int third) {
-    const ErrnoKeeper keeper;
-    prepare();
-    if (!hasOwnSettings(first) || second < 0 || second >= kTargets || third < 0 || third >= kLevels) {
-        kvMAP_syslog(0, KV_LOG_WARNING,
-                     "log setting %d %d %d ignored: want a facility from 0 to %d, a target 0 or 1 and a level from 0 "
-                     "to %d\n",
-                     first, second, third, kFacilities - 1, kLevels - 1);
-        return;
-    }
-    endPrintedLine();
-    const Output output = {third, static_cast<Target>(second)};
-    if (first == 0) {
-        std::fill(std::begin(gLog.outputs), std::end(gLog.outputs), output);
-    } else {
+    runQuietly([=] {
+        prepare();
+        if (!hasOwnSettings(first) || second < 0 || second >= kTargets || third < 0 || third >= kLevels) {
+            kvMAP_syslog(0, KV_LOG_WARNING,
+                         "log setting %d %d %d ignored: want a facility from 0 to %d, a target 0 or 1 and a level from "
+                         "0 to %d\n",
+                         first, second, third, kFacilities - 1, kLevels - 1);
+            return;
+        }
+        gPrint.end();
+        const Output output = {third, static_cast<Target>(second)};
         gLog.outputs[first] = output;
-    }
+        if (first == 0) std::fill(std::begin(gLog.outputs), std::end(gLog.outputs), output);
+    });
 }
 
 KV_PLATFORM_API int kos_pk(const char *format, ...) {
-    const ErrnoKeeper keeper;
+    int length = -1;
     va_list arguments;
     va_start(arguments, format);
-    const Formatted formatted(format, arguments);
+    runQuietly([&] {
+        const Formatted formatted(format, arguments);
+        length = formatted.length;
+        if (isShown(0, KV_LOG_DEBUG)) gPrint.add(formatted.text);
+    });
     va_end(arguments);
-    if (outputOf(0).highestLevel >= KV_LOG_DEBUG) addToPrintedLine(formatted.text(), formatted.cut());
-    return formatted.length();
+    return length;
 }

@@ -1,29 +1,24 @@
 #include <kv1905/kvlog.h>
 #include <kv1905/nvram.h>
 
-#include <cstring>
+#include <exception>
 
 #include "platform_api.h"
 #include "settings_store.h"
 
-namespace {
-
-constinit kvplatform::SettingsStore gStore;
-
-// Says that the store cannot be read, once for each new reason.
-void reportFailure(int failure) {
-    static int reported = 0;
-    if (failure != 0 && failure != reported) {
-        kvMAP_syslog(0, KV_LOG_WARNING, "%s: cannot read the settings: %s\n", kvplatform::storePath(),
-                     strerror(failure));
-    }
-    reported = failure;
-}
-
-}  // namespace
-
 KV_PLATFORM_API char *nvram_get(const char *name) {
-    if (name == nullptr || !kvplatform::isSettingName(name)) return nullptr;
-    reportFailure(gStore.refresh(kvplatform::storePath()));
-    return gStore.find(name);
+    static std::string value;     // of the last call
+    static std::string reported;  // why the store cannot be read, logged once for each reason
+    try {
+        const kvplatform::Settings settings = kvplatform::readSettings();
+        reported.clear();
+        const auto found = settings.values.find(name != nullptr ? name : "");
+        if (found == settings.values.end()) return nullptr;
+        value = found->second;
+        return value.data();
+    } catch (const std::exception &error) {
+        if (reported != error.what()) kvMAP_syslog(0, KV_LOG_WARNING, "cannot read the settings: %s\n", error.what());
+        reported = error.what();
+        return nullptr;
+    }
 }

@@ -92,7 +92,7 @@ FileLock::FileLock(const std::string &path, std::chrono::milliseconds timeout) :
     const auto deadline = std::chrono::steady_clock::now() + timeout;
     while (flock(fd_.get(), LOCK_EX | LOCK_NB) != 0) {
         if (errno != EWOULDBLOCK && errno != EINTR) fail(path, "lock");
-        if (std::chrono::steady_clock::now() >= deadline) fail(path, "lock", ETIMEDOUT);
+        if (std::chrono::steady_clock::now() >= deadline) fail(path, "wait for another process's lock", ETIMEDOUT);
         std::this_thread::sleep_for(kLockPoll);
     }
 }

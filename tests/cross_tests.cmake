@@ -11,9 +11,10 @@ target_compile_options(gtest PRIVATE -Wno-restrict)  # g++ 12 takes string::inse
 
 # The shells that tests start belong to the build machine, and its kernel may not know how to start the commands.
 set(commands_dir ${PROJECT_BINARY_DIR}/bin-emulated)
-foreach(command kcfg nvram wl)
+foreach(command kcfg nvram)
   file(CONFIGURE OUTPUT ${commands_dir}/${command} @ONLY NEWLINE_STYLE UNIX
        CONTENT "#!/bin/sh\nexec @CMAKE_CROSSCOMPILING_EMULATOR@ \"$(dirname \"$0\")/../bin/@command@\" \"$@\"\n")
   file(CHMOD ${commands_dir}/${command} PERMISSIONS OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE
        WORLD_READ WORLD_EXECUTE)
 endforeach()
+file(CREATE_LINK ../bin/wl ${commands_dir}/wl SYMBOLIC)  # a script

@@ -1,22 +1,22 @@
 // kcfg - show, change and reset the device's configuration.
-#include <json-c/json_object_iterator.h>
+#include <json-c/json.h>
 #include <strings.h>
 
 #include <algorithm>
-#include <cstdio>
+#include <charconv>
 #include <cstring>
 #include <span>
 #include <string_view>
+#include <vector>
 
+#include "command.h"
 #include "kcfg_store.h"
-#include "log_line.h"
-#include "store_command.h"
+#include "support/terminal_text.h"
 
 using namespace kvplatform;
 
 namespace {
 
-constexpr char kProgram[] = "kcfg";
 constexpr char kUsage[] =
     "usage: kcfg list [--json]                              print the objects and how many instances they have\n"
     "       kcfg get [--json] OBJECT[.INSTANCE[.FIELD]]     print fields; the bare value when a FIELD is named\n"
@@ -24,7 +24,7 @@ constexpr char kUsage[] =
     "       kcfg reset [--partial]                          restore the factory defaults\n"
     "       kcfg --help                                     print this text\n"
     "\n"
-    "An OBJECT is a number or a name in any case, with or without RDM_OID_. An INSTANCE counts from 1. Behind -- "
+    "An OBJECT is a number or a name in any case, with or without RDM_OID_. An INSTANCE counts from 1. After -- "
     "nothing\n"
     "is an option. A partial reset keeps what FactoryResetUnpurgedList selects.\n"
     "The configuration is the file that KV_KCFG_FILE names, or /data/kcfg.json; the factory defaults are the file "
@@ -33,105 +33,84 @@ constexpr char kUsage[] =
     "exit status: 0 done, 1 failed, 2 bad arguments\n"
     "\n"
     "Objects:\n";
-constexpr char kNamePrefix[] = "RDM_OID_";
+constexpr std::string_view kNamePrefix = "RDM_OID_";
 constexpr int kJsonStyle = JSON_C_TO_STRING_SPACED | JSON_C_TO_STRING_NOSLASHESCAPE;
 
-void printReport(int, const char *text) {
-    fprintf(stderr, "%s: %s\n", kProgram, text);
+using Access = ConfigStore::Access;
+
+void printReport(const std::string &text) {
+    fprintf(stderr, "kcfg: %s\n", text.c_str());
 }
 
-// What OBJECT.INSTANCE.FIELD names. The parts that were not given are 0 and null.
+// Digits alone.
+std::optional<unsigned> parseNumber(std::string_view text) {
+    unsigned number = 0;
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
+    if (error != std::errc() || end != text.data() + text.size()) return std::nullopt;
+    return number;
+}
+
+const ConfigObject &findObject(const std::string &text) {
+    const std::optional<unsigned> number = parseNumber(text);
+    for (const ConfigObject &object : kConfigObjects) {
+        const bool isNamed = strcasecmp(object.name, text.c_str()) == 0 ||
+                             strcasecmp(object.name + kNamePrefix.size(), text.c_str()) == 0;
+        if (isNamed || number == object.number) return object;
+    }
+    throw std::invalid_argument(text + ": no such object");
+}
+
+// Parts of OBJECT.INSTANCE.FIELD. Those that were not given are 0 and null.
 struct Address {
-    const ConfigObject *object = nullptr;
+    const ConfigObject &object;
     unsigned instance = 0;
-    const char *field = nullptr;
+    const ConfigField *field = nullptr;
 };
 
-// Digits alone, at most nine of them.
-bool parseNumber(std::string_view text, unsigned &number) {
-    if (text.empty() || text.size() > 9) return false;
-    number = 0;
-    for (const char c : text) {
-        if (c < '0' || c > '9') return false;
-        number = number * 10 + static_cast<unsigned>(c - '0');
-    }
-    return true;
+Address parseAddress(const std::string &text) {
+    const size_t objectEnd = std::min(text.find('.'), text.size());
+    Address address{findObject(text.substr(0, objectEnd))};
+    if (objectEnd == text.size()) return address;
+
+    const size_t instanceEnd = std::min(text.find('.', objectEnd + 1), text.size());
+    const std::string instance = text.substr(objectEnd + 1, instanceEnd - objectEnd - 1);
+    address.instance = parseNumber(instance).value_or(0);
+    if (address.instance == 0) throw std::invalid_argument(text + ": an instance is a number from 1");
+    if (instanceEnd == text.size()) return address;
+
+    const auto fields = address.object.fields;
+    const auto field = std::find_if(fields.begin(), fields.end(), [&](const ConfigField &candidate) {
+        return text.compare(instanceEnd + 1, std::string::npos, candidate.name) == 0;
+    });
+    if (field == fields.end()) throw std::invalid_argument(text + ": no such field");
+    address.field = &*field;
+    return address;
 }
 
-bool sameName(const char *name, std::string_view text) {
-    return strlen(name) == text.size() && strncasecmp(name, text.data(), text.size()) == 0;
-}
-
-const ConfigObject *findObject(std::string_view text) {
-    if (unsigned number = 0; parseNumber(text, number)) return findConfigObject(number);
-    for (const ConfigObject &object : kConfigObjects) {
-        const char *shortName = object.name + strlen(kNamePrefix);
-        if (sameName(object.name, text) || sameName(shortName, text)) return &object;
-    }
-    return nullptr;
-}
-
-// kExitOk, or the status after a message.
-int parseAddress(const char *text, Address &address) {
-    const char *const end = text + strlen(text);
-    const char *const objectEnd = std::find(text, end, '.');
-    address.object = findObject({text, static_cast<size_t>(objectEnd - text)});
-    if (address.object == nullptr) return badArgument(kProgram, text, "no such object");
-    if (objectEnd == end) return kExitOk;
-
-    const char *const instance = objectEnd + 1;
-    const char *const instanceEnd = std::find(instance, end, '.');
-    if (!parseNumber({instance, static_cast<size_t>(instanceEnd - instance)}, address.instance) ||
-        address.instance == 0) {
-        return badArgument(kProgram, text, "an instance is a number from 1");
-    }
-    if (instanceEnd != end) address.field = instanceEnd + 1;
-    return kExitOk;
-}
-
-const char *jsonText(json_object *value) {
-    const char *text = json_object_to_json_string_ext(value, kJsonStyle);
-    return text != nullptr ? text : "";
+std::string textOf(json_object *value) {
+    if (json_object_is_type(value, json_type_string)) return json_object_get_string(value);
+    return json_object_to_json_string_ext(value, kJsonStyle);
 }
 
 // A text's bytes are escaped: a value can neither start a line of its own nor control a terminal.
 void printMembers(const ConfigObject &object, size_t number, json_object *instance) {
-    json_object_iterator member = json_object_iter_begin(instance);
-    const json_object_iterator end = json_object_iter_end(instance);
-    for (; json_object_iter_equal(&member, &end) == 0; json_object_iter_next(&member)) {
-        json_object *value = json_object_iter_peek_value(&member);
-        LogLine line;
-        line.add(json_object_iter_peek_name(&member));
-        line.add("=");
-        line.add(json_object_is_type(value, json_type_string) ? json_object_get_string(value) : jsonText(value));
-        const std::string_view text = line.textWithNewline();
-        printf("%s.%zu.%.*s", object.name, number, static_cast<int>(text.size()), text.data());
+    json_object_object_foreach(instance, name, value) {
+        printf("%s.%zu.%s=%s\n", object.name, number, support::escaped(name).c_str(),
+               support::escaped(textOf(value)).c_str());
     }
-}
-
-int printField(const Address &address, json_object *instance, bool json) {
-    json_object *value = nullptr;
-    if (!json_object_object_get_ex(instance, address.field, &value)) {
-        fprintf(stderr, "%s: %s.%u: no field %s\n", kProgram, address.object->name, address.instance, address.field);
-        return kExitFailed;
-    }
-    puts(!json && json_object_is_type(value, json_type_string) ? json_object_get_string(value) : jsonText(value));
-    return finishOutput(kProgram);
 }
 
 struct Request {
-    std::span<char *const> words;  // behind the action
-    bool json;
-    bool partial;
+    std::vector<std::string> words;  // after the action
+    bool option = false;             // the action's own
 };
 
 int list(const Request &request) {
-    ConfigStore store(printReport);
-    if (!store.openToRead()) return kExitFailed;
+    const ConfigStore store(Access::Read, printReport);
     const char *separator = "[ ";
     for (const ConfigObject &object : kConfigObjects) {
         const size_t count = store.count(object);
-        if (request.json) {
+        if (request.option) {
             printf("%s{ \"object\": \"%s\", \"number\": %u, \"instances\": %zu }", separator, object.name,
                    object.number, count);
             separator = ", ";
@@ -139,126 +118,99 @@ int list(const Request &request) {
             printf("%s (%u): %zu instance%s\n", object.name, object.number, count, count == 1 ? "" : "s");
         }
     }
-    if (request.json) puts(" ]");
-    return finishOutput(kProgram);
+    if (request.option) puts(" ]");
+    return kExitOk;
 }
 
 int get(const Request &request) {
-    Address address;
-    if (const int status = parseAddress(request.words[0], address); status != kExitOk) return status;
-    ConfigStore store(printReport);
-    if (!store.openToRead()) return kExitFailed;
-
-    const ConfigObject &object = *address.object;
-    const JsonPtr found = address.instance != 0 ? store.instance(object, address.instance) : store.instances(object);
-    if (!found) return kExitFailed;
-    if (address.field != nullptr) return printField(address, found.get(), request.json);
-    if (request.json) {
-        puts(jsonText(found.get()));
-    } else if (address.instance != 0) {
-        printMembers(object, address.instance, found.get());
+    const auto &[object, instance, field] = parseAddress(request.words[0]);
+    ConfigStore store(Access::Read, printReport);
+    const bool isOne = instance != 0;
+    const JsonPtr found = isOne ? store.instance(object, instance) : checked(json_object_new_array());
+    for (size_t number = 1; !isOne && number <= store.count(object); number++)
+        json_object_array_add(found.get(), store.instance(object, number).release());
+    if (request.option || field != nullptr) {
+        json_object *value = field != nullptr ? json_object_object_get(found.get(), field->name) : found.get();
+        puts(request.option ? json_object_to_json_string_ext(value, kJsonStyle) : textOf(value).c_str());
+    } else if (isOne) {
+        printMembers(object, instance, found.get());
     } else {
         for (size_t i = 0; i < json_object_array_length(found.get()); i++)
             printMembers(object, i + 1, json_object_array_get_idx(found.get(), i));
     }
-    return finishOutput(kProgram);
+    return kExitOk;
 }
 
-JsonPtr fieldValue(const ConfigField &field, const char *text) {
-    if (field.kind == FieldKind::kText) return JsonPtr(json_object_new_string(text));
-    unsigned number = 0;
-    return JsonPtr(parseNumber(text, number) ? json_object_new_int64(number) : nullptr);
+JsonPtr fieldValue(const ConfigField &field, const std::string &text) {
+    if (field.kind == FieldKind::kText) return checked(json_object_new_string(text.c_str()));
+    const std::optional<unsigned> number = parseNumber(text);
+    return JsonPtr(number ? json_object_new_int64(*number) : nullptr);
 }
 
 int set(const Request &request) {
-    Address address;
-    if (const int status = parseAddress(request.words[0], address); status != kExitOk) return status;
-    if (address.field == nullptr) return badArgument(kProgram, request.words[0], "want OBJECT.INSTANCE.FIELD");
-    const auto fields = address.object->fields;
-    const auto field = std::find_if(fields.begin(), fields.end(), [&address](const ConfigField &candidate) {
-        return strcmp(candidate.name, address.field) == 0;
-    });
-    if (field == fields.end()) return badArgument(kProgram, request.words[0], "no such field");
-    JsonPtr value = fieldValue(*field, request.words[1]);
-    if (!fieldFits(*field, value.get())) {
-        fprintf(stderr, "%s: %s: want %s\n", kProgram, request.words[0], FieldRange(*field).text);
-        return kExitUsage;
-    }
-
-    ConfigStore store(printReport);
-    if (!store.openToChange()) return kExitFailed;
-    const JsonPtr instance = store.instance(*address.object, address.instance);
-    if (!instance) return kExitFailed;
-    if (json_object_object_add(instance.get(), field->name, value.get()) != 0) return outOfMemory(kProgram);
-    value.release();  // the instance owns it now
-    const bool done =
-        store.setInstance(*address.object, address.instance, instance.get()) && store.noteApplied() && store.save();
-    return done ? kExitOk : kExitFailed;
+    const auto &[object, instance, field] = parseAddress(request.words[0]);
+    if (field == nullptr) throw std::invalid_argument(request.words[0] + ": want OBJECT.INSTANCE.FIELD");
+    ConfigStore store(Access::Change, printReport);
+    const JsonPtr next = store.instance(object, instance);
+    addMember(next.get(), field->name, fieldValue(*field, request.words[1]));
+    store.setInstance(object, instance, next.get());
+    store.save();
+    return kExitOk;
 }
 
 int reset(const Request &request) {
-    return ConfigStore::reset(printReport, request.partial) ? kExitOk : kExitFailed;
+    ConfigStore::reset(request.option, printReport);
+    return kExitOk;
 }
 
-int help() {
+int help(const Request &) {
     fputs(kUsage, stdout);
     for (const ConfigObject &object : kConfigObjects) {
         printf("  %s (%u): %s", object.name, object.number, object.meaning);
         if (object.keptBy != 0) printf("; kept by %u", object.keptBy);
         puts("");
         for (const ConfigField &field : object.fields)
-            printf("    %s: %s\n", field.name, FieldRange(field).text);
+            printf("    %s: %s\n", field.name, rangeOf(field).c_str());
     }
-    return finishOutput(kProgram);
+    return kExitOk;
 }
 
 struct Action {
-    const char *name;
+    std::string_view name;
     size_t words;
-    bool takesJson;
-    bool takesPartial;
+    std::string_view option;  // empty: none
     int (*run)(const Request &request);
 };
-constexpr Action kActions[] = {
-    {"list", 0, true, false, list},
-    {"get", 1, true, false, get},
-    {"set", 2, false, false, set},
-    {"reset", 0, false, true, reset},
-};
+constexpr Action kActions[] = {{"list", 0, "--json", list},
+                               {"get", 1, "--json", get},
+                               {"set", 2, "", set},
+                               {"reset", 0, "--partial", reset},
+                               {"--help", 0, "", help}};
 
-// Takes the options out of the arguments behind the action; the words that remain stand at their front.
-int run(const Action &action, std::span<char *> arguments) {
-    Request request = {};
-    size_t words = 0;
-    bool options = true;
-    for (char *argument : arguments) {
-        const bool isOption = options && strncmp(argument, "--", 2) == 0;
-        if (isOption && argument[2] == '\0') {
-            options = false;
-        } else if (isOption && action.takesJson && strcmp(argument, "--json") == 0) {
-            request.json = true;
-        } else if (isOption && action.takesPartial && strcmp(argument, "--partial") == 0) {
-            request.partial = true;
-        } else if (isOption) {
-            return badArgument(kProgram, argument, "no such option here");
-        } else if (words == action.words) {
-            return badArgument(kProgram, argument, "one argument too many");
+int run(std::span<char *const> arguments) {
+    const std::string_view name = arguments.empty() ? "" : arguments[0];
+    const auto action =
+        std::find_if(std::begin(kActions), std::end(kActions), [&](const Action &each) { return each.name == name; });
+    if (action == std::end(kActions)) throw std::invalid_argument("want list, get, set or reset");
+    Request request;
+    bool isOptionPossible = true;
+    for (const std::string_view word : arguments.subspan(1)) {
+        if (isOptionPossible && word == "--") {
+            isOptionPossible = false;
+        } else if (isOptionPossible && word.starts_with("--")) {
+            if (word != action->option) throw std::invalid_argument(std::string(word) + ": no such option here");
+            request.option = true;
         } else {
-            arguments[words++] = argument;
+            request.words.emplace_back(word);
         }
     }
-    if (words < action.words) return badArgument(kProgram, action.name, "an argument is missing");
-    request.words = {arguments.data(), words};
-    return action.run(request);
+    if (request.words.size() == action->words) return action->run(request);
+    throw std::invalid_argument(std::string(name) + ": want " + std::to_string(action->words) + " arguments");
 }
 
 }  // namespace
 
 int main(int argc, char **argv) {
-    if (argc < 2) return badArgument(kProgram, "", "no action given");
-    if (strcmp(argv[1], "--help") == 0) return help();
-    for (const Action &action : kActions) {
-        if (strcmp(action.name, argv[1]) == 0) return run(action, {argv + 2, static_cast<size_t>(argc - 2)});
-    }
-    return badArgument(kProgram, argv[1], "no such action");
+    const std::span<char *const> arguments(argv, static_cast<size_t>(argc));
+    return runCommand("kcfg", "KV_KCFG_FILE names the file to use", [&] { return run(arguments.subspan(1)); });
 }

@@ -1,15 +1,13 @@
 // nvram - show and change the device's non-volatile settings.
-#include <cstdio>
-#include <cstring>
+#include <string_view>
 
+#include "command.h"
 #include "settings_store.h"
-#include "store_command.h"
 
 using namespace kvplatform;
 
 namespace {
 
-constexpr char kProgram[] = "nvram";
 constexpr char kUsage[] =
     "usage: nvram show               print all settings as NAME=VALUE, sorted by name\n"
     "       nvram get NAME           print a setting's value; exit 1 when there is none\n"
@@ -20,60 +18,64 @@ constexpr char kUsage[] =
     "A NAME holds letters, digits and . _ : - only, a VALUE anything but a newline.\n"
     "The store is the file that KV_NVRAM_FILE names, or /data/nvram.\n";
 
-int show(const char *) {
-    SettingsStore store;
-    if (!readStore(kProgram, store)) return kExitFailed;
-    for (const Setting &setting : store.settings())
-        printf("%s=%s\n", setting.name, setting.value);
-    return finishOutput(kProgram);
+Settings settings() {
+    const Settings all = readSettings();
+    if (all.damagedLine != 0) {
+        fprintf(stderr, "nvram: %s:%u: skipped, not a NAME=VALUE line\n", storePath().c_str(), all.damagedLine);
+    }
+    return all;
 }
 
-int get(const char *name) {
-    if (!isSettingName(name)) return badArgument(kProgram, name, "not a setting name");
-    SettingsStore store;
-    if (!readStore(kProgram, store)) return kExitFailed;
-    const char *value = store.find(name);
-    if (value == nullptr) return kExitFailed;
-    puts(value);
-    return finishOutput(kProgram);
+const std::string &checkedName(const std::string &name) {
+    if (!isSettingName(name)) throw std::invalid_argument("'" + name + "' is not a setting name");
+    return name;
 }
 
-int set(const char *assignment) {
-    const char *equals = strchr(assignment, '=');
-    if (equals == nullptr) return badArgument(kProgram, assignment, "want NAME=VALUE");
-    const MallocArray<char> name(strndup(assignment, static_cast<size_t>(equals - assignment)));
-    if (!name) return outOfMemory(kProgram);
-    if (!isSettingName(name.get())) return badArgument(kProgram, name.get(), "not a setting name");
-    if (!isSettingValue(equals + 1)) return badArgument(kProgram, name.get(), "a value cannot hold a newline");
-    return writeStore(kProgram, name.get(), equals + 1);
+int show(const std::string &) {
+    for (const auto &[name, value] : settings().values)
+        printf("%s=%s\n", name.c_str(), value.c_str());
+    return kExitOk;
 }
 
-int unset(const char *name) {
-    if (!isSettingName(name)) return badArgument(kProgram, name, "not a setting name");
-    return writeStore(kProgram, name, nullptr);
+int get(const std::string &name) {
+    const Settings all = (checkedName(name), settings());
+    const auto found = all.values.find(name);
+    if (found == all.values.end()) return kExitFailed;
+    puts(found->second.c_str());
+    return kExitOk;
 }
 
-struct Action {
-    const char *name;
-    int arguments;
-    int (*run)(const char *argument);
-};
-constexpr Action kActions[] = {{"show", 0, show}, {"get", 1, get}, {"set", 1, set}, {"unset", 1, unset}};
+int set(const std::string &assignment) {
+    const size_t equals = assignment.find('=');
+    if (equals == std::string::npos) throw std::invalid_argument("'" + assignment + "' is not NAME=VALUE");
+    if (assignment.find('\n') != std::string::npos) throw std::invalid_argument("a setting cannot hold a newline");
+    changeSetting(checkedName(assignment.substr(0, equals)), assignment.substr(equals + 1));
+    return kExitOk;
+}
+
+int unset(const std::string &name) {
+    changeSetting(checkedName(name), std::nullopt);
+    return kExitOk;
+}
+
+int help(const std::string &) {
+    fputs(kUsage, stdout);
+    return kExitOk;
+}
+
+constexpr struct {
+    std::string_view name;
+    int words;
+    int (*run)(const std::string &word);
+} kActions[] = {{"show", 0, show}, {"get", 1, get}, {"set", 1, set}, {"unset", 1, unset}, {"--help", 0, help}};
 
 }  // namespace
 
 int main(int argc, char **argv) {
-    if (argc < 2) return badArgument(kProgram, "", "no action given");
-    if (strcmp(argv[1], "--help") == 0) {
-        fputs(kUsage, stdout);
-        return finishOutput(kProgram);
-    }
-    for (const Action &action : kActions) {
-        if (strcmp(action.name, argv[1]) != 0) continue;
-        const int given = argc - 2;
-        if (given > action.arguments) return badArgument(kProgram, argv[2 + action.arguments], "one argument too many");
-        if (given < action.arguments) return badArgument(kProgram, argv[1], "an argument is missing");
-        return action.run(argv[2]);
-    }
-    return badArgument(kProgram, argv[1], "no such action");
+    return runCommand("nvram", "KV_NVRAM_FILE names the file to use", [&] {
+        for (const auto &action : kActions) {
+            if (argc == 2 + action.words && argv[1] == action.name) return action.run(argc > 2 ? argv[2] : "");
+        }
+        throw std::invalid_argument("want show, get NAME, set NAME=VALUE or unset NAME");
+    });
 }

@@ -119,7 +119,7 @@ TEST(Library, SettingsPrintsAndCommands) {
     });
     EXPECT_EQ(status, 0);
     EXPECT_EQ(said,
-              "out\n|err\n|SYSLOG 4 host warning: /tmp: cannot read the settings: Is a directory|"
+              "out\n|err\n|SYSLOG 4 host warning: cannot read the settings: /tmp: open: Is a directory|"
               "SYSLOG 7 apcfg debug: own level 7|99 error: as the host's\n|"
               "host warning: log setting 16 0 7 ignored: want a facility from 0 to 15, a target 0 or 1 and a level "
               "from 0 to 7\n|"
@@ -155,8 +155,9 @@ TEST(Settings, CommandsAnswerAndRefuse) {
         {"nvram set e= && nvram get e", 0, "\n", "e=\n"},
         {"chmod 640 $F && nvram unset e && nvram unset wl0_ifname; stat -c %a $F; nvram get wl0_ifname", 1, "640\n",
          "ap2"},
-        {"KV_NVRAM_FILE=/none/nvram nvram set b=1", 1, "/none/nvram: cannot store b", ""},
-        {"KV_NVRAM_FILE=/tmp nvram set b=1", 1, "/tmp: cannot store b", ""},
+        {"KV_NVRAM_FILE=/none/nvram nvram set b=1", 1, "/none/nvram.lock: open: No such file", ""},
+        {"KV_NVRAM_FILE=/tmp nvram set b=1", 1, "/tmp: open: Is a directory", ""},
+        {"export KV_NVRAM_FILE=$F.fifo; mkfifo $F.fifo; nvram show", 1, "fifo: open: Invalid argument", ""},
         {"export KV_NVRAM_FILE=$F.full; printf a=%1048566s >$F.full; nvram set b=12345678", 1, "File too large", ""},
         {"for w in a b c d; do for i in $(seq 40); do nvram set $w$i=x; done & done; wait; wc -l <$F", 0, "164", "=x"},
         {"wl -i wl0 chanspec", 0, "36/80\n", ""},
@@ -165,7 +166,7 @@ TEST(Settings, CommandsAnswerAndRefuse) {
         {"wl -i wl0 chanspec 4294967302", 2, "4294967302", ""},
         {"wl -i wl1.2 chanspec", 1, "wl1.2: no chanspec", ""},
         {"wl -i wl1 chanspec 6 2>$F.err; cat $F.err", 0, "wl: wl1: No such interface; known are wl0 wl1.2\n", ""},
-        {"wl -i 'wl0;x' chanspec", 2, "wl0;x", ""},
+        {"wl -i 'wl0;x' chanspec 6", 1, "wl0;x: No such interface", ""},
         {"wl -i wl0 country_abbrev_override DE/7", 0, "", "wl0_country_abbrev_override=DE/7\n"},
         {"wl -i wl0 country_abbrev_override DE/123", 2, "DE/123", ""},
         {"wl chanspec 2>&1 >/dev/null", 2, "-i", ""},
