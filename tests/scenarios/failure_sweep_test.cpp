@@ -9,6 +9,7 @@
 #include <memory>
 
 #include "kv1905/vendor_messages.h"
+#include "protocol/message_row.h"
 #include "scenarios/scripted_device.h"
 #include "support/sample_messages.h"
 
@@ -124,8 +125,15 @@ bool isExcepted(const std::string &failure, const std::string &step, const std::
 
 std::vector<std::string> steps() {
     std::vector<std::string> all(std::begin(kSteps), std::end(kSteps));
-    for (const SampleMessage &sample : kSampleMessages) {
-        all.push_back(std::string("receive ") + kvVendorMessageName(sample.type) + " " + sample.payload);
+    for (uint16_t type = 0; type < VEND_MSG_TYPE_LIMIT; ++type) {
+        const auto *sample = std::find_if(std::begin(kSampleMessages), std::end(kSampleMessages),
+                                          [=](const SampleMessage &each) { return each.type == type; });
+        const kv::MessageRow *row = kv::findMessageRow(type);
+        if (sample != std::end(kSampleMessages)) {
+            all.push_back(std::string("receive ") + kvVendorMessageName(type) + " " + sample->payload);
+        } else {
+            EXPECT_TRUE(row == nullptr || row->decode == nullptr) << "no sample message of type " << type;
+        }
     }
     return all;
 }

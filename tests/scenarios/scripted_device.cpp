@@ -60,42 +60,25 @@ std::string stationsText(const WIFINeighborEntry *station, uint32_t count) {
     return text;
 }
 
-bool isReading(const std::string &command) {
-    return std::any_of(std::begin(kScratchFiles), std::end(kScratchFiles),
-                       [&](const std::string &path) { return command.ends_with(" > " + path); });
-}
-
-// What the fakes note, in the words of outcomes.
+// Turns what a fake noted into an effect.
 Effect effectOf(const std::string &note) {
+    const bool isLine = note.starts_with("logs ") || note.starts_with("prints ");
     const bool isEnded = note.ends_with('\n');
     const std::string text = escapedText(isEnded ? note.substr(0, note.size() - 1) : note);
-    const auto after = [&](const char *prefix) { return text.substr(std::strlen(prefix)); };
-    const std::string ending = isEnded ? "" : "\\c";
-    if (text.size() > 2 && text[1] == '.') {
-        const std::string level = text.starts_with("1.") ? text.substr(2, 1) : text.substr(0, 3);
-        return {text[2] <= '4' ? Effect::Ordered : Effect::Optional, "logs " + level + text.substr(3) + ending};
+    if (isLine) {
+        const bool isUrgent = note[0] == 'l' && text[text.find(' ', 5) - 1] <= '4';
+        return {isUrgent ? Effect::Ordered : Effect::Optional, text + (isEnded ? "" : "\\c")};
     }
-    if (text.starts_with("print ")) {
-        return {Effect::Optional, "prints " + after("print ") + ending};
+    if (text.starts_with("reads ")) {
+        return {Effect::Optional, text};
     }
-    if (text.starts_with("reads ") || (text.starts_with("runs ") && isReading(text))) {
-        return {Effect::Optional, "reads " + text.substr(text.find(' ') + 1)};
-    }
-    if (text == "configuration get" || text == "configuration jsonGet") {
-        return {Effect::Optional, "reads config " + after("configuration ")};
-    }
-    if (text == "writes the data model") {
-        return {Effect::Ordered, "writes json"};
-    }
-    if (text.starts_with("log setting ")) {
-        return {Effect::Ordered, "log-setting " + after("log setting ")};
-    }
-    if (text.starts_with("configuration ")) {
-        return {Effect::Ordered, "config " + after("configuration ")};
+    for (const std::string &path : kScratchFiles) {
+        if (text.ends_with(" > " + path)) {
+            return {Effect::Optional, "reads " + text.substr(std::strlen("runs "))};
+        }
     }
     if (const std::string echo = "runs echo "; text.starts_with(echo) && text.ends_with(kv::kResultPath)) {
-        const std::string value = text.substr(echo.size(), text.find(' ', echo.size()) - echo.size());
-        return {Effect::Ordered, readFile(kv::kResultPath) == value + "\n" ? "result " + value : text};
+        return {Effect::Ordered, "result " + text.substr(echo.size(), text.find(' ', echo.size()) - echo.size())};
     }
     return {Effect::Ordered, text};
 }
@@ -227,6 +210,10 @@ std::string ScriptedDevice::sentText(const Sent &sent) const {
     const std::string slot = sent.slot == Slot::Multicast          ? "neighbours"
                              : sent.slot == Slot::RelayedMulticast ? "all"
                                                                    : macText(sent.destination.data());
+    const bool isMulticast = sent.slot != Slot::Unicast;
+    if (isMulticast && std::memcmp(sent.destination.data(), I5_MCAST_MAC_ADDRESS, KV_MAC_LEN) != 0) {
+        return "a multicast to " + macText(sent.destination.data());
+    }
     char id[8] = "";
     if (sent.msgIdIn) {
         std::snprintf(id, sizeof id, "%04x", *sent.msgIdIn);
@@ -246,21 +233,23 @@ std::string ScriptedDevice::sentText(const Sent &sent) const {
 std::vector<Effect> ScriptedDevice::effectsSince(const Values &before) {
     std::vector<Effect> effects;
     size_t sends = 0;
-    std::string written;  // into the result file
+    std::string written = readFile(kv::kResultPath);  // what the result file is to hold
     for (const std::string &note : takeNotes()) {
         effects.push_back(note == "send" ? Effect{Effect::Message, sentText(host.sent[sends++])} : effectOf(note));
         const std::string &text = effects.back().text;
-        written = text.starts_with("result ") ? text.substr(7) + "\\n" : written;
+        written = text.starts_with("result ") ? text.substr(7) + "\n" : written;
     }
     host.sent.clear();
     if (result != 0) {
         effects.push_back({Effect::State, std::to_string(result)});
     }
+    if (const std::string content = readFile(kv::kResultPath); content != written) {
+        effects.push_back({Effect::State, "result = " + escapedText(content)});
+    }
     const Values now = observe();
     for (const auto &[name, value] : now) {
         const auto old = before.find(name);
-        const bool isAnnounced = name == "result" && value == written;
-        if (!isAnnounced && (old == before.end() || old->second != value)) {
+        if (name != "result" && (old == before.end() || old->second != value)) {
             effects.push_back({Effect::State, name + " = " + value});
         }
     }

@@ -373,7 +373,9 @@ void tool(ScriptedDevice &device, Words &in) {
     }
     std::vector<std::string> words = {"kv1905App", "N"};
     while (!in.empty()) {
-        words.push_back(in.text());
+        const std::string word = in.text();
+        const bool isRepeated = word.size() > 2 && word[1] == '*';  // x*2048
+        words.push_back(isRepeated ? std::string(std::stoul(word.substr(2)), word[0]) : word);
     }
     std::vector<char *> argv;
     for (std::string &word : words) {
@@ -612,7 +614,7 @@ class CapturedOutput {
     ~CapturedOutput() {
         std::fclose(std::exchange(stdout, stdout_));
         if (size_ > 0) {
-            note(std::string("print ") + text_);
+            note(std::string("prints ") + text_);
         }
         std::free(text_);
     }

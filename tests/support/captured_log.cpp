@@ -20,8 +20,8 @@ int capture(int facility, int level, const char *format, va_list arguments) {
     char text[2048];
     const int length = std::vsnprintf(text, sizeof text, format, arguments);
     lines.push_back({facility, level, text});
-    note(level == kPrint ? std::string("print ") + text
-                         : std::to_string(facility) + "." + std::to_string(level) + " " + text);
+    const std::string source = facility == KV_LOG_FACILITY_MSG ? "" : std::to_string(facility) + ".";
+    note((level == kPrint ? "prints " : "logs " + source + std::to_string(level) + " ") + text);
     return length;
 }
 }  // namespace
@@ -97,7 +97,7 @@ char *nvram_get(const char *name) {
 }
 
 void kvMAP_log_setting(int first, int second, int third) {
-    kvtest::note("log setting " + std::to_string(first) + " " + std::to_string(second) + " " + std::to_string(third));
+    kvtest::note("log-setting " + std::to_string(first) + " " + std::to_string(second) + " " + std::to_string(third));
 }
 
 int kos_pk(const char *format, ...) {

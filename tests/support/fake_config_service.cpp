@@ -18,7 +18,7 @@ ConfigService &configService() {
 namespace {
 
 bool enter(const std::string &call) {
-    note("configuration " + call);
+    note((call == "get" || call == "jsonGet" ? "reads config " : "config ") + call);
     return !callFails(Call::Config) && configService().failing != call;
 }
 

@@ -85,7 +85,7 @@ int send(KvVendMsgDest *dest, uint16_t *msgId) {
 
 int jsonWrite(uint32_t) {
     ++host->jsonWrites;
-    note("writes the data model");
+    note("writes json");
     return callFails(Call::JsonWrite) ? KV_RET_ERR : host->jsonResult;
 }
 
