@@ -4,7 +4,6 @@
 #include <tuple>
 
 #include "host_support.h"
-#include "protocol/intel_message.h"
 #include "support/sample_messages.h"
 
 namespace kv1905d {
@@ -21,19 +20,6 @@ std::string makerLine(unsigned type, const Bytes &payload, size_t length) {
     value[14] = static_cast<uint8_t>(length);
     value.insert(value.end(), payload.begin(), payload.end());
     return lineOf(value);
-}
-
-TEST(Trace, NamesTheTypesAsThePluginDoes) {
-    for (unsigned type = 0; type <= 0xFF; ++type) {
-        const kv::MessageRow *row = kv::findMessageRow(static_cast<uint16_t>(type));
-        const std::string name = row != nullptr ? kvVendorMessageName(type) : "unknown type " + std::to_string(type);
-        EXPECT_TRUE(makerLine(type, {}, 0).starts_with("in   " + name + " from peer msgId 0x1001: ")) << name;
-        const kv::IntelMessageRow *intel = kv::findIntelMessageRow(static_cast<uint8_t>(type));
-        Bytes value = fromHex("000347 01020304 0506 00 00 112233445566 00 0708 0000");
-        value[9] = static_cast<uint8_t>(type);
-        const std::string intelName = intel != nullptr ? kvIntelMessageName(type) : "unknown Intel type";
-        EXPECT_TRUE(lineOf(value).starts_with("in   " + intelName + " ")) << intelName;
-    }
 }
 
 TEST(Trace, TellsWhatMattersOfEachMessageAndWhatIsMissing) {
