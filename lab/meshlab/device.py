@@ -10,7 +10,7 @@ import time
 from pathlib import Path
 
 from meshlab.clock import clock_environment, set_up_clock
-from meshlab.plan import DEVICE_FILES, plan_devices, plan_parser
+from meshlab.plan import DEVICE_FILES, plan_devices, read_plan
 from meshlab.stations import Population, StationFiles
 
 LOG = "/tmp/kv1905d.log"
@@ -136,19 +136,19 @@ def write_password(source):
     os.chmod(PASSWORD_FILE, 0o600)
 
 
-def run_device(name, arguments):
-    options = plan_parser().parse_args(arguments)
-    device = plan_devices(options)[name]
+def run_device(name, text):
+    plan = read_plan(text)
+    device = plan_devices(plan)[name]
     os.chdir("/")
     for path, text in DEVICE_FILES.items():
         Path(path).write_text(text.format(**device.facts()))
-    if options.password_file:
-        write_password(options.password_file)
-    if options.stations:
+    if plan.password_file:
+        write_password(plan.password_file)
+    if plan.stations:
         population = Population({name: device.number}, seed=0)
-        population.add(name, options.stations)
+        population.add(name, plan.stations)
         StationFiles(Path("/")).write(population.stations[name])
-    if options.movable_clock:
+    if plan.movable_clock:
         set_up_clock()
     for scope in ("all", "default"):  # quiet links: no router solicitations, no multicast reports
         switch = Path(f"/proc/sys/net/ipv6/conf/{scope}/disable_ipv6")
@@ -157,5 +157,5 @@ def run_device(name, arguments):
     null = os.open(os.devnull, os.O_RDWR)
     for stream in (1, 2):
         os.dup2(null, stream)
-    variables = {"KV_LOG_LEVEL": str(options.log_level)} | (clock_environment() if options.movable_clock else {})
-    DaemonKeeper(device.daemon_command(options), device.interfaces, variables).run()
+    variables = {"KV_LOG_LEVEL": str(plan.log_level)} | (clock_environment() if plan.movable_clock else {})
+    DaemonKeeper(device.daemon_command(plan), device.interfaces, variables).run()

@@ -1,6 +1,7 @@
 """What a mesh consists of: its devices, their links, and what each device finds on its disk."""
 
 import argparse
+import json
 import shlex
 from dataclasses import dataclass, field
 from pathlib import Path
@@ -72,6 +73,19 @@ class DeadlineError(MeshError):
     """Something awaited did not happen in time."""
 
 
+def plan_text(options):
+    """What `up` was asked for, as one word for the command lines of the supervisor and the devices."""
+    return json.dumps({name: value for name, value in vars(options).items() if name != "function"})
+
+
+def read_plan(text):
+    """None for the plan of another version of the lab."""
+    try:
+        return argparse.Namespace(**json.loads(text))
+    except (ValueError, TypeError):
+        return None
+
+
 @dataclass
 class Device:
     number: int
@@ -112,24 +126,24 @@ class Device:
             "channel1": ("36/80", "52/80", "100/80", "149/80")[self.number % 4],
         }
 
-    def daemon_command(self, options):
+    def daemon_command(self, plan):
         command = ["kv1905d", "--al-mac", self.al_mac, "--bridge", BRIDGE]
         for interface in self.interfaces:
             command += ["--interface", interface]
         command += ["--radio", f"wl0,{self.mac(0x20)},0x0103", "--radio", f"wl1,{self.mac(0x21)},0x0105",
                     "--data-model", "/tmp/kv1905_datamodel.json"]
-        if self.name in options.no_plugin:
+        if self.name in plan.no_plugin:
             command.append("--no-plugin")
-        if options.settings_from:
-            command += ["--settings-from", options.settings_from]
+        if plan.settings_from:
+            command += ["--settings-from", plan.settings_from]
         if self.number == 1:
-            command += shlex.split(options.controller_args)
-        return command + shlex.split(options.daemon_args)
+            command += shlex.split(plan.controller_args)
+        return command + shlex.split(plan.daemon_args)
 
 
-def plan_devices(options):
-    devices = [Device(number) for number in range(1, options.devices + 1)]
-    for pair in SHAPES[options.shape](options.devices):
+def plan_devices(plan):
+    devices = [Device(number) for number in range(1, plan.devices + 1)]
+    for pair in SHAPES[plan.shape](plan.devices):
         near, far = (devices[number - 1] for number in pair)
         near_port, far_port = f"eth{len(near.ports)}", f"eth{len(far.ports)}"
         near.ports.append((far.name, far_port))
@@ -148,19 +162,19 @@ def plan_links(devices):
     return links
 
 
-def check_plan(options):
-    devices = plan_devices(options)
+def check_plan(plan):
+    devices = plan_devices(plan)
     busiest = max(devices.values(), key=lambda device: len(device.ports))
     if len(busiest.ports) > MAX_PORTS:
         raise UsageError(f"{busiest.name} would have {len(busiest.ports)} links, at most {MAX_PORTS} work; "
                          "use fewer devices or another shape")
-    for name in options.no_plugin:
+    for name in plan.no_plugin:
         find_device(devices, name)
-    if options.password_file and not options.password_file.is_file():
-        raise UsageError(f"--password-file {options.password_file} is no file")
-    missing = [name for name in BUILD_NEEDS if not (options.build / name).exists()]
+    if plan.password_file and not Path(plan.password_file).is_file():
+        raise UsageError(f"--password-file {plan.password_file} is no file")
+    missing = [name for name in BUILD_NEEDS if not Path(plan.build, name).exists()]
     if missing:
-        raise MeshError(f"{options.build / missing[0]} is missing; build it with "
+        raise MeshError(f"{plan.build}/{missing[0]} is missing; build it with "
                         "'cmake --preset release && cmake --build --preset release', or name a build with --build")
 
 
@@ -168,68 +182,3 @@ def find_device(devices, name):
     if name not in devices:
         raise UsageError(f"no device '{name}'; there are {', '.join(devices)}")
     return devices[name]
-
-
-def device_count(text):
-    if not text.isdigit() or not 2 <= int(text) <= MAX_DEVICES:
-        raise argparse.ArgumentTypeError(f"'{text}' is not a number from 2 to {MAX_DEVICES}")
-    return int(text)
-
-
-def station_count(text):
-    if not text.isdigit() or int(text) > MAX_STATIONS:
-        raise argparse.ArgumentTypeError(f"'{text}' is not a number from 0 to {MAX_STATIONS}")
-    return int(text)
-
-
-def shell_words(text):
-    try:
-        shlex.split(text)
-    except ValueError as error:
-        raise argparse.ArgumentTypeError(f"'{text}': {error}") from None
-    return text
-
-
-def add_plan_options(parser):
-    parser.add_argument("--devices", type=device_count, default=3, metavar="N",
-                        help=f"controller and agents together, 2 to {MAX_DEVICES} (default 3)")
-    parser.add_argument("--shape", choices=SHAPES, default="line", help="how they are linked (default line)")
-    parser.add_argument("--build", type=lambda text: Path(text).resolve(), default=DEFAULT_BUILD, metavar="DIR",
-                        help="build directory to run (default build/release of this tree)")
-    parser.add_argument("--no-plugin", type=lambda text: [name for name in text.split(",") if name], default=[],
-                        metavar="DEVICE[,..]", help="devices whose daemon runs without the plug-in")
-    parser.add_argument("--password-file", type=lambda text: Path(text).resolve(), metavar="FILE",
-                        help="its first line becomes every device's administrator password, encrypted as the device "
-                             "keeps it; a file, because command lines can be read by everybody")
-    parser.add_argument("--stations", type=station_count, default=0, metavar="N",
-                        help="Wi-Fi stations that every device has from the start (default 0; see stations)")
-    parser.add_argument("--settings-from", choices=("any", "controller"),
-                        help="whose messages may change a device (default: the daemon's, see kv1905d --help)")
-    parser.add_argument("--log-level", type=int, choices=range(8), default=7, metavar="0..7",
-                        help="highest level that daemons log (default 7); a flood fills logs, which take memory")
-    parser.add_argument("--movable-clock", action="store_true",
-                        help="let 'clock' move devices' wall clocks; needs the Debian package faketime")
-    parser.add_argument("--daemon-args", type=shell_words, default="", metavar="ARGS",
-                        help="further arguments for every daemon, in one word with shell quoting")
-    parser.add_argument("--controller-args", type=shell_words, default="", metavar="ARGS",
-                        help="further arguments for the controller's daemon")
-
-
-def plan_parser():
-    """Reads the command line of a supervisor or device."""
-    parser = argparse.ArgumentParser(add_help=False)
-    parser.add_argument("--name")
-    add_plan_options(parser)
-    for role in ("commit", "owner", "capture"):
-        parser.add_argument(f"--{role}-fd", type=int)
-    return parser
-
-
-def plan_arguments(options):
-    return ["--name", options.name, "--devices", str(options.devices), "--shape", options.shape,
-            "--build", str(options.build), "--no-plugin", ",".join(options.no_plugin),
-            f"--controller-args={options.controller_args}", f"--daemon-args={options.daemon_args}",
-            "--stations", str(options.stations), "--log-level", str(options.log_level),
-            *(["--settings-from", options.settings_from] if options.settings_from else []),
-            *(["--movable-clock"] if options.movable_clock else []),
-            *([f"--password-file={options.password_file}"] if options.password_file else [])]

@@ -6,7 +6,7 @@ import time
 from dataclasses import dataclass
 from pathlib import Path
 
-from meshlab.plan import SCRIPT, DeadlineError, MeshError, find_device, plan_devices, plan_parser
+from meshlab.plan import SCRIPT, DeadlineError, MeshError, find_device, plan_devices, read_plan
 
 
 def wait_until(condition, seconds, what):
@@ -37,7 +37,7 @@ def is_role(arguments, role):
 
 
 def read_state(pid):
-    """What the device's supervisor says of its daemon; it wears the state as its process name."""
+    """The state of a device's daemon, which is the process name of the device's supervisor."""
     try:
         return Path(f"/proc/{pid}/comm").read_text().strip()
     except (FileNotFoundError, ProcessLookupError):
@@ -46,7 +46,7 @@ def read_state(pid):
 
 @dataclass
 class RunningMesh:
-    options: argparse.Namespace
+    plan: argparse.Namespace
     pid: int  # the supervisor
     unshare_pid: int  # its parent, which ends just after it
     device_pids: dict
@@ -54,7 +54,7 @@ class RunningMesh:
 
     @property
     def devices(self):
-        return plan_devices(self.options)
+        return plan_devices(self.plan)
 
     def device_pid(self, name):
         find_device(self.devices, name)
@@ -69,16 +69,16 @@ class RunningMesh:
 
 def find_mesh(name):
     everything = list(processes())
-    supervisors = {pid: (parent, plan_parser().parse_args(arguments[3:]))
-                   for pid, parent, arguments in everything if is_role(arguments, "supervise")}
-    for pid, (parent, options) in supervisors.items():
-        # A child that has not called exec yet still wears the supervisor's command line.
-        if options.name != name or parent in supervisors:
+    supervisors = {pid: (parent, plan) for pid, parent, arguments in everything
+                   if is_role(arguments, "supervise") and (plan := read_plan(arguments[3]))}
+    for pid, (parent, plan) in supervisors.items():
+        # A child that has not called exec yet still has the supervisor's command line.
+        if plan.name != name or parent in supervisors:
             continue
         device_pids = {args[3]: child for child, ppid, args in everything if ppid == pid and is_role(args, "device")}
         owners = {device_pid: device for device, device_pid in device_pids.items()}
         daemon_pids = {owners[ppid]: child for child, ppid, _ in everything if ppid in owners}
-        return RunningMesh(options, pid, parent, device_pids, daemon_pids)
+        return RunningMesh(plan, pid, parent, device_pids, daemon_pids)
     return None
 
 

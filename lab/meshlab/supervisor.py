@@ -9,8 +9,8 @@ import threading
 from pathlib import Path
 
 from meshlab.device import LOG
-from meshlab.plan import (BRIDGE, LAB, SCRIPT, DeadlineError, MeshError, plan_arguments, plan_devices, plan_links,
-                          plan_parser)
+from meshlab.plan import (BRIDGE, LAB, SCRIPT, DeadlineError, MeshError, plan_devices, plan_links, plan_text,
+                          read_plan)
 from meshlab.running import read_state, wait_until
 
 START_SECONDS = 30.0  # bounds each step of `up`; a loaded machine with many devices needs some
@@ -30,19 +30,19 @@ def end_with(descriptor, commit=None):
     threading.Thread(target=watch, daemon=True).start()
 
 
-def supervise(arguments):
-    options = plan_parser().parse_args(arguments)
+def supervise(text):
+    plan = read_plan(text)
     signal.signal(signal.SIGTERM, lambda *_: os._exit(0))
-    end_with(options.commit_fd, COMMIT)
-    if options.owner_fd is not None:
-        end_with(options.owner_fd)
-    devices = plan_devices(options)
-    keepers = {name: subprocess.Popen(device_command(name, options), stdin=subprocess.DEVNULL) for name in devices}
+    end_with(plan.commit_fd, COMMIT)
+    if plan.owner_fd is not None:
+        end_with(plan.owner_fd)
+    devices = plan_devices(plan)
+    keepers = {name: subprocess.Popen(device_command(name, plan), stdin=subprocess.DEVNULL) for name in devices}
     await_state(keepers, "stopped", "devices set up")
     print(f"{PROGRESS}linking {len(keepers)} devices", flush=True)
-    connect(devices, keepers, has_loop=options.shape == "ring")
-    if options.capture_fd is not None:
-        start_capture(options)
+    connect(devices, keepers, has_loop=plan.shape == "ring")
+    if plan.capture_fd is not None:
+        start_capture(plan)
     for keeper in keepers.values():
         keeper.send_signal(signal.SIGUSR2)
     await_state(keepers, "running", "daemons running")
@@ -57,9 +57,9 @@ def supervise(arguments):
             return
 
 
-def device_command(name, options):
+def device_command(name, plan):
     return [str(LAB / "room"), "--net", "--hostname", name, "--bin", str(LAB / "bin"),
-            "--bin", str(options.build / "bin"), "--", str(SCRIPT), "device", name, *plan_arguments(options)]
+            "--bin", f"{plan.build}/bin", "--", str(SCRIPT), "device", name, plan_text(plan)]
 
 
 def await_state(keepers, state, meaning):
@@ -127,9 +127,9 @@ def are_ports_settled(pid):
     return all(port["state"] in ("forwarding", "blocking") for port in json.loads(shown or "[]"))
 
 
-def start_capture(options):
-    capture = subprocess.Popen([sys.executable, str(SCRIPT), "--name", options.name, "capture",
-                                f"/proc/self/fd/{options.capture_fd}"], stdout=subprocess.PIPE,
-                               pass_fds=[options.capture_fd])
+def start_capture(plan):
+    capture = subprocess.Popen([sys.executable, str(SCRIPT), "--name", plan.name, "capture",
+                                f"/proc/self/fd/{plan.capture_fd}"], stdout=subprocess.PIPE,
+                               pass_fds=[plan.capture_fd])
     if not capture.stdout.readline():
         raise MeshError("the capture did not start")

@@ -1,0 +1,127 @@
+"""The command line of lab/mesh."""
+
+import argparse
+import os
+
+from meshlab import commands
+from meshlab.arguments import mac_address, mesh_name, names, number, shell_words
+from meshlab.plan import DEFAULT_BUILD, MAX_DEVICES, MAX_STATIONS, SHAPES, UsageError
+
+SECONDS = number(0.001, 1e9, float)
+STATION_COUNT = number(0, MAX_STATIONS)
+
+
+def open_descriptor(text):
+    try:
+        return os.dup(int(text))  # never one of the three standard streams, which the supervisor replaces
+    except (ValueError, OSError):
+        raise argparse.ArgumentTypeError(f"'{text}' is not an open file descriptor") from None
+
+
+def add_plan_options(parser):
+    parser.add_argument("--devices", type=number(2, MAX_DEVICES), default=3, metavar="N",
+                        help=f"controller and agents together, 2 to {MAX_DEVICES} (default 3)")
+    parser.add_argument("--shape", choices=SHAPES, default="line", help="how they are linked (default line)")
+    parser.add_argument("--build", type=os.path.abspath, default=str(DEFAULT_BUILD), metavar="DIR",
+                        help="build directory to run (default build/release of this tree)")
+    parser.add_argument("--no-plugin", type=names, default=[], metavar="DEVICE[,..]",
+                        help="devices whose daemon runs without the plug-in")
+    parser.add_argument("--password-file", type=os.path.abspath, metavar="FILE",
+                        help="its first line becomes every device's administrator password, encrypted as the device "
+                             "keeps it; a file, because command lines can be read by everybody")
+    parser.add_argument("--stations", type=STATION_COUNT, default=0, metavar="N",
+                        help="Wi-Fi stations that every device has from the start (default 0; see stations)")
+    parser.add_argument("--settings-from", choices=("any", "controller"),
+                        help="whose messages may change a device (default: the daemon's, see kv1905d --help)")
+    parser.add_argument("--log-level", type=number(0, 7), default=7, metavar="0..7",
+                        help="highest level that daemons log (default 7); a flood fills logs, which take memory")
+    parser.add_argument("--movable-clock", action="store_true",
+                        help="let 'clock' move devices' wall clocks; needs the Debian package faketime")
+    parser.add_argument("--daemon-args", type=shell_words, default="", metavar="ARGS",
+                        help="further arguments for every daemon, in one word with shell quoting")
+    parser.add_argument("--controller-args", type=shell_words, default="", metavar="ARGS",
+                        help="further arguments for the controller's daemon")
+
+
+def command_parser():
+    parser = argparse.ArgumentParser(
+        prog="mesh", description="A mesh of 1905 devices on one machine: controller, agent1, agent2, ...",
+        epilog="exit status: 0 done, 1 failed, 2 wrong command line; exec: the command's own")
+    parser.add_argument("--name", type=mesh_name, default="default", help="which mesh, where several are up")
+    verbs = parser.add_subparsers(dest="verb", required=True, metavar="COMMAND")
+
+    def add(verb, function, text, **more):
+        command = verbs.add_parser(verb, help=text, description=f"{text[0].upper()}{text[1:]}.", **more)
+        command.set_defaults(function=function)
+        return command
+
+    up = add("up", commands.up, "start a mesh and return when all its daemons run")
+    add_plan_options(up)
+    up.add_argument("--capture", metavar="FILE", help="record every link from the first frame on (see capture)")
+    up.add_argument("--foreground", action="store_true", help="stay; the mesh ends with this command")
+    up.add_argument("--owner-fd", type=open_descriptor, metavar="FD",
+                    help="reading end of a pipe; the mesh ends when its writing ends are closed")
+    add("down", commands.down, "end a mesh")
+    add("status", commands.status, "show devices, links and daemons").add_argument("--json", action="store_true")
+    add("exec", commands.execute, "run a command on a device", usage="mesh exec DEVICE -- COMMAND [ARG...]"
+        ).add_argument("device", metavar="DEVICE")
+    logs = add("logs", commands.logs, "print the log of a device's daemon")
+    logs.add_argument("device", metavar="DEVICE")
+    logs.add_argument("-f", "--follow", action="store_true", help="go on with what is added")
+    capture = add("capture", commands.capture, "record the 1905 frames on every link until Ctrl-C",
+                  epilog="The file is pcapng whatever its name, one interface per link; direction and time are the "
+                         "kernel's, seen from the device named first.")
+    capture.add_argument("file", metavar="FILE")
+    capture.add_argument("--seconds", type=SECONDS, metavar="S", help="stop after so many seconds")
+    add("stop", commands.stop, "stop a device's daemon").add_argument("device", metavar="DEVICE")
+    add("start", commands.start, "start a device's daemon again").add_argument("device", metavar="DEVICE")
+    clock = add("clock", commands.move_clock, "move a device's wall clock, for its programs only")
+    clock.add_argument("device", metavar="DEVICE")
+    clock.add_argument("seconds", type=number(-10**9, 10**9), metavar="SECONDS", help="forward; with a minus sign back")
+    add_station_commands(add("stations", None, "make up the Wi-Fi stations that a device's driver lists"))
+    return parser
+
+
+def add_station_commands(parser):
+    verbs = parser.add_subparsers(dest="action", required=True, metavar="ACTION")
+
+    def add(action, function, text):
+        command = verbs.add_parser(action, help=text, description=f"{text[0].upper()}{text[1:]}.")
+        command.set_defaults(function=function)
+        command.add_argument("--seed", type=int, default=0, help="the same seed makes the same figures (default 0)")
+        return command
+
+    populate = add("set", commands.set_stations, "give a device these stations instead of those it has")
+    populate.add_argument("device", metavar="DEVICE")
+    populate.add_argument("--count", type=STATION_COUNT, required=True, metavar="N")
+    move = add("move", commands.move_station, "let a station roam from one device to another")
+    for name, kind in (("mac", mac_address), ("source", str), ("target", str)):
+        move.add_argument(name, type=kind, metavar={"source": "FROM", "target": "TO"}.get(name, "MAC"))
+    run = add("run", commands.run_stations,
+              "let stations come, leave, roam and drift until Ctrl-C, instead of those the devices have")
+    run.add_argument("--count", type=STATION_COUNT, default=40, metavar="N", help="of all devices (default 40)")
+    run.add_argument("--period", type=SECONDS, default=2.0, metavar="S",
+                     help="between two states of the lists (default 2)")
+    run.add_argument("--seconds", type=SECONDS, metavar="S", help="stop after so many seconds")
+    run.add_argument("--devices", type=names, metavar="DEVICE[,..]", help="where they are (default everywhere)")
+
+
+def parse_command(arguments):
+    """Everything after -- is exec's command, and the value of an ..-args option may begin with a dash."""
+    split = arguments.index("--") if "--" in arguments else len(arguments)
+    arguments, command = arguments[:split], arguments[split + 1:]
+    joined = []
+    for word in arguments:
+        if joined and joined[-1] in ("--daemon-args", "--controller-args"):
+            joined[-1] += f"={word}"
+        else:
+            joined.append(word)
+    options, unknown = command_parser().parse_known_args(joined)
+    if unknown and options.verb == "exec":
+        raise UsageError(f"exec: put -- before the command: {options.device} -- {' '.join(unknown)}")
+    if unknown:
+        command_parser().error(f"unrecognized arguments: {' '.join(unknown)}")
+    if command and options.verb != "exec":
+        raise UsageError(f"{options.verb} takes no command after --")
+    options.command = command
+    return options
