@@ -1,115 +1,74 @@
-// The two files of the platform's stand-in, configuration and settings: whatever stands in them, the stores offer
-// whole objects and valid settings.
+// The platform's configuration and settings files: with any content, its calls work and give whole objects.
+#include <json-c/json.h>
+#include <kv1905/kcfg.h>
+
+#include <cstring>
 #include <filesystem>
 #include <fstream>
-#include <stdexcept>
 
-#include "common/input.h"
-#include "kcfg_store.h"
+#include "fuzz.h"
 #include "settings_store.h"
 
 namespace kvfuzz {
 
 namespace {
 
-using namespace kvplatform;
+constexpr char kDirectory[] = "/tmp/config", kConfig[] = "/tmp/config/kcfg.json", kSettings[] = "/tmp/config/settings";
 
-constexpr char kDirectory[] = "/tmp/config";
-constexpr char kConfigPath[] = "/tmp/config/kcfg.json";
-constexpr char kDefaultsPath[] = "/tmp/kcfg_defaults.json";
-constexpr char kSettingsPath[] = "/tmp/config/settings";
-
-void ignoreReport(const std::string &) {}
-
-// False when a member that the service does not know cannot be written, such as an infinite number.
-template <typename Change>
-bool isDone(const Change &change) {
-    try {
-        change();
-        return true;
-    } catch (const std::runtime_error &) {
-        return false;
-    }
-}
-
-bool prepare() {
-    setenv("KV_KCFG_FILE", kConfigPath, 1);
-    setenv("KV_KCFG_DEFAULTS", kDefaultsPath, 1);
-    setenv("KV_NVRAM_FILE", kSettingsPath, 1);
-    std::ofstream(kDefaultsPath) << R"({
-"RDM_OID_NAT_INTF_SETTING": [{"userName": "admin", "password": "admin"}, {"userName": "user", "password": "user"}],
-"RDM_OID_FACTORY_RESET": [{"FactoryResetUnpurgedList": 0}],
-"RDM_OID_LED_CTRL": [{"enable": 1}],
-"RDM_OID_WIFI_RADIO": [{"ifName": "wl0", "countryCode": "DE", "countryInBeacon": "DE"}],
-"RDM_OID_SYNC_KEY_SOURCE": [{"key": "key"}]})";
-    return true;
-}
-
-// Whole, and as a structure it goes back into the file.
-void checkInstance(ConfigStore &store, const ConfigObject &object, size_t number) {
-    const JsonPtr instance = store.instance(object, number);
-    for (const ConfigField &field : object.fields) {
-        require(fieldFits(field, json_object_object_get(instance.get(), field.name)), "every field fits");
-    }
-    if (object.structSize != 0) {
-        void *copy = structFromJson(object, instance.get());
-        const JsonPtr before = store.instance(object, number);
-        jsonFromStruct(object, copy, instance.get());
-        require(json_object_equal(before.get(), instance.get()) != 0, "a structure holds the whole instance");
+// Every instance is the same after writing and reading, as a structure and as JSON. Writing may fail, because an
+// unknown member of the file, such as an infinite number, cannot be written.
+void checkInstances(uint32_t object, size_t size) {
+    KcfgInstanceIndex index = {};
+    void *copy = nullptr, *again = nullptr;
+    for (size_t count = 0; kcfgFeObjStructGetNextWithoutUpdate(object, &index, &copy) == 0; ++count) {
+        require(count < 10'000, "an iteration ends");
+        kcfgFeObjStructSetWithoutApply(object, &index, copy, nullptr);
+        require(kcfgFeObjStructGetWithoutUpdate(object, &index, &again) == 0, "a structure can be read again");
+        require(std::memcmp(copy, again, size) == 0, "a structure is the same after writing and reading");
         std::free(copy);
-    }
-    store.setInstance(object, number, instance.get());
-}
-
-void checkInstances(ConfigStore &store) {
-    for (const ConfigObject &object : kConfigObjects) {
-        require(!object.single || store.count(object) == 1, "a single object has one instance");
-        for (size_t number = 1; number <= store.count(object); ++number) {
-            checkInstance(store, object, number);
-        }
+        std::free(again);
+        json_object *json = nullptr;
+        require(kcfgFeObjJsonGet(object, &index, &json) == 0, "each instance is an object");
+        kcfgFeObjJsonSetWithoutApply(object, &index, json, nullptr);
+        json_object_put(json);
     }
 }
 
-void checkConfig(ConfigStore::Access access) {
-    ConfigStore store(access, ignoreReport);
-    checkInstances(store);
-    if (access == ConfigStore::Access::Read) return;
-    if (!isDone([&] { store.save(); })) return;
-    ConfigStore again(ConfigStore::Access::Read,
-                      [](const std::string &) { require(false, "what was saved is whole"); });
-    checkInstances(again);
-}
-
-// A change keeps every other setting, and the store that is written is read without damage.
-void checkChange(const std::string &changed, const std::optional<std::string> &value) {
-    Settings expected = readSettings();
-    changeSetting(changed, value);
-    expected.values.erase(changed);
-    if (value) expected.values[changed] = *value;
-    const Settings after = readSettings();
-    require(after.values == expected.values, "a change is stored as it was given, and keeps the other settings");
-    require(after.damagedLine == 0 || !value, "no damaged line is written");
+// A change keeps the other settings.
+void checkChange(const std::string &name, const std::optional<std::string> &value) {
+    std::map<std::string, std::string> expected = kvplatform::readSettings().values;
+    kvplatform::changeSetting(name, value);
+    expected.erase(name);
+    if (value) expected[name] = *value;
+    require(kvplatform::readSettings().values == expected, "a change is stored and keeps the other settings");
 }
 
 }  // namespace
 
-// The first byte: 1 open to read, 2 reset, 4 partially, 8 settings.
+// The first byte: 1 settings, 2 and 4 a reset, 8 a partial reset. The rest is the file.
 void playInput(Input in) {
-    [[maybe_unused]] static const bool isPrepared = prepare();
+    setenv("KV_KCFG_FILE", kConfig, 1);
+    setenv("KV_NVRAM_FILE", kSettings, 1);
     const uint8_t choice = in.u8();
-    const Bytes bytes = in.rest();
-    const std::string text(bytes.begin(), bytes.end());
+    const Bytes text = in.rest();
     std::filesystem::remove_all(kDirectory);
     std::filesystem::create_directory(kDirectory);
-    std::ofstream((choice & 8) != 0 ? kSettingsPath : kConfigPath, std::ios::binary) << text;
-    if ((choice & 8) != 0) {
-        const std::string name = text.substr(0, text.find('='));
-        const std::string changed = isSettingName(name) && name.size() < 100 ? name : "added";
-        checkChange(changed, "=new value");
-        return checkChange(changed, std::nullopt);
+    std::ofstream((choice & 1) != 0 ? kSettings : kConfig, std::ios::binary)
+        .write(reinterpret_cast<const char *>(text.data()), std::ssize(text));
+    if ((choice & 1) != 0) {
+        const std::string name(text.begin(), std::find(text.begin(), text.end(), '='));
+        if (!kvplatform::isSettingName(name)) return;
+        checkChange(name, "=new value");
+        return checkChange(name, std::nullopt);
     }
-    checkConfig((choice & 1) != 0 ? ConfigStore::Access::Read : ConfigStore::Access::Change);
-    if ((choice & 2) != 0) isDone([&] { ConfigStore::reset((choice & 4) != 0, ignoreReport); });
+    if ((choice & 6) != 0) {
+        const uint32_t request = (choice & 8) != 0 ? KCFG_REQ_PARTIAL_RESET_DEFAULT : KCFG_REQ_RESET_DEFAULT;
+        kcfgFeReqSend(request, nullptr, 0);
+    }
+    checkInstances(RDM_OID_NAT_INTF_SETTING, sizeof(RdmNatIntfSetting));
+    checkInstances(RDM_OID_LED_CTRL, sizeof(RdmLedCtrl));
+    checkInstances(RDM_OID_WIFI_RADIO, sizeof(RdmWifiRadio));
+    checkInstances(RDM_OID_SYNC_KEY_SOURCE, sizeof(RdmSyncKeySource));
 }
 
 }  // namespace kvfuzz
