@@ -56,6 +56,6 @@ endforeach()
 set(CPACK_DEBIAN_HOST_PACKAGE_CONTROL_STRICT_PERMISSION ON)
 set(CPACK_COMPONENT_HOST_DESCRIPTION "development IEEE 1905.1 / Multi-AP daemon and tools
 The daemon kv1905d, which runs the plug-in libkvMAP1905.so, its command tool
-kv1905App, the web page kv1905-view, a stand-in for the platform library and commands of a device, and
-a Wireshark dissector.")
+kv1905App, the web page kv1905-view, a stand-in for the platform library and
+commands of a device, and a Wireshark dissector.")
 include(CPack)

@@ -1,0 +1,147 @@
+#!/usr/bin/env bash
+# packaging_test.sh api|man|install|debian BUILD LIBDIR VERSION: one test of what others receive.
+#   api      the API pages are made without a warning and describe every export
+#   man      the manual pages are well-formed and complete
+#   install  cmake --install puts exactly the files of packaging/files.txt below $DESTDIR, and they work wherever it is
+#   debian   the packages install, work, and leave nothing when they are purged, on a copy of this machine in memory;
+#            exit status 77 without the right to make one
+set -euo pipefail
+
+fail() {
+    echo "packaging_test: $*" >&2
+    exit 1
+}
+
+quietly() {  # COMMAND...: prints the output of a failure
+    "$@" >"${log:-/tmp/log}" 2>&1 || { cat "${log:-/tmp/log}" >&2; fail "failed: $*"; }
+}
+
+testApi() {
+    local pages=$build/tests/api_pages name
+    "$source/docs/api_pages" doxygen "$pages" 0
+    for name in $(nm -D --defined-only "$build/lib/libkvMAP1905.so" | awk '{print $3}'); do
+        grep -q ">$name<" "$pages"/kvMAP1905_8h.html || fail "$name is exported and has no description"
+    done
+}
+
+testMan() {
+    local page section lint
+    for page in "$build"/man/*.[18]; do
+        # help2man prints a month without a day; lines of its source may be long.
+        lint=$(mandoc -T lint -W warning "$page" | grep -v 'cannot parse date' || true)
+        lint+=$(LC_ALL=C.UTF-8 MANROFFSEQ='' man --warnings -E UTF-8 -l -Tutf8 -Z "$page" 2>&1 >/dev/null)
+        [[ ! $lint ]] || fail "$page: $lint"
+        for section in NAME SYNOPSIS OPTIONS "EXIT STATUS" FILES "SEE ALSO"; do
+            grep -qix "\.S[HS] \"\?$section:\?\"\?" "$page" || fail "$page has no section $section"
+        done
+    done
+}
+
+testInstall() {
+    local root=$stage/root file path
+    quietly env DESTDIR="$root" cmake --install "$build" --prefix /usr
+    # The list names the libraries' usual directory, and leaves out the API pages, which are made only on request.
+    (cd "$root" && find . ! -type d ! -path './usr/share/kv1905/api/*' -printf '%m %P\n') | sed "s#usr/$libdir/#usr/lib/#" |
+        LC_ALL=C sort -k2 | diff "$source/packaging/files.txt" - || fail "files or modes differ from packaging/files.txt"
+    while read -r file; do
+        path=$(readelf -d "$file" 2>/dev/null | sed -n 's/.*R\(UN\)\?PATH).*\[\(.*\)\]/\2/p' || true)
+        [[ -z $path || $path =~ ^[$]ORIGIN(/[a-z0-9._-]+)*$ ]] || fail "$file looks for libraries in $path"
+    done < <(find "$root/usr" -type f)
+    if grep -rl "$build\|$stage" "$root"; then fail "these files name directories of the build"; fi
+
+    mv "$root" "$stage/moved"
+    "$stage/moved/usr/bin/kv1905App" led 02:00:5e:00:02:00 5 --socket "$stage/none" 2>"$log" && fail "success without a daemon"
+    grep -q "$stage/none" "$log" || fail "the moved tool does not find its plug-in: $(cat "$log")"
+    mv "$stage/moved" "$root"
+    echo changed >"$root/etc/default/kv1905d"
+    quietly env DESTDIR="$root" cmake --install "$build" --prefix /usr
+    grep -q changed "$root/etc/default/kv1905d" || fail "a second installation overwrites the administrator's options"
+}
+
+testDebian() {
+    local packages=$build/packages made asRoot=() tolerated
+    rm -rf "$packages"
+    quietly cpack --config "$build/CPackConfig.cmake"
+    made=$(cd "$packages" && printf '%s ' *.deb | sed "s/_$version-[0-9]*_[a-z0-9]*\.deb//g")
+    [[ $made == "kv1905-host libkvmap1905-dev libkvmap1905 " ]] || fail "cpack made other packages of $version: $made"
+    [[ $(dpkg-parsechangelog -l "$source/packaging/changelog" -S Version) == "$version"-* ]] || fail "changelog: no $version"
+    # The plug-in has no version in its name, the host finds it next to itself, cpack's scripts call ldconfig.
+    tolerated=shared-library-lacks-version,package-name-doesnt-match-sonames,custom-library-search-path
+    tolerated+=,lacks-ldconfig-trigger,maintscript-calls-ldconfig,maintainer-script-calls-systemctl
+    tolerated+=,pkg-config-unavailable-for-cross-compilation,initial-upload-closes-no-bugs
+    lintian --allow-root --fail-on error,warning --suppress-tags "$tolerated" "$packages"/*.deb || fail "lintian complains"
+    if ((EUID != 0)); then
+        sudo -n true 2>/dev/null || { echo "packaging_test: installing needs root, or sudo without a password" >&2; exit 77; }
+        asRoot=(sudo -n)
+    fi
+    # Relative paths, because a room has its own /tmp.
+    cd "$packages"
+    exec "${asRoot[@]}" "$source/lab/room" --net -- bash "$(realpath --relative-to=. "$0")" copy . . "$version"
+}
+
+# In a room: runs the last part on a copy of the machine, which has the packages in /tmp/input. Everything that is written
+# to the copy can be seen in its /tmp/changes.
+testCopy() {
+    local copy=/tmp/copy directory
+    mkdir "$copy" /tmp/{changes,work}
+    mount -t overlay overlay -o "lowerdir=/.host,upperdir=/tmp/changes,workdir=/tmp/work" "$copy"
+    for directory in proc dev sys; do mount --rbind "/.host/$directory" "$copy/$directory"; done
+    mount -t tmpfs tmpfs "$copy/run"
+    mount -t tmpfs tmpfs "$copy/tmp"
+    mkdir "$copy"/tmp/{input,changes}
+    mount --bind . "$copy/tmp/input"
+    mount --bind /tmp/changes "$copy/tmp/changes"
+    cp "$0" "$copy/tmp/script"
+    cd /
+    exec chroot "$copy" bash /tmp/script packages . . "$version"
+}
+
+testPackages() {
+    rm -f /var/lib/man-db/auto-update  # saves the index of all manual pages
+    quietly dpkg -i /tmp/input/*.deb
+    [[ $(kv1905d --version) == "kv1905d $version" ]] || fail "another version: $(kv1905d --version)"
+    # shellcheck disable=SC2046  # words
+    quietly cc -Wall -Wextra -Werror /usr/share/kv1905/examples/minimal_host.c $(pkg-config --cflags --libs kv1905) -o /tmp/example
+    quietly /tmp/example
+    grep -q '^message 4711: 02 4e a7 ' /tmp/log || fail "the example sent no answer"
+    [[ -f $(pkg-config --variable=plugin kv1905) ]] || fail "kv1905.pc names a plug-in that does not exist"
+    testService /usr/lib/systemd/system/kv1905d.service
+    quietly dpkg --remove kv1905-host libkvmap1905-dev libkvmap1905
+    grep -q lan0 /etc/default/kv1905d || fail "removal deletes the administrator's options"
+    quietly dpkg --purge kv1905-host libkvmap1905-dev libkvmap1905
+    # A deleted file of the machine is a device there; any package changes the files below /var and ld.so.cache.
+    left=$(find /tmp/changes ! -type c \( -iname '*kv*1905*' -o ! -type d ! -path '*/var/*' ! -name ld.so.cache \))
+    [[ -z $left ]] || fail "purged packages leave $left"
+}
+
+# The daemon with the options, PATH, capabilities and read-only system of its unit.
+testService() {
+    local unit=$1 capabilities daemon deadline=$((SECONDS + 20))
+    settingOf() { sed -n "s/^$1=//p" "$unit"; }
+    quietly systemd-analyze verify --man=no "$unit"
+    [[ ! -s /tmp/log ]] || fail "systemd-analyze verify reports $(cat /tmp/log)"
+    quietly systemd-analyze security --offline=true --threshold=30 "$unit"  # tenths; an unprotected service has 96
+    ip link add lan0 type veth peer name lan1
+    ip link set lan0 up && ip link set lan1 up
+    echo 'KV1905D_OPTIONS="--interface lan0"' >/etc/default/kv1905d
+    capabilities=$(settingOf CapabilityBoundingSet | sed 's/CAP_/+/g; s/ /,/g' | tr '[:upper:]' '[:lower:]')
+    unshare --mount bash -c "mount -o remount,bind,ro / && set -a && . '$(settingOf EnvironmentFile)' &&
+        export $(settingOf Environment) && exec setpriv --no-new-privs --bounding-set=-all,$capabilities \
+        -- $(settingOf ExecStart)" 2>/tmp/daemon &
+    daemon=$!
+    until kv1905App show devices >/tmp/log 2>&1; do
+        ((SECONDS < deadline)) || fail "the daemon does not serve its tool: $(cat /tmp/log /tmp/daemon)"
+        sleep 0.1
+    done
+    kill -TERM "$daemon"
+    wait "$daemon" || fail "stopped by SIGTERM, the daemon ends with status $?: $(cat /tmp/daemon)"
+    [[ ! -e /tmp/kv1905d.sock ]] || fail "the daemon leaves its socket"
+}
+
+test=$1 build=$2 libdir=$3 version=$4
+if [[ $test != copy && $test != packages ]]; then
+    source=$(realpath "$(dirname "$0")/../..")
+    stage=$(mktemp -d) log=$stage/log
+    trap 'rm -rf "$stage"' EXIT
+fi
+"test${test^}"
