@@ -1,4 +1,5 @@
 // The actions, preparations and settings of scenarios, in tables by their names; README.md explains them.
+#include <sys/stat.h>
 #include <utime.h>
 
 #include <algorithm>
@@ -112,10 +113,11 @@ void receiveCuts(ScriptedDevice &device, Words &in) {
 
 using Callee = std::function<long(ScriptedDevice &, Words &)>;
 
-// A function whose arguments are addresses ("null" for none), texts and numbers.
+// A function whose arguments are addresses, texts, numbers and the local device's record; "null" is no record, address
+// or text.
 template <typename Result, typename... Arguments>
 Callee plain(Result (*function)(Arguments...)) {
-    return [function](ScriptedDevice &, [[maybe_unused]] Words &in) -> long {
+    return [function]([[maybe_unused]] ScriptedDevice &device, [[maybe_unused]] Words &in) -> long {
         std::vector<Mac> macs;
         std::vector<std::string> texts;
         macs.reserve(sizeof...(Arguments));
@@ -125,6 +127,8 @@ Callee plain(Result (*function)(Arguments...)) {
                 return in.accept("null") ? nullptr : macs.emplace_back(in.mac()).data();
             } else if constexpr (std::is_same_v<Argument, const char *>) {
                 return in.accept("null") ? nullptr : texts.emplace_back(in.text()).c_str();
+            } else if constexpr (std::is_same_v<Argument, KvDevVendorData *>) {
+                return in.accept("null") ? nullptr : &device.host.local();
             } else {
                 return static_cast<Argument>(in.number());
             }
@@ -137,17 +141,6 @@ Callee plain(Result (*function)(Arguments...)) {
             return std::apply(function, arguments);
         }
     };
-}
-
-// A function of the local device's record.
-template <auto function>
-long ofRecord(ScriptedDevice &device, Words &in) {
-    if constexpr (std::is_void_v<decltype(function(nullptr))>) {
-        function(in.accept("null") ? nullptr : &device.host.local());
-        return 0;
-    } else {
-        return function(in.accept("null") ? nullptr : &device.host.local());
-    }
 }
 
 // Entries: last byte of the BSSID, interface, "disabled" when it is; "count N" overrides their number.
@@ -272,9 +265,9 @@ const std::map<std::string, Callee> &calls() {
         PLAIN(checkWIFIChannelInfo),
         PLAIN(kvResetToDefault),
         PLAIN(kvPartialResetToDefault),
-        {"kvMAP1905_DeviceDm_init", ofRecord<kvMAP1905_DeviceDm_init>},
-        {"kvMAP1905_DeviceDm_update", ofRecord<kvMAP1905_DeviceDm_update>},
-        {"updateDeviceConfig", ofRecord<updateDeviceConfig>},
+        PLAIN(kvMAP1905_DeviceDm_init),
+        PLAIN(kvMAP1905_DeviceDm_update),
+        PLAIN(updateDeviceConfig),
         {"kvMAP1905_TlvMDID_insert", insertMdids},
         {"kvMAP1905_mdid_update", updateMdids},
         {"kvMAP1905_RssiMeasurementNotify_send", notifySignal},
@@ -308,19 +301,6 @@ void runMainLoop(ScriptedDevice &device, Words &in) {
 
 // ---- Operator commands
 
-constexpr std::pair<uint32_t, size_t> kBufferSizes[] = {  // others are as long as the step says
-    {KV_CMD_REBOOT, KV_MAC_LEN},
-    {KV_CMD_INTF_PWR_CTRL, sizeof(KvIntfPwrCtrlReq)},
-    {KV_CMD_FW_CTRL, sizeof(KvFWCtrlReq)},
-    {KV_CMD_RESET_DEFAULT, KV_MAC_LEN},
-    {KV_CMD_FW_RESULT, 8},
-    {KV_CMD_LED_CTRL, sizeof(KvLedCtrlReq)},
-    {KV_CMD_PARTIAL_RESET_DEFAULT, KV_MAC_LEN},
-    {KV_CMD_COMMAND, sizeof(KvCommandReq)},
-    {KV_CMD_LOG_SETTING, 12},
-    {KV_CMD_SYNC_COUNTRY_BCN_REQ, KV_MAC_LEN},
-    {KV_CMD_COUNTRY_IN_BCN, sizeof(SyncCtrlerCountryMsgData)}};
-
 const std::map<std::string, int (*)(void *, int, char **)> kToolEntries = {
     {"reboot", kvMAP1905_RebootQuery_send},
     {"power", kvMAP1905_CtrlInftPwrQuery_send},
@@ -346,10 +326,7 @@ void command(ScriptedDevice &, Words &in) {
     if (in.accept("null")) {
         return kvMAP1905_VendSpecCmd_handle(nullptr, code);
     }
-    Bytes buffer = in.bytes();
-    const auto *known = std::find_if(std::begin(kBufferSizes), std::end(kBufferSizes),
-                                     [=](const auto &row) { return row.first == code; });
-    buffer.resize(known == std::end(kBufferSizes) ? buffer.size() + 1 : known->second);
+    const Bytes buffer = in.bytes();
     handleCommand(code, buffer.data(), buffer.size());
 }
 
@@ -401,15 +378,6 @@ void writeStations(ScriptedDevice &, Words &in) {
     kv::runNetCtrl();
 }
 
-void put(const std::string &path, const std::optional<std::string> &text) {
-    text ? writeFile(path, *text) : static_cast<void>(std::remove(path.c_str()));
-}
-
-void putFile(ScriptedDevice &, Words &in) {
-    const std::string path = scriptPath(in.text());
-    put(path, in.accept("none") ? std::nullopt : std::optional(in.lines()));
-}
-
 // The controller's own password, encrypted like the device's other components do.
 void encryptPassword(ScriptedDevice &, Words &in) {
     writeFile("/tmp/plain", in.lines());
@@ -419,15 +387,6 @@ void encryptPassword(ScriptedDevice &, Words &in) {
     if (std::system(command.c_str()) != 0) {
         misread("cannot run", "openssl");
     }
-}
-
-void putCommand(const std::string &name, const std::optional<std::string> &script) {
-    script ? fakeCommand(name, *script) : static_cast<void>(std::remove(commandPath(name).c_str()));
-}
-
-void putScript(ScriptedDevice &, Words &in) {
-    const std::string name = in.text();
-    putCommand(name, in.accept("none") ? std::nullopt : std::optional(in.lines()));
 }
 
 void forgetDevice(ScriptedDevice &device, Words &in) {
@@ -447,10 +406,9 @@ void readText(char (&field)[size], Words &in) {
 
 void removeAll(ScriptedDevice &, Words &in) {
     if (in.accept("accounts")) {
-        configService().accounts.clear();
-    } else if (in.accept("radios")) {
-        configService().radios.clear();
+        return configService().accounts.clear();
     }
+    return in.accept("radios") ? configService().radios.clear() : misread("no such records", in.text());
 }
 
 void setInterfaces(ScriptedDevice &device, Words &in) {
@@ -504,20 +462,27 @@ Undo setClockTo(std::time_t now) {
     return [old] { setClock(old); };
 }
 
-std::optional<std::string> textOf(const std::string &path) {
-    return exists(path) ? std::optional(readFile(path)) : std::nullopt;
+// Writes a file or a stand-in for a command; "none" removes it.
+Undo put(const std::string &kind, const std::string &name, const std::string &text) {
+    const bool isScript = kind == "script";
+    const std::string path = isScript ? commandPath(name) : scriptPath(name);
+    const auto write = [path](const std::optional<std::string> &content) {
+        if (!content) {
+            std::remove(path.c_str());
+            return;
+        }
+        writeFile(path, *content);
+        chmod(path.c_str(), 0755);
+    };
+    const std::optional<std::string> old = exists(path) ? std::optional(readFile(path)) : std::nullopt;
+    write(text == "none" ? std::nullopt : std::optional(isScript ? "#!/bin/sh\n" + text : text));
+    return [write, old] { write(old); };
 }
 
-Undo setFile(const std::string &path, const std::string &value) {
-    const std::optional<std::string> old = textOf(path);
-    put(path, value == "none" ? std::nullopt : std::optional(value));
-    return [path, old] { put(path, old); };
-}
-
-Undo setScript(const std::string &name, const std::string &value) {
-    const std::optional<std::string> old = textOf(commandPath(name));
-    putCommand(name, value == "none" ? std::nullopt : std::optional(value));
-    return [name, old] { putCommand(name, old ? std::optional(old->substr(old->find('\n') + 1)) : std::nullopt); };
+template <bool isScript>
+void putLines(ScriptedDevice &, Words &in) {
+    const std::string name = in.text();
+    put(isScript ? "script" : "file", name, in.accept("none") ? "none" : in.lines());
 }
 
 Undo setKey(const std::string &value) {
@@ -528,32 +493,34 @@ Undo setKey(const std::string &value) {
 
 // Applies a setting and returns what undoes it.
 Undo apply(ScriptedDevice &device, const std::string &name, const std::string &value) {
-    const auto number = [&] { return std::stol(value, nullptr, 0); };
     if (const size_t dot = name.find('.'); dot != std::string::npos) {
         const std::string owner = name.substr(0, dot), rest = name.substr(dot + 1);
-        return owner == "file"     ? setFile(scriptPath(rest), value)
-               : owner == "script" ? setScript(rest, value)
-                                   : setField(device, namedMacs().at(owner), rest, value);
+        return owner == "file" || owner == "script" ? put(owner, rest, value)
+                                                    : setField(device, namedMacs().at(owner), rest, value);
     }
-    const std::map<std::string, std::function<Undo()>> settings = {
+    ConfigService &service = configService();
+    const auto number = [&] { return static_cast<int32_t>(std::stol(value, nullptr, 0)); };
+    const std::map<std::string, int32_t *> numbers = {{"upgrade", &State_fw_upgrade},
+                                                      {"download", &State_fw_is_download},
+                                                      {"send", &device.host.sendResult},
+                                                      {"json", &device.host.jsonResult},
+                                                      {"post", &postResult},
+                                                      {"failing-instance", &service.failingInstance}};
+    if (const auto found = numbers.find(name); found != numbers.end()) {
+        return assign(*found->second, number());
+    }
+    const std::map<std::string, std::function<Undo()>> others = {
         {"clock", [&] { return setClockTo(kScriptStart + number()); }},
         {"stamp", [&] { return assign(data_model_time_stamp, static_cast<uint32_t>(kScriptStart + number())); }},
-        {"upgrade", [&] { return assign(State_fw_upgrade, static_cast<int32_t>(number())); }},
-        {"download", [&] { return assign(State_fw_is_download, static_cast<int32_t>(number())); }},
-        {"send", [&] { return assign(device.host.sendResult, static_cast<int>(number())); }},
-        {"post", [&] { return assign(postResult, static_cast<int>(number())); }},
-        {"json", [&] { return assign(device.host.jsonResult, static_cast<int>(number())); }},
-        {"failing", [&] { return assign(configService().failing, value); }},
-        {"failing-instance", [&] { return assign(configService().failingInstance, static_cast<int>(number())); }},
-        {"unpurged-is-number", [&] { return assign(configService().unpurgedIsNumber, true); }},
+        {"failing", [&] { return assign(service.failing, value); }},
+        {"unpurged-is-number", [&] { return assign(service.unpurgedIsNumber, number() != 0); }},
         {"key", [&] { return setKey(value); }},
-        {"slots", [&] { return assign(g_kv1905_bcm_cbs, Kv1905BcmCbs{}); }},
-    };
-    const auto setting = settings.find(name);
-    if (setting == settings.end()) {
+        {"slots", [&] { return assign(g_kv1905_bcm_cbs, Kv1905BcmCbs{}); }}};
+    const auto found = others.find(name);
+    if (found == others.end()) {
         misread("no such setting", name);
     }
-    return setting->second();
+    return found->second();
 }
 
 void set(ScriptedDevice &device, Words &in) {
@@ -590,7 +557,7 @@ const Row kActions[] = {
 const Row kPreparations[] = {
     {"account", addAccount},
     {"device", [](ScriptedDevice &device, Words &in) { deviceAt(device, in.mac()); }},
-    {"file", putFile},
+    {"file", putLines<false>},
     {"forget", forgetDevice},
     {"interfaces", setInterfaces},
     {"no", removeAll},
@@ -601,7 +568,7 @@ const Row kPreparations[] = {
      }},
     {"password", encryptPassword},
     {"radio", addRadio},
-    {"script", putScript},
+    {"script", putLines<true>},
     {"set", set},
     {"stations", writeStations},
     {"touch", touch},

@@ -1,7 +1,8 @@
 #include "scenarios/words.h"
 
+#include <strings.h>
+
 #include <algorithm>
-#include <cctype>
 #include <cstring>
 #include <span>
 #include <stdexcept>
@@ -10,16 +11,23 @@ namespace kvtest {
 
 namespace {
 
+bool isQuote(char c) {
+    return c == '"' || c == '\'';
+}
+
 // Reads the quoted text that begins at `at` and returns the position after the closing quote.
 size_t readQuoted(const std::string &line, size_t at, std::string &text) {
+    static const std::map<char, char> escapes = {{'n', '\n'}, {'r', '\r'}, {'t', '\t'}};
     const char quote = line[at++];
     for (; at < line.size() && line[at] != quote; ++at) {
-        const std::string escaped = line[at] == '\\' ? line.substr(++at, 1) : "";
-        if (escaped == "x") {
+        if (line[at] != '\\') {
+            text += line[at];
+        } else if (line[++at] == 'x') {
             text += static_cast<char>(fromHex(line.substr(at + 1, 2)).at(0));
             at += 2;
         } else {
-            text += escaped == "n" ? '\n' : escaped == "r" ? '\r' : escaped == "t" ? '\t' : line[at];
+            const auto escape = escapes.find(line[at]);
+            text += escape == escapes.end() ? line[at] : escape->second;
         }
     }
     if (at >= line.size()) {
@@ -100,38 +108,32 @@ std::string escapedText(const std::string &text) {
 std::vector<std::string> split(const std::string &text, const std::string &separator) {
     std::vector<std::string> parts(1);
     for (size_t at = 0; at < text.size();) {
-        std::string ignored;
-        const bool isQuote = text[at] == '"' || text[at] == '\'';
-        const size_t end = isQuote ? readQuoted(text, at, ignored) : at + 1;
         if (text.compare(at, separator.size(), separator) == 0) {
             parts.emplace_back();
             at += separator.size();
-        } else {
-            parts.back() += text.substr(at, end - at);
-            at = end;
+            continue;
         }
+        std::string ignored;
+        const size_t end = isQuote(text[at]) ? readQuoted(text, at, ignored) : at + 1;
+        parts.back() += text.substr(at, end - at);
+        at = end;
     }
     for (std::string &part : parts) {
-        const size_t begin = std::min(part.find_first_not_of(' '), part.size());
-        part = part.substr(begin, part.find_last_not_of(' ') + 1 - begin);
+        part.erase(0, part.find_first_not_of(' '));
+        part.erase(part.find_last_not_of(' ') + 1);
     }
     return parts;
 }
 
 Words::Words(const std::string &text) {
     for (size_t at = text.find_first_not_of(' '); at < text.size(); at = text.find_first_not_of(' ', at)) {
-        Word &word = words_.emplace_back();
+        Word &word = words_.emplace_back(Word{"", isQuote(text[at])});
         while (at < text.size() && text[at] != ' ') {
-            const bool isValue = !word.text.empty() && word.equals == word.text.size() - 1;
-            if ((text[at] == '"' || text[at] == '\'') && (word.text.empty() || isValue)) {
-                word.isQuoted = word.text.empty();
+            if (isQuote(text[at])) {
                 at = readQuoted(text, at, word.text);
-                continue;
+            } else {
+                word.text += text[at++];
             }
-            if (text[at] == '=' && word.equals == std::string::npos && !word.isQuoted) {
-                word.equals = word.text.size();
-            }
-            word.text += text[at++];
         }
     }
 }
@@ -140,17 +142,17 @@ std::string Words::text() {
     if (empty()) {
         misread("a word is missing", words_.empty() ? "" : "after " + words_.back().text);
     }
-    const auto &[text, isQuoted, equals] = words_[at_++];
-    std::string lower = text;
-    std::transform(text.begin(), text.end(), lower.begin(), [](unsigned char c) { return std::tolower(c); });
-    const auto named = namedMacs().find(lower);
-    if (isQuoted || lower == text || named == namedMacs().end()) {
-        return text;
+    const auto &[text, isQuoted] = words_[at_++];
+    for (const auto &[name, mac] : namedMacs()) {
+        if (!isQuoted && text != name && strcasecmp(text.c_str(), name.c_str()) == 0) {  // AGENT
+            std::string shown = hexText(mac.data(), mac.size());
+            for (size_t colon = 2; colon < shown.size(); colon += 3) {
+                shown.insert(colon, ":");
+            }
+            return shown;
+        }
     }
-    const Mac &mac = named->second;
-    char shown[18];
-    std::snprintf(shown, sizeof shown, "%02X:%02X:%02X:%02X:%02X:%02X", mac[0], mac[1], mac[2], mac[3], mac[4], mac[5]);
-    return shown;
+    return text;
 }
 
 int64_t Words::number() {
@@ -176,12 +178,12 @@ bool Words::accept(const std::string &word) {
 }
 
 bool Words::acceptSetting(std::string &name, std::string &value) {
-    if (empty() || words_[at_].equals == std::string::npos) {
+    const size_t equals = empty() || words_[at_].isQuoted ? std::string::npos : words_[at_].text.find('=');
+    if (equals == std::string::npos) {
         return false;
     }
-    const Word &word = words_[at_++];
-    name = word.text.substr(0, word.equals);
-    value = word.text.substr(word.equals + 1);
+    name = words_[at_].text.substr(0, equals);
+    value = words_[at_++].text.substr(equals + 1);
     return true;
 }
 
@@ -199,50 +201,37 @@ Mac Words::mac() {
 Bytes Words::bytes() {
     Bytes all;
     for (; !empty() && (words_[at_].isQuoted || words_[at_].text != "..."); ++at_) {
-        const auto &[text, isQuoted, equals] = words_[at_];
+        const auto &[text, isQuoted] = words_[at_];
         const size_t star = isQuoted ? std::string::npos : text.find('*');
-        const std::string once = text.substr(0, star);
-        const size_t times = star == std::string::npos ? 1 : std::stoul(text.substr(star + 1));
-        if (once[0] == '@' && !isQuoted) {
-            all.resize(std::stoul(once.substr(1)));
+        if (text[0] == '@' && !isQuoted) {
+            all.resize(std::stoul(text.substr(1)));
             continue;
         }
-        const Bytes one = isQuoted ? Bytes(once.begin(), once.end()) : bytesOf(once);
-        for (size_t n = 0; n < times; ++n) {
-            append(all, one);
+        const Bytes once = isQuoted ? Bytes(text.begin(), text.end()) : bytesOf(text.substr(0, star));
+        for (size_t times = star == std::string::npos ? 1 : std::stoul(text.substr(star + 1)); times > 0; --times) {
+            append(all, once);
         }
     }
     return all;
 }
 
 std::string Words::bytePattern() {
-    std::string pattern;
-    for (bool isMore = true; isMore;) {
-        const Bytes fixed = bytes();
-        pattern += hexText(fixed.data(), fixed.size());
-        isMore = accept("...");
-        pattern += isMore ? "..." : "";
+    const Bytes fixed = bytes();
+    const std::string pattern = hexText(fixed.data(), fixed.size());
+    return accept("...") ? pattern + "..." + bytePattern() : pattern;
+}
+
+std::string Words::join(const char *separator) {
+    std::string all = empty() ? "" : words_[at_++].text;
+    while (!empty()) {
+        all += separator + words_[at_++].text;
     }
-    return pattern;
+    return all;
 }
 
 std::string Words::lines() {
-    std::string all;
-    while (!empty()) {
-        all += words_[at_++].text + "\n";
-    }
-    if (all.ends_with("$\n")) {
-        all.resize(all.size() - 2);
-    }
-    return all;
-}
-
-std::string Words::rest() {
-    std::string all;
-    while (!empty()) {
-        all += (all.empty() ? "" : " ") + words_[at_++].text;
-    }
-    return all;
+    const std::string all = join("\n") + "\n";
+    return all.ends_with("$\n") ? all.substr(0, all.size() - 2) : all;
 }
 
 }  // namespace kvtest

@@ -48,14 +48,15 @@ class Words {
     Bytes bytes();
     std::string bytePattern();
     std::string lines();
-    std::string rest();
+    std::string rest() { return join(" "); }
 
   private:
     struct Word {
         std::string text;
         bool isQuoted = false;
-        size_t equals = std::string::npos;  // position of an unquoted '='
     };
+
+    std::string join(const char *separator);
 
     std::vector<Word> words_;
     size_t at_ = 0;
