@@ -436,7 +436,8 @@ class Joining : public testing::Test {
     // So many bytes that follow that part of the frame, in hex.
     static std::string after(const Bytes &frame, const char *part, int count) {
         const Bytes bytes = fromHex(part);
-        auto at = std::search(frame.begin(), frame.end(), bytes.begin(), bytes.end()) + bytes.size();
+        auto at = std::search(frame.begin(), frame.end(), bytes.begin(), bytes.end()) +
+                  static_cast<std::ptrdiff_t>(bytes.size());
         std::string text;
         for (char digits[3]; count > 0; --count) {
             std::snprintf(digits, sizeof digits, "%02X", *at++);

@@ -7,22 +7,42 @@ import subprocess
 import unittest
 from collections import Counter
 
-from lab import NOBODY, Capture, Mesh, MeshTest, nobody_can_run_the_build, poll, run
+from lab import NOBODY, Capture, Mesh, MeshTest, nobody_can_run_the_build, poll, run, secret_file
 
+PASSWORD = "Geheim 42! longer than the key of this mesh"
 ATTRIBUTES = ("RebootAllowed InterfacePowerAllowed FirmwareVersion ModelName IpAddress Mode ProtocolVersion "
               "Channel24G Channel5G ChannelExtra LedStatus Uptime")
 
 
 class Line(MeshTest):
-    def test_controller_learns_both_agents_and_every_frame_is_sound(self):
-        capture = Capture()
-        with Mesh("--devices", "3", "--capture", capture.path) as mesh:
-            mesh.await_learnt("agent1", "agent2")
-            self.check_attributes(mesh)
-            self.check_changed_name(mesh)
-        self.check_frames(capture)
+    """Two new agents find their controller, adopt its settings, and all exchange the plug-in's extensions."""
 
-    def check_attributes(self, mesh):
+    def test_agents_join_and_every_frame_is_sound(self):
+        capture = Capture()
+        with Mesh("--devices", "3", "--password-file", secret_file(self, PASSWORD), "--capture", capture.path) as mesh:
+            self.mesh = mesh
+            mesh.await_learnt("agent1", "agent2")
+            self.check_attributes()
+            self.check_changed_name()
+            self.check_settings()
+            self.check_push()
+            self.check_model()
+            self.check_secrecy()
+        self.check_frames(capture)
+        self.check_onboarding_frames(capture)
+
+    def password_of(self, device):
+        return self.kcfg(device, "get", "NAT_INTF_SETTING.1.password")
+
+    def country_of(self, device):
+        """As stored per radio, and as the driver's tool says it."""
+        stored = tuple(self.kcfg(device, "get", f"WIFI_RADIO.{number}.countryInBeacon") for number in (1, 2))
+        driven = tuple(self.mesh.exec(device, "wl", "-i", name, "country_abbrev_override").stdout.strip().strip('"')
+                       for name in ("wl0", "wl1"))
+        return stored, driven
+
+    def check_attributes(self):
+        mesh = self.mesh
         for name in ("agent1", "agent2"):
             own, seen = mesh.device_in(name, viewer=name), mesh.device_in(name)
             self.assertEqual(seen["AttributeCount"], 14)
@@ -34,20 +54,64 @@ class Line(MeshTest):
         self.assertEqual([device["ManufacturerModel"] for device in devices],
                          ["KV-CONTROLLER", "KV-AGENT1", "KV-AGENT2"])
 
-    def check_changed_name(self, mesh):
+    def check_changed_name(self):
+        mesh = self.mesh
         mesh.exec("agent2", "sed", "-i", "s/^ModelName=.*/ModelName=Renamed/", "/tmp/.kv1905_conf")
         poll(lambda: mesh.device_in("agent2", viewer="agent2")["ModelName"] == "Renamed", 10, "the agent's own reload")
         os.kill(mesh.daemon("agent2")["pid"], signal.SIGUSR1)
         poll(lambda: mesh.device_in("agent2")["ModelName"] == "Renamed", 10, "the new name, told by multicast")
 
     def check_frames(self, capture):
-        capture.check(0, 1)
+        capture.check(0, 1, 69, 70, 76, 77)
         relayed = capture.fields("ieee1905.relay_indicator == 1", "frame.interface_name", "eth.src",
                                  "ieee1905.1905_al_mac_addr", "ieee1905.message_type", "ieee1905.message_id",
                                  "ieee1905.fragment_id")
         self.assertTrue({"0x0001", "0x0004"} <= {row[3] for row in relayed}, "notifications and the maker's messages")
         self.assertEqual([row for row, times in Counter(relayed).items() if times > 1], [],
                          "a relayed message passes a link once in one direction")
+
+    def check_settings(self):
+        for agent in ("agent1", "agent2"):
+            poll(lambda: self.password_of(agent) == PASSWORD, 20, f"the controller's password on {agent}")
+            poll(lambda: self.country_of(agent) == (("DE", "DE"), ("DE", "DE")), 20, f"the country on {agent}")
+
+        self.kcfg("controller", "set", "WIFI_RADIO.1.countryInBeacon", "US")
+        self.kcfg("controller", "set", "SYNC_KEY_SOURCE.1.key", "")
+        self.kcfg("agent2", "set", "SYNC_KEY_SOURCE.1.key", "")
+        self.kcfg("agent2", "set", "NAT_INTF_SETTING.1.password", "other")
+        self.mesh.call("stop", "agent2")
+        self.mesh.call("start", "agent2")
+        poll(lambda: self.password_of("agent2") == PASSWORD, 20, "the password, sent without a key")
+        poll(lambda: self.country_of("agent2") == (("US", "US"), ("US", "US")), 20, "the new country")
+        self.assertEqual(self.country_of("agent1")[0], ("DE", "DE"), "asked for when it joined, and not since")
+
+    def check_push(self):
+        """An operator's commands reach every device by relayed multicast."""
+        self.app("country", "E0/1")
+        for agent in ("agent1", "agent2"):
+            poll(lambda: self.country_of(agent)[0] == ("E0/1", "E0/1"), 10, f"the pushed country on {agent}")
+        self.mesh.exec("controller", "kv1905App", "post", "202", input="3 4E6577")
+        poll(lambda: self.password_of("agent2") == "New", 10, "the pushed password where no key unscrambles it")
+
+    def check_model(self):
+        for viewer, device in (("controller", "agent2"), ("agent2", "controller")):
+            poll(lambda: self.mesh.device_in(device, viewer)["ApConfigurationList"], 10, f"{device} at {viewer}")
+        entry = self.mesh.device_in("agent2")
+        self.assertEqual([(row["Mdid"], row["Enabled"]) for row in entry["MdidList"]], [(4660, True), (17, True)])
+        self.assertEqual([row["BandIndex"] for row in entry["BssConfigList"]], [0x80, 0x40])
+
+    def check_secrecy(self):
+        for device in self.mesh.names():
+            self.assertNotIn(PASSWORD, self.mesh.log(device), "a password in a log")
+            self.assertNotIn(PASSWORD, self.mesh.exec(device, "cat", "/tmp/kv1905_datamodel.json").stdout)
+        self.assertNotIn(PASSWORD, run("ps", "-eo", "args").stdout)
+
+    def check_onboarding_frames(self, capture):
+        for kind in ("0x04", "0x05"):  # M1, M2
+            told = capture.fields(f"ieee1905.message_type == 0x0009 && wps.message_type == {kind}",
+                                  "kv1905.wsc.element.id")
+            self.assertIn(("1,2,3,4,7",), told)
+        self.assertIn(("0xc0,0xd0",), capture.fields("ieee1905.message_type == 0x0003", "kv1905.element.type"))
 
 
 class Ring(MeshTest):

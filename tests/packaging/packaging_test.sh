@@ -106,12 +106,17 @@ testPackages() {
     grep -q '^message 4711: 02 4e a7 ' /tmp/log || fail "the example sent no answer"
     [[ -f $(pkg-config --variable=plugin kv1905) ]] || fail "kv1905.pc names a plug-in that does not exist"
     testService /usr/lib/systemd/system/kv1905d.service
+    mkdir -p /data
+    quietly /usr/libexec/kv1905/kcfg set NAT_INTF_SETTING.1.password secret
+    quietly /usr/libexec/kv1905/nvram set wl0_passphrase=secret
+    quietly systemctl enable kv1905d.service
     quietly dpkg --remove kv1905-host libkvmap1905-dev libkvmap1905
     grep -q lan0 /etc/default/kv1905d || fail "removal deletes the administrator's options"
     quietly dpkg --purge kv1905-host libkvmap1905-dev libkvmap1905
     # A deleted file of the machine is a device there; any package changes the files below /var and ld.so.cache.
     left=$(find /tmp/changes ! -type c \( -iname '*kv*1905*' -o ! -type d ! -path '*/var/*' ! -name ld.so.cache \))
     [[ -z $left ]] || fail "purged packages leave $left"
+    [[ ! -e /tmp/kv1905_datamodel.json ]] || fail "purged packages leave the JSON file"
 }
 
 # The daemon with the options, PATH, capabilities and read-only system of its unit.
