@@ -38,14 +38,6 @@ TEST_F(MultiAp, TheBssConfigurationByteForByte) {
         list.count = count;
         EXPECT_EQ(kvMAP1905_TlvBss_Config_insert(buffer, &length, &list), -1);
     }
-    EXPECT_EQ(kvMAP1905_TlvBss_Config_insert(nullptr, &length, &list), -1);
-    EXPECT_EQ(kvMAP1905_TlvBss_Config_insert(buffer, &length, nullptr), -1);
-    EXPECT_EQ(logCount(3, "invalid input value when insert BSS Config\n"), 2u);
-    KvMdidInterfaceList none = {};
-    EXPECT_EQ(kvMAP1905_TlvMDID_insert(nullptr, &length, &none), -1);
-    EXPECT_EQ(kvMAP1905_TlvMDID_insert(buffer, &length, nullptr), -1);
-    EXPECT_EQ(kvMAP1905_mdid_update(nullptr), -1);
-    EXPECT_EQ(logCount(3, "invalid input value when insert MDID\n"), 2u);
     EXPECT_EQ(length, 23u);
 }
 
@@ -56,8 +48,6 @@ TEST_F(MultiAp, WhatIsFilledInIsParsed) {
     EXPECT_EQ(Bytes(buffer, buffer + 30),
               fromHex("000000 10 49 00 14 0A 61 C4 01 01 40 02 01 01 03 02 12 34 04 02 00 02 07 01 05 000000"));
     EXPECT_EQ(logLines().back(), (LogLine{2, 7, "KOVAN proprietary field length 24\n"}));
-    EXPECT_EQ(kvMAP1905_ApCfg_fill(nullptr, 3, &bss), 0);
-
     nvram()["wl0_nband"] = "1";
     nvram()["wl0_extattr"] = "77";
     const uint8_t *attribute = buffer + 7;
@@ -77,8 +67,6 @@ TEST_F(MultiAp, WhatIsFilledInIsParsed) {
     ASSERT_EQ(logLines().size(), 9u);
     EXPECT_EQ(logLines()[6].text, "Channel     : 0x07\n");
     EXPECT_EQ(logLines()[8].text, "Bandwidth   : 0x09\n");
-    dumpBssInfo(nullptr);
-    EXPECT_EQ(logLines().back().text, "dump_bssinfo is NULL!\n\n");
 }
 
 TEST_F(MultiAp, OddAttributes) {
