@@ -215,7 +215,7 @@ void ConfigStore::save() {
     const std::string text = printed + std::string("\n");
     // Callers bring members of their own: what could not be read again must not replace the file.
     parse(text);
-    if (text.size() > kConfigLimit) throw std::system_error(EFBIG, std::generic_category(), path_ + ": write");
+    if (text.size() > kConfigLimit) throw support::systemError(path_, "write", EFBIG);
     if (isDamaged_ && rename(path_.c_str(), (path_ + ".damaged").c_str()) == 0) {
         report_(path_ + ": kept as " + path_ + ".damaged");
     }

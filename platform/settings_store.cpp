@@ -79,7 +79,7 @@ void changeSetting(const std::string &name, const std::optional<std::string> &va
     std::string text;
     for (const auto &[key, content] : settings.values)
         text += key + '=' + content + '\n';
-    if (text.size() > kStoreLimit) throw std::system_error(EFBIG, std::generic_category(), path + ": write");
+    if (text.size() > kStoreLimit) throw support::systemError(path, "write", EFBIG);
     support::replaceFile(path, text, modeOf(path), support::Durable::Yes);
 }
 

@@ -5,9 +5,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <cerrno>
 #include <cstdint>
-#include <system_error>
 #include <thread>
 
 namespace support {
@@ -17,24 +15,20 @@ namespace {
 constexpr std::chrono::milliseconds kLockPoll{5};
 constexpr mode_t kLockMode = 0600;
 
-[[noreturn]] void fail(const std::string &path, const char *step, int error = errno) {
-    throw std::system_error(error, std::generic_category(), path + ": " + step);
-}
-
 FileDescriptor openLock(const std::string &path) {
     // Created only where it is missing: with O_CREAT the kernel refuses even root another user's file in /tmp.
     for (const int flags : {0, O_CREAT | O_EXCL, 0}) {
         FileDescriptor fd(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK | flags, kLockMode));
         if (fd.valid()) return fd;
     }
-    fail(path, "open");
+    throw systemError(path, "open");
 }
 
 void writeAll(const FileDescriptor &fd, std::string_view content, const std::string &path) {
     while (!content.empty()) {
         const ssize_t written = write(fd.get(), content.data(), content.size());
         if (written < 0 && errno == EINTR) continue;
-        if (written < 0) fail(path, "write");
+        if (written < 0) throw systemError(path, "write");
         content.remove_prefix(static_cast<size_t>(written));
     }
 }
@@ -62,6 +56,10 @@ class TemporaryFile {
 
 }  // namespace
 
+std::system_error systemError(const std::string &subject, const char *step, int error) {
+    return {error, std::generic_category(), subject + ": " + step};
+}
+
 FileDescriptor::~FileDescriptor() {
     if (fd_ >= 0) close(fd_);
 }
@@ -69,8 +67,8 @@ FileDescriptor::~FileDescriptor() {
 FileDescriptor openRegular(const std::string &path) {
     FileDescriptor fd(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
     struct stat facts = {};
-    if (!fd.valid() || fstat(fd.get(), &facts) != 0) fail(path, "open");
-    if (!S_ISREG(facts.st_mode)) fail(path, "open", S_ISDIR(facts.st_mode) ? EISDIR : EINVAL);
+    if (!fd.valid() || fstat(fd.get(), &facts) != 0) throw systemError(path, "open");
+    if (!S_ISREG(facts.st_mode)) throw systemError(path, "open", S_ISDIR(facts.st_mode) ? EISDIR : EINVAL);
     return fd;
 }
 
@@ -81,18 +79,19 @@ std::string readFile(const std::string &path, size_t limit) {
     for (;;) {
         const ssize_t got = read(fd.get(), piece, sizeof piece);
         if (got < 0 && errno == EINTR) continue;
-        if (got < 0) fail(path, "read");
+        if (got < 0) throw systemError(path, "read");
         if (got == 0) return content;
         content.append(piece, static_cast<size_t>(got));
-        if (content.size() > limit) fail(path, "read", EFBIG);
+        if (content.size() > limit) throw systemError(path, "read", EFBIG);
     }
 }
 
 FileLock::FileLock(const std::string &path, std::chrono::milliseconds timeout) : fd_(openLock(path)) {
     const auto deadline = std::chrono::steady_clock::now() + timeout;
     while (flock(fd_.get(), LOCK_EX | LOCK_NB) != 0) {
-        if (errno != EWOULDBLOCK && errno != EINTR) fail(path, "lock");
-        if (std::chrono::steady_clock::now() >= deadline) fail(path, "wait for another process's lock", ETIMEDOUT);
+        if (errno != EWOULDBLOCK && errno != EINTR) throw systemError(path, "lock");
+        if (std::chrono::steady_clock::now() >= deadline)
+            throw systemError(path, "wait for another process's lock", ETIMEDOUT);
         std::this_thread::sleep_for(kLockPoll);
     }
 }
@@ -101,11 +100,11 @@ void replaceFile(const std::string &path, std::string_view content, mode_t mode,
     // In the same directory: only there a rename is one step.
     const TemporaryFile next(path + ".new");
     const FileDescriptor fd(open(next.path(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, mode & 0600));
-    if (!fd.valid()) fail(path, "create a temporary file next to it");
-    if (fchmod(fd.get(), mode) != 0) fail(path, "set the mode");
+    if (!fd.valid()) throw systemError(path, "create a temporary file next to it");
+    if (fchmod(fd.get(), mode) != 0) throw systemError(path, "set the mode");
     writeAll(fd, content, path);
-    if (durable == Durable::Yes && fsync(fd.get()) != 0) fail(path, "write");
-    if (rename(next.path(), path.c_str()) != 0) fail(path, "replace");
+    if (durable == Durable::Yes && fsync(fd.get()) != 0) throw systemError(path, "write");
+    if (rename(next.path(), path.c_str()) != 0) throw systemError(path, "replace");
     if (durable == Durable::Yes) syncDirectoryOf(path);
 }
 

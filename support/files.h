@@ -1,16 +1,20 @@
-// Files: descriptors, bounded reads, locks, atomic replacement. Whatever fails throws std::system_error with a text of
-// "PATH: STEP".
+// Files: descriptors, bounded reads, locks, atomic replacement. Whatever fails throws systemError(PATH, STEP).
 #pragma once
 
 #include <sys/types.h>
 
+#include <cerrno>
 #include <chrono>
 #include <cstddef>
 #include <string>
 #include <string_view>
+#include <system_error>
 #include <utility>
 
 namespace support {
+
+// What a failed system call throws; its text begins with "SUBJECT: STEP".
+std::system_error systemError(const std::string &subject, const char *step, int error = errno);
 
 // Closes its file descriptor at the end of its life.
 class FileDescriptor {

@@ -49,7 +49,7 @@ std::optional<uint8_t> parseResult(std::string_view text) {
 
 ResultFile::ResultFile(const std::string &path, Duration timeout) : path_(path), lock_(waitTurn(path, timeout)) {
     if (unlink(path.c_str()) == 0 || errno == ENOENT) return;
-    throw std::system_error(errno, std::generic_category(), path + ": remove an earlier result");
+    throw support::systemError(path, "remove an earlier result");
 }
 
 std::optional<uint8_t> ResultFile::read() const {

@@ -6,8 +6,8 @@
 
 #include "arguments.h"
 #include "command/client.h"
-#include "daemon/plugin.h"
 #include "result_file.h"
+#include "support/plugin_library.h"
 
 namespace kv1905d {
 namespace {
@@ -30,7 +30,7 @@ int collect(uint32_t code, void *buffer, uint32_t size) {
 // What the plug-in makes of the arguments; nothing when it refuses them.
 std::optional<Collected> askPlugin(const ToolCommand &command, std::vector<std::string> arguments,
                                    const std::string &path) {
-    const PluginLibrary plugin(path);
+    const support::PluginLibrary plugin(path);
     const auto funcReg = plugin.symbol<decltype(&kvMAP1905_Func_reg)>("kvMAP1905_Func_reg");
     const auto entryPoint = plugin.symbol<ToolEntry>(command.entryPoint);
     Kv1905BcmCbs table{};

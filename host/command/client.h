@@ -7,20 +7,20 @@
 #include <string>
 
 #include "command/protocol.h"
-#include "daemon/ethernet_port.h"
 #include "ieee1905/clock.h"
+#include "support/files.h"
 
 namespace kv1905d {
 
 // All throw std::system_error that names the path.
 
 // A socket with more flags, such as SOCK_NONBLOCK, and the address of the path.
-FileDescriptor newCommandSocket(const std::string &path, int flags);
+support::FileDescriptor newCommandSocket(const std::string &path, int flags);
 sockaddr_un commandAddress(const std::string &path);
 
 // Connects to the daemon; ETIMEDOUT when it does not accept in time. timeout: for each step of an exchange; without
 // one, the socket does not block.
-FileDescriptor connectToDaemon(const std::string &path, std::optional<Duration> timeout);
+support::FileDescriptor connectToDaemon(const std::string &path, std::optional<Duration> timeout);
 
 // Posts one command and receives the reply; ETIMEDOUT when the daemon does not accept or answer it in time.
 Reply postCommand(const std::string &path, const Post &post, Duration timeout);

@@ -26,12 +26,8 @@ Verdict verdictOn(const CommandRow &row, ByteView buffer, const CommandActions &
     return verdicts[static_cast<size_t>(actions.find(target))];
 }
 
-std::system_error systemError(const std::string &path, const char *step) {
-    return {errno, std::generic_category(), path + ": " + step};
-}
-
 // Only the owner may connect, from the first moment on.
-bool bindTo(const std::string &path, const FileDescriptor &fd) {
+bool bindTo(const std::string &path, const support::FileDescriptor &fd) {
     const sockaddr_un address = commandAddress(path);
     const mode_t before = umask(0177);
     const bool bound = bind(fd.get(), reinterpret_cast<const sockaddr *>(&address), sizeof address) == 0;
@@ -59,10 +55,11 @@ void removeStale(const std::string &path) {
     if (!isRefused(path)) {
         throw std::runtime_error(path + ": another daemon serves it; stop that one or choose another --socket");
     }
-    if (unlink(path.c_str()) != 0 && errno != ENOENT) throw systemError(path, "remove the socket of an earlier daemon");
+    if (unlink(path.c_str()) != 0 && errno != ENOENT)
+        throw support::systemError(path, "remove the socket of an earlier daemon");
 }
 
-ucred peerOf(const FileDescriptor &fd) {
+ucred peerOf(const support::FileDescriptor &fd) {
     ucred peer{0, static_cast<uid_t>(-1), 0};
     socklen_t size = sizeof peer;
     getsockopt(fd.get(), SOL_SOCKET, SO_PEERCRED, &peer, &size);
@@ -94,12 +91,13 @@ Reply handlePost(ByteView message, const CommandActions &actions) {
 
 CommandServer::CommandServer(const std::string &path) : path_(path), fd_(newCommandSocket(path, SOCK_NONBLOCK)) {
     if (!bindTo(path, fd_)) {
-        if (errno != EADDRINUSE) throw systemError(path, "create the command socket");
+        if (errno != EADDRINUSE) throw support::systemError(path, "create the command socket");
         removeStale(path);
-        if (!bindTo(path, fd_)) throw systemError(path, "create the command socket");
+        if (!bindTo(path, fd_)) throw support::systemError(path, "create the command socket");
     }
     struct stat facts {};
-    if (listen(fd_.get(), kBacklog) != 0 || lstat(path.c_str(), &facts) != 0) throw systemError(path, "listen");
+    if (listen(fd_.get(), kBacklog) != 0 || lstat(path.c_str(), &facts) != 0)
+        throw support::systemError(path, "listen");
     fileDevice_ = facts.st_dev;
     fileNumber_ = facts.st_ino;
 }
@@ -110,19 +108,19 @@ CommandServer::~CommandServer() {
     if (ours) unlink(path_.c_str());
 }
 
-int CommandServer::start(uv_loop_t &loop, CommandActions actions) {
+void CommandServer::start(uv_loop_t &loop, CommandActions actions) {
     actions_ = std::move(actions);
     const int result = uv_poll_init(&loop, &handle_, fd_.get());
-    if (result < 0) return result;
+    if (result < 0) throw support::systemError(path_, "watch the command socket", -result);
     handle_.data = this;
     const auto callback = [](uv_poll_t *handle, int, int) {
         static_cast<CommandServer *>(handle->data)->acceptClient();
     };
-    return uv_poll_start(&handle_, UV_READABLE, callback);
+    uv_poll_start(&handle_, UV_READABLE, callback);
 }
 
 void CommandServer::acceptClient() {
-    FileDescriptor fd(accept4(fd_.get(), nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC));
+    support::FileDescriptor fd(accept4(fd_.get(), nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC));
     if (!fd.valid()) return;
     if (clients_.size() >= kMaxClients) {
         end(clients_.front(), "gives way to a newer connection");

@@ -9,8 +9,8 @@
 #include <string>
 
 #include "command/protocol.h"
-#include "daemon/ethernet_port.h"
-#include "daemon/log.h"
+#include "support/files.h"
+#include "support/log.h"
 
 namespace kv1905d {
 
@@ -28,7 +28,7 @@ struct CommandActions {
     std::function<CommandEffect(uint32_t, void *)> run;
 };
 
-// Check a post and run it. The plug-in gets a copy, aligned and zero-filled to more than kMaxCommandSize bytes.
+// Checks a post and runs it. The plug-in gets a copy, aligned and zero-filled to more than kMaxCommandSize bytes.
 Reply handlePost(ByteView message, const CommandActions &actions);
 
 // Its user and root may post.
@@ -41,15 +41,15 @@ class CommandServer {
     CommandServer(const CommandServer &) = delete;
     CommandServer &operator=(const CommandServer &) = delete;
 
-    // Serve on that loop from now on. Returns libuv's result.
-    int start(uv_loop_t &loop, CommandActions actions);
+    // Serves on that loop from now on. Throws std::system_error.
+    void start(uv_loop_t &loop, CommandActions actions);
 
   private:
     static constexpr size_t kMaxClients = 8;  // the oldest has to go when another one comes
 
     struct Client {
         CommandServer *server;
-        FileDescriptor fd;
+        support::FileDescriptor fd;
         uv_poll_t handle{};
     };
 
@@ -59,12 +59,12 @@ class CommandServer {
     void end(Client &client, const char *complaint = nullptr);
 
     std::string path_;
-    FileDescriptor fd_;
+    support::FileDescriptor fd_;
     dev_t fileDevice_ = 0;
     ino_t fileNumber_ = 0;
     uv_poll_t handle_{};
     CommandActions actions_;
-    LogGate complaints_;
+    support::LogGate complaints_;
     std::list<Client> clients_;  // those whose handle is still closing included
 };
 

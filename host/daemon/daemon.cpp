@@ -109,8 +109,7 @@ void Daemon::run() {
             schedule();
         });
     }
-    const int result = commands_.start(loop_.handle(), commandActions());
-    if (result < 0) throw std::runtime_error(std::string("watch the command socket: ") + uv_strerror(result));
+    commands_.start(loop_.handle(), commandActions());
     loop_.addTimer([this] { everySecond(); }).start(Duration{}, std::chrono::seconds(1));
     KV_HOST_LOG(KV_LOG_NOTICE, "kv1905d %s runs as %s %s on %zu interface(s)", KV1905_VERSION, role(),
                 options_.alMac.text().c_str(), ports_.size());

@@ -13,6 +13,7 @@
 #include "daemon/onboarding.h"
 #include "daemon/options.h"
 #include "daemon/plugin_side.h"
+#include "support/log.h"
 
 namespace kv1905d {
 
@@ -55,7 +56,7 @@ class Daemon {
     std::unique_ptr<PluginSide> plugin_;  // null without a plug-in
     std::unique_ptr<Onboarding> onboarding_;
     DataModelWriter writer_;
-    LogGate malformed_;
+    support::LogGate malformed_;
     uint64_t seconds_ = 0;  // calls of everySecond
     EventLoop loop_;        // closed before what it watches
     EventLoop::Timer &nodeTimer_;

@@ -4,8 +4,8 @@
 #include <functional>
 #include <string>
 
-#include "daemon/log.h"
 #include "ieee1905/clock.h"
+#include "support/log.h"
 
 namespace kv1905d {
 
@@ -30,7 +30,7 @@ class DataModelWriter {
     TimePoint earliest_{};
     bool isRequested_ = false;
     int lastResult_ = 0;  // KV_RET_OK
-    LogGate failures_;
+    support::LogGate failures_;
 };
 
 }  // namespace kv1905d

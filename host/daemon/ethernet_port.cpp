@@ -13,7 +13,6 @@
 #include <cstddef>
 #include <cstring>
 #include <iterator>
-#include <system_error>
 
 #include "ieee1905/cmdu.h"
 
@@ -23,13 +22,13 @@ namespace {
 // A device reports its stations in one burst: 2000 of them take some 130 full frames, 2.3 kB of kernel memory each.
 constexpr int kSocketBuffer = 4 << 20;  // bytes
 
-[[noreturn]] void fail(const std::string &interface, const char *step) {
-    throw std::system_error(errno, std::generic_category(), "interface " + interface + ": " + step);
+std::system_error failureOf(const std::string &interface, const char *step) {
+    return support::systemError("interface " + interface, step);
 }
 
 template <typename T>
 void setOption(int fd, int level, int option, const T &value, const std::string &interface, const char *step) {
-    if (setsockopt(fd, level, option, &value, sizeof value) != 0) fail(interface, step);
+    if (setsockopt(fd, level, option, &value, sizeof value) != 0) throw failureOf(interface, step);
 }
 
 bool interfaceRequest(const std::string &interface, unsigned long request, ifreq &answer) {
@@ -67,7 +66,7 @@ void bindTo(int fd, int index, uint16_t protocol, const std::string &interface) 
     address.sll_family = AF_PACKET;
     address.sll_protocol = htons(protocol);
     address.sll_ifindex = index;
-    if (bind(fd, reinterpret_cast<const sockaddr *>(&address), sizeof address) != 0) fail(interface, "bind");
+    if (bind(fd, reinterpret_cast<const sockaddr *>(&address), sizeof address) != 0) throw failureOf(interface, "bind");
 }
 
 // Beyond the system's limit where that is allowed, else up to it.
@@ -82,9 +81,9 @@ void enlargeBuffers(int fd) {
 // Protocol 0: nothing arrives before bindTo names one, so no frame slips past a filter that is not there yet.
 FileDescriptor openPacketSocket(const std::string &interface, int *index) {
     *index = static_cast<int>(if_nametoindex(interface.c_str()));
-    if (*index == 0) fail(interface, "look up");
+    if (*index == 0) throw failureOf(interface, "look up");
     FileDescriptor fd(socket(AF_PACKET, SOCK_RAW | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
-    if (!fd.valid()) fail(interface, "open a packet socket");
+    if (!fd.valid()) throw failureOf(interface, "open a packet socket");
     enlargeBuffers(fd.get());
     return fd;
 }

@@ -3,7 +3,6 @@
 
 #include <optional>
 #include <string>
-#include <system_error>
 
 #include "ieee1905/wire.h"
 #include "support/files.h"

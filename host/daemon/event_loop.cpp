@@ -1,14 +1,14 @@
 #include "daemon/event_loop.h"
 
-#include <stdexcept>
-#include <string>
 #include <utility>
+
+#include "support/files.h"
 
 namespace kv1905d {
 namespace {
 
 void require(int result, const char *step) {
-    if (result < 0) throw std::runtime_error(std::string("event loop: ") + step + ": " + uv_strerror(result));
+    if (result < 0) throw support::systemError("event loop", step, -result);
 }
 
 }  // namespace

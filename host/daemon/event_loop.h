@@ -10,7 +10,7 @@
 
 namespace kv1905d {
 
-// Every function that can fail throws std::runtime_error that names the step.
+// Every function that can fail throws std::system_error that names the step.
 class EventLoop {
   public:
     using Callback = std::function<void()>;

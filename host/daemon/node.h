@@ -11,12 +11,12 @@
 
 #include "daemon/counters.h"
 #include "daemon/frame_sender.h"
-#include "daemon/log.h"
 #include "daemon/neighbourhood.h"
 #include "daemon/topology.h"
 #include "daemon/vendor_tlv.h"
 #include "ieee1905/reassembly.h"
 #include "ieee1905/relay.h"
+#include "support/log.h"
 
 namespace kv1905d {
 
@@ -150,7 +150,7 @@ class Node {
     std::vector<TimePoint> discoveryDue_;  // per port
     TimePoint notificationDue_;            // TimePoint::max() when there is nothing to notify
     TimePoint earliestNotification_{};
-    LogGate complaints_;
+    support::LogGate complaints_;
 };
 
 }  // namespace kv1905d

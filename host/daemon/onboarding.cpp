@@ -3,7 +3,7 @@
 #include <algorithm>
 
 #include "daemon/jitter.h"
-#include "daemon/log.h"
+#include "support/log.h"
 
 namespace kv1905d {
 namespace {

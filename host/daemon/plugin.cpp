@@ -1,11 +1,10 @@
 #include "daemon/plugin.h"
 
-#include <dlfcn.h>
-
 #include <algorithm>
-#include <stdexcept>
+#include <exception>
 
-#include "daemon/log.h"
+#include "support/log.h"
+#include "support/plugin_library.h"
 
 namespace kv1905d {
 namespace {
@@ -41,19 +40,8 @@ int writeSlot(uint32_t) {
 
 }  // namespace
 
-PluginLibrary::PluginLibrary(const std::string &path)
-    : path_(path), library_(dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL)) {
-    if (library_ == nullptr) throw std::runtime_error(std::string("plug-in: ") + dlerror());
-}
-
-void *PluginLibrary::address(const char *name) const {
-    void *found = dlsym(library_, name);
-    if (found == nullptr) throw std::runtime_error("plug-in " + path_ + " lacks " + name);
-    return found;
-}
-
 PluginSymbols loadPlugin(const std::string &path) {
-    const PluginLibrary library(path);
+    const support::PluginLibrary library(path);
 #define KV_LOOK_UP(member, symbol_) library.symbol<decltype(PluginSymbols::member)>(#symbol_),
     return {KV_PLUGIN_SYMBOLS(KV_LOOK_UP)};
 #undef KV_LOOK_UP

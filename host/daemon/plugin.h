@@ -3,7 +3,6 @@
 
 #include <kv1905/kvMAP1905.h>
 
-#include <bit>
 #include <string>
 
 #include "daemon/frame_sender.h"
@@ -57,29 +56,7 @@ struct PluginSymbols {
 #undef KV_DECLARE_SYMBOL
 };
 
-/*
- * A name without a slash is looked up like a library of the program's own. The library stays loaded until the process
- * ends: it has no call that releases what it holds. Both throw std::runtime_error that names the library and
- * what is missing.
- */
-class PluginLibrary {
-  public:
-    explicit PluginLibrary(const std::string &path);
-
-    // Never null.
-    void *address(const char *name) const;
-    template <typename Pointer>
-    Pointer symbol(const char *name) const {
-        // POSIX makes dlsym's result convertible to a function pointer; C++ wants its bits.
-        return std::bit_cast<Pointer>(address(name));
-    }
-
-  private:
-    std::string path_;
-    void *library_;
-};
-
-// All that the daemon uses. Throws like PluginLibrary.
+// All that the daemon uses. Throws like support::PluginLibrary.
 PluginSymbols loadPlugin(const std::string &path);
 
 /*

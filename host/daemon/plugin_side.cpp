@@ -6,8 +6,8 @@
 #include <iterator>
 
 #include "daemon/event_loop.h"
-#include "daemon/log.h"
 #include "daemon/trace.h"
+#include "support/log.h"
 
 namespace kv1905d {
 namespace {

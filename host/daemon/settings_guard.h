@@ -7,11 +7,11 @@
 #include <cstdint>
 #include <optional>
 
-#include "daemon/log.h"
 #include "daemon/options.h"
 #include "daemon/topology.h"
 #include "daemon/vendor_message.h"
 #include "daemon/vendor_tlv.h"
+#include "support/log.h"
 
 namespace kv1905d {
 
@@ -61,7 +61,7 @@ class SettingsGuard {
     SettingsFrom from_;
     RateLimit questions_{kQuestionCost, kQuestionCredit};
     uint64_t refused_ = 0;
-    LogGate refusals_;
+    support::LogGate refusals_;
 };
 
 }  // namespace kv1905d

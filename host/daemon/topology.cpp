@@ -3,7 +3,7 @@
 #include <cstdlib>
 #include <deque>
 
-#include "daemon/log.h"
+#include "support/log.h"
 
 namespace kv1905d {
 

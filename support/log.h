@@ -3,17 +3,18 @@
 
 #include <kv1905/kvlog.h>
 
+#include <chrono>
 #include <optional>
 
-#include "ieee1905/clock.h"
-
-namespace kv1905d {
+namespace support {
 
 inline constexpr int kLogFacilityHost = 0;
 
 // Writes one line per period and counts those it holds back: whoever sends us frames must not fill the log.
 class LogGate {
   public:
+    using TimePoint = std::chrono::steady_clock::time_point;
+
     __attribute__((format(printf, 4, 5))) void log(int level, TimePoint now, const char *format, ...);
 
   private:
@@ -21,6 +22,6 @@ class LogGate {
     unsigned held_ = 0;
 };
 
-}  // namespace kv1905d
+}  // namespace support
 
-#define KV_HOST_LOG(level, ...) kvMAP_syslog(::kv1905d::kLogFacilityHost, level, __VA_ARGS__)
+#define KV_HOST_LOG(level, ...) kvMAP_syslog(::support::kLogFacilityHost, level, __VA_ARGS__)

@@ -1,11 +1,11 @@
-#include "daemon/log.h"
+#include "support/log.h"
 
 #include <cstdarg>
 #include <cstdio>
 #include <string>
 #include <utility>
 
-namespace kv1905d {
+namespace support {
 
 void LogGate::log(int level, TimePoint now, const char *format, ...) {
     if (last_ && now - *last_ < std::chrono::seconds(10)) {
@@ -23,4 +23,4 @@ void LogGate::log(int level, TimePoint now, const char *format, ...) {
     KV_HOST_LOG(level, "%s%s", line, suffix.c_str());
 }
 
-}  // namespace kv1905d
+}  // namespace support
