@@ -1,4 +1,4 @@
-// What only a program can ask of the entry points: null pointers, the callback table, records in memory.
+// Calls that the scenarios cannot make: null pointers, the callback table, records in memory.
 #include <gtest/gtest.h>
 
 #include <cstring>
@@ -47,24 +47,32 @@ TEST_F(EntryPoints, EachRegistrationCopiesItsOwnSlots) {
     EXPECT_EQ(logLines(), (std::vector<LogLine>{{2, 7, "Enter.\n"}}));
 }
 
-TEST_F(EntryPoints, NullArgumentsAreLogged) {
+TEST_F(EntryPoints, UnusualArgumentsAreHandled) {
     KvRecvVendTlv tlv = {};
     KvBssInfo bss = {};
     KvMdidInterfaceList mdids = {};
     uint32_t length = 0;
-    uint8_t mac[KV_MAC_LEN];
+    uint8_t mac[KV_MAC_LEN] = {};
     KvVendMsg unknown = kv::makeVendMsg(71, 0, nullptr);
+    KvFWCtrlReq withoutTopology = {};
+    withoutTopology.FWURLcount = 0xFFFF;
+    const KvVendMsg firmware = kv::makeVendMsg(VEND_MSG_TYPE_FW_CTRL_REQ, 3, &withoutTopology);
+    KvIntelVendMsg intel = {};
+    intel.msgType = INTEL_MSG_TYPE_RSSI_MEASUREMENT_NOTIFY;
     const struct {
         std::function<long()> call;
         long result;
         int level;
-        std::string line;  // ends so
+        std::string line;
     } cases[] = {
         {[&] { return kvMAP1905_VendSpecMsg_handle(nullptr, 1), 0; }, 0, 4, "Invalid vendor specific message\n"},
         {[&] { return kvMAP1905_VendSpecMsg_handle_Intel(&tlv, 1), 0; }, 0, 4, "Invalid vendor specific message\n"},
         {[&] { return kvMAP1905_VendSpecTlv_handle(&tlv, 10, 1), 0; }, 0, 4, "Invalid vendor specific message\n"},
         {[&] { return kv::handleKvVendSpecMsg(&tlv, 1, &unknown, kv::kOriginNetwork); }, KV_RET_ERR, 4,
          "Vendor specific message type (71) is unsoppourted\n"},
+        {[&] { return kvMAP1905_VenderSpecMsg_send(mac, nullptr, &firmware); }, 0, 7, "SUCCESS send vendor message to"},
+        {[&] { return kvMAP1905_IntelVenderSpecMsg_send(mac, nullptr, &intel); }, KV_RET_ERR, 3,
+         "generate vendor msg fail\n"},
         {[&] { return kvMAP1905_Func_reg(nullptr, 0), 0; }, 0, 3, "registration without a callback table\n"},
         {[] { return kvMAP1905_DevIntfDm_init(nullptr, 1), 0; }, 0, 3,
          "Allocate memory failed for interface vendor data\n"},
