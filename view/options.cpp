@@ -6,6 +6,7 @@
 #include <cstdio>
 
 #include "app/outcome.h"
+#include "kv1905/version.h"
 #include "view/view.h"
 
 namespace kv1905d {

@@ -4,6 +4,7 @@
 
 #include "arguments.h"
 #include "daemon/options.h"
+#include "kv1905/version.h"
 #include "result_file.h"
 
 namespace kv1905d {

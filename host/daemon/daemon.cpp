@@ -12,6 +12,7 @@
 #include <stdexcept>
 
 #include "daemon/trace.h"
+#include "kv1905/version.h"
 
 namespace kv1905d {
 namespace {

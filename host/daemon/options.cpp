@@ -8,6 +8,7 @@
 
 #include "command/protocol.h"
 #include "daemon/ethernet_port.h"
+#include "kv1905/version.h"
 
 namespace kv1905d {
 namespace {

@@ -4,10 +4,10 @@
  *
  * The configuration service behind it holds the device's configuration data model as numbered objects with instances
  * and performs system-wide requests. A device brings its own implementation; libkvplatform.so is the development
- * stand-in. All calls are synchronous and run on the caller's thread. Each returns 0 on success and non-zero on failure.
+ * stand-in. All calls are synchronous and run on the caller's thread.
  *
- * Copies: a get hands out a newly allocated copy. A structure is released with free(), a JSON object with
- * json_object_put(). On failure the out pointer is set to null. A set only reads what it is given.
+ * Ownership: a get returns a newly allocated copy. The caller releases a structure with free() and a JSON object with
+ * json_object_put(). On failure the out pointer is set to null. A set only reads its arguments.
  */
 #ifndef KV1905_KCFG_H
 #define KV1905_KCFG_H
@@ -69,26 +69,71 @@ enum {
     KCFG_REQ_PARTIAL_RESET_DEFAULT = 34 /**< the same, but for what "FactoryResetUnpurgedList" selects */
 };
 
-/** The instance as a structure of the object's type. */
+/**
+ * Reads an instance as a structure of the object's type.
+ * @param object  RDM_OID_*
+ * @param index   the instance
+ * @param copy    receives the structure, which the caller frees
+ * @return 0, or non-zero on failure
+ */
 int kcfgFeObjStructGetWithoutUpdate(uint32_t object, KcfgInstanceIndex *index, void **copy);
 
-/** The next instance after the index, in the service's order; the index is advanced to it. Non-zero after the last. */
+/**
+ * Reads the next instance after the index, in the service's order.
+ * @param object  RDM_OID_*
+ * @param index   all zero at the start; advanced to the instance that was read
+ * @param copy    receives the structure, which the caller frees
+ * @return 0, or non-zero after the last instance
+ */
 int kcfgFeObjStructGetNextWithoutUpdate(uint32_t object, KcfgInstanceIndex *index, void **copy);
 
-/** Write the instance from a structure and apply it. options: null. */
+/**
+ * Writes an instance from a structure and applies it.
+ * @param object  RDM_OID_*
+ * @param index   the instance
+ * @param value   structure of the object's type
+ * @param options null
+ * @return 0, or non-zero on failure
+ */
 int kcfgFeObjStructSet(uint32_t object, KcfgInstanceIndex *index, void *value, const char *options);
 
-/** Write the instance; applying is left to the service. options: null. */
+/**
+ * Writes an instance from a structure and leaves applying it to the service.
+ * @param object  RDM_OID_*
+ * @param index   the instance
+ * @param value   structure of the object's type
+ * @param options null
+ * @return 0, or non-zero on failure
+ */
 int kcfgFeObjStructSetWithoutApply(uint32_t object, KcfgInstanceIndex *index, void *value, const char *options);
 
-/** The instance as a JSON object. */
+/**
+ * Reads an instance as a JSON object.
+ * @param object  RDM_OID_*
+ * @param index   the instance
+ * @param copy    receives the object, which the caller releases
+ * @return 0, or non-zero on failure
+ */
 int kcfgFeObjJsonGet(uint32_t object, KcfgInstanceIndex *index, struct json_object **copy);
 
-/** Write the instance from a JSON object without applying it. options: null. */
+/**
+ * Writes an instance from a JSON object without applying it.
+ * @param object  RDM_OID_*
+ * @param index   the instance
+ * @param value   stays the caller's
+ * @param options null
+ * @return 0, or non-zero on failure
+ */
 int kcfgFeObjJsonSetWithoutApply(uint32_t object, KcfgInstanceIndex *index, struct json_object *value,
                                  const char *options);
 
-/** Ask the service for a KCFG_REQ_*. payload: null, length: 0 for the requests above. 0 when it was accepted. */
+/**
+ * Sends a request to the service.
+ * @param request  KCFG_REQ_*
+ * @param payload  null
+ * @param length   0
+ * @return 0 when the service accepted it, else non-zero
+ */
 int kcfgFeReqSend(uint32_t request, const void *payload, uint32_t length);
 
 #define KCFG_LAYOUT(condition) static_assert(condition, "binary layout of a configuration object changed")

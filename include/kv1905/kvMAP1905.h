@@ -457,234 +457,377 @@ extern KVMAP1905_API char FW_file_date[128];        /**< the plug-in does not re
 #define KV_FLAG_MODE_AP 0x4u
 #define KV_FLAG_MODE_REPEATER 0x8u
 
-/* ---- Registration ---- */
-
 /**
- * Take over the host's callbacks and note the time in g_timeStamp.
- * table: the host's seven slots, only read. flag: 1 copies slot 5 alone (the command tool); any other value
- * copies slots 0 to 4 (the daemon). A slot that is not copied keeps its value; slot 6 is never read.
- * A null table is logged and changes no slot. May be repeated.
+ * @name Registration and data-model access
+ * @{
+ */
+/**
+ * Copies the host's callbacks and stores the time in g_timeStamp. May be repeated.
+ * @param table  the host's seven slots, only read; null is logged and changes no slot
+ * @param flag   1 copies slot 5 alone (the command tool), any other value slots 0 to 4 (the daemon). A slot that is not
+ *               copied keeps its value; slot 6 is never read.
  */
 KVMAP1905_API void kvMAP1905_Func_reg(const Kv1905BcmCbs *table, uint8_t flag);
 
-/** Put the plug-in's AP-configuration setter into slot 6 of g_kv1905_bcm_cbs. ignored: not used. */
+/**
+ * Stores kvMAP1905_ApCfg_set in slot 6 of g_kv1905_bcm_cbs.
+ * @param ignored  not used
+ */
 KVMAP1905_API void kvMAP1905_ApCfg_reg(void *ignored);
 
-/** The AP-configuration setter of slot 6. argument: not used. Returns 0. */
+/**
+ * Is the AP-configuration setter of slot 6; does nothing.
+ * @param argument  not used
+ * @return 0
+ */
 KVMAP1905_API int kvMAP1905_ApCfg_set(void *argument);
 
-/** Ask the host's topology database (slot 0); arguments and result as DM_QUERY_* says. 0 when the slot is empty. */
+/**
+ * Queries the host's topology database through slot 0.
+ * @param code       DM_QUERY_*
+ * @param argument   as DM_QUERY_* defines it, passed through unchanged
+ * @param argument2  likewise
+ * @return the slot's result; 0 with an empty slot, which is logged
+ */
 KVMAP1905_API uintptr_t kvMAP1905_DmData_get(uint32_t code, void *argument, uintptr_t argument2);
 
-/** Ask the host to rewrite its JSON data-model file (slot 1). Returns the slot's result, KV_RET_ERR when empty. */
+/**
+ * Requests a write of the host's JSON data-model file through slot 1.
+ * @return the slot's result; KV_RET_ERR with an empty slot, which is logged
+ */
 KVMAP1905_API int kvMAP1905_JsonDataModel_write(void);
+/** @} */
 
-/* ---- Periodic work, role, local record ---- */
-
-/** Run what is due; call about once a second. May run shell commands. The result carries no meaning. */
+/**
+ * @name Periodic work, role and local record
+ * @{
+ */
+/**
+ * Runs the tasks that are due. Call it about once a second. Blocks while shell commands run (every 10 and 120 seconds).
+ * @return no meaning
+ */
 KVMAP1905_API int kvMAP1905_MainLoop(void);
 
-/** Rebuild kvFlags from /tmp/.kv1905_conf. KV_RET_ERR, and kvFlags unchanged, when the file cannot be opened. */
+/**
+ * Rebuilds kvFlags from /tmp/.kv1905_conf.
+ * @retval 0           kvFlags is rebuilt
+ * @retval KV_RET_ERR  the file cannot be opened; kvFlags is unchanged
+ */
 KVMAP1905_API int kvMAP1905_param_update(void);
 
-/** 1 when the nvram setting multiap_mode makes this device the Multi-AP controller, else 0. Runs "nvram show". */
+/**
+ * Reads the role from the nvram setting multiap_mode. Runs "nvram show" and waits for it.
+ * @retval 1  bit 0 is set: this device is the Multi-AP controller
+ * @retval 0  it is not set, or nvram could not be read
+ */
 KVMAP1905_API int kvMAP1905_findController(void);
 
-/** Start a device's record: decide the controller role, then load everything. dev: zero-filled; null is ignored. */
+/**
+ * Initialises the local device's record: sets the exported controller flag, then loads all files.
+ * @param dev  zero-filled; null is ignored
+ */
 KVMAP1905_API void kvMAP1905_DeviceDm_init(KvDevVendorData *dev);
 
-/** Reload what changed on disk into the record, and renew dev->security (its former secData is freed). Cheap when
- * nothing changed. A null dev is logged. */
+/**
+ * Reloads the files that changed since the last call. Costs two stat calls when nothing changed.
+ * @param dev  the local device's record; null is logged
+ */
 KVMAP1905_API void kvMAP1905_DeviceDm_update(KvDevVendorData *dev);
 
-/** Fill an interface's record from its media type (IEEE 1905.1 code, low 16 bits used). A null intf is logged. */
+/**
+ * Initialises an interface's record from the power settings of its band.
+ * @param intf       the record; null is logged
+ * @param mediaType  IEEE 1905.1 media type; the low 16 bits are used
+ */
 KVMAP1905_API void kvMAP1905_DevIntfDm_init(KvIntfVendorData *intf, uint32_t mediaType);
 
 /**
- * Does this device speak the vendor's protocol? alMac: 6 bytes; isKovan: receives 1 or 0.
- * KV_RET_ERR, and isKovan unchanged, when the host does not know the device.
+ * Reports whether a device speaks the vendor's protocol.
+ * @param alMac    6 bytes
+ * @param isKovan  receives 1 or 0
+ * @retval 0           isKovan is set
+ * @retval KV_RET_ERR  the host does not know the device; isKovan is unchanged
  */
 KVMAP1905_API int checkKovanAgent(const uint8_t *alMac, uint8_t *isKovan);
 
-/** May the controller reboot this device (which 0) or switch its interface power (which 1)? 1 or 0. */
+/**
+ * Reports what the controller may do with this device.
+ * @param which  0: reboot and reset it, 1: switch the power of its interfaces
+ * @return 1 when it may, else 0
+ */
 KVMAP1905_API int kvMAP1905_CtrlFromNbrCap_get(int which);
 
 /**
- * Current channel of a Wi-Fi interface, from "wl -i IFNAME chanspec". channelOut: 16 characters; left unchanged
- * when wl fails, or when ifname is longer than 144 characters or holds one that must not reach a shell.
+ * Reads the current channel of a Wi-Fi interface. Runs "wl -i IFNAME chanspec" and waits for it.
+ * @param ifname      at most 144 characters that are safe for a shell; another name is logged and wl is not run
+ * @param channelOut  room for 16 characters; unchanged when wl fails
  */
 KVMAP1905_API void kvMAP1905_WifiChan_get(const char *ifname, char *channelOut);
-
-/* ---- Sending ---- */
+/** @} */
 
 /**
- * Encode a message of the vendor's set and send it by unicast (slot 2). destinationMac: 6 bytes. msgId: in-out, see
- * Kv1905BcmCbs. msg: only read. KV_RET_ERR when the slot is empty, memory runs out, the type is unknown, the
- * encoded message exceeds KV_VEND_MSG_BUFFER_LEN bytes, or the host's send failed.
+ * @name Sending
+ * Each function encodes one message and hands it to a slot of the callback table. KV_RET_ERR also means: the slot is
+ * empty, memory ran out, the type is unknown, or the encoded message exceeds KV_VEND_MSG_BUFFER_LEN bytes.
+ * @{
+ */
+/**
+ * Sends a message of the vendor's set by unicast (slot 2).
+ * @param destinationMac  6 bytes
+ * @param msgId           in and out, as Kv1905BcmCbs defines it; may be null
+ * @param msg             only read
+ * @return 0 when the host accepted it, else KV_RET_ERR
  */
 KVMAP1905_API int kvMAP1905_VenderSpecMsg_send(const uint8_t *destinationMac, uint16_t *msgId, const KvVendMsg *msg);
 
-/** The same for a message of Intel's set. */
+/**
+ * Sends a message of Intel's set by unicast (slot 2).
+ * @param destinationMac  6 bytes
+ * @param msgId           in and out, as Kv1905BcmCbs defines it; may be null
+ * @param msg             only read
+ * @return 0 when the host accepted it, else KV_RET_ERR
+ */
 KVMAP1905_API int kvMAP1905_IntelVenderSpecMsg_send(const uint8_t *destinationMac, uint16_t *msgId,
                                                     const KvIntelVendMsg *msg);
 
-/** The same to 01:80:C2:00:00:13 (slot 3). */
+/**
+ * Sends a message of the vendor's set to the neighbours, 01:80:C2:00:00:13 (slot 3).
+ * @param msg    only read
+ * @param msgId  in and out, as Kv1905BcmCbs defines it; may be null
+ * @return 0 when the host accepted it, else KV_RET_ERR
+ */
 KVMAP1905_API int kvMAP1905_VenderSpecMcastMsg_send(const KvVendMsg *msg, uint16_t *msgId);
 
-/** The same to 01:80:C2:00:00:13 by relayed multicast (slot 4). */
+/**
+ * Sends a message of the vendor's set to every device by relayed multicast (slot 4).
+ * @param msg    only read
+ * @param msgId  in and out, as Kv1905BcmCbs defines it; may be null
+ * @return 0 when the host accepted it, else KV_RET_ERR
+ */
 KVMAP1905_API int kvMAP1905_VenderSpecRelayMcastMsg_send(const KvVendMsg *msg, uint16_t *msgId);
-
-/* ---- Receiving ---- */
+/** @} */
 
 /**
- * Handle one received vendor-specific TLV of any OUI. tlv: source and value; length: bytes at tlv->value, never
- * read past; msgId: message identifier of the frame (low 16 bits). What is malformed or unknown is logged and dropped.
+ * @name Receiving
+ * Malformed and unknown messages are logged and dropped.
+ * @{
+ */
+/**
+ * Handles one received vendor-specific TLV of any OUI.
+ * @param tlv     source and value
+ * @param length  bytes at tlv->value; nothing beyond them is read
+ * @param msgId   message identifier of the frame (low 16 bits)
  */
 KVMAP1905_API void kvMAP1905_VendSpecTlv_handle(const KvRecvVendTlv *tlv, uint32_t length, uint32_t msgId);
 
 /**
- * The same for a host that does not know the length, vendor's OUI. At least 15 bytes, plus as many as the big-endian
- * number at offset 13 says, must be readable at tlv->value. Prefer kvMAP1905_VendSpecTlv_handle.
+ * Handles one message of the vendor's set whose length the host does not know. Prefer kvMAP1905_VendSpecTlv_handle.
+ * @param tlv    source and value: 15 readable bytes, plus the big-endian number of bytes at offset 13
+ * @param msgId  message identifier of the frame (low 16 bits)
  */
 KVMAP1905_API void kvMAP1905_VendSpecMsg_handle(const KvRecvVendTlv *tlv, uint32_t msgId);
 
-/** The same for Intel's OUI; 28 bytes must be readable at tlv->value. */
+/**
+ * Handles one message of Intel's set whose length the host does not know.
+ * @param tlv    source and value: 28 readable bytes
+ * @param msgId  message identifier of the frame (low 16 bits)
+ */
 KVMAP1905_API void kvMAP1905_VendSpecMsg_handle_Intel(const KvRecvVendTlv *tlv, uint32_t msgId);
-
-/* ---- Configuration exchange ---- */
+/** @} */
 
 /**
- * Ask an agent for its configuration. alMac: the agent's; retry: earlier attempts, 0 for the host. The query is
- * sent again after more than 5 seconds without an answer, at most twice. KV_RET_ERR when it could not be sent.
+ * @name Queries and notifications that the host starts
+ * @{
+ */
+/**
+ * Queries an agent's configuration. Sent again after more than 5 seconds without a response, at most twice.
+ * @param alMac  the agent's AL MAC
+ * @param retry  number of earlier attempts: 0 from a host
+ * @return 0 when it was sent, else KV_RET_ERR
  */
 KVMAP1905_API int kvMAP1905_ConfQuery_send(const uint8_t *alMac, uint8_t retry);
 
 /**
- * Send this device's configuration. source: the query's source, whose MAC receives the answer; msgId: the query's.
- * mcast: 1 sends it to every device by relayed multicast (source is not used, with msgId 0 the host chooses one).
+ * Sends this device's configuration. Runs ifconfig and wl and waits for them.
+ * @param source  the query's source, whose MAC receives the response; not used with mcast 1
+ * @param msgId   the query's; with mcast 1, 0 lets the host choose one
+ * @param mcast   1 sends to every device by relayed multicast
+ * @return 0 when it was sent, else KV_RET_ERR
  */
 KVMAP1905_API int kvMAP1905_ConfRespMsg_send(const KvRecvVendTlv *source, uint16_t msgId, uint8_t mcast);
 
-/* ---- Wi-Fi stations ---- */
-
 /**
- * Ask an agent which stations are associated with it. alMac: the agent's; reserved: not read. Sent once; the answers
- * are merged into the agent's neighbour table. KV_RET_ERR when it could not be sent.
+ * Queries the stations that are associated with an agent. Sent once; responses are merged into the agent's table.
+ * @param alMac     the agent's AL MAC
+ * @param reserved  not read
+ * @return 0 when it was sent, else KV_RET_ERR
  */
 KVMAP1905_API int kvMAP1905_WifiStateQuery_send(const uint8_t *alMac, uint8_t reserved);
 
 /**
- * Tell a device the signal of one station of this device, in Intel's message 0x6A. destination: its AL MAC. msg: the
- * host sets payload (null is refused) with staMac, field11 and field18; the rest is filled in, payload included when
- * the station is known. 0; 1 or 16 when the station is not known: then the payload's own figures were sent; KV_RET_ERR
- * also when nothing could be sent.
+ * Reports the signal of one of this device's stations in Intel's message 0x6A.
+ * @param destination  AL MAC of the receiver
+ * @param msg          the host sets payload (null is refused), its staMac, field11 and field18; the function fills in
+ *                     the rest, payload included when the station is known
+ * @retval 0           sent with the station's figures
+ * @retval 1           the station is not in the list; sent with the payload's own figures
+ * @retval KV_RET_ERR  the list is empty (sent with the payload's own figures), or nothing could be sent
  */
 KVMAP1905_API int kvMAP1905_RssiMeasurementNotify_send(const uint8_t *destination, KvIntelVendMsg *msg);
 
-/* ---- Device control ---- */
-
 /**
- * Ask an agent for the power state of its interfaces; tracked and sent again like a configuration query. alMac: the
- * agent's; retry: earlier attempts, 0 for the host. KV_RET_ERR when it could not be sent.
+ * Queries the power state of an agent's interfaces. Sent again like a configuration query.
+ * @param alMac  the agent's AL MAC
+ * @param retry  number of earlier attempts: 0 from a host
+ * @return 0 when it was sent, else KV_RET_ERR
  */
 KVMAP1905_API int kvMAP1905_IntfPwrStateQuery_send(const uint8_t *alMac, uint8_t retry);
 
-/** Record in the local device's data that a newer firmware is known (result 1). KV_RET_ERR without local data. */
+/**
+ * Records in the local device's record that a newer firmware is available.
+ * @param result  1 records it; another value changes nothing
+ * @return 0, or KV_RET_ERR without a local record
+ */
 KVMAP1905_API int updateKvFWNewfirmware(int result);
 
-/* ---- Multi-AP extensions ---- */
-
 /**
- * Write the value of the MDID TLV (IEEE 1905.1 vendor-specific TLV, element 0xC0) for the list, after filling in every
- * mdid from nvram or from the last answer. buffer: room for 142 bytes; length: receives the bytes written. -1, with
- * length untouched, for null arguments, an empty list, more than 15 entries, or a backhaul BSS "wl0.5" without MDID.
- */
-KVMAP1905_API int kvMAP1905_TlvMDID_insert(uint8_t *buffer, uint32_t *length, KvMdidInterfaceList *list);
-
-/** Fill in every mdid of the list; they stay when nvram cannot be read. May run "nvram show". 0 or -1 as above. */
-KVMAP1905_API int kvMAP1905_mdid_update(KvMdidInterfaceList *list);
-
-/**
- * Write the value of the BSS configuration TLV (element 0xD0). list: uint32_t count, then KvBssConfig entries from
- * offset 4; buffer: room for 7 + 8 * count bytes; none and more than 255 are refused. 0, or -1 with length untouched.
- */
-KVMAP1905_API int kvMAP1905_TlvBss_Config_insert(uint8_t *buffer, uint32_t *length, const void *list);
-
-/**
- * Write the vendor's Wi-Fi Simple Configuration attribute (0x1049, vendor ID 0A 61 C4) for one BSS at buffer + offset,
- * where the caller has room for 24 bytes. Returns the bytes written: 24, or 0 for a null argument.
- */
-KVMAP1905_API int kvMAP1905_ApCfg_fill(uint8_t *buffer, uint32_t offset, const KvBssInfo *bss);
-
-/**
- * Read that attribute from its vendor ID on; sub-elements 1 to 4, in this order, up to the first that is missing.
- * The caller guarantees the sub-elements and one byte after them; prefer kvMAP1905_ApCfg_parse_check_len. 0 or -1.
- */
-KVMAP1905_API int kvMAP1905_ApCfg_parse(const uint8_t *data, KvBssInfo *bss);
-
-/**
- * The same with len bytes from the vendor ID to the attribute's end, in any order. ExtAttribute defaults to the nvram
- * setting of the interface that BandIndex names. -1 for a wrong vendor ID, a wrong length of a sub-element, or one
- * that claims more than remains; fields read before the fault stay.
- */
-KVMAP1905_API int kvMAP1905_ApCfg_parse_check_len(const uint8_t *data, uint32_t len, KvBssInfo *bss);
-
-/** Set ExtAttribute from nvram. subElements: at least 3 bytes, the third is the BandIndex. Returns 0. */
-KVMAP1905_API int kvMAP1905_parameter_init(const uint8_t *subElements, KvBssInfo *bss);
-
-/** Log the nine fields at debug level. */
-KVMAP1905_API void dumpBssInfo(const KvBssInfo *bss);
-
-/* ---- Settings sync ---- */
-
-/**
- * Ask the controller for its administrator password (command 0) or its country in beacons (command 1). The answer is
- * applied when it arrives; none is awaited. KV_RET_ERR for another command or a failed send.
+ * Requests the controller's administrator password or country. A response is applied when it arrives, and none
+ * is awaited.
+ * @param alMac    the controller's AL MAC
+ * @param command  0: password, 1: country in beacons
+ * @return 0 when it was sent, KV_RET_ERR for another command or a failed send
  */
 KVMAP1905_API int kvMAP1905_SyncCtrlSettingReq_send(const uint8_t *alMac, int command);
 
 /**
- * Apply one radio's country with wl: beaconCountry, or when that is empty the part of countryCode before "/". Texts
- * that must not reach a shell are logged and wl is not run. Returns 0.
+ * Applies one radio's country with wl and waits for it. Texts that are not safe for a shell are logged, without wl.
+ * @param ifname         the radio's interface
+ * @param countryCode    its part before "/" is used when beaconCountry is empty
+ * @param beaconCountry  the country in beacons, or empty
+ * @return 0
  */
 KVMAP1905_API int kvMAP1905_CountryInBcn_update(const char *ifname, const char *countryCode, const char *beaconCountry);
-
-/* ---- Operator commands ---- */
+/** @} */
 
 /**
- * In the daemon: run one posted command. buffer: laid out as KV_CMD_* says for the code, only read; its multi-byte
- * fields are read byte by byte, so any alignment will do. The outcome is logged; an agent's answer arrives
- * later in the result file /tmp/1905ReturnValue (one byte as two hexadecimal digits and a newline).
+ * @name TLVs and the Wi-Fi Simple Configuration extension
+ * @{
+ */
+/**
+ * Writes the value of the MDID TLV (IEEE 1905.1 vendor-specific TLV, element 0xC0), after filling in every mdid.
+ * @param buffer  room for 142 bytes
+ * @param length  receives the number of bytes written
+ * @param list    1 to 15 entries
+ * @retval 0   written
+ * @retval -1  a null argument, a wrong number of entries, or a backhaul BSS "wl0.5" without MDID; length is unchanged
+ */
+KVMAP1905_API int kvMAP1905_TlvMDID_insert(uint8_t *buffer, uint32_t *length, KvMdidInterfaceList *list);
+
+/**
+ * Fills in every mdid of the list from the last result or, when a BSSID is new, from "nvram show".
+ * @param list  1 to 15 entries; they stay when nvram cannot be read
+ * @return 0, or -1 as kvMAP1905_TlvMDID_insert
+ */
+KVMAP1905_API int kvMAP1905_mdid_update(KvMdidInterfaceList *list);
+
+/**
+ * Writes the value of the BSS configuration TLV (IEEE 1905.1 vendor-specific TLV, element 0xD0).
+ * @param buffer  room for 7 + 8 * count bytes
+ * @param length  receives the number of bytes written
+ * @param list    a uint32_t count, 1 to 255, then as many KvBssConfig entries from offset 4
+ * @return 0, or -1 with length unchanged
+ */
+KVMAP1905_API int kvMAP1905_TlvBss_Config_insert(uint8_t *buffer, uint32_t *length, const void *list);
+
+/**
+ * Writes the vendor's Wi-Fi Simple Configuration attribute (0x1049, vendor ID 0A 61 C4) for one BSS.
+ * @param buffer  the attribute list under construction
+ * @param offset  position in buffer, with room for 24 bytes
+ * @param bss     only read
+ * @return bytes written: 24, or 0 for a null argument
+ */
+KVMAP1905_API int kvMAP1905_ApCfg_fill(uint8_t *buffer, uint32_t offset, const KvBssInfo *bss);
+
+/**
+ * Parses sub-elements 1 to 4, in this order, up to the first one that is missing. Prefer the function below.
+ * @param data  the attribute from its vendor ID on: the sub-elements and one more readable byte; reads at most 17 bytes
+ * @param bss   receives the fields
+ * @return 0, or -1 for a wrong vendor ID or a null argument
+ */
+KVMAP1905_API int kvMAP1905_ApCfg_parse(const uint8_t *data, KvBssInfo *bss);
+
+/**
+ * Parses sub-elements in any order. ExtAttribute defaults to the nvram setting of the interface that BandIndex names.
+ * @param data  the attribute from its vendor ID on
+ * @param len   bytes from there to the attribute's end
+ * @param bss   receives the fields; those parsed before a fault stay
+ * @retval 0   parsed
+ * @retval -1  a null argument, a wrong vendor ID, a wrong length of a sub-element, or one that exceeds len
+ */
+KVMAP1905_API int kvMAP1905_ApCfg_parse_check_len(const uint8_t *data, uint32_t len, KvBssInfo *bss);
+
+/**
+ * Sets ExtAttribute from nvram.
+ * @param subElements  at least 3 bytes, the third of which is the BandIndex
+ * @param bss          receives ExtAttribute; unchanged when nvram has no setting
+ * @return 0
+ */
+KVMAP1905_API int kvMAP1905_parameter_init(const uint8_t *subElements, KvBssInfo *bss);
+
+/**
+ * Logs the nine fields at debug level.
+ * @param bss  only read
+ */
+KVMAP1905_API void dumpBssInfo(const KvBssInfo *bss);
+/** @} */
+
+/**
+ * @name Operator commands
+ * @{
+ */
+/**
+ * Runs one posted command in the daemon. The outcome is logged. An agent's response arrives later in the result file
+ * /tmp/1905ReturnValue: one byte as two hexadecimal digits and a newline.
+ * @param buffer  laid out as KV_CMD_* defines for the code, any alignment, only read
+ * @param code    KV_CMD_*
  */
 KVMAP1905_API void kvMAP1905_VendSpecCmd_handle(void *buffer, uint32_t code);
+/** @} */
 
 /**
  * @name Tool commands
- * In the command tool: check the arguments of one tool command, fill its buffer and post it through slot 5. context,
- * argv[0] and argv[1] are not read. Returns slot 5's result, -1 when the arguments are refused or the slot is empty.
+ * Each function checks the arguments of one command of the tool, fills its buffer and posts it through slot 5.
  * @{
  */
-/** 2: AL MAC. */
+/**
+ * Posts a reboot (command "2"): AL MAC.
+ * @param context  not read
+ * @param argc     number of entries in argv
+ * @param argv     the command's arguments from argv[2] on; argv[0] and argv[1] are not read
+ * @return slot 5's result; -1 when the arguments are refused or the slot is empty
+ */
 KVMAP1905_API int kvMAP1905_RebootQuery_send(void *context, int argc, char **argv);
-/** 3: AL MAC, interface MAC, media type (hexadecimal), power state. */
+/** Posts interface power control ("3"): AL MAC, interface MAC, media type (hexadecimal), power state.
+ * @copydetails kvMAP1905_RebootQuery_send */
 KVMAP1905_API int kvMAP1905_CtrlInftPwrQuery_send(void *context, int argc, char **argv);
-/** 9: AL MAC, option 1 to 7, topology option, URL. */
+/** Posts firmware control ("9"): AL MAC, option 1 to 7, topology option, URL.
+ * @copydetails kvMAP1905_RebootQuery_send */
 KVMAP1905_API int kvMAP1905_FWCtrlQuery_send(void *context, int argc, char **argv);
-/** 10: AL MAC. */
+/** Posts a reset to factory defaults ("10"): AL MAC. @copydetails kvMAP1905_RebootQuery_send */
 KVMAP1905_API int kvMAP1905_ResetDefaultQuery_send(void *context, int argc, char **argv);
-/** 11: number; 0, 2 to 5 act. */
+/** Posts a firmware result ("11"): number; 0 and 2 to 5 have an effect. @copydetails kvMAP1905_RebootQuery_send */
 KVMAP1905_API int kvMAP1905_FwResult_set(void *context, int argc, char **argv);
-/** 14: AL MAC, state. */
+/** Posts LED control ("14"): AL MAC, state. @copydetails kvMAP1905_RebootQuery_send */
 KVMAP1905_API int kvMAP1905_ledStatus_send(void *context, int argc, char **argv);
-/** 20: AL MAC. */
+/** Posts a partial reset ("20"): AL MAC. @copydetails kvMAP1905_RebootQuery_send */
 KVMAP1905_API int kvMAP1905_PartialResetDefaultQuery_send(void *context, int argc, char **argv);
-/** 100: AL MAC, words... */
+/** Posts a remote command ("100"): AL MAC, words. @copydetails kvMAP1905_RebootQuery_send */
 KVMAP1905_API int kvMAP1905_CmdQuery_send(void *context, int argc, char **argv);
-/** d: two or three numbers. */
+/** Posts log settings ("d"): two or three numbers. @copydetails kvMAP1905_RebootQuery_send */
 KVMAP1905_API int kvMAP1905_SyslogDbg_set(void *context, int argc, char **argv);
-/** One argument, not read. */
+/** Posts a request for the controller's country: one argument, not read. @copydetails kvMAP1905_RebootQuery_send */
 KVMAP1905_API int kvMAP1905_sync_country_req_send(void *context, int argc, char **argv);
-/** Country of 0 to 4. */
+/** Posts the country in beacons: a text of 0 to 4 characters. @copydetails kvMAP1905_RebootQuery_send */
 KVMAP1905_API int kvMAP1905_CountryInBcn_send(void *context, int argc, char **argv);
 /** @} */
 

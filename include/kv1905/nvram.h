@@ -12,8 +12,9 @@ extern "C" {
 #endif
 
 /**
- * Value of a setting. Returns null when there is none; the text belongs to the library, is not freed by the
- * caller and stays valid until the next nvram_get.
+ * Reads a setting.
+ * @param name  the setting's name
+ * @return its value, owned by the library and valid until the next nvram_get; null when there is none
  */
 char *nvram_get(const char *name);
 

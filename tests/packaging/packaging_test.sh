@@ -101,8 +101,8 @@ testPackages() {
     quietly dpkg -i /tmp/input/*.deb
     [[ $(kv1905d --version) == "kv1905d $version" ]] || fail "another version: $(kv1905d --version)"
     # shellcheck disable=SC2046  # words
-    quietly cc -Wall -Wextra -Werror /usr/share/kv1905/examples/minimal_host.c $(pkg-config --cflags --libs kv1905) -o /tmp/example
-    quietly /tmp/example
+    quietly cc -Wall -Wextra -Werror /usr/share/kv1905/examples/minimal_host.c $(pkg-config --cflags kv1905) -o /tmp/example
+    quietly /tmp/example "$(pkg-config --variable=plugin kv1905)"
     grep -q '^message 4711: 02 4e a7 ' /tmp/log || fail "the example sent no answer"
     [[ -f $(pkg-config --variable=plugin kv1905) ]] || fail "kv1905.pc names a plug-in that does not exist"
     testService /usr/lib/systemd/system/kv1905d.service
