@@ -7,7 +7,6 @@
 #include <array>
 #include <cerrno>
 #include <cstddef>
-#include <cstring>
 #include <stdexcept>
 #include <system_error>
 

@@ -13,8 +13,8 @@ constexpr size_t kAttributeSize = 24;
 
 }  // namespace
 
-BssExtension::BssExtension(const PluginSymbols &plugin, const std::vector<RadioOption> &radios) : plugin_(plugin) {
-    for (const RadioOption &radio : radios) {
+BssExtension::BssExtension(const PluginSymbols &plugin, const std::vector<Radio> &radios) : plugin_(plugin) {
+    for (const Radio &radio : radios) {
         if (bands_.size() == KV_MAX_MDID_INTERFACES) break;
         KvMdidInterface &entry = mdids_.interfaces[bands_.size()];
         std::copy(radio.facts.mac.bytes.begin(), radio.facts.mac.bytes.end(), entry.bssid);

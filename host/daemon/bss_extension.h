@@ -5,8 +5,8 @@
 #include <optional>
 #include <vector>
 
-#include "daemon/options.h"
 #include "daemon/plugin.h"
+#include "daemon/radio.h"
 #include "daemon/wifi_band.h"
 #include "ieee1905/bss_elements.h"
 #include "ieee1905/cmdu.h"
@@ -16,7 +16,7 @@ namespace kv1905d {
 class BssExtension {
   public:
     // `plugin` must outlive it. Radios beyond KV_MAX_MDID_INTERFACES are left out: the TLV holds no more.
-    BssExtension(const PluginSymbols &plugin, const std::vector<RadioOption> &radios);
+    BssExtension(const PluginSymbols &plugin, const std::vector<Radio> &radios);
 
     // Have the plug-in look up the MDIDs and build both TLVs anew. May run nvram. A TLV that it refuses is left out.
     void refresh();

@@ -49,7 +49,7 @@ NodeConfig Daemon::openPorts() {
         config.ports.push_back({name, *mac});
         config.ports.back().fd = ports_.back().fd.get();
     }
-    for (const RadioOption &radio : options_.radios) {
+    for (const Radio &radio : options_.radios) {
         config.radios.push_back(radio.facts);
         KV_HOST_LOG(KV_LOG_INFO, "radio %s: %s, media type 0x%04x", radio.name.c_str(), radio.facts.mac.text().c_str(),
                     radio.facts.mediaType);

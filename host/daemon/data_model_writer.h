@@ -2,7 +2,7 @@
 #pragma once
 
 #include <functional>
-#include <string>
+#include <utility>
 
 #include "ieee1905/clock.h"
 #include "support/log.h"

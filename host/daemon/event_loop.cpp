@@ -1,5 +1,6 @@
 #include "daemon/event_loop.h"
 
+#include <cstdint>
 #include <utility>
 
 #include "support/files.h"

@@ -6,7 +6,6 @@
 #include <map>
 #include <optional>
 #include <random>
-#include <string>
 #include <vector>
 
 #include "daemon/counters.h"

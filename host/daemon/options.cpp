@@ -91,7 +91,7 @@ Bytes wifiInfo(const MacAddress &bssid) {
     return info;
 }
 
-RadioOption parseRadio(const std::string &text) {
+Radio parseRadio(const std::string &text) {
     const auto bad = [&](const char *reason) { return BadOption("--radio " + text + ": " + reason); };
     const size_t first = text.find(',');
     const size_t second = first == std::string::npos ? first : text.find(',', first + 1);
@@ -129,8 +129,8 @@ Options check(const RawOptions &raw) {
     if (raw.noPlugin) options.plugin.clear();
     options.settingsFrom = kSettingsFrom.at(raw.settingsFromText);
     refuseRepeats("--interface ", options.interfaces, [](const std::string &name) { return name; });
-    refuseRepeats("--radio ", options.radios, [](const RadioOption &radio) { return radio.name; });
-    refuseRepeats("--radio ", options.radios, [](const RadioOption &radio) { return radio.facts.mac.text(); });
+    refuseRepeats("--radio ", options.radios, [](const Radio &radio) { return radio.name; });
+    refuseRepeats("--radio ", options.radios, [](const Radio &radio) { return radio.facts.mac.text(); });
     if (options.interfaces.size() + options.radios.size() > kMaxInterfaces) {
         throw BadOption("--interface and --radio: more than " + std::to_string(kMaxInterfaces) + " together");
     }

@@ -7,7 +7,8 @@
 #include <vector>
 
 #include "command/protocol.h"
-#include "ieee1905/topology_tlvs.h"
+#include "daemon/radio.h"
+#include "daemon/settings_guard.h"
 
 namespace kv1905d {
 
@@ -15,19 +16,11 @@ namespace kv1905d {
 inline constexpr const char *kDefaultPlugin = "libkvMAP1905.so";
 inline constexpr const char *kDefaultDataModel = "/tmp/kv1905_datamodel.json";
 
-// Whose messages may change this device.
-enum class SettingsFrom { Any, Controller };
-
-struct RadioOption {
-    std::string name;
-    LocalInterface facts;
-};
-
 struct Options {
     MacAddress alMac;  // given, or derived from the first interface's MAC
     std::vector<std::string> interfaces;
     std::string bridge;  // empty: none
-    std::vector<RadioOption> radios;
+    std::vector<Radio> radios;
     std::string plugin = kDefaultPlugin;  // empty: none
     std::string dataModel = kDefaultDataModel;
     std::string socket = kDefaultCommandSocket;  // where operator commands arrive

@@ -7,13 +7,15 @@
 #include <cstdint>
 #include <optional>
 
-#include "daemon/options.h"
 #include "daemon/topology.h"
 #include "daemon/vendor_message.h"
 #include "daemon/vendor_tlv.h"
 #include "support/log.h"
 
 namespace kv1905d {
+
+// Whose messages may change this device.
+enum class SettingsFrom { Any, Controller };
 
 // So many at once, then so many per time: each costs some time, and what is not spent is saved up to the credit.
 class RateLimit {

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <charconv>
 #include <cstdio>
-#include <iterator>
 
 #include "ieee1905/topology_tlvs.h"
 #include "kv1905/vendor_messages.h"

@@ -1,6 +1,7 @@
 #include "reassembly.h"
 
 #include <algorithm>
+#include <iterator>
 
 namespace kv1905d {
 namespace {
