@@ -9,7 +9,7 @@ from pathlib import Path
 LAB = Path(__file__).resolve().parent.parent
 SCRIPT = LAB / "mesh"
 DEFAULT_BUILD = LAB.parent / "build" / "release"
-BUILD_NEEDS = ("bin/kv1905d", "bin/nvram", "bin/wl", "lib/libkvMAP1905.so", "lib/libkvplatform.so")
+BUILD_NEEDS = ("bin/kv1905d", "bin/kcfg", "bin/nvram", "bin/wl", "lib/libkvMAP1905.so", "lib/libkvplatform.so")
 BRIDGE = "br0"
 MAX_DEVICES = 64
 MAX_STATIONS = 65535  # of one device: the last two bytes of a station's MAC count them
