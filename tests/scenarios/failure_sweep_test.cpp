@@ -11,6 +11,7 @@
 #include "kv1905/vendor_messages.h"
 #include "protocol/message_row.h"
 #include "scenarios/scripted_device.h"
+#include "support/fake_system.h"
 #include "support/sample_messages.h"
 
 using namespace kvtest;
@@ -206,7 +207,7 @@ TEST(FailureSweep, AFailureDoesNoHarmAndTheNextCallWorks) {
         const Values before = device->observe();
         const Played clean = play(*device, step);
         const Played cleanAgain = play(*device, step);
-        for (const auto &[kind, call] : namedFailures()) {
+        for (const std::string kind : kFailures) {
             for (size_t nth = 1;; ++nth, ++failures) {
                 device.reset();  // one exists at a time
                 device = preparedDevice();

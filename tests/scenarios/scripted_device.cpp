@@ -10,9 +10,9 @@
 #include "frame/result_file.h"
 #include "frame/vendor_data.h"
 #include "protocol/message_row.h"
-#include "support/captured_log.h"
 #include "support/device_files.h"
 #include "support/fake_config_service.h"
+#include "support/fake_system.h"
 #include "transport/outstanding_queries.h"
 
 namespace kvtest {
@@ -96,14 +96,6 @@ const RecordField *findRecordField(const std::string &name) {
     return field == std::end(kFields) ? nullptr : field;
 }
 
-const std::map<std::string, Call> &namedFailures() {
-    static const std::map<std::string, Call> failures = {
-        {"allocation", Call::Allocation}, {"fopen", Call::OpenFile}, {"popen", Call::OpenPipe},
-        {"system", Call::RunCommand},     {"send", Call::Send},      {"query", Call::Query},
-        {"JSON", Call::JsonWrite},        {"kcfg", Call::Config},    {"post", Call::Post}};
-    return failures;
-}
-
 ScriptedDevice::ScriptedDevice() {
     removeFiles();
     fakeCommand("reboot", "exit 0\n");
@@ -174,7 +166,6 @@ ScriptedDevice::Values ScriptedDevice::observe() const {
     }
     const std::pair<const char *, long> numbers[] = {
         {"led", service.led.enable},
-        {"unpurged", service.unpurged},
         {"upgrade list", kv::FWalmacDataHead == nullptr ? 0u : kv::FWalmacDataHead->count},
         {"download", State_fw_is_download},
         {"upgrade", State_fw_upgrade},
@@ -184,6 +175,7 @@ ScriptedDevice::Values ScriptedDevice::observe() const {
     for (const auto &[name, number] : numbers) {
         put(name, std::to_string(number));
     }
+    put("factory-reset", service.factoryReset);
     put("ssid24", g_MainSSID);
     put("ssid5", g_MainSSID + 33);
     put("bssids", hexText(g_MainBSSID, sizeof g_MainBSSID));

@@ -22,9 +22,6 @@ struct Effect {
     std::string text;
 };
 
-// The kinds of calls to the outside that can fail, by the names that scenarios use.
-const std::map<std::string, Call> &namedFailures();
-
 // A field of a device's record by its name; null when there is none.
 struct RecordField {
     const char *name;

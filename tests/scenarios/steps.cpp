@@ -1,6 +1,4 @@
 // The actions, preparations and settings of scenarios, in tables by their names; README.md explains them.
-#include <sys/stat.h>
-#include <utime.h>
 
 #include <algorithm>
 #include <cstring>
@@ -22,9 +20,9 @@
 #include "protocol/kvMAP1905_message.h"
 #include "scenarios/scripted_device.h"
 #include "scenarios/words.h"
-#include "support/captured_log.h"
 #include "support/device_files.h"
 #include "support/fake_config_service.h"
+#include "support/fake_system.h"
 
 namespace kvtest {
 
@@ -52,12 +50,8 @@ KvDevVendorData &deviceAt(ScriptedDevice &device, const Mac &mac) {
 using ValueReader = Bytes (*)(const Mac &writer, Words &in);
 
 Bytes readMessage(const Mac &writer, Words &in) {
-    std::optional<uint16_t> claimed;
-    if (in.accept("claims")) {
-        claimed = static_cast<uint16_t>(in.number());
-    }
     const uint16_t type = messageType(in);
-    return message(writer, type, in.bytes(), claimed);
+    return message(writer, type, in.bytes());
 }
 
 Bytes readRaw(const Mac &, Words &in) {
@@ -84,14 +78,7 @@ void receive(ScriptedDevice &device, Words &in) {
     device.sender = source;
     device.requestId = static_cast<uint16_t>(msgId);
     const bool hasLength = !in.accept("without-length");
-    const Bytes value = readValue(writer, in);
-    if (hasLength) {
-        return device.host.receive(source, value, static_cast<uint16_t>(msgId));
-    }
-    KvRecvVendTlv tlv = {};
-    std::copy(source.begin(), source.end(), tlv.srcMac);
-    tlv.value = value.data();
-    (value[0] == 0 ? kvMAP1905_VendSpecMsg_handle_Intel : kvMAP1905_VendSpecMsg_handle)(&tlv, msgId);
+    device.host.receive(source, readValue(writer, in), static_cast<uint16_t>(msgId), hasLength);
 }
 
 // Each shorter message; those with an envelope also with the true payload length.
@@ -166,7 +153,7 @@ long insertMdids(ScriptedDevice &, Words &in) {
     uint32_t length = 0;
     const long result = kvMAP1905_TlvMDID_insert(buffer, &length, &list);
     if (length > 0) {
-        note("gives bytes " + hexText(buffer, length));
+        notes().push_back("gives bytes " + hexText(buffer, length));
     }
     return result;
 }
@@ -175,7 +162,7 @@ long updateMdids(ScriptedDevice &, Words &in) {
     KvMdidInterfaceList list = readMdids(in);
     const long result = kvMAP1905_mdid_update(&list);
     for (size_t i = 0; result == 0 && i < list.InterfaceNumberOfEntries; ++i) {
-        note("gives " + std::to_string(list.interfaces[i].mdid));
+        notes().push_back("gives " + std::to_string(list.interfaces[i].mdid));
     }
     return result;
 }
@@ -204,7 +191,7 @@ long sendEmpty(ScriptedDevice &, Words &in) {
     uint16_t msgId = 0;
     const long result = send(&msg, in.accept("untracked") ? nullptr : &msgId);
     if (msgId != 0) {
-        note("gives id " + std::to_string(msgId));
+        notes().push_back("gives id " + std::to_string(msgId));
     }
     return result;
 }
@@ -229,14 +216,14 @@ long powerState(ScriptedDevice &, Words &in) {
 long askWhetherSpeaks(ScriptedDevice &, Words &in) {
     uint8_t speaks = 9;
     const long result = checkKovanAgent(in.mac().data(), &speaks);
-    note("gives " + std::to_string(speaks));
+    notes().push_back("gives " + std::to_string(speaks));
     return result;
 }
 
 long readChannel(ScriptedDevice &, Words &in) {
     char channel[16] = "old";
     kvMAP1905_WifiChan_get(in.text().c_str(), channel);
-    note(std::string("gives ") + channel);
+    notes().push_back(std::string("gives ") + channel);
     return 0;
 }
 
@@ -334,8 +321,8 @@ int postResult = 0;
 
 // Does what the daemon does with a post of the tool.
 int takePost(uint32_t code, void *buffer, uint32_t size) {
-    note("posts " + std::to_string(code) + " " + std::to_string(size));
-    if (callFails(Call::Post)) {
+    notes().push_back("posts " + std::to_string(code) + " " + std::to_string(size));
+    if (callFails("post")) {
         return -1;
     }
     handleCommand(code, static_cast<const uint8_t *>(buffer), size);
@@ -390,12 +377,7 @@ void encryptPassword(ScriptedDevice &, Words &in) {
 }
 
 void forgetDevice(ScriptedDevice &device, Words &in) {
-    const auto found = device.host.devices.find(in.mac());
-    std::free(found->second->security.secData);
-    if (found->first != kLocal) {
-        kv::FreeLinked()(found->second->wifiNbrHead);
-    }
-    device.host.devices.erase(found);
+    device.host.removeDevice(in.mac());
 }
 
 template <size_t size>
@@ -466,17 +448,15 @@ Undo setClockTo(std::time_t now) {
 Undo put(const std::string &kind, const std::string &name, const std::string &text) {
     const bool isScript = kind == "script";
     const std::string path = isScript ? commandPath(name) : scriptPath(name);
-    const auto write = [path](const std::optional<std::string> &content) {
-        if (!content) {
-            std::remove(path.c_str());
-            return;
-        }
-        writeFile(path, *content);
-        chmod(path.c_str(), 0755);
-    };
-    const std::optional<std::string> old = exists(path) ? std::optional(readFile(path)) : std::nullopt;
-    write(text == "none" ? std::nullopt : std::optional(isScript ? "#!/bin/sh\n" + text : text));
-    return [write, old] { write(old); };
+    const std::string old = exists(path) ? readFile(path) : "none";
+    if (text == "none") {
+        std::remove(path.c_str());
+    } else if (isScript) {
+        fakeCommand(name, text);
+    } else {
+        writeFile(path, text);
+    }
+    return [=] { put(kind, name, old); };
 }
 
 template <bool isScript>
@@ -486,9 +466,9 @@ void putLines(ScriptedDevice &, Words &in) {
 }
 
 Undo setKey(const std::string &value) {
-    const auto old = std::exchange(configService().keys, {RdmSyncKeySource{}});
-    std::memcpy(configService().keys[0].key, value.data(), std::min(value.size(), sizeof configService().keys[0].key));
-    return [old] { configService().keys = old; };
+    const RdmSyncKeySource old = std::exchange(configService().key, {});
+    std::memcpy(configService().key.key, value.data(), std::min(value.size(), sizeof old.key));
+    return [old] { configService().key = old; };
 }
 
 // Applies a setting and returns what undoes it.
@@ -498,22 +478,19 @@ Undo apply(ScriptedDevice &device, const std::string &name, const std::string &v
         return owner == "file" || owner == "script" ? put(owner, rest, value)
                                                     : setField(device, namedMacs().at(owner), rest, value);
     }
-    ConfigService &service = configService();
     const auto number = [&] { return static_cast<int32_t>(std::stol(value, nullptr, 0)); };
     const std::map<std::string, int32_t *> numbers = {{"upgrade", &State_fw_upgrade},
                                                       {"download", &State_fw_is_download},
                                                       {"send", &device.host.sendResult},
                                                       {"json", &device.host.jsonResult},
-                                                      {"post", &postResult},
-                                                      {"failing-instance", &service.failingInstance}};
+                                                      {"post", &postResult}};
     if (const auto found = numbers.find(name); found != numbers.end()) {
         return assign(*found->second, number());
     }
     const std::map<std::string, std::function<Undo()>> others = {
         {"clock", [&] { return setClockTo(kScriptStart + number()); }},
         {"stamp", [&] { return assign(data_model_time_stamp, static_cast<uint32_t>(kScriptStart + number())); }},
-        {"failing", [&] { return assign(service.failing, value); }},
-        {"unpurged-is-number", [&] { return assign(service.unpurgedIsNumber, number() != 0); }},
+        {"factory-reset", [&] { return assign(configService().factoryReset, value); }},
         {"key", [&] { return setKey(value); }},
         {"slots", [&] { return assign(g_kv1905_bcm_cbs, Kv1905BcmCbs{}); }}};
     const auto found = others.find(name);
@@ -532,10 +509,7 @@ void set(ScriptedDevice &device, Words &in) {
 // Sets a file's modification time.
 void touch(ScriptedDevice &, Words &in) {
     const std::string path = scriptPath(in.text());
-    const utimbuf times = {in.number(), times.actime};
-    if (utime(path.c_str(), &times) != 0) {
-        misread("no such file", path);
-    }
+    touchFile(path, in.number());
 }
 
 struct Row {
@@ -581,7 +555,7 @@ class CapturedOutput {
     ~CapturedOutput() {
         std::fclose(std::exchange(stdout, stdout_));
         if (size_ > 0) {
-            note(std::string("prints ") + text_);
+            notes().push_back(std::string("prints ") + text_);
         }
         std::free(text_);
     }
@@ -618,12 +592,12 @@ std::vector<Effect> ScriptedDevice::play(const std::string &step) {
         misread("no such step", name);
     }
     std::vector<Undo> undo;
-    std::optional<std::pair<Call, size_t>> failing;
+    std::optional<std::pair<std::string, size_t>> failing;
     std::string setting, value;
     for (bool isWith = in.accept("with"); isWith;) {
         if (in.accept("fail")) {
-            const Call call = namedFailures().at(in.text());
-            failing.emplace(call, in.number());
+            const std::string kind = in.text();
+            failing.emplace(kind, in.number());
         } else if (in.acceptSetting(setting, value)) {
             undo.push_back(apply(*this, setting, value));
         } else {

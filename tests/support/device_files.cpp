@@ -13,18 +13,17 @@ namespace kvtest {
 
 namespace {
 const std::string kCommands = "/tmp/commands";
-const std::string kPath = std::getenv("PATH") == nullptr ? "" : std::getenv("PATH");
+[[maybe_unused]] const bool kIsInPath = setenv("PATH", (kCommands + ":" + std::getenv("PATH")).c_str(), 1) == 0;
 }  // namespace
 
 void writeFile(const std::string &path, const std::string &text) {
+    static std::time_t stamp = 4'200'000'000;  // beyond 2038, the end of 32 bits with a sign
     std::ofstream(path, std::ios::binary) << text;
-    touchFile(path);
+    touchFile(path, ++stamp);
 }
 
-void touchFile(const std::string &path) {
-    static std::time_t stamp = 4'200'000'000;  // beyond 2038, the end of 32 bits with a sign
-    ++stamp;
-    const utimbuf times = {stamp, stamp};
+void touchFile(const std::string &path, std::time_t modified) {
+    const utimbuf times = {modified, modified};
     ASSERT_EQ(utime(path.c_str(), &times), 0) << path << ": run the tests through lab/room";
 }
 
@@ -44,17 +43,14 @@ std::string commandPath(const std::string &name) {
 
 void fakeCommand(const std::string &name, const std::string &script) {
     std::filesystem::create_directories(kCommands);
-    const std::string path = commandPath(name);
-    std::ofstream(path) << "#!/bin/sh\n" << script;
-    chmod(path.c_str(), 0755);
-    setenv("PATH", (kCommands + ":" + kPath).c_str(), 1);
+    writeFile(commandPath(name), "#!/bin/sh\n" + script);
+    chmod(commandPath(name).c_str(), 0755);
 }
 
 void emptyDevice() {
     for (const std::string &path : {kConfigFile, kVersionFile, kCommands, std::string("/data/nvram")}) {
         std::filesystem::remove_all(path);
     }
-    setenv("PATH", kPath.c_str(), 1);
 }
 
 }  // namespace kvtest

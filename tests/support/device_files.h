@@ -1,6 +1,7 @@
-// The device's own files and tools, for tests that run in a private root (/tmp, /etc/kv1905 and /data are theirs).
+// The device's own files and commands, for tests that run in a private root (/tmp, /etc/kv1905 and /data are theirs).
 #pragma once
 
+#include <ctime>
 #include <string>
 
 namespace kvtest {
@@ -8,17 +9,17 @@ namespace kvtest {
 inline const std::string kConfigFile = "/tmp/.kv1905_conf";
 inline const std::string kVersionFile = "/etc/kv1905/kv1905_Version";
 
-// Writes a file whole, or leaves it, and gives it a modification time that it never had in this test.
+// Writes a whole file, with a modification time that no file of this program had before.
 void writeFile(const std::string &path, const std::string &text);
-void touchFile(const std::string &path);
+void touchFile(const std::string &path, std::time_t modified);
 std::string readFile(const std::string &path);
 bool exists(const std::string &path);
 
-// Puts a shell script in front of the real command of that name, until removeCommands.
+// The path of a shell script that takes the place of a command, until emptyDevice.
 std::string commandPath(const std::string &name);
 void fakeCommand(const std::string &name, const std::string &script);
 
-// An empty device: no configuration file, no version file, no settings, no stand-ins for commands.
+// Removes configuration, version, settings and the stand-ins for commands.
 void emptyDevice();
 
 }  // namespace kvtest

@@ -4,93 +4,66 @@
 
 #include <cstdlib>
 #include <cstring>
+#include <span>
 
-#include "support/captured_log.h"
 #include "support/fake_system.h"
-
-namespace kvtest {
-
-ConfigService &configService() {
-    static ConfigService service;
-    return service;
-}
-
-namespace {
-
-bool enter(const std::string &call) {
-    note((call == "get" || call == "jsonGet" ? "reads config " : "config ") + call);
-    return !callFails(Call::Config) && configService().failing != call;
-}
-
-}  // namespace
-
-}  // namespace kvtest
 
 using kvtest::configService;
 
 namespace {
 
-// Where an instance lies, counted from 1; null when there is none.
-struct Place {
-    void *record = nullptr;
-    size_t size = 0;
-};
-
-template <typename Record>
-Place placeIn(std::vector<Record> &records, size_t instance) {
-    if (instance < 1 || instance > records.size()) {
-        return {};
-    }
-    return {&records[instance - 1], sizeof(Record)};
+// Notes the call and returns whether it works.
+bool enter(const std::string &call) {
+    kvtest::notes().push_back((call == "get" || call == "jsonGet" ? "reads config " : "config ") + call);
+    return !kvtest::callFails("kcfg");
 }
 
-Place placeOf(uint32_t object, const KcfgInstanceIndex &index) {
-    auto &service = configService();
-    const size_t instance = index.level == 1 ? index.instance[0] : 0;
-    switch (object) {
-        case RDM_OID_LED_CTRL:
-            return index.level == 0 ? Place{&service.led, sizeof service.led} : Place{};
-        case RDM_OID_NAT_INTF_SETTING:
-            return placeIn(service.accounts, instance);
-        case RDM_OID_WIFI_RADIO:
-            return placeIn(service.radios, instance);
-        case RDM_OID_SYNC_KEY_SOURCE:
-            return placeIn(service.keys, instance);
-        default:
-            return {};
-    }
+// Returns the record of an instance, empty when there is none.
+std::span<uint8_t> recordOf(uint32_t object, const KcfgInstanceIndex &index) {
+    kvtest::ConfigService &service = configService();
+    const auto bytes = [](auto &record) { return std::span(reinterpret_cast<uint8_t *>(&record), sizeof record); };
+    const size_t at = index.level == 1 ? index.instance[0] - 1u : SIZE_MAX;
+    if (object == RDM_OID_LED_CTRL && index.level == 0) return bytes(service.led);
+    if (object == RDM_OID_NAT_INTF_SETTING && at < service.accounts.size()) return bytes(service.accounts[at]);
+    if (object == RDM_OID_WIFI_RADIO && at < service.radios.size()) return bytes(service.radios[at]);
+    if (object == RDM_OID_SYNC_KEY_SOURCE && at == 0 && service.key.key[0] != '\0') return bytes(service.key);
+    return {};
 }
 
 int get(uint32_t object, const KcfgInstanceIndex &index, void **copy) {
-    const Place place = placeOf(object, index);
-    *copy = nullptr;
-    if (place.record == nullptr) {
+    const std::span<uint8_t> record = recordOf(object, index);
+    if (record.empty()) {
         return -1;
     }
-    *copy = std::malloc(place.size);
-    std::memcpy(*copy, place.record, place.size);
+    *copy = std::malloc(record.size());
+    std::memcpy(*copy, record.data(), record.size());
     return 0;
 }
 
 int set(uint32_t object, const KcfgInstanceIndex &index, const void *value, const char *options) {
-    const Place place = placeOf(object, index);
-    const int failing = configService().failingInstance;
-    if (place.record == nullptr || options != nullptr || (failing != 0 && index.instance[0] == failing)) {
+    const std::span<uint8_t> record = recordOf(object, index);
+    if (record.empty() || options != nullptr) {
         return -1;
     }
-    std::memcpy(place.record, value, place.size);
+    std::memcpy(record.data(), value, record.size());
     return 0;
 }
 
 }  // namespace
 
+kvtest::ConfigService &kvtest::configService() {
+    static ConfigService service;
+    return service;
+}
+
 int kcfgFeObjStructGetWithoutUpdate(uint32_t object, KcfgInstanceIndex *index, void **copy) {
     *copy = nullptr;
-    return kvtest::enter("get") ? get(object, *index, copy) : -1;
+    return enter("get") ? get(object, *index, copy) : -1;
 }
 
 int kcfgFeObjStructGetNextWithoutUpdate(uint32_t object, KcfgInstanceIndex *index, void **copy) {
-    if (kvtest::callFails(kvtest::Call::Config)) {
+    *copy = nullptr;
+    if (kvtest::callFails("kcfg")) {
         return -1;
     }
     index->instance[0] = static_cast<uint8_t>(index->level == 0 ? 1 : index->instance[0] + 1);
@@ -99,30 +72,27 @@ int kcfgFeObjStructGetNextWithoutUpdate(uint32_t object, KcfgInstanceIndex *inde
 }
 
 int kcfgFeObjStructSet(uint32_t object, KcfgInstanceIndex *index, void *value, const char *options) {
-    return kvtest::enter("set") ? set(object, *index, value, options) : -1;
+    return enter("set") ? set(object, *index, value, options) : -1;
 }
 
 int kcfgFeObjStructSetWithoutApply(uint32_t object, KcfgInstanceIndex *index, void *value, const char *options) {
-    return kvtest::enter("setQuietly") ? set(object, *index, value, options) : -1;
+    return enter("setQuietly") ? set(object, *index, value, options) : -1;
 }
 
 int kcfgFeObjJsonGet(uint32_t object, KcfgInstanceIndex *, json_object **copy) {
-    *copy = nullptr;
-    if (!kvtest::enter("jsonGet") || object != RDM_OID_FACTORY_RESET) {
-        return -1;
-    }
-    *copy = configService().unpurgedIsNumber ? json_object_new_int(1) : json_object_new_object();
-    return 0;
+    const bool works = enter("jsonGet") && object == RDM_OID_FACTORY_RESET;
+    *copy = works ? json_tokener_parse(configService().factoryReset.c_str()) : nullptr;
+    return works ? 0 : -1;
 }
 
-int kcfgFeObjJsonSetWithoutApply(uint32_t, KcfgInstanceIndex *, json_object *value, const char *options) {
-    if (!kvtest::enter("jsonSet") || options != nullptr) {
+int kcfgFeObjJsonSetWithoutApply(uint32_t object, KcfgInstanceIndex *, json_object *value, const char *options) {
+    if (!enter("jsonSet") || object != RDM_OID_FACTORY_RESET || options != nullptr) {
         return -1;
     }
-    configService().unpurged = json_object_get_int(json_object_object_get(value, "FactoryResetUnpurgedList"));
+    configService().factoryReset = json_object_to_json_string_ext(value, JSON_C_TO_STRING_PLAIN);
     return 0;
 }
 
 int kcfgFeReqSend(uint32_t request, const void *payload, uint32_t length) {
-    return kvtest::enter("req" + std::to_string(request)) && payload == nullptr && length == 0 ? 0 : -1;
+    return enter("req" + std::to_string(request)) && payload == nullptr && length == 0 ? 0 : -1;
 }

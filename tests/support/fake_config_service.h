@@ -1,4 +1,4 @@
-// The configuration library, faked: objects in memory, a journal of calls, failures on demand.
+// A configuration service behind the calls of kcfg.h: objects in memory.
 #pragma once
 
 #include <string>
@@ -12,11 +12,8 @@ struct ConfigService {
     RdmLedCtrl led = {1};
     std::vector<RdmNatIntfSetting> accounts;
     std::vector<RdmWifiRadio> radios;
-    std::vector<RdmSyncKeySource> keys;
-    int unpurged = -1;              // "FactoryResetUnpurgedList" as last written
-    bool unpurgedIsNumber = false;  // hand out a number where an object belongs
-    std::string failing;            // the call that fails from now on
-    int failingInstance = 0;        // the instance whose set fails, 0 for none
+    RdmSyncKeySource key = {};        // empty: none exists
+    std::string factoryReset = "{}";  // JSON
 };
 
 ConfigService &configService();

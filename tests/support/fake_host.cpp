@@ -1,15 +1,13 @@
 #include "support/fake_host.h"
 
-#include <algorithm>
 #include <cstring>
 
 #include "features/device_control/firmware_upgrade_list.h"
 #include "features/multiap/ap_cfg.h"
 #include "features/multiap/mdid_tlv.h"
 #include "features/wifi_clients/local_stations.h"
-#include "periodic_tasks.h"
 #include "frame/vendor_data.h"
-#include "support/captured_log.h"
+#include "periodic_tasks.h"
 #include "support/fake_system.h"
 #include "transport/outstanding_queries.h"
 
@@ -43,27 +41,26 @@ KvIntfList *newInterfaceList() {
 }
 
 uintptr_t dmDataGet(uint32_t code, void *argument, uintptr_t argument2) {
-    if (callFails(Call::Query)) {
+    if (callFails("query")) {
         return code <= DM_QUERY_ALMAC_BY_IFMAC ? KV_RET_ERR : 0;
     }
     const Mac mac = argument == nullptr ? kLocal : macAt(argument);
-    const auto device = host->devices.find(mac);
+    const auto found = host->devices.find(mac);
+    KvDevVendorData *const device = found == host->devices.end() ? nullptr : found->second.get();
     switch (code) {
         case DM_QUERY_DEVICE:
-            return device == host->devices.end() ? KV_RET_ERR : 0;
-        case DM_QUERY_ALMAC_BY_IFMAC: {
-            const auto owner = host->owners.find(mac);
-            if (owner == host->owners.end()) {
+            return device == nullptr ? KV_RET_ERR : 0;
+        case DM_QUERY_ALMAC_BY_IFMAC:
+            if (!host->owners.contains(mac)) {
                 return KV_RET_ERR;
             }
-            std::memcpy(reinterpret_cast<void *>(argument2), owner->second.data(), KV_MAC_LEN);
+            std::memcpy(reinterpret_cast<void *>(argument2), host->owners.at(mac).data(), KV_MAC_LEN);
             return 0;
-        }
         case DM_QUERY_DEV_VENDOR_DATA:
         case DM_QUERY_DEV_WIFI_NBR:
-            return device == host->devices.end() ? 0 : reinterpret_cast<uintptr_t>(device->second.get());
+            return reinterpret_cast<uintptr_t>(device);
         case DM_QUERY_INTF_LIST:
-            return device == host->devices.end() ? 0 : reinterpret_cast<uintptr_t>(newInterfaceList());
+            return device == nullptr ? 0 : reinterpret_cast<uintptr_t>(newInterfaceList());
         default:
             return 0;
     }
@@ -71,22 +68,19 @@ uintptr_t dmDataGet(uint32_t code, void *argument, uintptr_t argument2) {
 
 template <Slot slot>
 int send(KvVendMsgDest *dest, uint16_t *msgId) {
-    Sent record = {slot, macAt(dest->dstMac), Bytes(dest->buffer, dest->buffer + dest->length), std::nullopt};
-    if (msgId != nullptr) {
-        record.msgIdIn = *msgId;
-        if (*msgId == 0) {
-            *msgId = host->nextMsgId++;
-        }
+    const bool isTracked = msgId != nullptr;
+    host->sent.push_back({slot, macAt(dest->dstMac), Bytes(dest->buffer, dest->buffer + dest->length),
+                          isTracked ? std::optional(*msgId) : std::nullopt});
+    if (isTracked && *msgId == 0) {
+        *msgId = host->nextMsgId++;
     }
-    host->sent.push_back(record);
-    note("send");
-    return callFails(Call::Send) ? KV_RET_ERR : host->sendResult;
+    notes().push_back("send");
+    return callFails("send") ? KV_RET_ERR : host->sendResult;
 }
 
 int jsonWrite(uint32_t) {
-    ++host->jsonWrites;
-    note("writes json");
-    return callFails(Call::JsonWrite) ? KV_RET_ERR : host->jsonResult;
+    notes().push_back("writes json");
+    return callFails("JSON") ? KV_RET_ERR : host->jsonResult;
 }
 
 void resetPlugin() {
@@ -105,17 +99,16 @@ void resetPlugin() {
     State_fw_upgrade = 0;
     kv::resetPeriodicTasks();
     setClock(0);
-    clearLog();
+    notes().clear();
 }
 
 }  // namespace
 
-Bytes fromHex(const std::string &text) {
+Bytes fromHex(std::string text) {
+    std::erase(text, ' ');
     Bytes bytes;
-    std::string digits;
-    std::copy_if(text.begin(), text.end(), std::back_inserter(digits), [](char c) { return c != ' '; });
-    for (size_t i = 0; i + 1 < digits.size(); i += 2) {
-        bytes.push_back(static_cast<uint8_t>(std::stoi(digits.substr(i, 2), nullptr, 16)));
+    for (size_t i = 0; i + 1 < text.size(); i += 2) {
+        bytes.push_back(static_cast<uint8_t>(std::stoi(text.substr(i, 2), nullptr, 16)));
     }
     return bytes;
 }
@@ -132,11 +125,8 @@ FakeHost::FakeHost() {
 }
 
 FakeHost::~FakeHost() {
-    for (auto &[mac, device] : devices) {
-        std::free(device->security.secData);
-        if (mac != kLocal) {
-            kv::FreeLinked()(device->wifiNbrHead);
-        }
+    while (!devices.empty()) {
+        removeDevice(devices.begin()->first);
     }
     resetPlugin();
     host = nullptr;
@@ -148,20 +138,32 @@ KvDevVendorData &FakeHost::addDevice(const Mac &alMac) {
     return *device;
 }
 
-void FakeHost::receive(const Mac &source, const Bytes &value, uint16_t msgId) {
+void FakeHost::removeDevice(const Mac &alMac) {
+    const auto found = devices.find(alMac);
+    std::free(found->second->security.secData);
+    if (alMac != kLocal) {  // whose list is the plug-in's
+        kv::FreeLinked()(found->second->wifiNbrHead);
+    }
+    devices.erase(found);
+}
+
+void FakeHost::receive(const Mac &source, const Bytes &value, uint16_t msgId, bool hasLength) {
     const std::unique_ptr<uint8_t[]> exact(new uint8_t[value.size()]);
     std::copy(value.begin(), value.end(), exact.get());
     KvRecvVendTlv tlv = {};
     std::memcpy(tlv.srcMac, source.data(), source.size());
     tlv.value = exact.get();
-    kvMAP1905_VendSpecTlv_handle(&tlv, static_cast<uint32_t>(value.size()), msgId);
+    if (hasLength) {
+        return kvMAP1905_VendSpecTlv_handle(&tlv, static_cast<uint32_t>(value.size()), msgId);
+    }
+    (value[0] == 0 ? kvMAP1905_VendSpecMsg_handle_Intel : kvMAP1905_VendSpecMsg_handle)(&tlv, msgId);
 }
 
-Bytes message(const Mac &alMac, uint16_t type, const Bytes &payload, std::optional<uint16_t> length) {
-    const uint16_t claimed = length.value_or(static_cast<uint16_t>(payload.size()));
+Bytes message(const Mac &alMac, uint16_t type, const Bytes &payload) {
+    const auto length = static_cast<int>(payload.size());
     Bytes value = {0x02, 0x4E, 0xA7};
     append(value, alMac);
-    append(value, std::initializer_list<int>{0x00, 0x01, type >> 8, type & 0xFF, claimed >> 8, claimed & 0xFF});
+    append(value, std::initializer_list<int>{0, 1, type >> 8, type & 0xFF, length >> 8, length & 0xFF});
     append(value, payload);
     return value;
 }

@@ -32,8 +32,8 @@ inline Bytes head(const Bytes &bytes, size_t count) {
     return Bytes(bytes.data(), bytes.data() + count);
 }
 
-// "02 4E A7" -> bytes; white space is ignored.
-Bytes fromHex(const std::string &text);
+// Returns the bytes of hexadecimal digits; blanks are ignored.
+Bytes fromHex(std::string text);
 
 enum class Slot { Unicast, Multicast, RelayedMulticast };
 
@@ -44,7 +44,7 @@ struct Sent {
     std::optional<uint16_t> msgIdIn;  // none: the plug-in passed a null pointer
 };
 
-// One at a time; registers itself, fills KvDevAlMac and resets the plug-in's state, and leaves it reset behind.
+// Registers itself, fills KvDevAlMac, and resets the plug-in's state at its start and end. Exists once at a time.
 class FakeHost {
   public:
     FakeHost();
@@ -53,10 +53,11 @@ class FakeHost {
     FakeHost &operator=(const FakeHost &) = delete;
 
     KvDevVendorData &addDevice(const Mac &alMac);
+    void removeDevice(const Mac &alMac);
     KvDevVendorData &local() { return *devices.at(kLocal); }
 
     // Hands a TLV value to the plug-in in a block of exactly its size, so that a read past it is caught.
-    void receive(const Mac &source, const Bytes &value, uint16_t msgId);
+    void receive(const Mac &source, const Bytes &value, uint16_t msgId, bool hasLength = true);
 
     std::map<Mac, std::unique_ptr<KvDevVendorData>> devices;
     std::map<Mac, Mac> owners;                         // interface MAC -> AL MAC
@@ -64,11 +65,10 @@ class FakeHost {
     std::vector<Sent> sent;
     int sendResult = 0;
     int jsonResult = 0;
-    int jsonWrites = 0;
     uint16_t nextMsgId = 0x1000;  // given to requests
 };
 
-// The bytes of a message from a device: 15-byte envelope, then payload. length overrides the payload length field.
-Bytes message(const Mac &alMac, uint16_t type, const Bytes &payload, std::optional<uint16_t> length = std::nullopt);
+// Returns a message of a device: 15-byte envelope, then payload.
+Bytes message(const Mac &alMac, uint16_t type, const Bytes &payload);
 
 }  // namespace kvtest

@@ -2,53 +2,160 @@
 
 #include <sys/time.h>
 
-#include "support/captured_log.h"
+#include <algorithm>
+#include <cerrno>
+#include <cstdarg>
+#include <cstdio>
+#include <cstdlib>
+#include <utility>
+
+#include "kv1905/kos.h"
+#include "kv1905/kvlog.h"
+#include "kv1905/nvram.h"
 
 namespace {
+
 std::time_t clockNow = 0;
-kvtest::Call failing = kvtest::Call::Allocation;
+std::string failingKind;
 size_t failIn = 0;  // calls of that kind until the one that fails; 0: none is to fail
 bool failed = false;
 size_t allocations = 0;
-}  // namespace
 
-// In a program's own symbol table before the C library's, for plug-in and test alike.
-extern "C" std::time_t time(std::time_t *out) noexcept {
-    std::time_t now = clockNow;
-    if (now == 0) {
-        timeval real = {};
-        gettimeofday(&real, nullptr);
-        now = real.tv_sec;
-    }
-    if (out != nullptr) {
-        *out = now;
-    }
-    return now;
+// Notes the formatted text of a variadic function whose last named parameter is `format`.
+#define NOTE_TEXT(begin)                                  \
+    char text[2048];                                      \
+    va_list arguments;                                    \
+    va_start(arguments, format);                          \
+    std::vsnprintf(text, sizeof text, format, arguments); \
+    va_end(arguments);                                    \
+    kvtest::notes().push_back((begin) + text)
+
+// Whether the call fails, and with which error number.
+bool failsWith(const char *kind, int error) {
+    const bool fails = kvtest::callFails(kind);
+    errno = fails ? error : errno;
+    return fails;
 }
 
-extern "C" unsigned sleep(unsigned seconds) {
-    kvtest::note("sleeps " + std::to_string(seconds));
+}  // namespace
+
+// ---- The platform's calls
+
+int kvMAP_syslog(int facility, int level, const char *format, ...) {
+    NOTE_TEXT("logs " + (facility == KV_LOG_FACILITY_MSG ? "" : std::to_string(facility) + ".") +
+              std::to_string(level) + " ");
     return 0;
 }
 
-// The linker's --wrap=calloc leads the plug-in's calls here.
-extern "C" void *__real_calloc(size_t count, size_t size);
-extern "C" void *__wrap_calloc(size_t count, size_t size) {
-    if (kvtest::callFails(kvtest::Call::Allocation)) {
-        return nullptr;
-    }
-    ++allocations;
-    return __real_calloc(count, size);
+void kvlog(int level, const char *, int, const char *, const char *format, ...) {
+    NOTE_TEXT("logs 0." + std::to_string(level) + " ");
 }
 
+int kos_pk(const char *format, ...) {
+    NOTE_TEXT(std::string("prints "));
+    return 0;
+}
+
+int kos_formsys(int, const char *command) {
+    return std::system(command);
+}
+
+void kvMAP_log_setting(int first, int second, int third) {
+    kvtest::notes().push_back("log-setting " + std::to_string(first) + " " + std::to_string(second) + " " +
+                              std::to_string(third));
+}
+
+char *nvram_get(const char *name) {
+    const auto setting = kvtest::nvram().find(name);
+    return setting == kvtest::nvram().end() ? nullptr : setting->second.data();
+}
+
+// ---- The C library's calls. time and sleep are replaced for plug-in and test alike. The linker's --wrap leads the
+// other calls of the program's objects here, but not those of shared libraries.
+
+extern "C" {
+
+std::time_t time(std::time_t *out) noexcept {
+    timeval now = {clockNow, 0};
+    if (clockNow == 0) {
+        gettimeofday(&now, nullptr);
+    }
+    if (out != nullptr) {
+        *out = now.tv_sec;
+    }
+    return now.tv_sec;
+}
+
+unsigned sleep(unsigned seconds) {
+    kvtest::notes().push_back("sleeps " + std::to_string(seconds));
+    return 0;
+}
+
+void *__real_calloc(size_t count, size_t size);
+std::FILE *__real_fopen(const char *path, const char *mode);
+std::FILE *__real_popen(const char *command, const char *mode);
+int __real_system(const char *command);
+
+void *__wrap_calloc(size_t count, size_t size) {
+    const bool fails = kvtest::callFails("allocation");
+    allocations += fails ? 0 : 1;
+    return fails ? nullptr : __real_calloc(count, size);
+}
+
+std::FILE *__wrap_fopen(const char *path, const char *mode) {
+    return failsWith("fopen", EMFILE) ? nullptr : __real_fopen(path, mode);
+}
+
+// With 64-bit file offsets, a 32-bit C library has a name of its own for fopen.
+std::FILE *__wrap_fopen64(const char *path, const char *mode) {
+    return __wrap_fopen(path, mode);
+}
+
+// Weak, because fuzzing answers commands instead of running them.
+[[gnu::weak]] std::FILE *__wrap_popen(const char *command, const char *mode) {
+    kvtest::notes().push_back(std::string("reads ") + command);
+    return failsWith("popen", EAGAIN) ? nullptr : __real_popen(command, mode);
+}
+
+[[gnu::weak]] int __wrap_system(const char *command) {
+    kvtest::notes().push_back(std::string("runs ") + command);
+    return failsWith("system", EAGAIN) ? -1 : __real_system(command);
+}
+
+}  // extern "C"
+
 namespace kvtest {
+
+std::vector<std::string> &notes() {
+    static std::vector<std::string> all;
+    return all;
+}
+
+std::vector<std::string> takeNotes() {
+    return std::exchange(notes(), {});
+}
+
+size_t logCount(int level, const std::string &text) {
+    const auto isOfLevel = [=](const std::string &note) {
+        return level == kPrint ? note.starts_with("prints ")
+                               : note.starts_with("logs ") && note[note.find(' ', 5) - 1] == '0' + level;
+    };
+    return static_cast<size_t>(std::count_if(notes().begin(), notes().end(), [&](const std::string &note) {
+        return isOfLevel(note) && note.find(text) != std::string::npos;
+    }));
+}
+
+std::map<std::string, std::string> &nvram() {
+    static std::map<std::string, std::string> settings;
+    return settings;
+}
 
 void setClock(std::time_t now) {
     clockNow = now;
 }
 
-FailingCall::FailingCall(Call call, size_t nth) {
-    failing = call;
+FailingCall::FailingCall(const std::string &kind, size_t nth) {
+    failingKind = kind;
     failIn = nth;
     failed = false;
 }
@@ -61,8 +168,8 @@ bool FailingCall::happened() const {
     return failed;
 }
 
-bool callFails(Call call) {
-    if (call != failing || failIn == 0 || --failIn > 0) {
+bool callFails(const char *kind) {
+    if (failIn == 0 || kind != failingKind || --failIn > 0) {
         return false;
     }
     failed = true;
@@ -70,9 +177,7 @@ bool callFails(Call call) {
 }
 
 size_t takeAllocationCount() {
-    const size_t count = allocations;
-    allocations = 0;
-    return count;
+    return std::exchange(allocations, 0);
 }
 
 }  // namespace kvtest

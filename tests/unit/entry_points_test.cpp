@@ -11,7 +11,6 @@
 #include "kv1905/vendor_messages.h"
 #include "protocol/kvMAP1905_message.h"
 #include "protocol/message_row.h"
-#include "support/captured_log.h"
 #include "support/fake_host.h"
 #include "support/fake_system.h"
 #include "transport/receive.h"
@@ -42,9 +41,9 @@ TEST_F(EntryPoints, EachRegistrationCopiesItsOwnSlots) {
     EXPECT_EQ(g_kv1905_bcm_cbs.vendRelayMcastMsgSend, nullptr);
     EXPECT_EQ(g_kv1905_bcm_cbs.cmdSend, tool.cmdSend);
     ASSERT_EQ(g_kv1905_bcm_cbs.apCfgSet, kvMAP1905_ApCfg_set) << "slot 6 survives every registration";
-    clearLog();
+    notes().clear();
     EXPECT_EQ(g_kv1905_bcm_cbs.apCfgSet(nullptr), 0);
-    EXPECT_EQ(logLines(), (std::vector<LogLine>{{2, 7, "Enter.\n"}}));
+    EXPECT_EQ(notes(), (std::vector<std::string>{"logs 2.7 Enter.\n"}));
 }
 
 TEST_F(EntryPoints, UnusualArgumentsAreHandled) {
@@ -92,7 +91,7 @@ TEST_F(EntryPoints, UnusualArgumentsAreHandled) {
         {[] { return dumpBssInfo(nullptr), 0; }, 0, 7, "dump_bssinfo is NULL!\n\n"},
     };
     for (const auto &[call, result, level, line] : cases) {
-        clearLog();
+        notes().clear();
         EXPECT_EQ(call(), result) << line;
         EXPECT_EQ(logCount(level, line), 1u) << line;
     }
@@ -119,7 +118,7 @@ TEST_F(EntryPoints, AReportThatContradictsItsRecordIsDumpedAndNotSent) {
         {5, 13, 0, "generate AlMac 00:11:22:33:44:00 is unequal to 00:11:22:33:44:55!!!\n"},
     };
     for (const auto &c : cases) {
-        clearLog();
+        notes().clear();
         record.dataLen = c.dataLen;
         record.alMac[5] = c.lastByte;
         const KvVendMsg msg = kv::makeVendMsg(VEND_MSG_TYPE_WIFI_CLIENT_MCAST2, c.payloadLen, &record);

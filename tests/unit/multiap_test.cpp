@@ -6,8 +6,8 @@
 #include <cstring>
 #include <memory>
 
-#include "support/captured_log.h"
 #include "support/fake_host.h"
+#include "support/fake_system.h"
 
 using namespace kvtest;
 
@@ -47,7 +47,7 @@ TEST_F(MultiAp, WhatIsFilledInIsParsed) {
     EXPECT_EQ(kvMAP1905_ApCfg_fill(buffer, 3, &bss), 24);
     EXPECT_EQ(Bytes(buffer, buffer + 30),
               fromHex("000000 10 49 00 14 0A 61 C4 01 01 40 02 01 01 03 02 12 34 04 02 00 02 07 01 05 000000"));
-    EXPECT_EQ(logLines().back(), (LogLine{2, 7, "KOVAN proprietary field length 24\n"}));
+    EXPECT_EQ(notes().back(), "logs 2.7 KOVAN proprietary field length 24\n");
     nvram()["wl0_nband"] = "1";
     nvram()["wl0_extattr"] = "77";
     const uint8_t *attribute = buffer + 7;
@@ -61,12 +61,12 @@ TEST_F(MultiAp, WhatIsFilledInIsParsed) {
     EXPECT_EQ(parsed.ExtAttribute, 77) << "without sub-element 7, what nvram says";
     EXPECT_EQ(logCount(7, "MDID:[0x1234]\n"), 3u);
 
-    clearLog();
+    notes().clear();
     const KvBssInfo distinct = {1, 2, 3, 4, 5, 6, 7, 8, 9};
     dumpBssInfo(&distinct);
-    ASSERT_EQ(logLines().size(), 9u);
-    EXPECT_EQ(logLines()[6].text, "Channel     : 0x07\n");
-    EXPECT_EQ(logLines()[8].text, "Bandwidth   : 0x09\n");
+    ASSERT_EQ(notes().size(), 9u);
+    EXPECT_EQ(notes()[6], "logs 2.7 Channel     : 0x07\n");
+    EXPECT_EQ(notes()[8], "logs 2.7 Bandwidth   : 0x09\n");
 }
 
 TEST_F(MultiAp, OddAttributes) {
@@ -115,7 +115,8 @@ TEST_F(MultiAp, OddAttributes) {
         EXPECT_EQ(kvMAP1905_ApCfg_parse_check_len(foreign, length, &bss), -1);
     }
     EXPECT_EQ(logCount(3, "Invalid vendor ID\n"), 4u);
-    EXPECT_TRUE(std::all_of(logLines().begin(), logLines().end(), [](const LogLine &l) { return l.facility == 2; }));
+    EXPECT_TRUE(
+        std::all_of(notes().begin(), notes().end(), [](const std::string &n) { return n.starts_with("logs 2."); }));
 }
 
 TEST_F(MultiAp, AVirtualBssBelongsToTheMainBssBefore) {

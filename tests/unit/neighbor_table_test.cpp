@@ -6,7 +6,6 @@
 #include <algorithm>
 #include <random>
 
-#include "support/captured_log.h"
 #include "support/fake_host.h"
 #include "support/fake_system.h"
 
@@ -77,7 +76,7 @@ TEST_F(NeighborTable, AFullTableRefreshesWhatItHoldsAndTakesNobodyIn) {
     all.resize(kv::kMaxTableStations);
     EXPECT_EQ(table(), all);
     setClock(1'000'500);
-    clearLog();
+    notes().clear();
     EXPECT_EQ(merge({{7, 1}, {0, 1}}), KV_RET_OK);
     EXPECT_EQ(logCount(4, "table is full"), 0u) << "refreshing ages nothing";
     const std::vector<Station> two = {{0xFFFF, 2}, {0, 2}};
