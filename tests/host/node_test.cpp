@@ -1,64 +1,17 @@
 // Nodes that find one another, what they know of the network, and how an agent joins it.
-#include "daemon/node.h"
-
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
-#include <memory>
 
 #include "daemon/bss_extension.h"
 #include "daemon/onboarding.h"
-#include "host_support.h"
+#include "node_host.h"
 
 namespace kv1905d {
 namespace {
 
-constexpr TimePoint kStart{Duration(5000)};
 constexpr Duration kInterval{60000}, kLifetime{70000};
 const Bytes kValue = fromHex("024EA7 0102030405");
-
-// A node whose ports are socket pairs, where one write is one frame; the test holds the far ends.
-struct Host {
-    explicit Host(unsigned device, unsigned ports = 1) {
-        config.alMac = mac(device);
-        config.seed = device;
-        config.radios = {{mac(device, 0x20), 0x0103, Bytes(10)}, {mac(device, 0x21), 0x0105, {}}};
-        for (unsigned port = 0; port < ports; ++port) {
-            int fds[2];
-            EXPECT_EQ(socketpair(AF_UNIX, SOCK_DGRAM | SOCK_NONBLOCK, 0, fds), 0);
-            near.emplace_back(fds[0]);
-            far.emplace_back(fds[1]);
-            config.ports.push_back({"eth" + std::to_string(port), mac(device, 0x10 + port), 0x0001, fds[0]});
-        }
-        events.vendorTlv = [this](const VendorTlv &tlv) {
-            received.emplace_back(tlv.source, Bytes(tlv.value.begin(), tlv.value.end()), tlv.msgId);
-        };
-        start(kStart);
-    }
-    void start(TimePoint now) { node = std::make_unique<Node>(config, events, now); }
-    TimePoint run(TimePoint now) const { return node->run(now); }
-    std::vector<Bytes> sent(size_t port = 0) const {
-        std::vector<Bytes> frames;
-        for (Bytes frame; takeFrame(far[port], frame);)
-            frames.push_back(frame);
-        return frames;
-    }
-    // Whether the node takes the frame for malformed.
-    bool refuses(size_t port, const Bytes &frame) const {
-        const uint64_t before = node->counters().parseFailures;
-        node->receive(port, frame, kStart);
-        return node->counters().parseFailures != before;
-    }
-    const Device *find(unsigned device) const { return node->topology().find(mac(device)); }
-    size_t links() const { return node->topology().local().neighbours.size(); }
-
-    bool isOn = true;
-    NodeConfig config;
-    NodeEvents events;
-    std::vector<FileDescriptor> near, far;
-    std::unique_ptr<Node> node;
-    std::vector<std::tuple<MacAddress, Bytes, uint16_t>> received;  // vendor TLVs with their sources and identifiers
-};
 
 // Two of them on one link, and a clock that moves when a test says so.
 template <typename End>
