@@ -15,13 +15,12 @@ namespace {
 
 constexpr char kDirectory[] = "/tmp/config", kConfig[] = "/tmp/config/kcfg.json", kSettings[] = "/tmp/config/settings";
 
-// Every instance is the same after writing and reading, as a structure and as JSON. Writing may fail, because an
-// unknown member of the file, such as an infinite number, cannot be written.
+// Every instance is the same after writing and reading. Writing may fail, because an unknown member of the file, such
+// as an infinite number, cannot be written.
 void checkInstances(uint32_t object, size_t size) {
     KcfgInstanceIndex index = {};
     void *copy = nullptr, *again = nullptr;
-    for (size_t count = 0; kcfgFeObjStructGetNextWithoutUpdate(object, &index, &copy) == 0; ++count) {
-        require(count < 10'000, "an iteration ends");
+    while (kcfgFeObjStructGetNextWithoutUpdate(object, &index, &copy) == 0) {
         kcfgFeObjStructSetWithoutApply(object, &index, copy, nullptr);
         require(kcfgFeObjStructGetWithoutUpdate(object, &index, &again) == 0, "a structure can be read again");
         require(std::memcmp(copy, again, size) == 0, "a structure is the same after writing and reading");
@@ -46,24 +45,22 @@ void checkChange(const std::string &name, const std::optional<std::string> &valu
 }  // namespace
 
 // The first byte: 1 settings, 2 and 4 a reset, 8 a partial reset. The rest is the file.
-void playInput(Input in) {
+void playInput(const Bytes &input) {
     setenv("KV_KCFG_FILE", kConfig, 1);
     setenv("KV_NVRAM_FILE", kSettings, 1);
-    const uint8_t choice = in.u8();
-    const Bytes text = in.rest();
+    const uint8_t choice = input.empty() ? 0 : input[0];
+    const std::string text(input.begin() + !input.empty(), input.end());
     std::filesystem::remove_all(kDirectory);
     std::filesystem::create_directory(kDirectory);
-    std::ofstream((choice & 1) != 0 ? kSettings : kConfig, std::ios::binary)
-        .write(reinterpret_cast<const char *>(text.data()), std::ssize(text));
+    std::ofstream((choice & 1) != 0 ? kSettings : kConfig, std::ios::binary) << text;
     if ((choice & 1) != 0) {
-        const std::string name(text.begin(), std::find(text.begin(), text.end(), '='));
+        const std::string name = text.substr(0, text.find('='));
         if (!kvplatform::isSettingName(name)) return;
         checkChange(name, "=new value");
         return checkChange(name, std::nullopt);
     }
     if ((choice & 6) != 0) {
-        const uint32_t request = (choice & 8) != 0 ? KCFG_REQ_PARTIAL_RESET_DEFAULT : KCFG_REQ_RESET_DEFAULT;
-        kcfgFeReqSend(request, nullptr, 0);
+        kcfgFeReqSend((choice & 8) != 0 ? KCFG_REQ_PARTIAL_RESET_DEFAULT : KCFG_REQ_RESET_DEFAULT, nullptr, 0);
     }
     checkInstances(RDM_OID_NAT_INTF_SETTING, sizeof(RdmNatIntfSetting));
     checkInstances(RDM_OID_LED_CTRL, sizeof(RdmLedCtrl));

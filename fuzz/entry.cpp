@@ -4,7 +4,7 @@
 #include "fuzz.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
-    kvfuzz::playInput(kvfuzz::Input({data, size}));
+    kvfuzz::playInput({data, data + size});
     return 0;
 }
 
@@ -13,9 +13,8 @@ int main(int argc, char **argv) {
     for (int i = 1; i < argc; ++i) {
         std::ifstream file(argv[i], std::ios::binary);
         kvfuzz::require(file.is_open(), argv[i]);
-        std::puts(argv[i]);
-        std::fflush(stdout);  // the last line names the input that ends the process
-        kvfuzz::playInput(kvfuzz::Input(kvfuzz::Bytes{std::istreambuf_iterator<char>(file), {}}));
+        std::fprintf(stderr, "%s\n", argv[i]);  // the last line names the input that ends the process
+        kvfuzz::playInput({std::istreambuf_iterator<char>(file), {}});
     }
     return argc > 1 ? 0 : 1;
 }

@@ -1,16 +1,16 @@
-// Frames from two links against the whole host but its sockets: the node, onboarding, trace and the data-model file.
+// Frames from two links against the whole host but its sockets: the node, onboarding, trace, the data-model file, and
+// the codec of messages.
 #include "daemon/node.h"
 
 #include <json-c/json_tokener.h>
 #include <sys/socket.h>
 
-#include <array>
-
 #include "daemon/data_model_file.h"
-#include "daemon/ethernet_port.h"
 #include "daemon/onboarding.h"
 #include "daemon/trace.h"
 #include "fuzz.h"
+#include "ieee1905/reassembly.h"
+#include "ieee1905/topology_tlvs.h"
 
 namespace kvfuzz {
 
@@ -18,32 +18,27 @@ namespace {
 
 using namespace kv1905d;
 
-constexpr MacAddress kOwn{{0x02, 0, 0x5E, 0, 1, 0}};
-constexpr MacAddress kPeers[] = {
-    {{0x02, 0, 0x5E, 0, 2, 0}}, {{0x02, 0, 0x5E, 0, 3, 0}}, {{0x02, 0, 0x5E, 0, 2, 0x10}}, kOwn};
-constexpr size_t kPorts = 2, kEthernetHeader = 14;
+constexpr MacAddress mac(uint8_t device, uint8_t last = 0) {
+    return {{0x02, 0, 0x5E, 0, device, last}};
+}
+constexpr MacAddress kOwn = mac(1), kPeers[] = {mac(2), mac(3), mac(2, 0x10), kOwn};
+constexpr size_t kEthernetHeader = 14;
 
-// The node's end, and the end that the checks read.
-using Link = std::array<FileDescriptor, 2>;
-
-Link newLink() {
+// Both ports send into the first; the checks read the second.
+struct Sockets {
     int ends[2];
-    require(socketpair(AF_UNIX, SOCK_DGRAM | SOCK_NONBLOCK, 0, ends) == 0, "socketpair succeeds");
-    return {FileDescriptor(ends[0]), FileDescriptor(ends[1])};
-}
-
-bool isPrintable(std::string_view text) {
-    return std::all_of(text.begin(), text.end(), [](char c) { return c >= ' ' && c <= '~'; });
-}
+    Sockets() { require(socketpair(AF_UNIX, SOCK_DGRAM | SOCK_NONBLOCK, 0, ends) == 0, "socketpair succeeds"); }
+};
+const Sockets sockets;
 
 void checkTrace(ByteView value) {
     const VendorMessage message = readVendorMessage(Bytes(value.begin(), value.end()));
-    require(isPrintable(traceLine(Direction::In, "peer", 1, message)) && isPrintable(message.fault.value_or("")),
+    const std::string text = traceLine(Direction::In, "peer", 1, message) + message.fault.value_or("");
+    require(std::all_of(text.begin(), text.end(), [](char c) { return c >= ' ' && c <= '~'; }),
             "the trace is printable");
 }
 
 struct World {
-    void deliver(size_t port, const Bytes &frame) { node.receive(port % kPorts, Bytes(frame), now); }
     void advance(Duration duration) {
         now += duration;
         require(node.run(now) > now, "the next run is later");
@@ -51,13 +46,11 @@ struct World {
     }
     void check() {
         uint8_t frame[2000];
-        for (const Link &link : links) {
-            for (ssize_t size = 0; (size = recv(link[1].get(), frame, sizeof frame, 0)) >= 0;) {
-                const size_t payload = static_cast<size_t>(size) - kEthernetHeader;
-                require(payload <= kMaxFramePayload && frame[12] == 0x89 && frame[13] == 0x3A &&
-                            parseFragment({frame + kEthernetHeader, payload}),
-                        "a sent frame is a message that fits Ethernet");
-            }
+        for (ssize_t size = 0; (size = recv(sockets.ends[1], frame, sizeof frame, 0)) >= 0;) {
+            const size_t payload = static_cast<size_t>(size) - kEthernetHeader;
+            require(payload <= kMaxFramePayload && frame[12] == 0x89 && frame[13] == 0x3A &&
+                        parseFragment({frame + kEthernetHeader, payload}),
+                    "a sent frame is a message that fits Ethernet");
         }
         require(node.topology().size() <= Topology::kMaxDevices, "devices are bounded");
     }
@@ -72,28 +65,20 @@ struct World {
         json_object_put(root);
         json_tokener_free(tokener);
     }
-    NodeConfig configuration() const {
-        NodeConfig config;
-        config.alMac = kOwn;
-        config.radios = {{{{0x02, 0, 0x5E, 0, 1, 0x20}}, 0x0103, Bytes(10)},
-                         {{{0x02, 0, 0x5E, 0, 1, 0x21}}, 0x0105, Bytes(10)}};
-        config.ports = {{"eth0", {{0x02, 0, 0x5E, 0, 1, 0x10}}, 0x0001, links[0][0].get()},
-                        {"eth1", {{0x02, 0, 0x5E, 0, 1, 0x11}}, 0x0001, links[1][0].get()}};
-        return config;
-    }
-    NodeEvents events() {
-        NodeEvents events;
-        events.vendorTlv = [](const VendorTlv &tlv) { checkTrace(tlv.value); };
-        events.autoconfiguration = [this](const MacAddress &from, const Message &message, TimePoint at) {
-            return onboarding.receive(from, message, at);
-        };
-        return events;
-    }
 
-    Link links[kPorts] = {newLink(), newLink()};
     TimePoint now{Duration(1000)};
     bool isController = false;
-    Node node{configuration(), events(), now};
+    Node node{{kOwn,
+               {{"eth0", mac(1, 0x10), 1, sockets.ends[0]}, {"eth1", mac(1, 0x11), 1, sockets.ends[0]}},
+               {{mac(1, 0x20), 0x0103, Bytes(10)}, {mac(1, 0x21), 0x0105, Bytes(10)}}},
+              {[](const VendorTlv &tlv) { checkTrace(tlv.value); },
+               {},
+               {},
+               [this](const MacAddress &from, const Message &message, TimePoint at) {
+                   return onboarding.receive(from, message, at);
+               },
+               {}},
+              now};
     Onboarding onboarding{
         node,
         {[this] { return isController; }, [](Band) { return Bytes{0x10, 0x49, 0, 3, 0x0A, 0x61, 0xC4}; },
@@ -102,36 +87,48 @@ struct World {
         now};
 };
 
-Bytes frameWith(const MacAddress &to, const MacAddress &from, const Bytes &payload) {
-    return join(to.bytes, from.bytes, Bytes{0x89, 0x3A}, payload);
+// payload: everything after the Ethernet header.
+void deliver(World &world, size_t port, const MacAddress &to, size_t peer, const Bytes &payload) {
+    world.node.receive(port % 2, join(to.bytes, kPeers[peer % 4].bytes, Bytes{0x89, 0x3A}, payload), world.now);
 }
 
 // The body holds the identifier and the TLVs of a message in one fragment, without the end of message.
 template <const MacAddress &to, uint8_t flags>
 void playMessage(World &world, const Step &step) {
-    constexpr uint16_t kTypes[] = {kTopologyDiscovery,         kTopologyNotification, kTopologyQuery,
-                                   kTopologyResponse,          kVendorSpecific,       kAutoconfigurationSearch,
-                                   kAutoconfigurationResponse, kAutoconfigurationWsc, 0x0005};
-    const uint16_t type = kTypes[step.argument % std::size(kTypes)];
-    Input in(step.body);
-    const Bytes head = {0, 0, static_cast<uint8_t>(type >> 8), static_cast<uint8_t>(type), in.u8(), in.u8(), 0, flags};
-    const Bytes payload = join(head, in.rest(), Bytes(3));
-    world.deliver(step.argument / 64, frameWith(to, kPeers[step.argument / 16 % 4], payload));
+    if (step.body.size() < 2) return;
+    const Bytes head = {0, 0, 0, static_cast<uint8_t>(step.argument % 16), step.body[0], step.body[1], 0, flags};
+    deliver(world, step.argument / 64, to, step.argument / 16,
+            join(head, Bytes(step.body.begin() + 2, step.body.end()), Bytes(3)));
 }
 
-// The body is everything after the Ethernet header.
-void playFragment(World &world, const Step &step) {
-    world.deliver(0,
-                  frameWith((step.argument & 1) != 0 ? kMulticastMac : kOwn, kPeers[step.argument / 2 % 4], step.body));
-}
-
-// A vendor message of the plug-in.
-void playSend(World &world, const Step &step) {
-    constexpr Reach kReaches[] = {Reach::Unicast, Reach::Neighbours, Reach::Network};
-    const Bytes value = join(Bytes{0x02, 0x4E, 0xA7}, step.body);
-    checkTrace(value);
-    uint16_t id = 0;
-    world.node.sendVendor(kReaches[step.argument % 3], kPeers[step.argument / 3 % 4], value, &id, world.now);
+// A message is the same after writing and reading, in reverse order of its fragments too and when they come twice.
+void playCodec(World &world, const Step &step) {
+    const ByteView body(step.body), bodies[] = {body.first(body.size() / 2), body.subspan(body.size() / 2)};
+    const std::optional<std::vector<Tlv>> tlvs = decodeTlvs(bodies);
+    if (!tlvs) return;
+    const Message sent{(step.argument & 1) != 0 ? kTopologyResponse : kVendorSpecific, 7, (step.argument & 4) != 0,
+                       *tlvs};
+    std::vector<Bytes> frames = encodeMessage(sent);
+    if ((step.argument & 2) != 0) std::reverse(frames.begin(), frames.end());
+    Reassembly reassembly;
+    Reassembly::Result result;
+    for (const Bytes &frame : frames) {
+        const std::optional<Fragment> fragment = parseFragment(frame);
+        require(fragment && frame.size() <= kMaxFramePayload, "a written frame fits Ethernet and can be read");
+        if (&frame != &frames.back()) reassembly.add(kOwn, *fragment, world.now);
+        result = reassembly.add(kOwn, *fragment, world.now);
+        require((result.status == Reassembly::Status::Complete) == (&frame == &frames.back()),
+                "the last fragment completes the message");
+    }
+    require(result.message.type == sent.type && result.message.id == sent.id && result.message.relay == sent.relay &&
+                result.message.tlvs == sent.tlvs,
+            "a message is the same after writing and reading");
+    const auto report = parseTopologyReport(result.message);
+    if (!report) return;
+    const auto again = parseTopologyReport({kTopologyResponse, 1, false, topologyReportTlvs(*report)});
+    require(report->device.interfaces.size() <= kMaxInterfaces, "interfaces are bounded");
+    require(again && again->device == report->device && again->neighbours == report->neighbours,
+            "a report is the same after writing and reading");
 }
 
 // The index is the step's kind.
@@ -139,21 +136,28 @@ constexpr void (*kPlays[])(World &, const Step &) = {
     playMessage<kMulticastMac, 0x80>,
     playMessage<kMulticastMac, 0xC0>,
     playMessage<kOwn, 0x80>,
-    playFragment,
-    [](World &world, const Step &step) { world.deliver(step.argument, step.body); },
+    [](World &world, const Step &step) {
+        deliver(world, 0, (step.argument & 1) != 0 ? kMulticastMac : kOwn, step.argument / 2, step.body);
+    },
+    [](World &world, const Step &step) { world.node.receive(step.argument % 2, step.body, world.now); },
     [](World &world, const Step &step) { world.advance(Duration(step.argument * 400)); },
     [](World &world, const Step &step) {
-        world.node.linkChanged(step.argument % kPorts, (step.argument & 2) != 0, world.now);
+        world.node.linkChanged(step.argument % 2, (step.argument & 2) != 0, world.now);
     },
-    playSend,
+    [](World &world, const Step &step) {
+        uint16_t id = 0;
+        const auto reach = static_cast<Reach>(step.argument % 3);
+        world.node.sendVendor(reach, kPeers[step.argument / 3 % 4], step.body, &id, world.now);
+    },
     [](World &world, const Step &step) { world.checkDataModel(step.text()); },
-    [](World &world, const Step &step) { world.isController = (step.argument & 1) != 0; }};
+    [](World &world, const Step &step) { world.isController = (step.argument & 1) != 0; },
+    playCodec};
 
 }  // namespace
 
-void playInput(Input in) {
+void playInput(const Bytes &input) {
     World world;
-    playSteps(in, world, kPlays);
+    playSteps(input, world, kPlays);
     world.advance(Duration(3000));
     world.check();
     world.checkDataModel("a\xFF\x01\"");
