@@ -29,17 +29,11 @@ TEST(Options, ValuesAndBadOnesNamedInOneLine) {
     EXPECT_EQ(full->alMac, mac(1));
     EXPECT_EQ(full->radios.at(1).facts.mediaType, 0x0105);
     EXPECT_EQ(full->settingsFrom, SettingsFrom::Controller);
-    const std::pair<const char *, const char *> rows[] = {{"-i", "no-such-if"},
-                                                          {"-i", "lo"},
-                                                          {"--al-mac", "02:00:5e:00:01"},
-                                                          {"--al-mac", "01:00:5e:00:01:00"},
-                                                          {"--radio", "wl0,02:00:5e:00:01:20,0x0001"},
-                                                          {"--radio", "wl0,02:00:5e:00:01:20,0x103x"},
-                                                          {"--discovery-interval", "0"},
-                                                          {"--settings-from", "strangers"},
-                                                          {"--config", "/no/such/file"}};
-    for (const auto &[option, value] : rows) {
-        const std::string text = errorOf([&, o = option, v = value] { parse({o, v}); });
+    for (const std::string row : {"-i no-such-if", "-i lo", "--al-mac 02:00:5e:00:01", "--al-mac 01:00:5e:00:01:00",
+                                  "--radio wl0,02:00:5e:00:01:20,0x0001", "--radio wl0,02:00:5e:00:01:20,0x103x",
+                                  "--discovery-interval 0", "--settings-from strangers", "--config /no/such/file"}) {
+        const std::string option = row.substr(0, row.find(' ')), value = row.substr(option.size() + 1);
+        const std::string text = errorOf([&] { parse({option.c_str(), value.c_str()}); });
         EXPECT_SAYS(value, text);
         EXPECT_EQ(text.find('\n'), std::string::npos) << text;
     }
@@ -254,28 +248,16 @@ TEST(Daemon, KeepsUpWithBurstsAndWritesFewFiles) {
     EXPECT_LE(files.size(), static_cast<size_t>(took.count() / 1000 + 3)) << took.count() << " ms";
 
     // Of a station that is not here, a neighbour is told so.
-    const Bytes rssi = fromHex("02005E000200 02005E0A0102"),
-                told = fromHex("02005E0A0102 0000 0000 0000 A6 00 64 0000");
-    EXPECT_EQ(postCommand(kDefaultCommandSocket, {kCommandRssi, rssi}, kPatience).verdict, Verdict::UnknownStation);
-    const auto isSent = [&](const Bytes &part) {  // within a second
+    const auto isSent = [&](const Bytes &part) {  // within a second and a half
         for (const TimePoint end = EventLoop::now() + Duration(1500); EventLoop::now() < end;
              std::this_thread::sleep_for(Duration(5)))
             while (takeFrame(fd, frame))
                 if (std::search(frame.begin(), frame.end(), part.begin(), part.end()) != frame.end()) return true;
         return false;
     };
-    EXPECT_TRUE(isSent(told));
-    const std::string self = "02005E000100", envelope = "024EA7" + self + "0001";
-    const Bytes target = fromHex("02005E000200");
-    EXPECT_EQ(postCommand(kDefaultCommandSocket, {kCommandQueryStations, target}, kPatience).verdict,
-              Verdict::Accepted);
-    EXPECT_TRUE(isSent(fromHex(envelope + "0008"))) << "a query of stations";
-    EXPECT_EQ(postCommand(kDefaultCommandSocket, {kCommandQueryPower, target}, kPatience).verdict, Verdict::Accepted);
-    EXPECT_TRUE(isSent(fromHex(envelope + "0002"))) << "a query of power states";
-    EXPECT_EQ(textAt("/kv1905/Role"), "Agent");
-    kill(child, SIGUSR1);
-    EXPECT_TRUE(isSent(fromHex(envelope + "0001"))) << "the configuration is announced";
-    EXPECT_EQ(frame.at(21), 0xC0) << "to the whole network";
+    const Bytes rssi = fromHex("02005E000200 02005E0A0102");
+    EXPECT_EQ(postCommand(kDefaultCommandSocket, {kCommandRssi, rssi}, kPatience).verdict, Verdict::UnknownStation);
+    EXPECT_TRUE(isSent(fromHex("02005E0A0102 0000 0000 0000 A6 00 64 0000")));
 
     // A link that goes takes its neighbours with it; one that comes is announced on at once.
     const Message discovery{kTopologyDiscovery, 2, false, {macTlv(kTlvAlMac, mac(2)), macTlv(kTlvMacAddress, mac(2))}};
