@@ -10,6 +10,7 @@ namespace kv1905d {
     X("FramesReceived", framesReceived)                                          \
     X("FramesSent", framesSent)                                                  \
     X("FramesDropped", framesDropped) /* not for this device, no message, own */ \
+    X("FramesLate", framesLate)       /* waited too long for this process */     \
     X("SendFailures", sendFailures)   /* frames the interface did not accept */  \
     X("MessagesReceived", messagesReceived)                                      \
     X("MessagesRelayed", messagesRelayed)                                        \

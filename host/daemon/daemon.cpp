@@ -1,7 +1,5 @@
 #include "daemon/daemon.h"
 
-#include <sys/socket.h>
-
 #include <algorithm>
 #include <array>
 #include <cerrno>
@@ -19,6 +17,7 @@ namespace {
 
 constexpr int kFramesPerTurn = 64;       // read from one socket before the others have their turn
 constexpr size_t kLargestFrame = 65536;  // bytes; larger than any interface delivers
+constexpr Duration kLongestWait{1000};   // of a frame in a socket; after a stall, what is newer matters more
 constexpr uint64_t kWriteEvery = 3;      // seconds between JSON files when there is no plug-in to request them
 
 }  // namespace
@@ -122,7 +121,13 @@ void Daemon::run() {
 void Daemon::readFrames(size_t port) {
     static std::array<uint8_t, kLargestFrame> buffer;
     for (int i = 0; i < kFramesPerTurn; ++i) {
-        const ssize_t size = recv(ports_[port].fd.get(), buffer.data(), buffer.size(), MSG_DONTWAIT);
+        const auto [size, waited] = receiveFrame(ports_[port].fd.get(), buffer);
+        if (waited > kLongestWait) {
+            ++framesLate_;
+            late_.log(KV_LOG_WARNING, EventLoop::now(), "%s: frames dropped that waited for more than a second",
+                      options_.interfaces[port].c_str());
+            continue;
+        }
         if (size >= 0) {
             node_->receive(port, ByteView(buffer).first(static_cast<size_t>(size)), EventLoop::now());
             continue;
@@ -180,6 +185,7 @@ void Daemon::announceConfiguration() {
 void Daemon::writeDataModel() {
     const time_t wallClock = std::time(nullptr);
     Counters counters = node_->counters();
+    counters.framesLate = framesLate_;
     counters.vendorTlvsRefused = plugin_ ? plugin_->refused() : 0;
     const std::string text = dataModelJson(
         {node_->topology(), counters, role(), plugin_ ? plugin_->mainNetworks() : MainNetworks{}, EventLoop::now(),

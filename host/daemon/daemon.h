@@ -55,7 +55,8 @@ class Daemon {
     std::unique_ptr<PluginSide> plugin_;  // null without a plug-in
     std::unique_ptr<Onboarding> onboarding_;
     DataModelWriter writer_;
-    support::LogGate malformed_;
+    support::LogGate malformed_, late_;
+    uint64_t framesLate_ = 0;
     uint64_t seconds_ = 0;  // calls of everySecond
     EventLoop loop_;        // closed before what it watches
     EventLoop::Timer &nodeTimer_;

@@ -7,10 +7,13 @@
 #include <net/if.h>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
+#include <sys/syscall.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cstddef>
 #include <cstring>
+#include <ctime>
 #include <iterator>
 
 #include "ieee1905/cmdu.h"
@@ -107,6 +110,7 @@ FileDescriptor openPort(const std::string &interface) {
     int index = 0;
     FileDescriptor fd = openPacketSocket(interface, &index);
     attachFilter(fd.get(), interface);
+    setOption(fd.get(), SOL_SOCKET, SO_TIMESTAMPNS, int{1}, interface, "have frames stamped with their time");
     setOption(fd.get(), SOL_PACKET, PACKET_IGNORE_OUTGOING, int{1}, interface, "ignore outgoing frames");
     addMembership(fd.get(), index, PACKET_MR_MULTICAST, kMulticastMac, interface, "join the multicast group");
     // Unicast goes to AL MACs, which no hardware filter knows.
@@ -114,6 +118,24 @@ FileDescriptor openPort(const std::string &interface) {
     // ETH_P_ALL listeners see a bridge port's frames before the bridge takes them; those of one EtherType do not.
     bindTo(fd.get(), index, ETH_P_ALL, interface);
     return fd;
+}
+
+ReceivedFrame receiveFrame(int fd, std::span<uint8_t> buffer) {
+    alignas(cmsghdr) char control[CMSG_SPACE(sizeof(timespec))];
+    iovec data{buffer.data(), buffer.size()};
+    msghdr message{};
+    message.msg_iov = &data;
+    message.msg_iovlen = 1;
+    message.msg_control = control;
+    message.msg_controllen = sizeof control;
+    const ssize_t size = recvmsg(fd, &message, MSG_DONTWAIT);
+    const cmsghdr *stamp = size < 0 ? nullptr : CMSG_FIRSTHDR(&message);
+    if (stamp == nullptr || stamp->cmsg_level != SOL_SOCKET || stamp->cmsg_type != SCM_TIMESTAMPNS) return {size, {}};
+    timespec received, now;
+    std::memcpy(&received, CMSG_DATA(stamp), sizeof received);
+    // The kernel's own clock, which wrote the stamp: a preloaded library may show this process another one.
+    syscall(SYS_clock_gettime, CLOCK_REALTIME, &now);
+    return {size, Duration((now.tv_sec - received.tv_sec) * 1000 + (now.tv_nsec - received.tv_nsec) / 1'000'000)};
 }
 
 FileDescriptor openSender(const std::string &interface) {

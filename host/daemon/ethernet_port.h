@@ -1,9 +1,13 @@
 // Raw sockets. Only this file opens them; everything else is handed a descriptor that carries whole Ethernet frames.
 #pragma once
 
+#include <sys/types.h>
+
 #include <optional>
+#include <span>
 #include <string>
 
+#include "ieee1905/clock.h"
 #include "ieee1905/wire.h"
 #include "support/files.h"
 
@@ -22,6 +26,14 @@ bool interfaceRunning(const std::string &interface);
  * before a bridge does. Non-blocking. Throws std::system_error that names the interface and the step.
  */
 FileDescriptor openPort(const std::string &interface);
+
+struct ReceivedFrame {
+    ssize_t size;     // as recv() returns it
+    Duration waited;  // in the socket
+};
+
+// Receives a frame of such a socket, or fails like recv().
+ReceivedFrame receiveFrame(int fd, std::span<uint8_t> buffer);
 
 // A socket that sends through that interface and receives nothing. Throws like openPort.
 FileDescriptor openSender(const std::string &interface);

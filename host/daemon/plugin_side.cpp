@@ -81,7 +81,10 @@ void PluginSide::receive(const VendorTlv &tlv, const VendorMessage &message,
     KvRecvVendTlv received{};
     std::copy(tlv.source.bytes.begin(), tlv.source.bytes.end(), received.srcMac);
     received.value = tlv.value.data();
+    const TimePoint start = EventLoop::now();
     plugin_.tlvHandle(&received, static_cast<uint32_t>(tlv.value.size()), tlv.msgId);
+    const TimePoint end = EventLoop::now();
+    guard_.charge(end - start, end);
 }
 
 void PluginSide::announceConfiguration() {
@@ -189,7 +192,10 @@ int PluginSide::sendVendor(Reach reach, const KvVendMsgDest &dest, uint16_t *msg
     const ByteView value(dest.buffer, dest.length);
     uint16_t ownId = 0;
     uint16_t *const id = msgId != nullptr ? msgId : &ownId;
-    const bool sent = node_.sendVendor(reach, destination, value, id, EventLoop::now());
+    const TimePoint now = EventLoop::now();
+    const bool sent = node_.sendVendor(reach, destination, value, id, now);
+    const Device *device = reach == Reach::Unicast ? node_.topology().findByAnyMac(destination) : nullptr;
+    if (device != nullptr) guard_.sent(device->alMac, *id, readVendorMessage(value), now);
     if (options_.trace) {
         const std::string peer = reach == Reach::Unicast      ? destination.text()
                                  : reach == Reach::Neighbours ? "multicast"

@@ -1,10 +1,11 @@
 // Decides which vendor messages may reach the plug-in. The protocol proves nothing about a sender, so without
-// a guard any device of the network may reboot this one, give it a password, replace its known configuration or keep it
-// busy.
+// a guard any device of the network may reboot this one, give it a password, replace its known configuration, forge the
+// results of its commands or keep it busy.
 #pragma once
 
 #include <algorithm>
 #include <cstdint>
+#include <deque>
 #include <optional>
 
 #include "daemon/topology.h"
@@ -17,20 +18,16 @@ namespace kv1905d {
 // Whose messages may change this device.
 enum class SettingsFrom { Any, Controller };
 
-// So many at once, then so many per time: each costs some time, and what is not spent is saved up to the credit.
-class RateLimit {
+// A share of this process's time: one second at once, then a quarter of the time.
+class TimeBudget {
   public:
-    RateLimit(Duration cost, Duration credit) : cost_(cost), credit_(credit) {}
+    static constexpr Duration kCredit{1000};
+    static constexpr int kShare = 4;
 
-    bool take(TimePoint now) {
-        spent_ = std::max(spent_, now - credit_);
-        if (spent_ + cost_ > now) return false;
-        spent_ += cost_;
-        return true;
-    }
+    bool isOpen(TimePoint now) const { return spent_ <= now; }
+    void charge(Duration used, TimePoint now) { spent_ = std::max(spent_, now - kShare * kCredit) + kShare * used; }
 
   private:
-    Duration cost_, credit_;
     TimePoint spent_{-std::chrono::hours(24)};  // long before any start
 };
 
@@ -39,29 +36,55 @@ class SettingsGuard {
     // All remote devices' stations together; the local list is the driver's. Each costs some kilobytes when the JSON
     // file is made.
     static constexpr size_t kMaxStations = 16384;
-    // Questions that make the plug-in run a program: 20 per second, and a large mesh may start at once.
-    static constexpr Duration kQuestionCost{50};
-    static constexpr Duration kQuestionCredit{10000};
+    // A result is admitted once, within this time after its command. The oldest of too many commands is forgotten.
+    static constexpr Duration kResultWait{60000};
+    static constexpr size_t kMaxCommands = 256;
 
     explicit SettingsGuard(SettingsFrom from) : from_(from) {}
 
     /*
      * Whether a vendor-specific TLV, read as `message`, may reach the plug-in. `controller`: the network's, nothing
      * while none is known. Refused are
-     *  - what changes this device, unless the controller or this device itself says it (SettingsFrom::Controller),
+     *  - what changes this device, unless the controller or this device itself sent it (SettingsFrom::Controller),
+     *  - what costs time, when its budget is spent: the controller has one, and all others share one,
+     *  - results of commands that this device did not send,
      *  - this device's own configuration in reports of others,
      *  - stations of a device that has more than its even share of kMaxStations, once that many are known,
-     *  - costly questions that come too fast, but not the controller's.
+     *  - types without a rule.
      */
     bool admits(const VendorTlv &tlv, const VendorMessage &message, const std::optional<MacAddress> &controller,
                 const Topology &topology, TimePoint now);
+
+    // Charges the time that the plug-in took for the message that was admitted last.
+    void charge(Duration used, TimePoint now);
+
+    // Notes a message to one other device, whose result is admitted when it is a command.
+    void sent(const MacAddress &alMac, uint16_t msgId, const VendorMessage &message, TimePoint now);
 
     // Messages refused since the start.
     uint64_t refused() const { return refused_; }
 
   private:
+    struct Command {
+        MacAddress alMac;
+        uint16_t msgId;
+        TimePoint sent;
+    };
+    struct Request;
+    struct Check;
+    static const Check kChecks[];
+
+    bool maySet(const Request &request);
+    bool isAffordable(const Request &request);
+    bool isOfAnother(const Request &request);
+    bool isWithinShare(const Request &request);
+    bool isAwaited(const Request &request);
+    bool never(const Request &) { return false; }
+
     SettingsFrom from_;
-    RateLimit questions_{kQuestionCost, kQuestionCredit};
+    TimeBudget controllersTime_, othersTime_;
+    TimeBudget *charged_ = nullptr;  // by the message admitted last; null: none
+    std::deque<Command> commands_;   // without a result yet, oldest first
     uint64_t refused_ = 0;
     support::LogGate refusals_;
 };

@@ -174,43 +174,43 @@ void measurement(Payload &in) {
 
 struct Row {
     unsigned type;
+    Admission admission;
     Part layout[3];
-    Guarded guarded = Guarded::No;
 };
 
 constexpr Row kVendorRows[] = {
-    {VEND_MSG_TYPE_CONF_QUERY, {target}, Guarded::Question},
-    {VEND_MSG_TYPE_CONF_RESP, {skipped<6>, attributes}, Guarded::Configuration},
-    {VEND_MSG_TYPE_INTF_PWR_STATE_QUERY, {target}},
-    {VEND_MSG_TYPE_INTF_PWR_STATE_RESP, {skipped<6>, interfaces<9>}},
-    {VEND_MSG_TYPE_REBOOT_REQ, {target}, Guarded::Setting},
-    {VEND_MSG_TYPE_REBOOT_RESP, {result}},
-    {VEND_MSG_TYPE_INTF_PWR_CTRL_REQ, {target, interfaces<8>, powerState}, Guarded::Setting},
-    {VEND_MSG_TYPE_INTF_PWR_CTRL_RESP, {interfaces<9>}},
-    {VEND_MSG_TYPE_WIFI_STATE_REQ, {target}},
-    {VEND_MSG_TYPE_WIFI_STATE_RESP, {stations}, Guarded::Stations},
-    {VEND_MSG_TYPE_FW_CTRL_REQ, {firmware}, Guarded::Setting},
-    {VEND_MSG_TYPE_FW_CTRL_RESP, {result}},
-    {VEND_MSG_TYPE_RESET_DEFAULT_REQ, {target}, Guarded::Setting},
-    {VEND_MSG_TYPE_RESET_DEFAULT_RESP, {result}},
-    {VEND_MSG_TYPE_COMMAND_REQ, {skipped<2>, writtenText<2, 2047>}, Guarded::Setting},
-    {VEND_MSG_TYPE_PARTIAL_RESET_DEFAULT_REQ, {target}, Guarded::Setting},
-    {VEND_MSG_TYPE_PARTIAL_RESET_DEFAULT_RESP, {result}},
-    {VEND_MSG_TYPE_COMMAND_RESP, {result}},
-    {VEND_MSG_TYPE_LED_CTRL_REQ, {target, ledOption}, Guarded::Setting},
-    {VEND_MSG_TYPE_LED_CTRL_MCAST, {target, ledOption}, Guarded::Setting},
-    {VEND_MSG_TYPE_LED_CTRL_RESP, {result}},
-    {VEND_MSG_TYPE_WIFI_CLIENT_MCAST2, {skipped<6>, stationRecords}, Guarded::Stations},
-    {VEND_MSG_TYPE_SYNC_CTRL_PWD_RESP, {skipped<6>, password}, Guarded::Setting},
-    {VEND_MSG_TYPE_SYNC_CTRL_PWD_REQ, {target}, Guarded::Question},
-    {VEND_MSG_TYPE_SYNC_CTRL_COUNTRY_BCN_REQ, {target}},
-    {VEND_MSG_TYPE_SYNC_CTRL_COUNTRY_BCN_RESP, {skipped<6>, writtenText<1, 4>}, Guarded::Setting},
+    {VEND_MSG_TYPE_CONF_QUERY, Admission::Request, {target}},
+    {VEND_MSG_TYPE_CONF_RESP, Admission::Configuration, {skipped<6>, attributes}},
+    {VEND_MSG_TYPE_INTF_PWR_STATE_QUERY, Admission::Request, {target}},
+    {VEND_MSG_TYPE_INTF_PWR_STATE_RESP, Admission::Free, {skipped<6>, interfaces<9>}},
+    {VEND_MSG_TYPE_REBOOT_REQ, Admission::Command, {target}},
+    {VEND_MSG_TYPE_REBOOT_RESP, Admission::Result, {result}},
+    {VEND_MSG_TYPE_INTF_PWR_CTRL_REQ, Admission::Command, {target, interfaces<8>, powerState}},
+    {VEND_MSG_TYPE_INTF_PWR_CTRL_RESP, Admission::Result, {interfaces<9>}},
+    {VEND_MSG_TYPE_WIFI_STATE_REQ, Admission::Request, {target}},
+    {VEND_MSG_TYPE_WIFI_STATE_RESP, Admission::Stations, {stations}},
+    {VEND_MSG_TYPE_FW_CTRL_REQ, Admission::Command, {firmware}},
+    {VEND_MSG_TYPE_FW_CTRL_RESP, Admission::Result, {result}},
+    {VEND_MSG_TYPE_RESET_DEFAULT_REQ, Admission::Command, {target}},
+    {VEND_MSG_TYPE_RESET_DEFAULT_RESP, Admission::Result, {result}},
+    {VEND_MSG_TYPE_COMMAND_REQ, Admission::Command, {skipped<2>, writtenText<2, 2047>}},
+    {VEND_MSG_TYPE_PARTIAL_RESET_DEFAULT_REQ, Admission::Command, {target}},
+    {VEND_MSG_TYPE_PARTIAL_RESET_DEFAULT_RESP, Admission::Result, {result}},
+    {VEND_MSG_TYPE_COMMAND_RESP, Admission::Result, {result}},
+    {VEND_MSG_TYPE_LED_CTRL_REQ, Admission::Command, {target, ledOption}},
+    {VEND_MSG_TYPE_LED_CTRL_MCAST, Admission::Setting, {target, ledOption}},
+    {VEND_MSG_TYPE_LED_CTRL_RESP, Admission::Result, {result}},
+    {VEND_MSG_TYPE_WIFI_CLIENT_MCAST2, Admission::Stations, {skipped<6>, stationRecords}},
+    {VEND_MSG_TYPE_SYNC_CTRL_PWD_RESP, Admission::Setting, {skipped<6>, password}},
+    {VEND_MSG_TYPE_SYNC_CTRL_PWD_REQ, Admission::Request, {target}},
+    {VEND_MSG_TYPE_SYNC_CTRL_COUNTRY_BCN_REQ, Admission::Request, {target}},
+    {VEND_MSG_TYPE_SYNC_CTRL_COUNTRY_BCN_RESP, Admission::Setting, {skipped<6>, writtenText<1, 4>}},
 };
 
 constexpr Row kIntelRows[] = {
-    {INTEL_MSG_TYPE_RSSI_MEASUREMENT_REQ, {station}},
-    {INTEL_MSG_TYPE_RSSI_MEASUREMENT_RESP, {measurement}},
-    {INTEL_MSG_TYPE_RSSI_MEASUREMENT_NOTIFY, {measurement}},
+    {INTEL_MSG_TYPE_RSSI_MEASUREMENT_REQ, Admission::Request, {station}},
+    {INTEL_MSG_TYPE_RSSI_MEASUREMENT_RESP, Admission::Free, {measurement}},
+    {INTEL_MSG_TYPE_RSSI_MEASUREMENT_NOTIFY, Admission::Free, {measurement}},
 };
 
 // ---- Envelopes
@@ -245,8 +245,9 @@ VendorMessage read(const Family &family, ByteView body) {
     const auto row = std::find_if(family.rows.begin(), family.rows.end(), [&](const Row &r) { return r.type == type; });
     if (row == family.rows.end()) {
         payload.say(counted(payload.remaining(), "byte"));
+        if (hasEnvelope) message.admission = Admission::Unknown;
     } else {
-        if (hasEnvelope) message.guarded = row->guarded;
+        if (hasEnvelope) message.admission = row->admission;
         for (const Part part : row->layout) {
             if (part != nullptr) part(payload);
         }

@@ -8,13 +8,22 @@
 
 namespace kv1905d {
 
-// What a message may do to this device, for the settings guard.
-enum class Guarded { No, Setting, Configuration, Stations, Question };
+// What a message may do to this device: the settings guard has rules for each.
+enum class Admission {
+    Free,           // nothing but be read: also what the plug-in ignores
+    Request,        // cost time: it may have the plug-in run a program, or wait
+    Setting,        // change this device, and cost time
+    Command,        // the same, and be answered with a result
+    Configuration,  // replace what is known of a device, and cost time
+    Stations,       // add stations of a device
+    Result,         // report the result of a command to the operator
+    Unknown         // anything: a type of the vendor's or Intel's set that is not in the table
+};
 
 // Texts are printable ASCII without an end of line, whatever the message holds.
 struct VendorMessage {
     std::string name{};  // of the message type, or words for an unknown one
-    Guarded guarded = Guarded::No;
+    Admission admission = Admission::Free;
     MacAddress subject{};                // the AL MAC that most payloads begin with; all zero in a shorter payload
     std::string words{};                 // what the message says; of a password, the length alone
     std::optional<std::string> fault{};  // what does not fit the layout; of known types alone

@@ -12,6 +12,7 @@
 
 #include "command/client.h"
 #include "host_support.h"
+#include "protocol/message_row.h"
 
 namespace kv1905d {
 namespace {
@@ -52,8 +53,9 @@ class GuardTest : public testing::Test {
         return bytes;
     }
     bool admits(SettingsGuard &guard, const MacAddress &source, const Bytes &value,
-                const std::optional<MacAddress> &controller = kController, TimePoint now = kNow) const {
-        return guard.admits({source, "eth0", value, 0}, readVendorMessage(value), controller, topology_, now);
+                const std::optional<MacAddress> &controller = kController, TimePoint now = kNow,
+                uint16_t msgId = 0) const {
+        return guard.admits({source, "eth0", value, msgId}, readVendorMessage(value), controller, topology_, now);
     }
     uint32_t &stationsOf(const MacAddress &alMac) {
         return topology_.update({{alMac, {}}, {}, {}}, kNow)->vendor.data()->wifiNbrNum;
@@ -63,8 +65,9 @@ class GuardTest : public testing::Test {
     SettingsGuard any_{SettingsFrom::Any}, strict_{SettingsFrom::Controller};
 };
 
-TEST_F(GuardTest, OnlyTheControllerAndThisDeviceChangeThisDeviceAndNobodyElseTellsItsConfiguration) {
+TEST_F(GuardTest, EveryTypeOfTheCatalogueHasARuleAndOnlyTheControllerAndThisDeviceChangeThisDevice) {
     const std::set<unsigned> changing{4, 6, 20, 22, 25, 26, 33, 34, 69, 77};
+    const std::set<unsigned> results{5, 7, 21, 23, 27, 32, 35};
     const std::tuple<MacAddress, std::optional<MacAddress>, bool> rows[] = {
         // source, controller, whether it may
         {kController, kController, true}, {kStranger, kController, false},
@@ -73,28 +76,47 @@ TEST_F(GuardTest, OnlyTheControllerAndThisDeviceChangeThisDeviceAndNobodyElseTel
     };
     uint64_t refused = 0;
     for (const auto &[source, controller, may] : rows) {
-        for (unsigned type = 0; type < 80; ++type) {
-            const bool admitted = may || !changing.contains(type);
+        for (unsigned type = 0; type < 256; ++type) {
+            const kv::MessageRow *row = kv::findMessageRow(static_cast<uint16_t>(type));
+            const bool isSound =
+                source == kSelf || (row != nullptr && row->handle != nullptr && !results.contains(type));
+            const bool admitted = isSound && (may || !changing.contains(type));
             EXPECT_EQ(admits(strict_, source, message(type, kStranger), controller), admitted) << type;
-            EXPECT_TRUE(admits(any_, source, message(type, kStranger), controller)) << type;
+            EXPECT_EQ(admits(any_, source, message(type, kStranger), controller), isSound) << type;
             refused += !admitted;
         }
         EXPECT_EQ(admits(any_, source, message(1), controller), source == kSelf);
     }
     EXPECT_EQ(strict_.refused(), refused);
-    EXPECT_TRUE(admits(strict_, kStranger, message(4, kSelf, "000347"))) << "another vendor's";
+    EXPECT_TRUE(admits(strict_, kStranger, message(4, kSelf, "001122"))) << "another vendor's";
     for (size_t size = 0; size <= 15; ++size)
         EXPECT_EQ(admits(strict_, kStranger, prefix(message(4), size)), size < 15) << size;
 }
 
-TEST_F(GuardTest, CostlyQuestionsAreAnsweredInABurstAndThenAtARateButTheControllersAlways) {
-    constexpr int kBurst = SettingsGuard::kQuestionCredit / SettingsGuard::kQuestionCost;
-    int answered = 0;
-    for (TimePoint at = kNow; at < kNow + Duration(5000); at += Duration(1)) {
-        answered += admits(any_, kStranger, message(at.time_since_epoch().count() % 2 == 0 ? 0 : 70), kController, at);
-        EXPECT_TRUE(admits(any_, kController, message(0), kController, at));
+TEST_F(GuardTest, AResultIsAdmittedOnceFromTheDeviceThatWasCommanded) {
+    any_.sent(kStranger, 7, readVendorMessage(message(33)), kNow);
+    any_.sent(kStranger, 8, readVendorMessage(message(0)), kNow);  // no command
+    any_.sent(kStranger, 9, readVendorMessage(message(4)), kNow - SettingsGuard::kResultWait);
+    const std::tuple<MacAddress, uint16_t, bool> rows[] = {{kController, 7, false}, {kStranger, 6, false},
+                                                           {kStranger, 8, false},   {kStranger, 9, false},
+                                                           {kStranger, 7, true},    {kStranger, 7, false}};
+    for (const auto &[source, msgId, admitted] : rows)
+        EXPECT_EQ(admits(any_, source, message(35), kController, kNow, msgId), admitted) << msgId;
+}
+
+TEST_F(GuardTest, WhatCostsTimeGetsASecondAndThenAQuarterOfTheTimeAndTheControllerHasItsOwn) {
+    constexpr Duration kCost{10};
+    int admitted = 0;
+    for (TimePoint at = kNow; at < kNow + Duration(8000); at += Duration(10)) {
+        for (const unsigned type : {70u, 77u, 4u, 1u}) {
+            if (!admits(any_, kStranger, message(type, kController), kController, at)) continue;
+            any_.charge(kCost, at);
+            ++admitted;
+        }
     }
-    EXPECT_NEAR(answered, kBurst + 100, 5);
+    EXPECT_NEAR(admitted, 100 + 800 / 4, 5);
+    EXPECT_TRUE(admits(any_, kController, message(70), kController, kNow + Duration(8000)));
+    EXPECT_TRUE(admits(any_, kStranger, message(36, kStranger), kController, kNow)) << "costs next to nothing";
 }
 
 TEST_F(GuardTest, OnceManyStationsAreKnownNobodyGetsMoreThanAnEvenShare) {
