@@ -19,7 +19,6 @@ std::time_t clockNow = 0;
 std::string failingKind;
 size_t failIn = 0;  // calls of that kind until the one that fails; 0: none is to fail
 bool failed = false;
-size_t allocations = 0;
 
 // Notes the formatted text of a variadic function whose last named parameter is `format`.
 #define NOTE_TEXT(begin)                                  \
@@ -97,9 +96,7 @@ std::FILE *__real_popen(const char *command, const char *mode);
 int __real_system(const char *command);
 
 void *__wrap_calloc(size_t count, size_t size) {
-    const bool fails = kvtest::callFails("allocation");
-    allocations += fails ? 0 : 1;
-    return fails ? nullptr : __real_calloc(count, size);
+    return kvtest::callFails("allocation") ? nullptr : __real_calloc(count, size);
 }
 
 std::FILE *__wrap_fopen(const char *path, const char *mode) {
@@ -174,10 +171,6 @@ bool callFails(const char *kind) {
     }
     failed = true;
     return true;
-}
-
-size_t takeAllocationCount() {
-    return std::exchange(allocations, 0);
 }
 
 }  // namespace kvtest

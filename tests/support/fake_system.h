@@ -44,7 +44,4 @@ class FailingCall {
 // Whether this call is the one that is to fail; the fakes ask at each call.
 bool callFails(const char *kind);
 
-// Successful allocations of the plug-in since the last call.
-size_t takeAllocationCount();
-
 }  // namespace kvtest
