@@ -40,11 +40,10 @@ namespace {
 
 constexpr char kDirectory[] = "/tmp/kcfg_test", kFile[] = "/tmp/kcfg_test/f";
 
-int jsonSet(uint32_t object, KcfgInstanceIndex index, const std::string &text) {
-    json_object *value = json_tokener_parse(text.c_str());
-    const int result = kcfgFeObjJsonSetWithoutApply(object, &index, value, nullptr);
-    json_object_put(value);
-    return result;
+int setLedsOff() {
+    KcfgInstanceIndex index = {};
+    RdmLedCtrl off = {};
+    return kcfgFeObjStructSet(RDM_OID_LED_CTRL, &index, &off, nullptr);
 }
 
 // The output of a shell's words in the directory of the file f.
@@ -80,10 +79,10 @@ TEST(Configuration, ARecordKeepsItsBytesAndRefusesWhatDoesNotFit) {
     EXPECT_NE(kcfgFeObjStructGetWithoutUpdate(RDM_OID_NAT_INTF_SETTING, &third, &copy), 0);
     EXPECT_NE(kcfgFeObjStructGetWithoutUpdate(1, &second, &copy), 0);
     EXPECT_NE(kcfgFeReqSend(9, nullptr, 0), 0);
-    for (const char *json : {"{}", "[1]", R"({"enable":2})", R"({"enable":1,"deep":[[[[[[[[[[[[[[[]]]]]]]]]]]]]]]})"}) {
-        EXPECT_NE(jsonSet(RDM_OID_LED_CTRL, {}, json), 0) << json;
-    }
-    EXPECT_NE(jsonSet(RDM_OID_SYNC_KEY_SOURCE, {}, R"({"key":"a\u0000b"})"), 0);
+    json_object *json = json_tokener_parse(R"({"enable":2})");
+    KcfgInstanceIndex only = {};
+    EXPECT_NE(kcfgFeObjJsonSetWithoutApply(RDM_OID_LED_CTRL, &only, json, nullptr), 0);
+    json_object_put(json);
     EXPECT_EQ(kcfgFeReqSend(KCFG_REQ_PARTIAL_RESET_DEFAULT, nullptr, 0), 0);
     EXPECT_EQ(shell("kcfg get nat_intf_setting.2.userName"), "user\n");
 }
@@ -98,18 +97,18 @@ TEST(Configuration, InterruptedWriterLeavesOldOrNew) {
             if (child == 0) {
                 gStepKills = true;
                 gStepsLeft = step;
-                _exit(jsonSet(RDM_OID_LED_CTRL, {}, R"({"enable":0})"));
+                _exit(setLedsOff());
             }
             int status = 0;
             waitpid(child, &status, 0);
             EXPECT_EQ(WEXITSTATUS(status), kKilled) << "step " << step << " was not reached";
             EXPECT_EQ(shell("kcfg get led_ctrl.1.enable 2>/dev/null"), step < last ? "1\n" : "0\n") << step;
-            EXPECT_EQ(jsonSet(RDM_OID_LED_CTRL, {}, R"({"enable":0})"), 0) << "what was left behind does not disturb";
+            EXPECT_EQ(setLedsOff(), 0) << "what was left behind does not disturb";
         }
     }
     startAfresh();
     for (gStepsLeft = 2; gStepsLeft > 0; gStepsLeft--)
-        EXPECT_NE(jsonSet(RDM_OID_LED_CTRL, {}, R"({"enable":0})"), 0) << "a disk that fails";
+        EXPECT_NE(setLedsOff(), 0) << "a disk that fails";
     EXPECT_EQ(shell("ls"), "f.lock\n");
 }
 

@@ -2,8 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <array>
-#include <cstring>
+#include <cstdio>
 #include <memory>
 
 #include "support/fake_host.h"
@@ -18,9 +17,17 @@ class MultiAp : public testing::Test {
     FakeHost host_;
 };
 
+// What a parser returns and fills in: result, band index, attribute, MDID, TCI, extended attribute.
+std::string outcome(int result, const KvBssInfo &bss) {
+    char text[64];
+    std::snprintf(text, sizeof text, "%d %x %x %x %x %x", result, bss.BandIndex, bss.Attribute, bss.MDID, bss.TCI,
+                  bss.ExtAttribute);
+    return text;
+}
+
 }  // namespace
 
-TEST_F(MultiAp, TheBssConfigurationByteForByte) {
+TEST_F(MultiAp, BssConfigurationIsWrittenByteForByte) {
     struct {
         uint32_t count;
         KvBssConfig bss[2];
@@ -30,10 +37,9 @@ TEST_F(MultiAp, TheBssConfigurationByteForByte) {
     ASSERT_EQ(kvMAP1905_TlvBss_Config_insert(buffer, &length, &list), 0);
     EXPECT_EQ(Bytes(buffer, buffer + length),
               fromHex("02 4E A7 D0 00 11 02  40 01 12 34 00 02 05 06  80 02 FF FF FF FE 07 08"));
-    EXPECT_EQ(logCount(3,
-                       "[TLV] Bss insert BandIndex = 64 Attribute = 1, MDID = 4660, TCI = 2, WlMode = 5, "
-                       "ExtAttribute = 6\n"),
-              1u);
+    EXPECT_EQ(notes()[0],
+              "logs 3 [TLV] Bss insert BandIndex = 64 Attribute = 1, MDID = 4660, TCI = 2, WlMode = 5, "
+              "ExtAttribute = 6\n");
     for (const uint32_t count : {0u, 256u}) {
         list.count = count;
         EXPECT_EQ(kvMAP1905_TlvBss_Config_insert(buffer, &length, &list), -1);
@@ -41,96 +47,84 @@ TEST_F(MultiAp, TheBssConfigurationByteForByte) {
     EXPECT_EQ(length, 23u);
 }
 
-TEST_F(MultiAp, WhatIsFilledInIsParsed) {
-    const KvBssInfo bss = {0x40, 0x01, 0x1234, 0x0002, 9, 0x05, 9, 9, 9};
+TEST_F(MultiAp, ExtensionIsWrittenByteForByte) {
+    const KvBssInfo bss = {0x40, 0x01, 0x1234, 0x0002, 4, 0x05, 7, 8, 9};
     uint8_t buffer[30] = {};
     EXPECT_EQ(kvMAP1905_ApCfg_fill(buffer, 3, &bss), 24);
     EXPECT_EQ(Bytes(buffer, buffer + 30),
               fromHex("000000 10 49 00 14 0A 61 C4 01 01 40 02 01 01 03 02 12 34 04 02 00 02 07 01 05 000000"));
-    EXPECT_EQ(notes().back(), "logs 2.7 KOVAN proprietary field length 24\n");
-    nvram()["wl0_nband"] = "1";
-    nvram()["wl0_extattr"] = "77";
-    const uint8_t *attribute = buffer + 7;
-    KvBssInfo parsed = {0, 0, 0, 0, 1, 99, 2, 3, 4};
-    EXPECT_EQ(kvMAP1905_ApCfg_parse(attribute, &parsed), 0);
-    const KvBssInfo inOrder = {0x40, 0x01, 0x1234, 0x0002, 1, 99, 2, 3, 4};
-    EXPECT_EQ(std::memcmp(&parsed, &inOrder, 11), 0) << "ExtAttribute is not read here";
-    EXPECT_EQ(kvMAP1905_ApCfg_parse_check_len(attribute, 20, &parsed), 0);
-    EXPECT_EQ(parsed.ExtAttribute, 5) << "whatever nvram says";
-    EXPECT_EQ(kvMAP1905_ApCfg_parse_check_len(attribute, 17, &parsed), 0);
-    EXPECT_EQ(parsed.ExtAttribute, 77) << "without sub-element 7, what nvram says";
-    EXPECT_EQ(logCount(7, "MDID:[0x1234]\n"), 3u);
-
-    notes().clear();
-    const KvBssInfo distinct = {1, 2, 3, 4, 5, 6, 7, 8, 9};
-    dumpBssInfo(&distinct);
-    ASSERT_EQ(notes().size(), 9u);
-    EXPECT_EQ(notes()[6], "logs 2.7 Channel     : 0x07\n");
-    EXPECT_EQ(notes()[8], "logs 2.7 Bandwidth   : 0x09\n");
+    std::string lines;
+    for (const std::string &note : notes()) {
+        lines += note.starts_with("logs 2.7 ") ? note.substr(9) : note;
+    }
+    EXPECT_EQ(lines,
+              "Enter.\nBandIndex   : 0x40\nAttribute   : 0x01\nMDID        : 0x1234\nTCI         : 0x0002\n"
+              "WlMode      : 0x04\nExtAttribute: 0x05\nChannel     : 0x07\nACS_Sideband: 0x08\n"
+              "Bandwidth   : 0x09\nKOVAN proprietary field length 24\n");
 }
 
-TEST_F(MultiAp, OddAttributes) {
+TEST_F(MultiAp, ExtensionIsReadWithAndWithoutItsLength) {
+    nvram() = {{"wl0_nband", "1"}, {"wl0_extattr", "119"}};
+    const std::string all = "01 01 40 02 01 01 03 02 12 34 04 02 00 02";
     const struct {
-        const char *what;
-        const char *elements;  // behind the vendor ID
-        int inOrder;           // result of the parser that walks in order and trusts its caller
-        int checked;
-        std::array<unsigned, 4> afterInOrder;  // band index, attribute, MDID, TCI
-        std::array<unsigned, 4> afterChecked;
+        std::string data;
+        const char *inOrder;  // by the parser that gets no length and takes sub-elements 1 to 4 in this order
+        const char *checked;
     } cases[] = {
-        {"1, 3, 4", "01 01 40 03 02 00 07 04 02 00 08", 0, 0, {0x40, 0, 7, 8}, {0x40, 0, 7, 8}},
-        {"2 before 1", "02 01 05 01 01 40", 0, 0, {0, 5}, {0x40, 5}},
-        {"a later one overwrites", "01 01 40 01 01 80", 0, 0, {0x40}, {0x80}},
-        {"nothing", "", 0, 0, {}, {}},
-        {"an unknown one is skipped", "09 03 01 02 03 02 01 05", 0, 0, {}, {0, 5}},
-        {"number with length 1", "01 01 40 03 01 07", -1, -1, {0x40}, {0x40}},
-        {"byte with length 2", "02 02 00 05", -1, -1, {}, {}},
-        {"length 0", "02 00 07 01 05", -1, -1, {}, {}},
-        {"claims more than remains", "01 01 40 02 01", 0, -1, {0x40}, {0x40}},
-        {"an unknown one claims more", "01 01 40 09 FF 02 01 05", 0, -1, {0x40}, {0x40}},
-        {"half a header", "01 01 40 07", 0, -1, {0x40}, {0x40}},
-    };
-    const auto read = [](const KvBssInfo &bss) {
-        return std::array<unsigned, 4>{bss.BandIndex, bss.Attribute, bss.MDID, bss.TCI};
+        {"0A61C4 " + all + "07 01 05", "0 40 1 1234 2 63", "0 40 1 1234 2 5"},
+        {"0A61C4 " + all, "0 40 1 1234 2 63", "0 40 1 1234 2 77"},
+        {"0A61C4 01 01 40 03 02 00 07 04 02 00 08", "0 40 0 7 8 63", "0 40 0 7 8 77"},
+        {"0A61C4 02 01 05 01 01 40", "0 0 5 0 0 63", "0 40 5 0 0 63"},   // 2 before 1
+        {"0A61C4 01 01 40 01 01 80", "0 40 0 0 0 63", "0 80 0 0 0 77"},  // the last one counts
+        {"0A61C4", "0 0 0 0 0 63", "0 0 0 0 0 63"},
+        {"0A61C4 09 03 01 02 03 02 01 05", "0 0 0 0 0 63", "0 0 5 0 0 63"},  // an unknown one is skipped
+        {"0A61C4 01 01 40 03 01 07", "-1 40 0 0 0 63", "-1 40 0 0 0 77"},    // a number of one byte
+        {"0A61C4 02 02 00 05", "-1 0 0 0 0 63", "-1 0 0 0 0 77"},            // a byte of two
+        {"0A61C4 02 00 07 01 05", "-1 0 0 0 0 63", "-1 0 0 0 0 63"},         // of none
+        {"0A61C4 01 01 40 02 01", "0 40 0 0 0 63", "-1 40 0 0 0 77"},        // more than remains
+        {"0A61C4 01 01 40 09 FF 02 01 05", "0 40 0 0 0 63", "-1 40 0 0 0 77"},
+        {"0A61C4 01 01 40 07", "0 40 0 0 0 63", "-1 40 0 0 0 77"},
+        {"0A61C5 01 01 40", "-1 0 0 0 0 63", "-1 0 0 0 0 63"},
+        {"0A61", "-1 0 0 0 0 63", "-1 0 0 0 0 63"},
     };
     for (const auto &c : cases) {
-        SCOPED_TRACE(c.what);
-        Bytes data = fromHex(std::string("0A 61 C4") + c.elements);
+        Bytes data = fromHex(c.data);
         const std::unique_ptr<uint8_t[]> exact(new uint8_t[data.size()]);
         std::copy(data.begin(), data.end(), exact.get());
         KvBssInfo bss = {};
-        EXPECT_EQ(kvMAP1905_ApCfg_parse_check_len(exact.get(), static_cast<uint32_t>(data.size()), &bss), c.checked);
-        EXPECT_EQ(read(bss), c.afterChecked);
-        data.resize(data.size() + 8);  // the caller without a length vouches for some bytes more
+        bss.ExtAttribute = 0x63;
+        const int checked = kvMAP1905_ApCfg_parse_check_len(exact.get(), static_cast<uint32_t>(data.size()), &bss);
+        EXPECT_EQ(outcome(checked, bss), c.checked) << c.data;
+        data.resize(data.size() + 16);  // the caller without a length guarantees some more bytes
         bss = {};
-        EXPECT_EQ(kvMAP1905_ApCfg_parse(data.data(), &bss), c.inOrder);
-        EXPECT_EQ(read(bss), c.afterInOrder);
+        bss.ExtAttribute = 0x63;
+        const int inOrder = kvMAP1905_ApCfg_parse(data.data(), &bss);
+        EXPECT_EQ(outcome(inOrder, bss), c.inOrder) << c.data;
     }
-    EXPECT_EQ(logCount(3, "Invalid length for multiap extension attr 1\n"), 3u);
-    EXPECT_EQ(logCount(6, "Unsupport extension type 9\n"), 1u);
-    const uint8_t foreign[20] = {0x0A, 0x61, 0xC5};
-    KvBssInfo bss = {};
-    EXPECT_EQ(kvMAP1905_ApCfg_parse(foreign, &bss), -1);
-    for (const uint32_t length : {20u, 2u, 0u}) {
-        EXPECT_EQ(kvMAP1905_ApCfg_parse_check_len(foreign, length, &bss), -1);
+    for (const char *line : {"3 Invalid length for multiap extension attr 1\n", "6 Unsupport extension type 9\n",
+                             "3 Invalid vendor ID\n", "7 BandIndex:[0x40]\n", "7 Attribute:[0x05]\n",
+                             "7 MDID:[0x1234]\n", "7 TCI:[0x0002]\n", "7 ExtAttribute:[0x05]\n"}) {
+        EXPECT_GT(std::count(notes().begin(), notes().end(), std::string("logs 2.") + line), 0) << line;
     }
-    EXPECT_EQ(logCount(3, "Invalid vendor ID\n"), 4u);
-    EXPECT_TRUE(
-        std::all_of(notes().begin(), notes().end(), [](const std::string &n) { return n.starts_with("logs 2."); }));
 }
 
 TEST_F(MultiAp, AVirtualBssBelongsToTheMainBssBefore) {
     nvram() = {
         {"wl0_nband", "2"}, {"wl1_nband", "1"}, {"wl1.2_extattr", "9"}, {"wl0.2_extattr", "265"}, {"wl1_extattr", "3"}};
     constexpr uint8_t kAsBefore = 4;
-    const std::pair<uint8_t, uint8_t> steps[] = {
-        {0x02, 9}, {0x40, 3},         {0x42, 9},         {0x82, 9},         {0x80, kAsBefore},
-        {0x02, 9}, {0x20, kAsBefore}, {0x00, kAsBefore}, {0x60, kAsBefore}, {0x43, kAsBefore}};
-    for (const auto &[bandIndex, extAttribute] : steps) {
+    const auto extAttributeOf = [](uint8_t bandIndex) {
         const uint8_t elements[] = {1, 1, bandIndex};
         KvBssInfo bss = {};
         bss.ExtAttribute = kAsBefore;
         kvMAP1905_parameter_init(elements, &bss);
-        EXPECT_EQ(bss.ExtAttribute, extAttribute) << int{bandIndex};
+        return bss.ExtAttribute;
+    };
+    const std::pair<uint8_t, uint8_t> steps[] = {
+        {0x02, 9}, {0x40, 3},         {0x42, 9},         {0x82, 9},         {0x80, kAsBefore},
+        {0x02, 9}, {0x20, kAsBefore}, {0x00, kAsBefore}, {0x60, kAsBefore}, {0x43, kAsBefore}};
+    for (const auto &[bandIndex, extAttribute] : steps) {
+        EXPECT_EQ(extAttributeOf(bandIndex), extAttribute) << int{bandIndex};
     }
+    nvram() = {{"wl0_nband", "1"}, {"wl1_nband", "1"}, {"wl0_extattr", "6"}, {"wl1_extattr", "7"}};
+    EXPECT_EQ(extAttributeOf(0x40), 6) << "the first radio of a band";
 }
