@@ -14,7 +14,7 @@ inline constexpr TimePoint kStart{Duration(5000)};
 
 // A node whose ports are socket pairs, where one write is one frame; the test holds the far ends.
 struct Host {
-    explicit Host(unsigned device, unsigned ports = 1) {
+    explicit Host(unsigned device = 1, unsigned ports = 2) {
         config.alMac = mac(device);
         config.seed = device;
         config.radios = {{mac(device, 0x20), 0x0103, Bytes(10)}, {mac(device, 0x21), 0x0105, {}}};
@@ -32,6 +32,9 @@ struct Host {
     }
     void start(TimePoint now) { node = std::make_unique<Node>(config, events, now); }
     TimePoint run(TimePoint now) const { return node->run(now); }
+    void receive(size_t port, const std::string &frame, TimePoint now = kStart) const {
+        node->receive(port, fromHex(frame), now);
+    }
     std::vector<Bytes> sent(size_t port = 0) const {
         std::vector<Bytes> frames;
         for (Bytes frame; takeFrame(far[port], frame);)
@@ -45,9 +48,7 @@ struct Host {
         return node->counters().parseFailures != before;
     }
     const Device *find(unsigned device) const { return node->topology().find(mac(device)); }
-    size_t links() const { return node->topology().local().neighbours.size(); }
 
-    bool isOn = true;
     NodeConfig config;
     NodeEvents events;
     std::vector<FileDescriptor> near, far;

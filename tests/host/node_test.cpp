@@ -13,122 +13,36 @@ namespace {
 constexpr Duration kInterval{60000}, kLifetime{70000};
 const Bytes kValue = fromHex("024EA7 0102030405");
 
-// Two of them on one link, and a clock that moves when a test says so.
-template <typename End>
-class Pair : public testing::Test {
-  protected:
-    // Let everything happen that happens within `duration`.
-    void run(Duration duration) {
-        for (const TimePoint end = now_ + duration;;) {
-            TimePoint next = end;
-            for (bool crossed = true; crossed;) {
-                next = end;
-                crossed = exchange(a_, b_, next);
-                crossed |= exchange(b_, a_, next);
-            }
-            if (now_ >= end) return;
-            now_ = next;
-        }
-    }
-    bool exchange(End &from, End &to, TimePoint &next) {
-        if (from.isOn) next = std::min(next, from.run(now_));
-        const std::vector<Bytes> frames = from.sent();
-        for (const Bytes &frame : frames) {
-            types_.push_back(frame.at(16) << 8 | frame.at(17));
-            if (to.isOn) to.node->receive(0, frame, now_);
-        }
-        return !frames.empty();
-    }
-    ptrdiff_t sent(int type) const { return std::count(types_.begin(), types_.end(), type); }
-
-    End a_{1}, b_{2};
-    TimePoint now_ = kStart;
-    std::vector<int> types_;  // of the messages in all frames that crossed
-};
-
-using TwoHosts = Pair<Host>;
-
-TEST_F(TwoHosts, FindOneAnotherStayTogetherAndForgetWhoFallsSilent) {
-    run(Duration(1000));
-    ASSERT_TRUE(a_.find(2) && b_.find(1));
-    EXPECT_EQ(a_.find(2)->interfaces.at(1).facts.mediaType, 0x0103);
-    EXPECT_EQ(a_.links() + b_.links(), 2u);
-    run(Duration(2000));
-    const size_t frames = types_.size();
-    run(Duration(30000));
-    EXPECT_EQ(types_.size(), frames) << "settled";
-    run(std::chrono::hours(3));
-    EXPECT_TRUE(a_.find(2) && b_.find(1));
-    EXPECT_GE(types_.size() - frames, 2u * 3 * 60);  // discoveries, and nothing else
-    EXPECT_LE(types_.size() - frames, 2u * 3 * 73);
-
-    b_.isOn = false;
-    run(Duration(49000));  // silent for less than the shortest pause between two discoveries
-    EXPECT_TRUE(a_.find(2));
-    run(kLifetime);
-    EXPECT_FALSE(a_.find(2));
-    EXPECT_EQ(a_.links(), 0u);
-    b_.isOn = true;
-    b_.start(now_);
-    run(Duration(1000));
-    EXPECT_EQ(a_.links(), 1u);
-}
-
-TEST_F(TwoHosts, VendorMessagesReachTheOtherOneAndTheSenderItself) {
-    run(Duration(1000));
-    const Bytes large(KV_VEND_MSG_BUFFER_LEN, 0x4E);
-    uint16_t id = 0x4711;
-    EXPECT_FALSE(a_.node->sendVendor(Reach::Unicast, mac(2), Bytes(kMaxTlvValue + 1), &id, now_));
-    for (int i = 0; i < 2; ++i)  // unicast is never taken for a duplicate
-        EXPECT_TRUE(a_.node->sendVendor(Reach::Unicast, mac(2, 0x20), large, &id, now_));
-    EXPECT_TRUE(a_.node->sendVendor(Reach::Unicast, mac(1), kValue, &id, now_));
-    EXPECT_TRUE(a_.received.empty()) << "not while it is sending";
-    run(Duration(10));
-    EXPECT_EQ(b_.received, decltype(b_.received)(2, {mac(1), large, id}));
-    EXPECT_EQ(a_.received, decltype(a_.received)(1, {mac(1), kValue, id}));
-    for (unsigned i = 0; i < 70000; ++i) {
-        id = 0;
-        a_.node->sendVendor(Reach::Unicast, mac(1), kValue, &id, now_);
-        ASSERT_NE(id, 0);
-    }
-}
-
 bool contains(const Bytes &bytes, const std::string &hex) {
     const Bytes part = fromHex(hex);
     return std::search(bytes.begin(), bytes.end(), part.begin(), part.end()) != bytes.end();
 }
 
-// One host with two ports; the test is everybody else.
-class HostFrames : public testing::Test {
+// The test is everybody else.
+class HostFrames : public testing::Test, protected Host {
   protected:
     HostFrames() {
-        host_.run(kStart);
-        host_.sent(0), host_.sent(1);
+        run(kStart);
+        sent(0), sent(1);
     }
-    void receive(size_t port, const std::string &frame, TimePoint now = kStart) {
-        host_.node->receive(port, fromHex(frame), now);
-    }
-    // The frames of that message type that leave a port until `end`.
-    size_t count(size_t port, uint16_t type, TimePoint start, TimePoint end) const {
-        std::vector<Bytes> frames;
+    // How many frames of each message type leave a port until `end`.
+    std::map<int, size_t> counts(size_t port, TimePoint start, TimePoint end) const {
+        std::map<int, size_t> counts;
         for (TimePoint now = start, next; now <= end; now = next) {
-            next = std::min(host_.run(now), now + Duration(100));
-            for (Bytes &frame : host_.sent(port))
-                frames.push_back(std::move(frame));
+            next = std::min(run(now), now + Duration(100));
+            for (const Bytes &frame : sent(port))
+                ++counts[frame.at(16) << 8 | frame.at(17)];
         }
-        return static_cast<size_t>(std::count_if(frames.begin(), frames.end(), [&](const Bytes &frame) {
-            return frame.at(16) == type >> 8 && frame.at(17) == (type & 0xFF);
-        }));
+        return counts;
+    }
+    size_t count(size_t port, uint16_t type, TimePoint start, TimePoint end) const {
+        return counts(port, start, end)[type];
     }
     size_t linksOn(size_t port) const {
-        const auto &lists = host_.node->topology().local().neighbours;
-        const auto found = std::find_if(lists.begin(), lists.end(), [&](const Ieee1905Neighbours &list) {
-            return list.localInterface == mac(1, 0x10 + static_cast<unsigned>(port));
-        });
-        return found == lists.end() ? 0 : found->neighbours.size();
+        for (const Ieee1905Neighbours &list : node->topology().local().neighbours)
+            if (list.localInterface == config.ports[port].mac) return list.neighbours.size();
+        return 0;
     }
-
-    Host host_{1, 2};
 };
 
 const std::string kToAll = "0180C2000013 02005E000200 893A 00 00", kToNode = "02005E000100 02005E000200 893A 00 00";
@@ -143,12 +57,12 @@ TEST_F(HostFrames, QueriesForThisDeviceAloneAreAnsweredUnderTheirIdentifier) {
     };
     for (const auto &[header, taken] : rows) {
         receive(0, std::string(header) + "00 00 0002 BEEF 00 80 0B 0003 024EA7 0B 0001 02 0B 0003 000347 00 0000");
-        const std::vector<Bytes> answers = host_.sent();
+        const std::vector<Bytes> answers = sent();
         EXPECT_EQ(answers.size(), taken) << header;
         for (const Bytes &answer : answers)
             EXPECT_EQ(prefix(answer, 23), fromHex("02005E000200 02005E000100 893A 00 00 0003 BEEF 00 80 03"));
     }
-    EXPECT_EQ(host_.received.size(), 3u * 2) << "vendor TLVs beside the malformed one";
+    EXPECT_EQ(received.size(), 3u * 2) << "vendor TLVs beside the malformed one";
 }
 
 TEST_F(HostFrames, RelayedMulticastGoesOutOnEveryOtherPortOnceWithEverythingInIt) {
@@ -156,40 +70,78 @@ TEST_F(HostFrames, RelayedMulticastGoesOutOnEveryOtherPortOnceWithEverythingInIt
     const std::string body = "0B 0004 024EA7 01 7F 0002 ABCD 01 0006 02005E000300 00 0000";
     receive(0, kToAll + "0004 0007 00 C0" + body);
     receive(1, kToAll + "0004 0007 00 C0" + body);
-    EXPECT_TRUE(host_.sent(0).empty());
-    EXPECT_EQ(host_.sent(1), std::vector<Bytes>{fromHex(ours + body)});
-    EXPECT_EQ(std::get<MacAddress>(host_.received.at(0)), mac(3)) << "the originator, not who forwarded it";
+    EXPECT_TRUE(sent(0).empty());
+    EXPECT_EQ(sent(1), std::vector<Bytes>{fromHex(ours + body)});
+    EXPECT_EQ(std::get<MacAddress>(received.at(0)), mac(3)) << "the originator, not who forwarded it";
 
     receive(0, kToAll + "0004 0008 00 80" + body);                                       // relay bit clear
     receive(0, kToNode + "0004 0009 00 C0" + body);                                      // unicast
     receive(0, kToAll + "0004 000A 00 C0 0B 0003 024EA7 01 0006 02005E000100 00 0000");  // our own
     receive(0, kToAll + "0004 000B 00 C0 0B 0003 024EA7 01 0005 02005E0003 00 0000");    // malformed AL MAC
-    EXPECT_TRUE(host_.sent(1).empty());
+    EXPECT_TRUE(sent(1).empty());
 
     uint16_t id = 7;
-    host_.node->sendVendor(Reach::Network, kMulticastMac, fromHex("024EA7"), &id, kStart);
+    node->sendVendor(Reach::Network, kMulticastMac, fromHex("024EA7"), &id, kStart);
     for (const size_t port : {0u, 1u})
-        EXPECT_EQ(host_.sent(port), std::vector<Bytes>{fromHex(ours + "0B 0003 024EA7 01 0006 02005E000100 00 0000")});
+        EXPECT_EQ(sent(port), std::vector<Bytes>{fromHex(ours + "0B 0003 024EA7 01 0006 02005E000100 00 0000")});
 }
 
 TEST_F(HostFrames, AFarDeviceIsAskedBeforeItIsForgotten) {
     receive(1, kToNode + "0003 0001 00 80 03 0010 02005E000300 01 02005E000320 0103 00 00 0000");
-    host_.run(kStart + kInterval / 2);
-    const std::vector<Bytes> asked = host_.sent(1);
+    run(kStart + kInterval / 2);
+    const std::vector<Bytes> asked = sent(1);
     ASSERT_EQ(asked.size(), 1u);  // on the port that it was heard on
     EXPECT_EQ(prefix(asked[0], 18), fromHex("02005E000300 02005E000100 893A 00 00 0002"));
-    EXPECT_TRUE(host_.sent(0).empty());
+    EXPECT_TRUE(sent(0).empty());
     receive(1, "02005E000100 02005E000320 893A 00 00 0004 0001 00 80 0B 0003 024EA7 00 0000");
-    EXPECT_EQ(std::get<MacAddress>(host_.received.at(0)), mac(3)) << "it sent from its interface";
-    host_.run(kStart + kLifetime - Duration(1));
-    EXPECT_TRUE(host_.find(3));
-    host_.run(kStart + kLifetime);
-    EXPECT_FALSE(host_.find(3));
+    EXPECT_EQ(std::get<MacAddress>(received.at(0)), mac(3)) << "it sent from its interface";
+    run(kStart + kLifetime - Duration(1));
+    EXPECT_TRUE(find(3));
+    run(kStart + kLifetime);
+    EXPECT_FALSE(find(3));
 }
 
 const std::string kDiscovery = kToAll + "0000 0001 00 80 01 0006 02005E000200 02 0006 02005E000210 00 0000";
 const std::string kNotification = kToAll + "0001 0001 00 C0 01 0006 02005E000200 00 0000";
 const std::string kResponse = kToNode + "0003 0001 00 80 03 0010 02005E000200 01 02005E000210 0001 00";
+
+TEST_F(HostFrames, ANeighbourIsGreetedSoonAndThenOnlyDiscoveriesAreSent) {
+    receive(0, kDiscovery);
+    EXPECT_EQ(count(0, kTopologyDiscovery, kStart, kStart + Duration(400)), 1u);
+    receive(0, kResponse + "00 0000");
+    counts(0, kStart, kStart + Duration(3000));
+    std::map<int, size_t> total;
+    TimePoint now = kStart + Duration(3000);
+    for (int minute = 0; minute < 60; ++minute, now += kInterval) {
+        receive(0, kDiscovery, now);
+        for (const auto &[type, frames] : counts(0, now, now + kInterval))
+            total[type] += frames;
+    }
+    EXPECT_EQ(total.size(), 1u);
+    EXPECT_NEAR(static_cast<double>(total[kTopologyDiscovery]), 66, 7);
+    receive(0, kNotification, now);
+    EXPECT_EQ(count(0, kTopologyDiscovery, now, now + Duration(400)), 1u) << "it may have been restarted";
+}
+
+TEST_F(HostFrames, VendorMessagesReachTheOtherDeviceAndTheSenderItself) {
+    receive(0, kResponse + "00 0000");
+    uint16_t id = 0x4711;
+    EXPECT_FALSE(node->sendVendor(Reach::Unicast, mac(2), Bytes(kMaxTlvValue + 1), &id, kStart));
+    EXPECT_TRUE(node->sendVendor(Reach::Unicast, mac(2, 0x10), Bytes(3000), &id, kStart));
+    const std::vector<Bytes> frames = sent();
+    EXPECT_EQ(frames.size(), 3u);
+    for (const Bytes &frame : frames)
+        EXPECT_EQ(prefix(frame, 20), fromHex("02005E000200 02005E000100 893A 00 00 0004 4711"));
+    EXPECT_TRUE(node->sendVendor(Reach::Unicast, mac(1), kValue, &id, kStart));
+    EXPECT_TRUE(received.empty()) << "not while it is sending";
+    run(kStart);
+    EXPECT_EQ(received, decltype(received)(1, {mac(1), kValue, id}));
+    for (unsigned i = 0; i < 70000; ++i) {
+        id = 0;
+        node->sendVendor(Reach::Unicast, mac(1), kValue, &id, kStart);
+        ASSERT_NE(id, 0);
+    }
+}
 
 TEST_F(HostFrames, QueriesEndWithTheirAnswerOrAfterThreeAttempts) {
     receive(0, kNotification);
@@ -211,51 +163,46 @@ TEST_F(HostFrames, LinksLastSeventySecondsFromTheirLastDiscoveryAndEachPortHasIt
     receive(1, kDiscovery);
     receive(1, kDiscovery, kStart + Duration(50000));
     EXPECT_EQ(linksOn(0) + linksOn(1), 2u);
-    host_.run(kStart + kLifetime - Duration(1));
+    run(kStart + kLifetime - Duration(1));
     EXPECT_EQ(linksOn(0), 1u);
-    host_.run(kStart + kLifetime);
+    run(kStart + kLifetime);
     EXPECT_EQ(linksOn(0), 0u);
     EXPECT_EQ(linksOn(1), 1u);
-    EXPECT_LE(host_.run(kStart + kLifetime), kStart + kLifetime + Duration(50000)) << "when the next link ends";
-    host_.run(kStart + kLifetime + Duration(50000));
+    EXPECT_LE(run(kStart + kLifetime), kStart + kLifetime + Duration(50000)) << "when the next link ends";
+    run(kStart + kLifetime + Duration(50000));
     EXPECT_EQ(linksOn(1), 0u);
 }
 
 TEST_F(HostFrames, ChangesWithinASecondMakeOneNotification) {
     receive(0, kResponse + "00 0000");
-    host_.node->linkChanged(1, true, kStart + Duration(10));
-    host_.node->linkChanged(1, true, kStart + Duration(500));
+    node->linkChanged(1, true, kStart + Duration(10));
+    node->linkChanged(1, true, kStart + Duration(500));
     EXPECT_EQ(count(0, kTopologyNotification, kStart + Duration(10), kStart + Duration(999)), 0u);
     EXPECT_EQ(count(0, kTopologyNotification, kStart + Duration(1000), kStart + kLifetime - Duration(1)), 1u);
     EXPECT_EQ(count(0, kTopologyNotification, kStart + kLifetime, kStart + kLifetime), 1u) << "a device is gone";
     const TimePoint later = kStart + kLifetime + Duration(1);
-    host_.sent(1);
-    host_.node->linkChanged(1, true, later);
+    sent(1);
+    node->linkChanged(1, true, later);
     EXPECT_EQ(count(1, kTopologyDiscovery, later, later), 1u);
 }
 
 TEST_F(HostFrames, BssElementsOfAReportAreKeptAndOnlyOtherVendorTlvsHandedOn) {
     const std::string elements = "0B 0010 024EA7 C0 000A 01 02005E000220 1234 01 0B 0006 024EA7 0001 02";
     receive(0, kResponse + elements + "00 0000");
-    ASSERT_TRUE(host_.find(2));
-    EXPECT_EQ(host_.find(2)->bss.mdids, (std::vector<MdidEntry>{{mac(2, 0x20), 0x1234, true}}));
-    ASSERT_EQ(host_.received.size(), 1u);
-    EXPECT_EQ(std::get<Bytes>(host_.received[0]), fromHex("024EA7 0001 02"));
+    ASSERT_TRUE(find(2));
+    EXPECT_EQ(find(2)->bss.mdids, (std::vector<MdidEntry>{{mac(2, 0x20), 0x1234, true}}));
+    ASSERT_EQ(received.size(), 1u);
+    EXPECT_EQ(std::get<Bytes>(received[0]), fromHex("024EA7 0001 02"));
     receive(0, kToNode + "0004 0001 00 80" + elements + "00 0000");
-    EXPECT_EQ(host_.received.size(), 3u) << "in a vendor message they are none";
+    EXPECT_EQ(received.size(), 3u) << "in a vendor message they are none";
 }
 
 TEST_F(HostFrames, WithABridgeUnicastLeavesByItAndItsPortsAreReported) {
-    int fds[2];
-    ASSERT_EQ(socketpair(AF_UNIX, SOCK_DGRAM | SOCK_NONBLOCK, 0, fds), 0);
-    const FileDescriptor bridge(fds[0]), far(fds[1]);
-    host_.config.bridgeFd = bridge.get();
-    host_.start(kStart);
+    config.bridgeFd = near[1].get();
+    start(kStart);
     receive(0, kToNode + "0002 BEEF 00 80 00 0000");
-    EXPECT_TRUE(host_.sent(0).empty());
-    Bytes frame;
-    ASSERT_TRUE(takeFrame(far, frame));
-    EXPECT_TRUE(contains(frame, "04 000E 01 02 02005E000110 02005E000111"));
+    EXPECT_TRUE(sent(0).empty());
+    EXPECT_TRUE(contains(sent(1).at(0), "04 000E 01 02 02005E000110 02005E000111"));
 }
 
 TEST_F(HostFrames, AFloodOfNeighboursAndStrangersIsBounded) {
@@ -264,9 +211,9 @@ TEST_F(HostFrames, AFloodOfNeighboursAndStrangersIsBounded) {
         const std::string tlvs = "01 0006" + address + "02 0006" + address + "00 0000";
         receive(0, "0180C2000013" + address + "893A 00 00 0000 0001 00 80" + tlvs);
     }
-    EXPECT_EQ(host_.node->topology().local().neighbours.at(0).neighbours.size(), Neighbourhood::kMaxLinks);
-    host_.run(kStart + Duration(500));
-    EXPECT_LE(host_.sent(0).size() + host_.sent(1).size(), Node::kMaxPendingQueries * 2 + 8);
+    EXPECT_EQ(node->topology().local().neighbours.at(0).neighbours.size(), Neighbourhood::kMaxLinks);
+    run(kStart + Duration(500));
+    EXPECT_LE(sent(0).size() + sent(1).size(), Node::kMaxPendingQueries * 2 + 8);
 }
 
 TopologyReport reportOf(unsigned device, const std::vector<Neighbour> &neighbours = {}) {
@@ -318,14 +265,11 @@ TEST(Topology, InterfacesBelongToTheFirstWhoReportedThem) {
 
 // A device that joins a network, or with the number 1 its controller.
 struct Party : Host {
-    explicit Party(unsigned device) : Host(device) {
+    explicit Party(unsigned device) : Host(device, 1) {
         events.autoconfiguration = [this](const MacAddress &source, const Message &message, TimePoint now) {
             return onboarding->receive(source, message, now);
         };
         start(kStart);
-        join();
-    }
-    void join() {
         OnboardingActions actions;
         actions.isController = [this] { return config.alMac == mac(1); };
         actions.extension = [](Band band) {  // what the plug-in would write, reduced to its band index
@@ -342,10 +286,6 @@ struct Party : Host {
         };
         onboarding = std::make_unique<Onboarding>(*node, actions, kStart);
     }
-    TimePoint run(TimePoint now) const {
-        onboarding->run(now);
-        return std::min(Host::run(now), now + Duration(500));
-    }
     std::map<Band, int> learntOf(unsigned device) const {
         std::map<Band, int> indices;
         const auto known = onboarding->apConfigurations().find(mac(device));
@@ -359,28 +299,31 @@ struct Party : Host {
     std::vector<int> requests;  // for settings; the first two fail
 };
 
-using TwoParties = Pair<Party>;
-
 // Agent 2 alone; the test is controller 1, the other controller 3 and everybody else.
-class Joining : public testing::Test {
+class Joining : public testing::Test, protected Party {
   protected:
-    Joining() {
-        for (const char *device : {"02005E000100", "02005E000300"})
-            receive(device, "0003 0001 00 80 03 0007" + std::string(device) + "00 00 0000");
+    Joining() : Party(2) {
+        appear(kOne);
+        appear(kThree);
         sentUntil(now_ + Duration(1500));
     }
     void receive(const std::string &source, const std::string &payload) {
-        agent_.node->receive(0, fromHex("02005E000200" + source + "893A 00 00" + payload), now_);
+        Party::receive(0, "02005E000200" + source + "893A 00 00" + payload, now_);
     }
+    void appear(const std::string &source) { receive(source, "0003 0001 00 80 03 0007" + source + "00 00 0000"); }
     // Types of the onboarding messages sent; keeps identifiers of Searches and nonces of M1 by band (0: 2.4 GHz).
     std::vector<uint16_t> sentUntil(TimePoint end) {
         std::vector<uint16_t> types;
         for (; now_ <= end; now_ += Duration(100)) {
-            agent_.run(now_);
-            for (const Bytes &frame : agent_.sent()) {
+            onboarding->run(now_);
+            run(now_);
+            for (const Bytes &frame : sent()) {
                 const auto type = static_cast<uint16_t>(frame.at(16) << 8 | frame.at(17));
                 if (type == kAutoconfigurationSearch) searchId_[frame.at(38)] = after(frame, "0007", 2);
-                if (type == kAutoconfigurationWsc) nonce_ = after(frame, "101A 0010", 16);
+                if (type == kAutoconfigurationWsc) {
+                    nonce_ = after(frame, "101A 0010", 16);
+                    EXPECT_TRUE(contains(frame, "1049 0006 0A61C4 0101")) << "this device's own BSS";
+                }
                 if (type >= kAutoconfigurationSearch && type <= kAutoconfigurationWsc) types.push_back(type);
             }
         }
@@ -407,7 +350,6 @@ class Joining : public testing::Test {
     }
     static constexpr const char *kOne = "02005E000100", *kThree = "02005E000300";
 
-    Party agent_{2};
     TimePoint now_ = kStart;
     std::string searchId_[2], nonce_;
 };
@@ -416,10 +358,10 @@ TEST_F(Joining, OnlyTheFirstControllerThatAnswersASearchIsJoinedAndOnlyItsMatchi
     respond(kOne, searchId_[1], "00", "00");  // the other band's identifier
     respond(kOne, searchId_[0], "00", "01");
     respond(kOne, searchId_[0], "01", "00");  // no registrar
-    EXPECT_EQ(agent_.onboarding->controller(), std::nullopt);
+    EXPECT_EQ(onboarding->controller(), std::nullopt);
     respond(kOne, searchId_[0], "00", "00");
     respond(kThree, searchId_[1], "00", "01");
-    EXPECT_EQ(agent_.onboarding->controller(), mac(1));
+    EXPECT_EQ(onboarding->controller(), mac(1));
     const auto types = sentUntil(now_);
     EXPECT_EQ(types, std::vector<uint16_t>{kAutoconfigurationWsc}) << "nothing for the second controller";
     const std::string other(32, '5');
@@ -428,16 +370,28 @@ TEST_F(Joining, OnlyTheFirstControllerThatAnswersASearchIsJoinedAndOnlyItsMatchi
     answer(kOne, "05", "02", nonce_);
     answer(kOne, "04", "01", nonce_);  // M1: this device is no controller
     receive(kOne, "0007 0001 00 80 01 0006 02005E000100 0D 0001 00 0E 0001 00 00 0000");
-    EXPECT_TRUE(agent_.learntOf(1).empty() && agent_.learntOf(3).empty());
-    EXPECT_TRUE(agent_.sent().empty()) << "an agent answers no Search and no M1";
-    EXPECT_TRUE(agent_.requests.empty()) << "settings only after M2";
+    EXPECT_TRUE(learntOf(1).empty() && learntOf(3).empty());
+    EXPECT_TRUE(sent().empty()) << "an agent answers no Search and no M1";
+    EXPECT_TRUE(requests.empty()) << "settings only after M2";
     answer(kOne, "05", "01", nonce_);
-    EXPECT_EQ(agent_.learntOf(1), (std::map<Band, int>{{kBand24, 0x40}}));
+    EXPECT_EQ(learntOf(1), (std::map<Band, int>{{kBand24, 0x40}}));
     sentUntil(now_ + Duration(1000));
-    EXPECT_EQ(agent_.requests, std::vector<int>{0});
+    EXPECT_EQ(requests, std::vector<int>{0});
     sentUntil(now_ + Duration(800));
-    EXPECT_EQ(agent_.requests.size(), 1u) << "a failed request is repeated after two seconds";
-    EXPECT_EQ(agent_.node->counters().parseFailures, 0u);
+    EXPECT_EQ(requests.size(), 1u) << "a failed request is repeated after two seconds";
+    sentUntil(now_ + std::chrono::minutes(1));
+    EXPECT_EQ(requests, (std::vector<int>{0, 0, 0, 1})) << "two failed; none again when all were sent";
+    sentUntil(now_ + std::chrono::minutes(1));
+    EXPECT_EQ(onboarding->controller(), std::nullopt) << "silent for too long";
+    EXPECT_TRUE(learntOf(1).empty());
+    appear(kOne);
+    sentUntil(now_ + Duration(10000));
+    respond(kOne, searchId_[0], "00", "00");
+    sentUntil(now_);
+    answer(kOne, "05", "01", nonce_);
+    sentUntil(now_ + Duration(1000));
+    EXPECT_EQ(requests, (std::vector<int>{0, 0, 0, 1, 0, 1})) << "joined again";
+    EXPECT_EQ(node->counters().parseFailures, 0u);
 }
 
 TEST_F(Joining, OffersEndAfterThreeAndAControllerThatIsNeverSeenIsGivenUp) {
@@ -445,38 +399,17 @@ TEST_F(Joining, OffersEndAfterThreeAndAControllerThatIsNeverSeenIsGivenUp) {
     respond("02005E000900", searchId_[0], "00", "00");
     const auto types = sentUntil(joined + Duration(29900));
     EXPECT_EQ(std::count(types.begin(), types.end(), kAutoconfigurationWsc), 3);
-    EXPECT_EQ(agent_.onboarding->controller(), mac(9));
+    EXPECT_EQ(onboarding->controller(), mac(9));
     sentUntil(joined + Duration(30000));
-    EXPECT_EQ(agent_.onboarding->controller(), std::nullopt);
+    EXPECT_EQ(onboarding->controller(), std::nullopt);
+    const auto searches = sentUntil(now_ + std::chrono::hours(1));
+    EXPECT_NEAR(static_cast<double>(searches.size()), 2 * 70, 20) << "they back off";
 }
 
-TEST_F(TwoParties, LearnOfEachBandAndTheAgentAsksForTheSettingsOncePerJoin) {
-    a_.isOn = false;
-    run(std::chrono::hours(1));
-    EXPECT_NEAR(static_cast<double>(sent(kAutoconfigurationSearch)), 2 * 70, 20) << "they back off";
-    a_.isOn = true;
-    run(std::chrono::minutes(10));
-    const std::map<Band, int> bothBands{{kBand24, 0x80}, {kBand5, 0x40}};
-    EXPECT_EQ(a_.learntOf(2), bothBands);
-    EXPECT_EQ(b_.learntOf(1), bothBands);
-    EXPECT_EQ(b_.onboarding->controller(), mac(1));
-    EXPECT_EQ(b_.requests, (std::vector<int>{0, 0, 0, 1}));
-    EXPECT_TRUE(a_.requests.empty());
-    EXPECT_LE(sent(kAutoconfigurationWsc), 8) << "settled";
-
-    a_.isOn = false;
-    run(std::chrono::minutes(2));
-    EXPECT_EQ(b_.onboarding->controller(), std::nullopt);
-    a_.isOn = true;
-    run(std::chrono::minutes(2));
-    EXPECT_EQ(b_.learntOf(1), bothBands);
-    EXPECT_EQ(b_.requests, (std::vector<int>{0, 0, 0, 1, 0, 1}));
-    EXPECT_EQ(a_.node->counters().parseFailures + b_.node->counters().parseFailures, 0u);
-}
-
-TEST_F(TwoParties, MalformedMessagesAreCountedAndTeachNothing) {
-    run(Duration(5000));
-    a_.join();  // it knows the device, but nothing of its bands
+TEST(Controller, MalformedMessagesAreCountedAndTeachNothing) {
+    Party party(1);
+    party.receive(0, kResponse + "00 0000");
+    party.sent();
     for (const char *message : {
              "0000 0001 00 80 01 0006 02005E000200 00 0000",                         // discovery without a MAC address
              "0000 0001 00 80 02 0006 02005E000210 00 0000",                         // ... an AL MAC
@@ -490,13 +423,13 @@ TEST_F(TwoParties, MalformedMessagesAreCountedAndTeachNothing) {
              "0008 0001 00 80 0F 0001 00 00 0000",                                   // Response without a band
              "0009 0001 00 80 00 0000",                                              // WSC without its TLV
          })
-        EXPECT_TRUE(a_.refuses(0, fromHex(kToAll + message))) << message;
+        EXPECT_TRUE(party.refuses(0, fromHex(kToAll + message))) << message;
 
     const auto refuses = [&](const Bytes &value) {
         Bytes frame = fromHex("02005E000100 02005E000200 893A");
         const Bytes payload = encodeMessage({kAutoconfigurationWsc, 1, false, {{kTlvWsc, value}}}).at(0);
         frame.insert(frame.end(), payload.begin(), payload.end());
-        return a_.refuses(0, frame);
+        return party.refuses(0, frame);
     };
     const std::string needed = "1022 0001 04 103C 0001 01 101A 0010 000102030405060708090A0B0C0D0E0F";
     const Bytes m1 = fromHex(needed + "1049 0006 0A61C4 010180");
@@ -510,17 +443,17 @@ TEST_F(TwoParties, MalformedMessagesAreCountedAndTeachNothing) {
     EXPECT_TRUE(refuses(fromHex(needed + "101A 0001 00"))) << "a short nonce";
     EXPECT_TRUE(refuses(fromHex("1022 0001 05" + needed.substr(12)))) << "M2 without a registrar nonce";
     EXPECT_FALSE(refuses(fromHex(needed + "1049 0004 00372A 00"))) << "another vendor's";
-    EXPECT_TRUE(a_.learntOf(2).empty());
+    EXPECT_TRUE(party.learntOf(2).empty());
     EXPECT_FALSE(refuses(m1));
-    EXPECT_EQ(a_.learntOf(2), (std::map<Band, int>{{kBand24, 0x80}}));
-    a_.sent();
+    EXPECT_EQ(party.learntOf(2), (std::map<Band, int>{{kBand24, 0x80}}));
+    party.sent();
     EXPECT_FALSE(refuses(fromHex(needed)));
-    EXPECT_TRUE(a_.learntOf(2).empty()) << "its network is gone";
-    const std::vector<Bytes> m2 = a_.sent();
+    EXPECT_TRUE(party.learntOf(2).empty()) << "its network is gone";
+    const std::vector<Bytes> m2 = party.sent();
     ASSERT_EQ(m2.size(), 1u);
     EXPECT_TRUE(contains(m2[0], "101A 0010 000102030405060708090A0B0C0D0E0F 1039 0010"));
-    a_.node->receive(0, fromHex(kToAll + "0007 0002 00 80 01 0006 02005E000200 0D 0001 01 0E 0001 00 00 0000"), now_);
-    EXPECT_TRUE(a_.sent().empty()) << "a Search for no registrar";
+    party.receive(0, kToAll + "0007 0002 00 80 01 0006 02005E000200 0D 0001 01 0E 0001 00 00 0000");
+    EXPECT_TRUE(party.sent().empty()) << "a Search for no registrar";
 }
 
 TEST(BssExtension, TellsAndReadsWithThePlugIn) {
