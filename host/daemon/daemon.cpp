@@ -22,8 +22,9 @@ constexpr uint64_t kWriteEvery = 3;      // seconds between JSON files when ther
 
 }  // namespace
 
-Daemon::Daemon(const Options &options)
+Daemon::Daemon(const Options &options, Heartbeat heartbeat)
     : options_(options),
+      heartbeat_(std::move(heartbeat)),
       commands_(options.socket),
       writer_(EventLoop::now, [this] { writeDataModel(); }),
       nodeTimer_(loop_.addTimer([this] { schedule(); })) {
@@ -115,6 +116,7 @@ void Daemon::run() {
                 options_.alMac.text().c_str(), ports_.size());
     schedule();
     loop_.run();
+    heartbeat_.end();
     KV_HOST_LOG(KV_LOG_NOTICE, "kv1905d ends");
 }
 
@@ -157,6 +159,7 @@ void Daemon::schedule() {
 }
 
 void Daemon::everySecond() {
+    heartbeat_.beat();
     checkLinks();
     if (plugin_) {
         plugin_->everySecond(EventLoop::now());

@@ -12,6 +12,7 @@
 #include "daemon/onboarding.h"
 #include "daemon/options.h"
 #include "daemon/plugin_side.h"
+#include "daemon/supervisor.h"
 #include "support/log.h"
 
 namespace kv1905d {
@@ -19,7 +20,7 @@ namespace kv1905d {
 class Daemon {
   public:
     // Opens every socket and starts the plug-in. Throws std::runtime_error that names what failed.
-    explicit Daemon(const Options &options);
+    explicit Daemon(const Options &options, Heartbeat heartbeat = {});
     Daemon(const Daemon &) = delete;
     Daemon &operator=(const Daemon &) = delete;
 
@@ -48,6 +49,7 @@ class Daemon {
     const char *role() const;
 
     Options options_;
+    Heartbeat heartbeat_;
     CommandServer commands_;
     std::vector<PortSocket> ports_;
     FileDescriptor bridge_;

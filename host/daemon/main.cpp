@@ -2,6 +2,7 @@
 #include <exception>
 
 #include "daemon/daemon.h"
+#include "daemon/supervisor.h"
 
 namespace {
 
@@ -12,14 +13,18 @@ int complain(const std::exception &error, ExitStatus status) {
     return status;
 }
 
+int run(const kv1905d::Options &options, kv1905d::Heartbeat heartbeat) {
+    kv1905d::Daemon(options, std::move(heartbeat)).run();
+    return kDone;
+}
+
 }  // namespace
 
 int main(int argc, char **argv) {
     try {
         const std::optional<kv1905d::Options> options = kv1905d::parseOptions(argc, argv);
         if (!options) return kDone;
-        kv1905d::Daemon(*options).run();
-        return kDone;
+        return kv1905d::supervise([&](kv1905d::Heartbeat heartbeat) { return run(*options, std::move(heartbeat)); });
     } catch (const kv1905d::BadOption &error) {
         return complain(error, kBadOption);
     } catch (const std::exception &error) {

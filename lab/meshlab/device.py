@@ -101,9 +101,11 @@ class DaemonKeeper:
             self._daemon = None
 
     def _is_listening(self):
-        """Whether the daemon itself (not a capture) holds a packet socket on every port."""
-        process = Path("/proc") / str(self._daemon.pid)
+        """Whether the daemon itself (not a capture) holds a packet socket on every port. It is the child of the process
+        that was started."""
+        watcher = self._daemon.pid
         try:
+            process = Path("/proc", *Path(f"/proc/{watcher}/task/{watcher}/children").read_text().split()[:1])
             targets = [os.readlink(entry) for entry in (process / "fd").iterdir()]
             rows = [line.split() for line in (process / "net/packet").read_text().splitlines()[1:]]
         except (FileNotFoundError, ProcessLookupError):

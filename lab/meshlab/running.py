@@ -77,7 +77,8 @@ def find_mesh(name):
             continue
         device_pids = {args[3]: child for child, ppid, args in everything if ppid == pid and is_role(args, "device")}
         owners = {device_pid: device for device, device_pid in device_pids.items()}
-        daemon_pids = {owners[ppid]: child for child, ppid, _ in everything if ppid in owners}
+        watchers = {child: owners[ppid] for child, ppid, _ in everything if ppid in owners}
+        daemon_pids = {watchers[ppid]: child for child, ppid, _ in everything if ppid in watchers}
         return RunningMesh(plan, pid, parent, device_pids, daemon_pids)
     return None
 
