@@ -194,29 +194,22 @@ std::vector<std::string> scenarios() {
 TEST_P(Scenarios, HaveTheOutcomesThatTheyName) {
     const std::string path = kDirectory + GetParam() + ".txt";
     std::ifstream file(path);
-    std::vector<std::pair<size_t, std::string>> steps;
-    size_t number = 0;
+    std::unique_ptr<ScriptedDevice> device;
+    int number = 0;
     for (std::string line; std::getline(file, line);) {
         ++number;
-        if (!steps.empty() && line.starts_with(" ")) {
-            steps.back().second += line.substr(line.find_first_not_of(' ') - 1);
-        } else if (!line.empty() && line[0] != '#') {
-            steps.emplace_back(number, line);
-        }
-    }
-    ASSERT_FALSE(steps.empty());
-    std::unique_ptr<ScriptedDevice> device;
-    for (const auto &[at, step] : steps) {
-        if (step.starts_with("==")) {
+        if (line.empty() || line[0] == '#') continue;
+        if (line.starts_with("==")) {
             device.reset();
             device = std::make_unique<ScriptedDevice>();
             continue;
         }
         ASSERT_NE(device, nullptr) << "a step before the first ==";
-        if (const std::string fault = playStep(*device, step); !fault.empty()) {
-            ADD_FAILURE_AT(path.c_str(), static_cast<int>(at)) << step << fault;
+        if (const std::string fault = playStep(*device, line); !fault.empty()) {
+            ADD_FAILURE_AT(path.c_str(), number) << line << fault;
         }
     }
+    ASSERT_NE(device, nullptr);
 }
 
 INSTANTIATE_TEST_SUITE_P(Plugin, Scenarios, testing::ValuesIn(scenarios()),

@@ -1,5 +1,8 @@
 // The actions, preparations and settings of scenarios, in tables by their names; README.md explains them.
 
+#if defined(__SANITIZE_ADDRESS__)
+#include <sanitizer/common_interface_defs.h>
+#endif
 #include <algorithm>
 #include <cstring>
 #include <functional>
@@ -573,6 +576,15 @@ const Row *find(const Row *begin, const Row *end, const std::string &name) {
     return row == end ? nullptr : row;
 }
 
+// Has a sanitizer that ends the run in the step name it after its report.
+void nameInReports([[maybe_unused]] const std::string &step) {
+#if defined(__SANITIZE_ADDRESS__)
+    static std::string played;
+    played = step;
+    __sanitizer_set_death_callback([] { std::fprintf(stderr, "in the step: %s\n", played.c_str()); });
+#endif
+}
+
 }  // namespace
 
 bool ScriptedDevice::isAction(const std::string &step) {
@@ -581,6 +593,7 @@ bool ScriptedDevice::isAction(const std::string &step) {
 }
 
 std::vector<Effect> ScriptedDevice::play(const std::string &step) {
+    nameInReports(step);
     Words in(step);
     if (!isAction(step)) {
         const std::string name = in.text();
