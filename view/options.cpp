@@ -1,11 +1,10 @@
-#include "daemon/options.h"
-
 #include <getopt.h>
 
 #include <charconv>
 #include <cstdio>
 
 #include "app/outcome.h"
+#include "defaults.h"
 #include "kv1905/version.h"
 #include "view/view.h"
 

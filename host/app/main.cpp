@@ -9,16 +9,25 @@
 #include <filesystem>
 #include <fstream>
 #include <iostream>
-#include <iterator>
 #include <string_view>
+#include <thread>
 #include <vector>
 
-#include "app_options.h"
+#include "arguments.h"
+#include "command/client.h"
+#include "command_line.h"
+#include "help.h"
+#include "kv1905/version.h"
 #include "show.h"
 
 namespace {
 
 using namespace kv1905d;
+
+void printOut(const std::string &text) {
+    std::cout << text << std::flush;
+    if (!std::cout) throw Failure(Status::Failure, "standard output cannot be written");
+}
 
 // One byte more than may be posted is enough to see that there are too many.
 Bytes readAll(std::istream &in) {
@@ -32,24 +41,59 @@ Bytes readAll(std::istream &in) {
     return bytes;
 }
 
-Bytes readBuffer(const AppOptions &options) {
-    if (options.file.empty()) return options.post->size > 0 ? readAll(std::cin) : Bytes();
-    std::ifstream file(options.file, std::ios::binary);
-    if (!file) throw Failure(Status::BadArguments, options.file + ": cannot be read");
-    return readAll(file);
+const CommandRow &postedCommand(uint32_t code) {
+    if (const CommandRow *row = findCommandRow(code)) return *row;
+    std::string text = "CODE must be one of";
+    for (const CommandRow &row : kCommandRows)
+        text += " " + std::to_string(row.code);
+    throw Failure(Status::BadArguments, text + ", not '" + std::to_string(code) + "'");
 }
 
-void warnIfStale(const std::string &dataModel) {
-    const std::string warning = staleness(dataModel, std::time(nullptr));
+CommandResult post(const CommandLine &line) {
+    const CommandRow &row = postedCommand(static_cast<uint32_t>(std::stoul(line.arguments[0])));
+    if (line.arguments.size() == 1) return runPost(row.code, row.size > 0 ? readAll(std::cin) : Bytes(), line.run);
+    std::ifstream file(line.arguments[1], std::ios::binary);
+    if (!file) throw Failure(Status::BadArguments, "FILE " + line.arguments[1] + ": cannot be read");
+    return runPost(row.code, readAll(file), line.run);
+}
+
+// The file stays when its daemon has ended. One that runs for another user may be shown all the same.
+void requireDaemon(const std::string &socket) {
+    try {
+        connectToDaemon(socket, std::nullopt);
+    } catch (const std::system_error &error) {
+        if (statusOf(error.code().value()) == Status::NoDaemon) throw;
+    }
+}
+
+void showOnce(const CommandLine &line) {
+    if (line.file.empty()) requireDaemon(line.run.socket);
+    const std::string &path = line.file.empty() ? line.dataModel : line.file;
+    const time_t now = std::time(nullptr);
+    Network network(path);
+    const std::string alMac = line.arguments.size() > 1 ? network.alMacOf(line.arguments[1]) : "";
+    const std::string text = show(network, {line.arguments[0], alMac, line.json, now});
+    const bool isLive = line.watch && !line.json && isatty(STDOUT_FILENO);
+    if (!line.json) printOut((isLive ? "\033[H\033[J" : "") + std::to_string(ageOf(path, now)) + " s ago:\n");
+    printOut(text);
+    const std::string warning = line.file.empty() ? staleness(path, now) : "";
     if (!warning.empty()) std::fprintf(stderr, "kv1905App: warning: %s\n", warning.c_str());
 }
 
+void showAll(const CommandLine &line) {
+    showOnce(line);
+    while (line.watch) {
+        std::this_thread::sleep_for(*line.watch);
+        showOnce(line);
+    }
+}
+
 // The page is a program of its own next to this one: its web server brings libraries that no other command needs.
-[[noreturn]] void runView(const AppOptions &options) {
+[[noreturn]] void runView(const CommandLine &line) {
     const std::string program = std::filesystem::read_symlink("/proc/self/exe").parent_path() / "kv1905-view";
-    std::vector<std::string> words{"kv1905-view", "--data-model", options.dataModel};
-    if (options.json) words.push_back("--json");
-    words.insert(words.end(), options.arguments.begin(), options.arguments.end());
+    std::vector<std::string> words{"kv1905-view", "--data-model", line.dataModel};
+    if (line.json) words.push_back("--json");
+    words.insert(words.end(), line.arguments.begin(), line.arguments.end());
     std::vector<char *> argv;
     for (std::string &word : words)
         argv.push_back(word.data());
@@ -58,24 +102,54 @@ void warnIfStale(const std::string &dataModel) {
     throw Failure(Status::Failure, program + ": " + std::strerror(errno));
 }
 
-CommandResult act(const AppOptions &options) {
-    switch (options.action) {
-        case AppOptions::Action::Run:
-            return runCommand(*options.command, options.arguments, options.run);
-        case AppOptions::Action::Post:
-            return runPost(options.post->code, readBuffer(options), options.run);
-        case AppOptions::Action::Show:
-            std::cout << show(options.dataModel, {options.what, options.alMac, options.json, std::time(nullptr)});
-            warnIfStale(options.dataModel);
+void help(const CommandLine &line) {
+    if (line.arguments.empty()) return printOut(toolHelp());
+    printOut(commandHelp(commandNamed(line.arguments[0])));
+}
+
+void complete(const CommandLine &line, Network &network) {
+    if (line.arguments[0] != "words") return printOut(completionScript(line.arguments[0]));
+    printOut(wordsAfter(std::span(line.arguments).subspan(1), network));
+}
+
+CommandResult act(CommandLine &line) {
+    Network network(line.dataModel);
+    line.arguments = checkArguments(*line.command, line.arguments, network);
+    switch (line.command->action) {
+        case Action::Run:
+            return runCommand(*line.command, line.arguments, line.run);
+        case Action::Post:
+            return post(line);
+        case Action::Show:
+            showAll(line);
             break;
-        case AppOptions::Action::View:
-            runView(options);
-        case AppOptions::Action::Complete:
-            std::cout << options.script;
+        case Action::Monitor:
+            break;
+        case Action::View:
+            runView(line);
+        case Action::Help:
+            help(line);
+            break;
+        case Action::Manual:
+            printOut(manualPage());
+            break;
+        case Action::Completion:
+            complete(line, network);
             break;
     }
-    std::cout.flush();
-    if (!std::cout) throw Failure(Status::Failure, "standard output cannot be written");
+    return {Status::Success, "", {}, {}};
+}
+
+CommandResult run(CommandLine &line) {
+    if (line.wantsVersion) {
+        printOut("kv1905App " KV1905_VERSION "\n");
+    } else if (line.wantsHelp) {
+        printOut(line.command == nullptr ? toolHelp() : commandHelp(*line.command));
+    } else if (line.command == nullptr) {
+        throw Failure(Status::BadArguments, "a command is missing; 'kv1905App help' lists the commands");
+    } else {
+        return act(line);
+    }
     return {Status::Success, "", {}, {}};
 }
 
@@ -84,19 +158,16 @@ CommandResult act(const AppOptions &options) {
 int main(int argc, char **argv) {
     // The plug-in logs why it refuses arguments; an operator needs nothing else of its log.
     setenv("KV_LOG_LEVEL", "4", 0);
-    std::string name;
+    CommandLine line;
     // A line that is not understood may have the option all the same.
-    bool json = std::any_of(argv, argv + argc, [](std::string_view word) { return word == "--json"; });
+    line.json = std::any_of(argv, argv + argc, [](std::string_view word) { return word == "--json"; });
     CommandResult result;
     try {
-        const std::optional<AppOptions> options = parseAppOptions(argc, argv);
-        if (!options) return 0;
-        name = options->name;
-        json = options->json;
-        result = act(*options);
+        line = parseCommandLine(argc, argv);
+        result = run(line);
     } catch (const std::exception &error) {
         result = failureOf(error);
     }
-    if (!result.meaning.empty()) print(result, name, json);
+    if (!result.meaning.empty()) print(result, line.command == nullptr ? "" : line.command->name, line.json);
     return static_cast<int>(result.status);
 }

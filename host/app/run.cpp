@@ -32,7 +32,7 @@ std::optional<Collected> askPlugin(const ToolCommand &command, std::vector<std::
                                    const std::string &path) {
     const support::PluginLibrary plugin(path);
     const auto funcReg = plugin.symbol<decltype(&kvMAP1905_Func_reg)>("kvMAP1905_Func_reg");
-    const auto entryPoint = plugin.symbol<ToolEntry>(command.entryPoint);
+    const auto entryPoint = plugin.symbol<ToolEntry>(command.entry);
     Kv1905BcmCbs table{};
     table.cmdSend = collect;
     funcReg(&table, 1);
@@ -69,14 +69,14 @@ std::string targetOf(const Post &post) {
 
 // The result that the daemon's reply settles; nothing when an agent acts.
 std::optional<CommandResult> settledBy(const Reply &reply, Completion completion, const std::string &target) {
-    const bool local = reply.verdict == Verdict::LocalTarget && completion != Completion::Sent;
+    const bool local = reply.verdict == Verdict::LocalTarget && completion != Completion::Message;
     if (local && completion == Completion::AgentUnlessLocal)
         return CommandResult{Status::Success, "recorded for this device itself; nothing was sent", {}, target};
     const VerdictRow &row = rowOf(local ? Verdict::Accepted : reply.verdict);
     std::string meaning = row.printed;
     if (row.verdict == Verdict::Accepted) {
-        if (completion != Completion::Accepted && completion != Completion::Sent) return std::nullopt;
-        if (completion == Completion::Sent) meaning = "sent";
+        if (completion != Completion::Accepted && completion != Completion::Message) return std::nullopt;
+        if (completion == Completion::Message) meaning = "sent";
     } else if (meaning.ends_with(' ')) {
         meaning += row.verdict == Verdict::ShortBuffer ? std::to_string(reply.needed) : target;
     }
@@ -114,7 +114,7 @@ void requireDaemon(const std::string &path) {
 // Taken for a command that an agent answers.
 std::optional<ResultFile> resultsFor(const ToolCommand *command, const RunOptions &options) {
     const Completion completion = completionOf(command);
-    if (completion == Completion::Accepted || completion == Completion::Sent) return std::nullopt;
+    if (completion == Completion::Accepted || completion == Completion::Message) return std::nullopt;
     requireDaemon(options.socket);
     return ResultFile(options.resultFile, options.timeout);
 }
@@ -123,15 +123,12 @@ std::optional<ResultFile> resultsFor(const ToolCommand *command, const RunOption
 
 CommandResult runCommand(const ToolCommand &command, const std::vector<std::string> &arguments,
                          const RunOptions &options) {
-    const std::vector<std::string> checked = checkArguments(command, arguments);
-    if (command.entryPoint == nullptr) return runPost(command.code, bufferOfMacs(checked), options);
+    if (command.entry == nullptr) return runPost(command.code, bufferOfMacs(arguments), options);
     const std::optional<ResultFile> results = resultsFor(&command, options);
-    const std::optional<Collected> posted = askPlugin(command, checked, options.plugin);
+    const std::optional<Collected> posted = askPlugin(command, arguments, options.plugin);
     if (posted) return deliver({posted->code, posted->buffer}, &command, results ? &*results : nullptr, options);
-    // The plug-in has left its refusal where an agent's would be, or has only logged it.
-    const std::optional<uint8_t> code = results ? results->read() : std::nullopt;
-    const std::string usage = "the plug-in refuses the arguments; they are: " + usageOf(command);
-    return {Status::BadArguments, command.limit == nullptr ? usage : command.limit, code, {}};
+    const std::string usage = "the plug-in refuses the arguments; usage: kv1905App " + usageOf(command);
+    return {Status::BadArguments, command.limit == nullptr ? usage : command.limit, {}, {}};
 }
 
 CommandResult runPost(uint32_t code, ByteView buffer, const RunOptions &options) {

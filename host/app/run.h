@@ -19,11 +19,12 @@ struct RunOptions {
     bool wait = true;
 };
 
-// Have the plug-in check the arguments and fill the buffer, then as runPost. Throws Failure or std::system_error.
+// Has the plug-in fill the buffer from arguments that checkArguments() returned, then as runPost. Throws Failure or
+// std::system_error.
 CommandResult runCommand(const ToolCommand &command, const std::vector<std::string> &arguments,
                          const RunOptions &options);
 
-// Post a buffer as it is. An answer is awaited when the code is a command's that has one. Throws like runCommand.
+// Posts a buffer unchanged. An answer is awaited when the code is a command's that has one. Throws like runCommand.
 CommandResult runPost(uint32_t code, ByteView buffer, const RunOptions &options);
 
 }  // namespace kv1905d

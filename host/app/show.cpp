@@ -3,55 +3,59 @@
 #include <json-c/json.h>
 #include <sys/stat.h>
 
+#include <algorithm>
+#include <cstdio>
+#include <iterator>
 #include <span>
 #include <vector>
 
-#include "ieee1905/mac_address.h"
+#include "defaults.h"
 #include "outcome.h"
 
 namespace kv1905d {
 namespace {
 
-constexpr time_t kFreshFor = 30;  // seconds; a daemon that runs writes every few
-
 using support::JsonPtr;
 
-json_object *member(json_object *object, const char *key) {
-    return json_object_is_type(object, json_type_object) ? json_object_object_get(object, key) : nullptr;
+struct View {
+    Network &network;
+    time_t now;
+};
+
+// ---- Cells of tables
+
+std::string text(json_object *value, const View &) {
+    return plain(value);
 }
 
-// Calls `visit` for each entry of the list; a list that is missing is empty.
-template <typename Visit>
-void forEach(json_object *list, const Visit &visit) {
-    if (!json_object_is_type(list, json_type_array)) return;
-    for (size_t i = 0; i < json_object_array_length(list); ++i)
-        visit(json_object_array_get_idx(list, i));
+std::string name(json_object *alMac, const View &view) {
+    return view.network.nameOf(plain(alMac));
 }
 
-// For a terminal: the file repeats what neighbours said, which must not drive it.
-std::string plain(json_object *value) {
-    std::string out;
-    for (const char *at = value == nullptr ? "-" : json_object_get_string(value); *at != '\0'; ++at)
-        out += *at >= ' ' && *at <= '~' ? *at : '?';
-    return out.empty() ? "-" : out;
-}
-
-std::string age(json_object *when, time_t now) {
-    const std::string text = plain(when);
+std::string age(json_object *when, const View &view) {
+    const std::string time = plain(when);
     tm parts{};
-    const char *end = strptime(text.c_str(), "%Y-%m-%dT%H:%M:%SZ", &parts);
+    const char *end = strptime(time.c_str(), "%Y-%m-%dT%H:%M:%SZ", &parts);
     if (end == nullptr || *end != '\0') return "-";
-    return std::to_string(std::max<time_t>(now - timegm(&parts), 0));  // a clock may have stepped back since
+    return std::to_string(std::max<time_t>(view.now - timegm(&parts), 0));  // a clock may have stepped back since
 }
 
-std::string megabits(json_object *kilobits, time_t) {
+std::string megabits(json_object *kilobits, const View &) {
     return kilobits == nullptr ? "-" : std::to_string(json_object_get_int64(kilobits) / 1000);
+}
+
+std::string media(json_object *type, const View &) {
+    return mediaName(type);
+}
+
+std::string digits(json_object *type, const View &) {
+    return mediaDigits(type);
 }
 
 struct Column {
     const char *title;
     const char *key;
-    std::string (*format)(json_object *value, time_t now) = [](json_object *value, time_t) { return plain(value); };
+    std::string (*format)(json_object *value, const View &view) = text;
 };
 
 constexpr Column kDeviceColumns[] = {
@@ -65,7 +69,7 @@ constexpr Column kDeviceColumns[] = {
     {"HEARD (s ago)", "SecondsSinceHeard"},
 };
 constexpr Column kStationColumns[] = {
-    {"DEVICE", "Device"},
+    {"DEVICE", "Device", name},
     {"BAND", "Band"},
     {"STATION", "MACAddress"},
     {"SIGNAL dBm", "RSSI"},
@@ -75,15 +79,25 @@ constexpr Column kStationColumns[] = {
     {"UP", "LastDataUplinkRate", megabits},
     {"SEEN (s ago)", "TimeStamp", age},
 };
+constexpr Column kLinkColumns[] = {
+    {"DEVICE", "Device", name}, {"INTERFACE", "Interface"},       {"NAME", "MediaType", media},
+    {"NEIGHBOUR", "ID", name},  {"BEHIND A BRIDGE", "ViaBridge"},
+};
+constexpr Column kInterfaceColumns[] = {
+    {"DEVICE", "Device", name},
+    {"INTERFACE", "MACAddress"},
+    {"NAME", "MediaType", media},
+    {"MEDIA TYPE", "MediaType", digits},
+};
 
-std::string table(json_object *list, std::span<const Column> columns, time_t now) {
+std::string table(json_object *list, std::span<const Column> columns, const View &view) {
     std::vector<std::vector<std::string>> rows(1);
     for (const Column &column : columns)
         rows[0].push_back(column.title);
     forEach(list, [&](json_object *entry) {
         std::vector<std::string> &row = rows.emplace_back();
         for (const Column &column : columns)
-            row.push_back(column.format(member(entry, column.key), now));
+            row.push_back(column.format(member(entry, column.key), view));
     });
     std::vector<size_t> widths(columns.size());
     for (const auto &row : rows) {
@@ -101,63 +115,125 @@ std::string table(json_object *list, std::span<const Column> columns, time_t now
     return out;
 }
 
-// All fields of the devices in the list, one a line.
+// All fields of the objects in the list, one a line.
 std::string fieldLines(json_object *list) {
     std::string out;
-    forEach(list, [&](json_object *device) {
-        json_object_object_foreach(device, key, value) out += std::string(key) + ": " + plain(value) + "\n";
+    forEach(list, [&](json_object *entry) {
+        json_object_object_foreach(entry, key, value) out += std::string(key) + ": " + plain(value) + "\n";
     });
     return out;
 }
 
-JsonPtr devices(json_object *root, const MacAddress *only) {
+// ---- Lists of what can be shown
+
+void add(const JsonPtr &list, json_object *entry) {
+    json_object_array_add(list.get(), entry);
+}
+
+// The entries of one list of the file.
+JsonPtr listOf(Network &network, const char *key) {
     JsonPtr list(json_object_new_array());
-    forEach(member(member(root, "kv1905"), "DeviceList"), [&](json_object *device) {
-        if (only == nullptr || plain(member(device, "ID")) == only->text()) {
-            json_object_array_add(list.get(), json_object_get(device));
-        }
+    forEach(member(network.data(), key), [&](json_object *each) { add(list, json_object_get(each)); });
+    return list;
+}
+
+// The entries of one list of every device, each with its device.
+JsonPtr partsOf(Network &network, const char *key) {
+    JsonPtr list(json_object_new_array());
+    forEach(member(network.data(), "DeviceList"), [&](json_object *device) {
+        forEach(member(device, key), [&](json_object *each) {
+            json_object *entry = nullptr;
+            if (json_object_deep_copy(each, &entry, nullptr) != 0) return;
+            json_object_object_add(entry, "Device", json_object_get(member(device, "ID")));
+            add(list, entry);
+        });
     });
     return list;
 }
 
-JsonPtr stations(json_object *root) {
-    json_object *list = member(member(root, "kv1905"), "StationList");
-    return JsonPtr(json_object_is_type(list, json_type_array) ? json_object_get(list) : json_object_new_array());
+// One object.
+JsonPtr countersOf(Network &network, const char *key) {
+    JsonPtr list(json_object_new_array());
+    add(list, json_object_get(member(network.data(), key)));
+    return list;
 }
 
-std::string printed(const JsonPtr &list) {
+JsonPtr statusOf(Network &network, const char *) {
+    JsonPtr list(json_object_new_array());
+    json_object *status = json_object_new_object();
+    json_object_object_foreach(network.data(), key, value) {
+        const bool isPart = json_object_is_type(value, json_type_array) || json_object_is_type(value, json_type_object);
+        if (!isPart) json_object_object_add(status, key, json_object_get(value));
+    }
+    add(list, status);
+    return list;
+}
+
+struct Subject {
+    std::string_view what;
+    JsonPtr (*list)(Network &network, const char *key);
+    const char *key;
+    const char *owner;                  // field with the AL MAC that a filter compares; null: no filter
+    std::span<const Column> columns{};  // none: one object, whose fields are printed
+};
+
+constexpr Subject kShowable[] = {
+    {"devices", listOf, "DeviceList", nullptr, kDeviceColumns},
+    {"device", listOf, "DeviceList", "ID"},
+    {"stations", listOf, "StationList", "Device", kStationColumns},
+    {"links", partsOf, "NeighborList", "Device", kLinkColumns},
+    {"interfaces", partsOf, "InterfaceList", "Device", kInterfaceColumns},
+    {"counters", countersOf, "Counters", nullptr},
+    {"status", statusOf, nullptr, nullptr},
+};
+
+JsonPtr filtered(JsonPtr list, const char *owner, const std::string &alMac) {
+    JsonPtr kept(json_object_new_array());
+    forEach(list.get(), [&](json_object *each) {
+        if (plain(member(each, owner)) == alMac) add(kept, json_object_get(each));
+    });
+    return kept;
+}
+
+// `isOne`: the list holds one object, which is printed alone.
+std::string printed(json_object *list, bool isOne) {
     const int flags = JSON_C_TO_STRING_PRETTY | JSON_C_TO_STRING_SPACED | JSON_C_TO_STRING_NOSLASHESCAPE;
-    return std::string(json_object_to_json_string_ext(list.get(), flags)) + "\n";
+    json_object *value = isOne ? json_object_array_get_idx(list, 0) : list;
+    return std::string(json_object_to_json_string_ext(value, flags)) + "\n";
 }
 
 }  // namespace
 
-std::string staleness(const std::string &path, time_t now) {
+time_t ageOf(const std::string &path, time_t now) {
     struct stat facts {};
-    if (stat(path.c_str(), &facts) != 0 || now - facts.st_mtime <= kFreshFor) return "";
-    return "the daemon last wrote " + path + " " + std::to_string(now - facts.st_mtime) + " s ago; is it running?";
+    return stat(path.c_str(), &facts) == 0 ? std::max<time_t>(now - facts.st_mtime, 0) : 0;
 }
 
-JsonPtr readModel(const std::string &path) {
-    constexpr size_t kLimit = size_t{64} << 20;  // bytes, far beyond the largest network
-    return support::readJsonObject(path, kLimit);
+std::string staleness(const std::string &path, time_t now) {
+    const time_t seconds = ageOf(path, now);
+    if (seconds <= 2 * kDataModelInterval) return "";
+    return "the daemon last wrote " + path + " " + std::to_string(seconds) + " s ago; does it hang?";
 }
 
-std::string show(const std::string &path, const Question &question) {
-    const auto &[what, alMac, json, now] = question;
-    const std::optional<MacAddress> only = MacAddress::parse(alMac);
-    if ((what == "device") != only.has_value() || alMac.empty() != (what != "device")) {
-        throw Failure(Status::BadArguments, "'device', and it alone, takes an AL MAC such as 02:00:5e:00:01:00");
+std::string show(Network &network, const Question &question) {
+    const auto isIt = [&](const Subject &each) { return each.what == question.what; };
+    const Subject &subject = *std::find_if(std::begin(kShowable), std::end(kShowable), isIt);
+    const bool isFiltered = !question.alMac.empty();
+    if (isFiltered && subject.owner == nullptr)
+        throw Failure(Status::BadArguments, "unexpected argument: 'show " + question.what + "' takes no DEVICE");
+    if (!isFiltered && subject.what == "device")
+        throw Failure(Status::BadArguments, "DEVICE is missing; usage: kv1905App show device DEVICE");
+    JsonPtr list = subject.list(network, subject.key);
+    if (isFiltered) {
+        if (network.device(question.alMac) == nullptr)
+            throw Failure(Status::NoDevice, "no such device in the network: " + question.alMac);
+        list = filtered(std::move(list), subject.owner, question.alMac);
     }
-    const JsonPtr root = readModel(path);
-    const JsonPtr list = what == "stations" ? stations(root.get()) : devices(root.get(), only ? &*only : nullptr);
-    if (only && json_object_array_length(list.get()) == 0) {
-        throw Failure(Status::NoDevice, only->text() + ": no such device in the network");
-    }
-    if (json) return printed(list);
-    if (json_object_array_length(list.get()) == 0) return "no " + what + "\n";
-    if (only) return fieldLines(list.get());
-    return what == "stations" ? table(list.get(), kStationColumns, now) : table(list.get(), kDeviceColumns, now);
+    const bool isOne = subject.owner == nullptr && subject.columns.empty();
+    if (question.json) return printed(list.get(), isOne);
+    if (subject.columns.empty()) return fieldLines(list.get());
+    if (json_object_array_length(list.get()) == 0) return "no " + question.what + "\n";
+    return table(list.get(), subject.columns, {network, question.now});
 }
 
 }  // namespace kv1905d

@@ -1,25 +1,26 @@
-// The network as the daemon's JSON file shows it, as a table for people or as a JSON list.
+// The network as a JSON file shows it, as a table for people or as JSON.
 #pragma once
 
 #include <ctime>
 #include <string>
 
-#include "support/json.h"
+#include "network.h"
 
 namespace kv1905d {
 
+// What to show, of one device where `alMac` is not empty. `now`: seconds since the epoch, for ages.
 struct Question {
-    std::string what;   // "devices", "stations", or "device" with its AL MAC
-    std::string alMac;  // empty but for "device"
+    std::string what;
+    std::string alMac;
     bool json = false;
-    time_t now = 0;  // seconds since the epoch, for ages
+    time_t now = 0;
 };
 
-// The daemon's JSON file. Throws like support::readJsonObject().
-support::JsonPtr readModel(const std::string &path);
+// The text to print. Throws Failure, or like Network::data().
+std::string show(Network &network, const Question &question);
 
-// What the file at `path` answers, as text to print. Throws Failure, or like readModel().
-std::string show(const std::string &path, const Question &question);
+// "2 s" or the like since the file was written.
+time_t ageOf(const std::string &path, time_t now);
 
 // A warning for people when the file was not written for long; empty when it was, or is not there.
 std::string staleness(const std::string &path, time_t now);

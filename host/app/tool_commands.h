@@ -1,4 +1,4 @@
-// The operator commands: command line, help, completion and the meaning of results read this one table.
+// The tool's commands: parser, help, manual, completion and the meaning of results read this one table.
 #pragma once
 
 #include <kv1905/kvMAP1905.h>
@@ -13,39 +13,35 @@
 
 namespace kv1905d {
 
-// The plug-in's entry point for one of them.
+// The plug-in's entry point of a command.
 using ToolEntry = int (*)(void *context, int argc, char **argv);
 
-// What ends a command.
+enum class Action { Run, Post, Show, Monitor, View, Help, Manual, Completion };
+
+// What ends a command that is run.
 enum class Completion {
-    Accepted,         // the daemon accepted it
-    Sent,             // the daemon sent it
-    Agent,            // an agent reports a result
-    AgentUnlessLocal  // the same, but the daemon's own device acts without a report
+    Accepted,          // the daemon accepted it
+    Message,           // a vendor message was received from the target, or sent to it
+    Agent,             // an agent reports a result
+    AgentUnlessLocal,  // the same, but the daemon's own device acts without a report
 };
 
-inline constexpr Meaning kPowerMeanings[] = {
-    {1, "the device has no interface of that MAC and media type"},
-    {2, "no such power state"},
-    {64, "power cannot be set by media type"},
-};
-
-enum class ArgumentKind { Mac, Number, MediaType, Remote, Text };
+enum class ArgumentKind { Device, Interface, Mac, MediaType, Number, Country, Text, Remote, Choice };
 enum class ArgumentCount { One, Optional, Any };
 
-// What may be typed instead of a number.
+// What may be typed, and the plug-in's number for it.
 struct NamedNumber {
     const char *text;
     const char *number;
 };
 
 struct Argument {
-    const char *name;
+    const char *name;    // in a usage line
     const char *values;  // that are accepted, for people
     ArgumentKind kind;
     uint32_t lowest = 0;  // of a number, or of a text's length
     uint32_t highest = 0;
-    std::span<const NamedNumber> words = {};  // accepted as well
+    std::span<const NamedNumber> words = {};  // accepted as well; of a choice, alone
     ArgumentCount count = ArgumentCount::One;
 };
 
@@ -55,110 +51,201 @@ inline constexpr NamedNumber kFailedWords[] = {{"0", "0"}};
 inline constexpr NamedNumber kRemoteWords[] = {
     {"reboot", "2"}, {"power", "3"}, {"firmware", "9"}, {"reset", "10"}, {"partial-reset", "20"},
 };
+inline constexpr NamedNumber kSubjects[] = {
+    {"devices", "devices"},       {"device", "device"},     {"stations", "stations"}, {"links", "links"},
+    {"interfaces", "interfaces"}, {"counters", "counters"}, {"status", "status"}};
+inline constexpr NamedNumber kShells[] = {{"bash", "bash"}, {"zsh", "zsh"}, {"words", "words"}};
 
-inline constexpr Argument kAlMac{"AL-MAC", "a MAC address such as 02:00:5e:00:02:00", ArgumentKind::Mac};
-inline constexpr Argument kTargetArguments[] = {kAlMac};
+inline constexpr Argument kDevice{"DEVICE", "a device's AL MAC or the end of it, its model name or its IP address",
+                                  ArgumentKind::Device};
+inline constexpr Argument kTargetArguments[] = {kDevice};
 inline constexpr Argument kRssiArguments[] = {
-    kAlMac,
+    kDevice,
     {"STATION-MAC", "a MAC address such as 02:00:5e:0a:01:01", ArgumentKind::Mac},
 };
 inline constexpr Argument kPowerArguments[] = {
-    kAlMac,
-    {"INTERFACE-MAC", "a MAC address such as 02:00:5e:00:02:20", ArgumentKind::Mac},
-    {"MEDIA-TYPE", "1 to 4 hexadecimal digits such as 0103", ArgumentKind::MediaType},
-    {"STATE", "on (0), off (2) or a number from 0 to 255", ArgumentKind::Number, 0, 255, kPowerWords},
+    kDevice,
+    {"INTERFACE", "an interface's MAC, or 2.4GHz or 5GHz where the device has one such radio", ArgumentKind::Interface},
+    {"MEDIA-TYPE",
+     "1 to 4 hexadecimal digits such as 0103; known for a listed interface",
+     ArgumentKind::MediaType,
+     0,
+     0,
+     {},
+     ArgumentCount::Optional},
+    {"on|off", "on (0), off (2) or a number from 0 to 255", ArgumentKind::Number, 0, UINT8_MAX, kPowerWords},
 };
 inline constexpr Argument kFirmwareArguments[] = {
-    kAlMac,
-    {"OPTION", "1 to 7", ArgumentKind::Number, 0, UINT16_MAX},  // the plug-in refuses the others
+    kDevice,
+    {"OPTION", "a number from 1 to 7", ArgumentKind::Number, 1, 7},
     {"TOPOLOGY-OPTION", "a number from 0 to 255", ArgumentKind::Number, 0, UINT8_MAX},
-    {"URL", "at most 1023 characters, as agents take", ArgumentKind::Text, 0, 1023},
+    {"URL", "at most 1023 characters", ArgumentKind::Text, 0, 1023},
 };
 inline constexpr Argument kResultArguments[] = {
     {"RESULT", "0 (failed), 2 (download begun), 3 (downloaded), 4 (writing) or 5 (written)", ArgumentKind::Number, 2, 5,
      kFailedWords},
 };
 inline constexpr Argument kLedArguments[] = {
-    kAlMac,
-    {"STATE", "on, off or a number from 0 (off) to 255", ArgumentKind::Number, 0, UINT8_MAX,
-     kLedWords},  // of a byte on the wire
+    kDevice,
+    {"on|off", "on, off or a number from 0 (off) to 255", ArgumentKind::Number, 0, UINT8_MAX, kLedWords},
 };
-inline constexpr Argument kCountryArguments[] = {{"COUNTRY", "at most 4 characters", ArgumentKind::Text, 0, 4}};
+inline constexpr Argument kCountryArguments[] = {
+    {"COUNTRY", "at most 4 letters, digits or '/', as agents accept; '' for each device's own", ArgumentKind::Country,
+     0, 4},
+};
 inline constexpr Argument kRemoteArguments[] = {
-    kAlMac,
+    kDevice,
     {"COMMAND", "reboot, power, firmware, reset, partial-reset or a command's number", ArgumentKind::Remote, 0, 0,
      kRemoteWords},
-    {"WORD", "that command's arguments, its AL MAC first", ArgumentKind::Text, 0, UINT32_MAX, {}, ArgumentCount::Any},
+    {"WORD", "that command's arguments, its DEVICE first", ArgumentKind::Text, 0, UINT32_MAX, {}, ArgumentCount::Any},
 };
 inline constexpr Argument kLogArguments[] = {
     {"FACILITY", "a number from 0 (all) to 15", ArgumentKind::Number, 0, 15},
     {"TARGET", "0 (stderr) or 1 (syslog)", ArgumentKind::Number, 0, 1},
     {"LEVEL", "a number from 0 to 7", ArgumentKind::Number, 0, 7, {}, ArgumentCount::Optional},
 };
+inline constexpr Argument kShowArguments[] = {
+    {"WHAT", "devices, device, stations, links, interfaces, counters or status", ArgumentKind::Choice, 0, 0, kSubjects},
+    {"DEVICE",
+     "as in other commands; required for 'device', a filter for stations, links and interfaces",
+     ArgumentKind::Device,
+     0,
+     0,
+     {},
+     ArgumentCount::Optional},
+};
+inline constexpr Argument kPostArguments[] = {
+    {"CODE", "a command code of the daemon", ArgumentKind::Number, 0, UINT32_MAX},
+    {"FILE",
+     "the file with the buffer; standard input where the code reads one",
+     ArgumentKind::Text,
+     0,
+     UINT32_MAX,
+     {},
+     ArgumentCount::Optional},
+};
+inline constexpr Argument kViewArguments[] = {
+    {"OPTION", "options of kv1905-view", ArgumentKind::Text, 0, UINT32_MAX, {}, ArgumentCount::Any},
+};
+inline constexpr Argument kHelpArguments[] = {
+    {"COMMAND", "a command's name", ArgumentKind::Text, 0, UINT32_MAX, {}, ArgumentCount::Optional},
+};
+inline constexpr Argument kCompletionArguments[] = {
+    {"SHELL", "bash or zsh", ArgumentKind::Choice, 0, 0, kShells},
+    {"WORD", "what the scripts pass after the word 'words'", ArgumentKind::Text, 0, UINT32_MAX, {}, ArgumentCount::Any},
+};
+
+inline constexpr std::span<const Argument> kNoArguments = {};
+inline constexpr std::span<const Meaning> kCommonMeanings = {};
+inline constexpr Meaning kPowerMeanings[] = {
+    {0, "acknowledged; agents of this build record the request and switch no radio"},
+    {1, "the device has no interface of that MAC and media type"},
+    {2, "no such power state"},
+    {64, "power cannot be set by media type"},
+};
+inline constexpr Meaning kFirmwareMeanings[] = {
+    {16, "not supported: agents of this build fetch no firmware"},
+};
 
 struct ToolCommand {
     const char *name;
     const char *number;  // the older name, which the entry point receives too; empty: none
     const char *help;
-    const char *example;     // arguments
-    const char *entryPoint;  // symbol in the plug-in; null: the buffer is the arguments, MAC addresses all
-    uint32_t code;           // posted to the daemon
-    Completion completion;
-    std::span<const Argument> arguments = {};
-    const char *limit = nullptr;             // which the plug-in alone checks
+    const char *example;  // arguments
+    std::span<const Argument> arguments;
+    Action action;
+    uint32_t code = 0;            // posted to the daemon by Action::Run
+    const char *entry = nullptr;  // symbol in the plug-in; null: the buffer is the arguments, MAC addresses all
+    Completion completion = Completion::Accepted;
+    const char *permission = nullptr;        // the device's field in the JSON file: whether it allows this
     std::span<const Meaning> meanings = {};  // of results beyond the common ones
+    const char *limit = nullptr;             // which the plug-in alone checks
 };
 
 inline constexpr ToolCommand kToolCommands[] = {
-    {"reboot", "2", "Restart a device", "02:00:5e:00:02:00", "kvMAP1905_RebootQuery_send", KV_CMD_REBOOT,
-     Completion::Agent, kTargetArguments},
-    {"power", "3", "Switch a device's interface on or off", "02:00:5e:00:02:00 02:00:5e:00:02:20 0103 off",
-     "kvMAP1905_CtrlInftPwrQuery_send", KV_CMD_INTF_PWR_CTRL, Completion::Agent, kPowerArguments, nullptr,
+    {"show", "", "Show the network as this device's daemon knows it; the controller knows most", "devices",
+     kShowArguments, Action::Show},
+    {"reboot", "2", "Restart a device", "agent1", kTargetArguments, Action::Run, KV_CMD_REBOOT,
+     "kvMAP1905_RebootQuery_send", Completion::Agent, "RebootAllowed"},
+    {"power", "3", "Request the power state of a device's interface", "agent1 5GHz off", kPowerArguments, Action::Run,
+     KV_CMD_INTF_PWR_CTRL, "kvMAP1905_CtrlInftPwrQuery_send", Completion::Agent, "InterfacePowerAllowed",
      kPowerMeanings},
-    {"firmware", "9", "Have a device fetch firmware; topology option 0 sends no URL",
-     "02:00:5e:00:02:00 1 1 http://192.168.77.11/image.bin", "kvMAP1905_FWCtrlQuery_send", KV_CMD_FW_CTRL,
-     Completion::Agent, kFirmwareArguments, "OPTION must be 1 to 7"},
-    {"reset", "10", "Reset a device to factory default", "02:00:5e:00:02:00", "kvMAP1905_ResetDefaultQuery_send",
-     KV_CMD_RESET_DEFAULT, Completion::Agent, kTargetArguments},
-    {"firmware-result", "11", "Tell this device's daemon how its firmware upgrade goes", "3", "kvMAP1905_FwResult_set",
-     KV_CMD_FW_RESULT, Completion::Accepted, kResultArguments},
-    {"led", "14", "Switch a device's LEDs", "02:00:5e:00:02:00 on", "kvMAP1905_ledStatus_send", KV_CMD_LED_CTRL,
-     Completion::AgentUnlessLocal, kLedArguments},
-    {"sync-country", "16", "Have this device's daemon ask for the country that radios announce in their beacons", "",
-     "kvMAP1905_sync_country_req_send", KV_CMD_SYNC_COUNTRY_BCN_REQ, Completion::Accepted},
-    {"country", "17",
-     "Tell every other device the country that its radios are to announce; who joins later asks for this device's own",
-     "DE", "kvMAP1905_CountryInBcn_send", KV_CMD_COUNTRY_IN_BCN, Completion::Accepted, kCountryArguments},
-    {"partial-reset", "20", "Reset a device but for what its configuration service keeps", "02:00:5e:00:02:00",
-     "kvMAP1905_PartialResetDefaultQuery_send", KV_CMD_PARTIAL_RESET_DEFAULT, Completion::Agent, kTargetArguments},
-    {"command", "100",
-     "Have a device run a command as a separate message; its AL MAC is repeated after the command, and options go "
-     "before the word 'command'",
-     "02:00:5e:00:02:00 reboot 02:00:5e:00:02:00", "kvMAP1905_CmdQuery_send", KV_CMD_COMMAND, Completion::Agent,
-     kRemoteArguments, "COMMAND and its WORDs are too long: 2048 characters is the limit"},
-    {"log", "d", "Set what this device's daemon logs", "0 0 6", "kvMAP1905_SyslogDbg_set", KV_CMD_LOG_SETTING,
-     Completion::Accepted, kLogArguments},
-    {"query-stations", "", "Ask a device for its Wi-Fi stations; 'show stations' prints its answer",
-     "02:00:5e:00:02:00", nullptr, kCommandQueryStations, Completion::Sent, kTargetArguments},
-    {"query-power", "", "Ask a device for the power states of its interfaces; the daemon logs them at level 7",
-     "02:00:5e:00:02:00", nullptr, kCommandQueryPower, Completion::Sent, kTargetArguments},
-    {"rssi", "", "Tell a device how well this device receives one of its own Wi-Fi stations",
-     "02:00:5e:00:02:00 02:00:5e:0a:01:01", nullptr, kCommandRssi, Completion::Sent, kRssiArguments},
+    {"firmware", "9", "Request that a device fetch and install firmware", "agent1 1 1 http://192.168.77.11/image.bin",
+     kFirmwareArguments, Action::Run, KV_CMD_FW_CTRL, "kvMAP1905_FWCtrlQuery_send", Completion::Agent, nullptr,
+     kFirmwareMeanings},
+    {"reset", "10", "Reset a device to factory default", "agent1", kTargetArguments, Action::Run, KV_CMD_RESET_DEFAULT,
+     "kvMAP1905_ResetDefaultQuery_send", Completion::Agent, "RebootAllowed"},
+    {"firmware-result", "11", "Report a step of this device's own firmware upgrade to its daemon", "3",
+     kResultArguments, Action::Run, KV_CMD_FW_RESULT, "kvMAP1905_FwResult_set"},
+    {"led", "14", "Switch a device's LEDs", "agent1 off", kLedArguments, Action::Run, KV_CMD_LED_CTRL,
+     "kvMAP1905_ledStatus_send", Completion::AgentUnlessLocal},
+    {"sync-country", "16", "Have this device's daemon request the country that radios announce in their beacons", "",
+     kNoArguments, Action::Run, KV_CMD_SYNC_COUNTRY_BCN_REQ, "kvMAP1905_sync_country_req_send"},
+    {"country", "17", "Set the country that all other devices announce in their beacons", "DE", kCountryArguments,
+     Action::Run, KV_CMD_COUNTRY_IN_BCN, "kvMAP1905_CountryInBcn_send"},
+    {"partial-reset", "20", "Reset a device, except for what its configuration service keeps", "agent1",
+     kTargetArguments, Action::Run, KV_CMD_PARTIAL_RESET_DEFAULT, "kvMAP1905_PartialResetDefaultQuery_send",
+     Completion::Agent, "RebootAllowed"},
+    {"command", "100", "Have a device run a command as a separate message", "agent1 reboot agent1", kRemoteArguments,
+     Action::Run, KV_CMD_COMMAND, "kvMAP1905_CmdQuery_send", Completion::Agent, nullptr, kCommonMeanings,
+     "COMMAND and its WORDs are too long: 2048 characters is the limit"},
+    {"log", "d", "Set what this device's daemon logs", "0 0 6", kLogArguments, Action::Run, KV_CMD_LOG_SETTING,
+     "kvMAP1905_SyslogDbg_set"},
+    {"query-stations", "", "Request a device's Wi-Fi stations and print them", "agent1", kTargetArguments, Action::Run,
+     kCommandQueryStations, nullptr, Completion::Message},
+    {"query-power", "", "Request the power states of a device's interfaces and print them", "agent1", kTargetArguments,
+     Action::Run, kCommandQueryPower, nullptr, Completion::Message},
+    {"rssi", "", "Report to a device how well this device receives one of its own Wi-Fi stations",
+     "agent1 02:00:5e:41:00:01", kRssiArguments, Action::Run, kCommandRssi, nullptr, Completion::Message},
+    {"post", "", "Post a raw command buffer to the daemon", "301", kPostArguments, Action::Post},
+    {"view", "", "Draw the network as a web page with kv1905-view", "--output mesh.html", kViewArguments, Action::View},
+    {"help", "", "Explain a command", "led", kHelpArguments, Action::Help},
+    {"manual", "", "Print the manual page for man", "| man -l -", kNoArguments, Action::Manual},
+    {"completion", "", "Print a completion script for a shell", "bash", kCompletionArguments, Action::Completion},
 };
 
-// Null when no command posts that code.
-inline const ToolCommand *findToolCommand(uint32_t code) {
-    const auto found = std::find_if(std::begin(kToolCommands), std::end(kToolCommands),
-                                    [code](const ToolCommand &row) { return row.code == code; });
+// What an operator should know beyond the help, by command.
+struct Note {
+    std::string_view name;
+    const char *text;
+};
+inline constexpr Note kNotes[] = {
+    {"show",
+     "Prints how old the data are. Ends with status 6 when no daemon runs, unless --file names a file to show."},
+    {"power",
+     "INTERFACE 00:00:00:00:00:00 means every interface of the MEDIA-TYPE, which must then be given.\n"
+     "Agents of this build acknowledge the request and switch no radio."},
+    {"firmware",
+     "OPTION selects what the device does: the protocol allows 1 to 7 and leaves their meaning to the device.\n"
+     "TOPOLOGY-OPTION 0 sends no URL. Any other value is sent with the URL, and its meaning is the device's.\n"
+     "Agents of this build fetch no firmware and answer every request with result 16."},
+    {"country", "Devices that join later request the setting of this device itself, which stays as it is."},
+    {"command", "The DEVICE is repeated after COMMAND. Options of the tool go before the word 'command'."},
+    {"rssi", "Devices do not answer this report; the tool prints the figures that were sent."},
+    {"post", "Interfaces of one power request are answered one by one: the last result counts."},
+};
+
+// Words after such a command's name may look like options of the tool.
+inline bool isRaw(const ToolCommand &command) {
+    return command.code == KV_CMD_COMMAND || command.action == Action::View || command.action == Action::Completion;
+}
+
+// The first row that meets the condition; null when there is none.
+template <typename Condition>
+const ToolCommand *findCommand(const Condition &condition) {
+    const auto found = std::find_if(std::begin(kToolCommands), std::end(kToolCommands), condition);
     return found == std::end(kToolCommands) ? nullptr : found;
 }
 
-// Null when that is no number of a command that agents run for others.
-inline const ToolCommand *findRemoteCommand(std::string_view number) {
-    const auto isRow = [number](const ToolCommand &row) { return row.number == number; };
-    const auto isWord = [number](const NamedNumber &word) { return word.number == number; };
-    if (std::none_of(std::begin(kRemoteWords), std::end(kRemoteWords), isWord)) return nullptr;
-    return std::find_if(std::begin(kToolCommands), std::end(kToolCommands), isRow);
+// By name or number; null when there is none.
+inline const ToolCommand *findToolCommand(std::string_view name) {
+    return findCommand(
+        [name](const ToolCommand &row) { return row.name == name || (!name.empty() && row.number == name); });
+}
+
+// Null when no command posts that code.
+inline const ToolCommand *findToolCommand(uint32_t code) {
+    return findCommand([code](const ToolCommand &row) { return row.code == code && code != 0; });
 }
 
 inline const char *meaningOf(const ToolCommand &command, uint8_t code) {

@@ -9,12 +9,9 @@
 #include "command/protocol.h"
 #include "daemon/radio.h"
 #include "daemon/settings_guard.h"
+#include "defaults.h"
 
 namespace kv1905d {
-
-// Defaults that daemon and command tool share.
-inline constexpr const char *kDefaultPlugin = "libkvMAP1905.so";
-inline constexpr const char *kDefaultDataModel = "/tmp/kv1905_datamodel.json";
 
 struct Options {
     MacAddress alMac;  // given, or derived from the first interface's MAC

@@ -5,7 +5,7 @@
 #include <ctime>
 #include <fstream>
 
-#include "app/app_options.h"
+#include "app/command_line.h"
 #include "app/show.h"
 #include "host_support.h"
 #include "view/view.h"
@@ -15,56 +15,131 @@ namespace {
 
 const std::string kModel = "/tmp/model.json", kTarget = "02:00:5e:00:02:00";
 
-std::optional<AppOptions> parse(std::vector<const char *> arguments) {
-    arguments.insert(arguments.begin(), "kv1905App");
-    return parseAppOptions(static_cast<int>(arguments.size()), arguments.data());
+CommandLine parse(std::vector<std::string> words) {
+    words.insert(words.begin(), "kv1905App");
+    std::vector<char *> argv;
+    for (std::string &word : words)
+        argv.push_back(word.data());
+    argv.push_back(nullptr);
+    return parseCommandLine(static_cast<int>(words.size()), argv.data());
 }
 
-TEST(AppOptions, NamesNumbersAndWordsThatLookLikeOptions) {
+TEST(CommandLine, NamesNumbersAndWordsThatLookLikeOptions) {
     for (const ToolCommand &row : kToolCommands) {
-        EXPECT_EQ(parse({row.name})->command, &row);
-        const char *other = *row.number != '\0' ? row.number : row.name;  // the older name, if there is one
-        EXPECT_EQ(parse({"--json", other})->command, &row);
+        EXPECT_EQ(parse({row.name}).command, &row);
+        EXPECT_EQ(parse({"--json", *row.number != '\0' ? row.number : row.name}).command, &row);
     }
     using Words = std::vector<std::string>;
-    const auto remote = parse({"--timeout", "0.5", "command", "MAC", "2", "--json", "-l"});
-    EXPECT_EQ(remote->arguments, (Words{"MAC", "2", "--json", "-l"}));
-    EXPECT_FALSE(remote->json);
-    EXPECT_EQ(remote->run.timeout, Duration(500));
-    const auto led = parse({"led", "MAC", "2", "--json", "--no-wait"});  // 2 is no command here
-    EXPECT_EQ(led->arguments, (Words{"MAC", "2"}));
-    EXPECT_TRUE(led->json && !led->run.wait);
-    EXPECT_EQ(parse({"post", "202", "file"})->post, findCommandRow(KV_CMD_SYNC_CTRL_PWD));
-    EXPECT_EQ(parse({"view", "--output", "f", "--help"})->arguments, (Words{"--output", "f", "--help"}));
-    const std::pair<std::vector<const char *>, const char *> bad[] = {{{}, "subcommand is required"},
-                                                                      {{"nonsense"}, "unknown command 'nonsense'"},
-                                                                      {{"--bogus"}, "unknown option '--bogus'"},
-                                                                      {{"post", "999"}, "no command 999"},
-                                                                      {{"--timeout", "0", "reboot"}, "--timeout"}};
-    for (const auto &[words, said] : bad) {
-        const auto call = [&, words = words] { parse(words); };
-        EXPECT_EQ(statusThrown(call), Status::BadArguments) << said;
-        EXPECT_SAYS(said, errorOf(call));
+    const CommandLine remote = parse({"--timeout", "0.5", "command", "MAC", "2", "--json", "-l"});
+    EXPECT_EQ(remote.arguments, (Words{"MAC", "2", "--json", "-l"}));
+    EXPECT_FALSE(remote.json);
+    EXPECT_EQ(remote.run.timeout, Duration(500));
+    const CommandLine led = parse({"led", "MAC", "2", "--json", "--watch", "--no-wait"});  // 2 is no command here
+    EXPECT_EQ(led.arguments, (Words{"MAC", "2"}));
+    EXPECT_TRUE(led.json && !led.run.wait && led.watch);
+    EXPECT_EQ(parse({"show", "--watch", "7", "links"}).watch, std::chrono::seconds(7));
+    EXPECT_EQ(parse({"view", "--output", "f", "--help"}).arguments, (Words{"--output", "f", "--help"}));
+}
+
+// What the program prints and how it ends, while no daemon runs.
+std::string call(const std::string &words) {
+    FILE *pipe = popen(("bin/kv1905App " + words + " 2>&1 </dev/null; echo status $?").c_str(), "r");
+    std::string said(4000, '\0');
+    said.resize(fread(said.data(), 1, said.size(), pipe));
+    pclose(pipe);
+    return said;
+}
+
+constexpr const char *kNames = R"({"kv1905":{"DeviceList":[
+    {"ID":"02:00:5e:00:01:00","ModelName":"root","IpAddress":""},
+    {"ID":"02:00:5e:00:02:00","ModelName":"twin","IpAddress":"192.0.2.2","InterfaceList":[
+        {"MACAddress":"02:00:5e:00:02:20","MediaType":259},{"MACAddress":"02:00:5e:00:02:21","MediaType":261},
+        {"MACAddress":"02:00:5e:00:02:22","MediaType":261}]},
+    {"ID":"02:00:5e:00:03:00","ModelName":"twin","IpAddress":"192.0.2.3","InterfaceList":[]}]}})";
+
+TEST(App, NamesWhatIsWrongAndWhatIsRight) {
+    std::ofstream("/tmp/kv1905_datamodel.json") << kNames;
+    const std::string mac = kTarget + " ";
+    const std::tuple<std::string, const char *, int> rows[] = {
+        {"", "a command is missing; 'kv1905App help' lists the commands", 2},
+        {"rebot", "unknown command 'rebot'; did you mean 'reboot'?", 2},
+        {"nonsense", "unknown command 'nonsense'; 'kv1905App help' lists the commands", 2},
+        {"help ledd", "unknown command 'ledd'; did you mean 'led'?", 2},
+        {"--bogus", "unknown option '--bogus'; see kv1905App --help", 2},
+        {"led --socket", "a value is missing after '--socket'", 2},
+        {"--timeout 0 show devices", "--timeout must be a number from 0.1 to 3600, not '0'", 2},
+        {"--watch 0 show devices", "--watch must be a number from 1 to 3600, not '0'", 2},
+        {"led", "led: DEVICE is missing; usage: kv1905App led DEVICE on|off", 2},
+        {"led twin", "on|off is missing; usage: kv1905App led DEVICE on|off", 2},
+        {"led " + mac + "maybe", "on|off must be on, off or a number from 0 (off) to 255, not 'maybe'", 2},
+        {"led " + mac + "256", "a number from 0 (off) to 255, not '256'", 2},
+        {"led " + mac + "0x1", "a number from 0 (off) to 255, not '0x1'", 2},
+        {"led " + mac + "on more", "unexpected argument 'more'; usage: kv1905App led DEVICE on|off", 2},
+        {"led nobody on", "no device 'nobody' in the network, which has: root (02:00:5e:00:01:00), twin", 4},
+        {"led '' on", "DEVICE must be a device's AL MAC or the end of it, its model name or its IP address, not ''", 2},
+        {"led TWIN on", "device 'TWIN' is ambiguous; it fits: twin (02:00:5e:00:02:00), twin (02:00:5e:00:03:00)", 2},
+        {"led 0 on", "no device '0'", 4},  // too short an end of a MAC
+        {"led 02:0:5e:0:2:0 on", "no device '02:0:5e:0:2:0'", 4},
+        {"power " + mac + "5GHz off", "interface '5GHz' is ambiguous; it fits: 02:00:5e:00:02:21 (5GHz), 02:00", 2},
+        {"power " + mac + "6GHz off", "no interface '6GHz' in twin, which has: 02:00:5e:00:02:20 (2.4GHz), ", 4},
+        {"power 192.0.2.3 2.4GHz off", "no interface '2.4GHz' in twin, which has: none", 4},
+        {"power 192.0.2.2 02:00:5e:00:02:29 off", "MEDIA-TYPE is missing: 02:00:5e:00:02:29 is no interface that", 2},
+        {"power " + mac + mac + "01030 off", "MEDIA-TYPE must be 1 to 4 hexadecimal digits such as 0103", 2},
+        {"power " + mac + mac, "on|off is missing; usage: kv1905App power DEVICE INTERFACE [MEDIA-TYPE] on|off", 2},
+        {"firmware " + mac + "8 1 url", "OPTION must be a number from 1 to 7, not '8'", 2},
+        {"firmware-result 1", "RESULT must be 0 (failed), 2 (download begun), 3 (downloaded), 4 (writing) or 5", 2},
+        {"country 'D;'", "COUNTRY must be at most 4 letters, digits or '/', as agents accept", 2},
+        {"country GREAT", "COUNTRY must be at most 4", 2},
+        {"command " + mac + "nonsense", "COMMAND must be reboot, power, firmware, reset, partial-reset or a comm", 2},
+        {"command " + mac + "'2 " + mac + "xxxxxxxxxxxxxxxxxx'",
+         "unexpected argument 'xxxxxxxxxxxxxxxxxx'; usage: ", 2},
+        {"command " + mac + "led twin on", "not 'led'", 2},  // no command that agents run for others
+        {"command " + mac + "power " + mac + mac + "0103 down", "on|off must be on (0), off (2) or a number", 2},
+        {"log 16 0", "FACILITY must be a number from 0 (all) to 15, not '16'", 2},
+        {"rssi " + mac + "02:00", "STATION-MAC must be a MAC address such as ", 2},
+        {"post 999", "CODE must be one of 102 103 ", 2},
+        {"post 102 /nowhere", "FILE /nowhere: cannot be read", 2},
+        {"show", "WHAT is missing; usage: kv1905App show WHAT [DEVICE]", 2},
+        {"show all", "WHAT must be devices, device, stations, links, interfaces, counters or status, not 'all'", 2},
+        {"show device --file " + kModel, "DEVICE is missing; usage: kv1905App show device DEVICE", 2},
+        {"--file /tmp/none show counters root", "'show counters' takes no DEVICE", 2},
+        {"show devices", "connect: No such file or directory; does kv1905d run?", 6},
+        {"reboot " + mac, "connect: No such file or directory; does kv1905d run?", 6},
+        {"--data-model /tmp/none reboot twin", "/tmp/none: open: No such file or directory; does kv1905d run?", 6},
+        {"completion fish", "SHELL must be bash or zsh, not 'fish'", 2}};
+    for (const auto &[words, message, status] : rows) {
+        const std::string said = call(words);
+        EXPECT_SAYS(message, said) << words;
+        EXPECT_SAYS("\nstatus " + std::to_string(status) + "\n", said) << words;
     }
+    unlink("/tmp/kv1905_datamodel.json");
 }
 
 TEST(Show, TablesAndListsOfWhatTheFileSays) {
-    std::ofstream(kModel)
-        << R"({"kv1905":{"DeviceList":[{"ID":"02:00:5e:00:02:00","ModelName":"a\u001b[2Jb","Hops":null},{"ID":"x"}],
+    std::ofstream(kModel) << R"({"kv1905":{"Role":"Agent","Counters":{"FramesSent":42},
+        "DeviceList":[{"ID":"02:00:5e:00:02:00","ModelName":"a\u001b[2Jb","Hops":null},
+        {"ID":"D","ModelName":"near","NeighborList":[
+            {"ID":"02:00:5e:00:02:00","Interface":"I","MediaType":261,"ViaBridge":false}]}],
         "StationList":[
         {"Device":"D","Band":"5GHz","MACAddress":"Y","RSSI":-61,"SignalLevel":4,"Rate":866000,"LastDataDownlinkRate":0,
          "LastDataUplinkRate":999,"TimeStamp":"2023-11-14T22:13:20Z"},
-        {"Device":"D","Band":"","MACAddress":"Z","RSSI":0,"TimeStamp":"2023-11-14T22:15:00Z"}, 7]}})";
-    const auto shown = [](const char *what, const std::string &alMac = "") {
-        return show(kModel, {what, alMac, false, 1700000042});
+        {"Device":"E","Band":"","MACAddress":"Z","RSSI":0,"TimeStamp":"2023-11-14T22:15:00Z"}, 7]}})";
+    const auto shown = [](const char *what, const std::string &alMac = "", bool json = false) {
+        Network network(kModel);
+        return show(network, {what, alMac, json, 1700000042});
     };
     EXPECT_SAYS("02:00:5e:00:02:00  a?[2Jb  -", shown("devices"));
     EXPECT_EQ(shown("device", kTarget), "ID: 02:00:5e:00:02:00\nModelName: a?[2Jb\nHops: -\n");
     EXPECT_EQ(shown("stations"),
               "DEVICE  BAND  STATION  SIGNAL dBm  LEVEL 0-5  RATE Mbit/s  DOWN  UP  SEEN (s ago)\n"
-              "D       5GHz  Y        -61         4          866          0     0   42\n"
-              "D       -     Z        0           -          -            -     -   0\n"  // the clock stepped back
+              "near    5GHz  Y        -61         4          866          0     0   42\n"
+              "E       -     Z        0           -          -            -     -   0\n"  // the clock stepped back
               "-       -     -        -           -          -            -     -   -\n");
+    EXPECT_EQ(shown("stations", kTarget), "no stations\n");
+    EXPECT_EQ(shown("links"),
+              "DEVICE  INTERFACE  NAME  NEIGHBOUR  BEHIND A BRIDGE\nnear    I          5GHz  a?[2Jb     false\n");
+    EXPECT_EQ(shown("status") + shown("counters"), "Role: Agent\nFramesSent: 42\n");
+    EXPECT_EQ(shown("counters", "", true), "{\n  \"FramesSent\": 42\n}\n");
     const time_t now = std::time(nullptr);
     EXPECT_EQ(staleness(kModel, now), "");
     EXPECT_SAYS(kModel + " 1", staleness(kModel, now + 100));
@@ -72,8 +147,6 @@ TEST(Show, TablesAndListsOfWhatTheFileSays) {
     std::ofstream(kModel) << "{}";
     EXPECT_EQ(shown("stations"), "no stations\n");
     EXPECT_EQ(statusThrown([&] { shown("device", kTarget); }), Status::NoDevice);
-    EXPECT_EQ(statusThrown([&] { shown("device"); }), Status::BadArguments);
-    EXPECT_EQ(statusThrown([&] { shown("devices", kTarget); }), Status::BadArguments);
     for (const char *text : {"", "[1]", "{\"kv1905\":"}) {
         std::ofstream(kModel) << text;
         EXPECT_EQ(statusThrown([&] { shown("devices"); }), Status::Failure) << text;

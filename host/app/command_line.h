@@ -1,0 +1,42 @@
+// The command line of kv1905App.
+#pragma once
+
+#include <chrono>
+#include <optional>
+#include <span>
+#include <string>
+#include <vector>
+
+#include "defaults.h"
+#include "result_file.h"
+#include "run.h"
+
+namespace kv1905d {
+
+struct CommandLine {
+    const ToolCommand *command = nullptr;
+    std::vector<std::string> arguments;  // as typed
+    std::string dataModel = kDefaultDataModel;
+    std::string file;  // that show reads instead; empty: none
+    bool json = false;
+    bool wantsHelp = false;
+    bool wantsVersion = false;
+    std::optional<std::chrono::seconds> watch;  // between two tables of show
+    RunOptions run{kDefaultPlugin, kDefaultCommandSocket, kResultFile, std::chrono::seconds(10), true};
+};
+
+struct OptionRow {
+    const char *name;
+    const char *value;  // that follows, in [] when it may be missing; null for a flag
+    const char *help;
+    void (*set)(CommandLine &line, const std::string &value);
+};
+std::span<const OptionRow> optionRows();
+
+// By name or number. Throws Failure with a hint.
+const ToolCommand &commandNamed(const std::string &name);
+
+// The command is null when the line has none, which --help and --version alone allow. Throws Failure.
+CommandLine parseCommandLine(int argc, char **argv);
+
+}  // namespace kv1905d
