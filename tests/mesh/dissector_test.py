@@ -1,4 +1,4 @@
-"""The Wireshark dissector: its tables follow the plug-in's, it shows every message, and what is wrong it says."""
+"""The Wireshark dissector: its tables are the plug-in's, it shows every message, and it notes each fault."""
 
 import os
 import re
@@ -18,7 +18,6 @@ SENDER, AGENT, OTHER = "02:00:5e:00:01:00", "02:00:5e:00:03:00", "02:aa:bb:cc:dd
 FROM, TO, STATION = map(mac_bytes, (SENDER, AGENT, OTHER))
 TOPOLOGY_RESPONSE, AP_CONFIGURATION_WSC, TLV_WSC = 0x0003, 0x0009, 0x11
 CONF_RESPONSE, POWER_REQUEST, CLIENT_REPORT = 1, 6, 36
-ATTRIBUTE_TABLE = "features/config_exchange/config_exchange.cpp"
 PCAP_HEADER = struct.pack("<IHHiIII", 0xA1B2C3D4, 2, 4, 0, 0, 65535, 1)
 
 
@@ -30,8 +29,8 @@ def frame_of(*values, kind=VENDOR_SPECIFIC, tlv_type=TLV_VENDOR):
     return ethernet(AGENT, SENDER, cmdu(kind, 1, b"".join(tlv(tlv_type, value) for value in values) + END))
 
 
+# A frame may be a pair (frame, bytes that the capture kept).
 def dissect_frames(frames, *names):
-    """kept: the frame may be a pair (frame, bytes that the capture kept)."""
     with tempfile.NamedTemporaryFile() as file:
         file.write(PCAP_HEADER)
         for frame in frames:
@@ -52,8 +51,8 @@ def framed(*pairs):
     return f"{len(text):03d}{text}".encode()
 
 
-def report(text, length=None, reporter=FROM):
-    return reporter + u16(len(text) if length is None else length) + text
+def report(text, reporter=FROM):
+    return reporter + u16(len(text)) + text
 
 
 RECORD = framed(f"0={OTHER.upper()}", "1=0105", "2=866", "3=-45", "10=30", "4=5", "5=4294967295", "6=456", "7=867",
@@ -61,13 +60,9 @@ RECORD = framed(f"0={OTHER.upper()}", "1=0105", "2=866", "3=-45", "10=30", "4=5"
 INTERFACE, LAST_INTERFACE = TO + b"\1\3", STATION + b"\1\5"
 ATTRIBUTES = FROM + b"\3" + b"\0\0\1\1" + b"\7\0\3KV1" + b"\x74\0\0"
 BINARY_STATION = STATION + struct.pack(">HHhhBBII", 0x0105, 866, -45, 30, 5, 6, 4294967295, 456)
-STATION_FIELDS = {"mac": OTHER, "media_type": "0x0105", "rate": "866", "rssi": "-45", "snr": "30", "signal_level": "5",
-                  "band": "6", "tx": "4294967295", "rx": "456"}
-
-
-def named(prefix, values):
-    return {f"{prefix}.{name}": value for name, value in values.items()}
-
+FIGURES = {"mac": OTHER, "media_type": "0x0105", "rate": "866", "rssi": "-45", "snr": "30", "signal_level": "5",
+           "band": "6", "tx": "4294967295", "rx": "456"}
+STATION_FIELDS = {f"station.{name}": value for name, value in FIGURES.items()}
 
 TARGET = {"target.al_mac": AGENT}
 TARGETED = {2: "INTF_PWR_STATE_QUERY", 4: "REBOOT_REQ", 8: "WIFI_STATE_REQ", 22: "RESET_DEFAULT_REQ",
@@ -88,13 +83,13 @@ MESSAGES = [
     (6, TO + b"\1" + INTERFACE + b"\2", f"INTF_PWR_CTRL_REQ to {AGENT} 1 interface off",
      {**TARGET, "power.mac": AGENT, "power.requested": "2"}),
     (7, b"\1" + LAST_INTERFACE + b"\x40", "INTF_PWR_CTRL_RESP 1 interface", {"power.mac": OTHER, "power.result": "64"}),
-    (9, b"\1" + BINARY_STATION, "WIFI_STATE_RESP 1 station", named("station", STATION_FIELDS)),
+    (9, b"\1" + BINARY_STATION, "WIFI_STATE_RESP 1 station", STATION_FIELDS),
     (20, b"\1\0\0", "FW_CTRL_REQ option 1", {"firmware.option": "1", "firmware.len": "0", "firmware.topo_option": ""}),
     (25, u16(2) + u16(5) + b"2 x\ty", 'COMMAND_REQ "2 x.y"', {"command.words": "2", "command.text": "2 x\\ty"}),
     (33, TO + b"\0", f"LED_CTRL_REQ to {AGENT} off", {**TARGET, "led.option": "0"}),
     (34, bytes(6) + b"\2", "LED_CTRL_MCAST to 00:00:00:00:00:00 on", {"led.option": "2"}),
     (36, report(RECORD), "WIFI_CLIENT_MCAST2 1 station",
-     named("station", {**STATION_FIELDS, "tx_rate": "867", "rx_rate": "650"})),
+     {**STATION_FIELDS, "station.tx_rate": "867", "station.rx_rate": "650"}),
     (69, FROM + u16(3) + b"\1\2\3" + bytes(253), "SYNC_CTRL_PWD_RESP",
      {"sync.al_mac": SENDER, "password.len": "3", "password.scrambled": "01 02 03"}),
     (77, FROM + b"\4E0/1", 'SYNC_CTRL_COUNTRY_BCN_RESP "E0/1"', {"sync.al_mac": SENDER, "country": "E0/1"}),
@@ -103,7 +98,7 @@ MESSAGES = [
 MDIDS = b"\xC0" + u16(19) + b"\2" + TO + u16(0x1234) + b"\1" + STATION + u16(17) + b"\0"
 CONFIGURATION = b"\xD0" + u16(9) + b"\1" + b"\x41\1\x12\x34\0\2\0\5"
 INTEL = IntelHeader(*map(bytes.fromhex, ("55cdabef", "060a", "112233445566", "0708")))
-FIGURES = STATION + bytes(2) + struct.pack(">HHbb", 650, 866, -61, 30)
+MEASURED = STATION + bytes(2) + struct.pack(">HHbb", 650, 866, -61, 30)
 EXTENSION = bytes.fromhex("0a61c4 010140 020101 03021234 04020002 070105")
 
 
@@ -125,7 +120,7 @@ OTHERS = [
       "bss.tci": "0x0002", "bss.wl_mode": "0", "bss.ext_attribute": "0x05"}),
     (frame_of(INTEL.message(0x67, STATION)), f"RSSI_MEASUREMENT_REQ of {OTHER}",
      {"intel.type": "0x67", "intel.station": OTHER, "intel.field11": "11 22 33 44 55 66"}),
-    (frame_of(INTEL.message(0x6A, FIGURES + b"\x64\0\0")), f"RSSI_MEASUREMENT_NOTIFY of {OTHER} -61 dBm",
+    (frame_of(INTEL.message(0x6A, MEASURED + b"\x64\0\0")), f"RSSI_MEASUREMENT_NOTIFY of {OTHER} -61 dBm",
      {"intel.rssi": "-61", "intel.snr": "30", "intel.rx_rate": "650", "intel.tx_rate": "866", "intel.marker": "0x64"}),
     (wsc(EXTENSION), "AP configuration",
      {"wsc.element.id": "1,2,3,4,7", "bss.band": "0x02", "bss.attribute": "0x01", "bss.mdid": "0x1234",
@@ -137,10 +132,6 @@ OTHERS = [
 
 def maker_frame(kind, payload, length=None):
     return frame_of(maker_message(SENDER, kind, payload, length))
-
-
-def report_frame(*arguments, **options):
-    return maker_frame(CLIENT_REPORT, report(*arguments, **options))
 
 
 # What is wrong, and the notes that say so; lengths have a test of their own.
@@ -155,28 +146,18 @@ FAULTS = [
     (maker_frame(CONF_RESPONSE, FROM + b"\1\7" + u16(129) + b"a" * 129), {"ignored"}),
     (maker_frame(POWER_REQUEST, TO + b"\x1F" + 31 * INTERFACE + b"\0"), {"refused"}),
     (maker_frame(77, FROM + b"\4$(a)"), {"refused"}),
-    (report_frame(RECORD, reporter=TO), {"refused"}),
-    (report_frame(b"009{0=}"), {"length"}),
-    (report_frame(framed("5=1", "x")), {"refused"}),
-    (report_frame(framed("11=5", "-1=5")), {"ignored"}),
-    (report_frame(framed("9=300")), {"ignored"}),
+    (maker_frame(CLIENT_REPORT, report(RECORD, TO)), {"refused"}),
+    (maker_frame(CLIENT_REPORT, report(b"009{0=}")), {"length"}),
+    (maker_frame(CLIENT_REPORT, report(framed("5=1", "x"))), {"refused"}),
+    (maker_frame(CLIENT_REPORT, report(framed("11=5", "-1=5"))), {"ignored"}),
+    (maker_frame(CLIENT_REPORT, report(framed("9=300"))), {"ignored"}),
     (wsc(EXTENSION[:6] + b"\x03\1\0" + b"\5\1\0"), {"refused"}),
     (wsc(EXTENSION + b"\5\1\0"), {"unknown"}),
 ]
 
 
 class Tables(unittest.TestCase):
-    """Read from a Wireshark that found the dissector where users put it."""
-
-    def enumerators(self, path, prefix):
-        found = re.findall(rf"^\s*{prefix}(\w+) = (\w+),", (ROOT / "plugin" / path).read_text(), re.M)
-        return {int(value, 0): name for name, value in found}
-
-    def messages(self, family):
-        header = (ROOT / "include" / "kv1905" / "vendor_messages.h").read_text()
-        table = re.search(rf"#define KV_{family}_MESSAGES\(X\)(.*?)\n\n", header, re.S)[1]
-        return {int(number, 0): name for name, number in re.findall(r"X\((\w+), (\w+)\)", table)}
-
+    # Read from a Wireshark that found the dissector where users put it.
     def test_types_and_attributes_are_the_plugins(self):
         with tempfile.TemporaryDirectory() as home:
             plugins = Path(home) / ".local" / "lib" / "wireshark" / "plugins"
@@ -184,20 +165,25 @@ class Tables(unittest.TestCase):
             (plugins / DISSECTOR.name).symlink_to(DISSECTOR)
             values, fields = ([line.split("\t") for line in run("tshark", "-G", what, env={**os.environ, "HOME": home})
                                .stdout.splitlines() if "\tkv1905." in line] for what in ("values", "fields"))
+
+        def messages(family):
+            header = (ROOT / "include" / "kv1905" / "vendor_messages.h").read_text()
+            table = re.search(rf"#define KV_{family}_MESSAGES\(X\)(.*?)\n\n", header, re.S)[1]
+            return {int(number, 0): name for name, number in re.findall(r"X\((\w+), (\w+)\)", table)}
+        attributes = (ROOT / "plugin" / "features" / "config_exchange" / "config_exchange.cpp").read_text()
         results = re.findall(r'\{(\d+), "(.+)"\}', (ROOT / "host" / "result_names.h").read_text())
-        messages = self.messages("VENDOR")
         for field, expected in (
-                ("type", messages), ("result", {int(code): text for code, text in results}),
-                ("intel.type", self.messages("INTEL")),
-                ("conf.attr.type", self.enumerators(ATTRIBUTE_TABLE, "CONF_ATTR_"))):
-            told = {int(row[2], 0): row[3] for row in values if row[1] == f"kv1905.{field}"}
-            self.assertTrue(expected and told == expected, f"{field}: {told}, want {expected}")
+                ("type", messages("VENDOR")), ("intel.type", messages("INTEL")),
+                ("result", {int(code): text for code, text in results}),
+                ("conf.attr.type", {int(value, 0): name for name, value
+                                    in re.findall(r"^\s*CONF_ATTR_(\w+) = (\w+),", attributes, re.M)})):
+            shown = {int(row[2], 0): row[3] for row in values if row[1] == f"kv1905.{field}"}
+            self.assertTrue(expected and shown == expected, f"{field}: {shown}, want {expected}")
         self.assertEqual({kind for kind, *_ in MESSAGES},
-                         {code for code, name in messages.items() if not name.startswith("RESERVED")})
-        kinds = re.findall(r"ATTRIBUTE\(CONF_ATTR_(\w+), (\w+),", (ROOT / "plugin" / ATTRIBUTE_TABLE).read_text())
-        shown = {row[2]: row[3] for row in fields}
-        for name, kind in kinds:
-            self.assertEqual(shown[f"kv1905.conf.{name.lower()}"], "FT_STRING" if kind == "Text" else "FT_UINT8")
+                         {code for code, name in messages("VENDOR").items() if not name.startswith("RESERVED")})
+        kinds = {row[2]: row[3] for row in fields}
+        for name, kind in re.findall(r"ATTRIBUTE\(CONF_ATTR_(\w+), (\w+),", attributes):
+            self.assertEqual(kinds[f"kv1905.conf.{name.lower()}"], "FT_STRING" if kind == "Text" else "FT_UINT8")
 
 
 class Frames(unittest.TestCase):
@@ -218,31 +204,28 @@ class Frames(unittest.TestCase):
                 self.assertEqual(notes(row), expected)
                 self.assertEqual("[malformed]" in row["_ws.col.Info"], bool(expected & {"short", "length", "refused"}))
 
+    # Each shorter payload, a longer one, and a length field that is wrong.
     def test_lengths_around_every_layout(self):
-        """Shorter is noted at every byte, longer too, and a length that lies never passes for the truth."""
         cases = []
         for kind, payload, _, _ in MESSAGES:
-            cases += [(kind, cut, maker_frame(kind, payload[:cut]), "short") for cut in range(len(payload))]
-            cases += [(kind, "surplus", maker_frame(kind, payload + b"\0"),
-                       "refused" if kind == CLIENT_REPORT else "ignored"),
-                      (kind, "lie", maker_frame(kind, payload, len(payload) + 1), "length")]
-        for (kind, what, _, expected), row in zip(cases, dissect_frames([frame for _, _, frame, _ in cases])):
+            surplus = "refused" if kind == CLIENT_REPORT else "ignored"
+            cases += [(kind, cut, "short", maker_frame(kind, payload[:cut])) for cut in range(len(payload))]
+            cases += [(kind, "surplus", surplus, maker_frame(kind, payload + b"\0")),
+                      (kind, "wrong length", "length", maker_frame(kind, payload, len(payload) + 1))]
+        for (kind, what, expected, _), row in zip(cases, dissect_frames([frame for *_, frame in cases])):
             self.assertIn(expected, notes(row), f"type {kind}, {what}")
 
+    # The last frame of a message shows all of it.
     def test_fragments(self):
-        """Whatever the cut, order and ends, the last frame of a message shows all of it."""
         first, second = (tlv(TLV_VENDOR, maker_message(SENDER, *message))
                          for message in ((CONF_RESPONSE, ATTRIBUTES), (POWER_REQUEST, TO + b"\0\2")))
         whole, both = first + second + END, "CONF_RESP 3 attributes, INTF_PWR_CTRL_REQ"
-        ways = (([(1, whole[20:], 0x80), (0, whole[:20], 0)], both),
-                ([(0, first + END, 0), (1, second + END + bytes(30), 0x80)], both),
-                ([(0, first, 0)], "Vendor specific"))
-        rows = iter(dissect_frames([
-            ethernet(AGENT, SENDER, cmdu(VENDOR_SPECIFIC, number, body, fragment, flags))
-            for number, (fragments, _) in enumerate(ways) for fragment, body, flags in fragments]))
-        for fragments, expected in ways:
-            info = [next(rows)["_ws.col.Info"] for _ in fragments][-1]
-            self.assertTrue(info.startswith(expected), f"{fragments}: {info}")
+        fragments = ((1, 1, whole[20:], 0x80, None), (1, 0, whole[:20], 0, both), (2, 0, first + END, 0, None),
+                     (2, 1, second + END + bytes(30), 0x80, both), (3, 0, first, 0, "Vendor specific"))
+        rows = dissect_frames([ethernet(AGENT, SENDER, cmdu(VENDOR_SPECIFIC, number, body, fragment, flags))
+                               for number, fragment, body, flags, _ in fragments])
+        for (*_, expected), row in zip(fragments, rows):
+            self.assertTrue(row["_ws.col.Info"].startswith(expected or ""), row["_ws.col.Info"])
 
 
 if __name__ == "__main__":

@@ -27,26 +27,16 @@ def run(*command, **options):
 
 
 def poll(condition, seconds, what):
-    """The first true value of the condition; a mesh works in its own time, so nothing here waits a fixed while."""
+    # Returns the first true value of the condition.
     deadline = time.monotonic() + seconds
-    while True:
-        if value := condition():
-            return value
-        if time.monotonic() > deadline:
-            raise AssertionError(f"not within {seconds} s: {what}")
+    while not (value := condition()):
+        assert time.monotonic() < deadline, f"not within {seconds} s: {what}"
         time.sleep(0.1)
-
-
-NOBODY = ["setpriv", "--reuid=65534", "--regid=65534", "--clear-groups"]
-
-
-def nobody_can_run_the_build():
-    """Another user can try the programs only where this tree lies open to others."""
-    return os.geteuid() == 0 and run(*NOBODY, "test", "-r", f"{BUILD}/lib/libkvMAP1905.so").returncode == 0
+    return value
 
 
 def secret_file(test, text):
-    """Path of a file that every device may read."""
+    # Path of a file that every device may read.
     with tempfile.NamedTemporaryFile("w", delete=False) as secret:
         secret.write(text + "\n")
     os.chmod(secret.name, 0o644)
@@ -54,9 +44,8 @@ def secret_file(test, text):
     return secret.name
 
 
+# A mesh that is up while the object is entered. Its end stops every daemon and examines the logs.
 class Mesh:
-    """A mesh that is up while the object is entered; leaving it ends every daemon cleanly and looks at the logs."""
-
     counter = 0
 
     def __init__(self, *arguments, prefix=()):
@@ -68,21 +57,19 @@ class Mesh:
     def __enter__(self):
         done = self.call("up", *self.arguments)
         assert done.returncode == 0, f"mesh up: {done.stderr}"
-        self.devices = json.loads(self.call("status", "--json").stdout)["devices"]
+        self.devices = self.status()["devices"]
+        self.names = [device["name"] for device in self.devices]
         return self
 
     def __exit__(self, kind, value, trace):
         try:
-            logs = {}
-            for name in self.names():
+            for name in self.names:
                 self.call("stop", name)
-                logs[name] = self.log(name)
-            if kind is not None:
-                for name, log in logs.items():
-                    print(f"---- {name}\n" + "\n".join(log.splitlines()[-60:]))
-            else:
-                faulty = [name for name, log in logs.items() if any(mark in log for mark in SANITIZER)]
-                assert not faulty, "\n".join(logs[name] for name in faulty)
+            logs = {name: self.log(name) for name in self.names}
+            faulty = {name: log for name, log in logs.items() if kind or any(mark in log for mark in SANITIZER)}
+            for name, log in faulty.items():
+                print(f"---- {name}\n" + "\n".join(log.splitlines()[-60:]))
+            assert kind or not faulty, "a sanitizer reports a fault"
         finally:
             self.call("down")
 
@@ -92,13 +79,12 @@ class Mesh:
     def exec(self, device, *command, **options):
         return self.call("exec", device, "--", *command, **options)
 
-    def names(self):
-        return [device["name"] for device in self.devices]
+    def status(self):
+        return json.loads(self.call("status", "--json").stdout)
 
+    # State and process of a device's daemon, now.
     def daemon(self, name):
-        """State and process of a device's daemon, now."""
-        devices = json.loads(self.call("status", "--json").stdout)["devices"]
-        return next(device["daemon"] for device in devices if device["name"] == name)
+        return next(device["daemon"] for device in self.status()["devices"] if device["name"] == name)
 
     def al_mac(self, name):
         return next(device["alMac"] for device in self.devices if device["name"] == name)
@@ -107,30 +93,26 @@ class Mesh:
         return self.call("logs", device).stdout
 
     def model(self, device="controller"):
-        text = self.exec(device, "cat", "/tmp/kv1905_datamodel.json").stdout
-        return json.loads(text) if text else None
+        return json.loads(self.exec(device, "cat", "/tmp/kv1905_datamodel.json").stdout or '{"kv1905": {"DeviceList": []}}')
 
+    # What the viewer's JSON file holds of a device; None while it does not know it.
     def device_in(self, device, viewer="controller"):
-        """What the viewer's JSON file says of a device; None while it does not know it."""
-        model = self.model(viewer)
-        if model is None:
-            return None
         mac = self.al_mac(device).lower()
-        return next((entry for entry in model["kv1905"]["DeviceList"] if entry["ID"].lower() == mac), None)
+        entries = self.model(viewer)["kv1905"]["DeviceList"]
+        return next((entry for entry in entries if entry["ID"].lower() == mac), None)
 
     def await_learnt(self, *agents, seconds=15):
-        """Until the controller holds the configuration of these agents."""
         def learnt():
             entries = [self.device_in(agent) for agent in agents]
             return all(entry and entry["SpeaksProtocol"] and entry["ModelName"] for entry in entries)
         poll(learnt, seconds, f"configuration of {', '.join(agents)} at the controller")
 
     def counters(self):
-        return {name: self.model(name)["kv1905"]["Counters"] for name in self.names()}
+        return {name: self.model(name)["kv1905"]["Counters"] for name in self.names}
 
 
 def dissect(path, *names, display_filter=""):
-    """Per frame the texts of these fields: a field that occurs more than once has its values joined by commas."""
+    # Per frame the texts of these fields: a field that occurs more than once has its values joined by commas.
     names = ("_ws.lua.error", *names)
     fields = [word for name in names for word in ("-e", name)]
     # Where the dissector is installed it must not load twice, so without a home.
@@ -143,20 +125,18 @@ def dissect(path, *names, display_filter=""):
     return rows
 
 
+# A capture file, read with tshark.
 class Capture:
-    """A capture file, read with tshark."""
-
     def __init__(self):
         directory = tempfile.mkdtemp()
         atexit.register(shutil.rmtree, directory)
         self.path = os.path.join(directory, "mesh.pcap")
 
     def fields(self, display_filter, *names):
-        """One tuple of texts per frame."""
         return [tuple(row[name] for name in names) for row in dissect(self.path, *names, display_filter=display_filter)]
 
     def check(self, *types):
-        """Every frame is sound, our dissector knows all of it, and these message types are among them."""
+        # Every frame is sound, our dissector knows all of it, and these message types are among them.
         assert not self.fields(COMPLAINTS, "frame.number")
         rows = dissect(self.path, "kv1905.type", "_ws.col.Info", *NOTES, display_filter="kv1905")
         noted = [row for row in rows if any(row[name] for name in NOTES)]
@@ -174,7 +154,7 @@ class MeshTest(unittest.TestCase):
         return done.stdout.strip()
 
     def app(self, *words, status=0):
-        """What the controller's tool says."""
+        # What the controller's tool prints.
         done = self.mesh.exec("controller", "kv1905App", *words)
         self.assertEqual(done.returncode, status, f"{words}: {done.stdout}{done.stderr}")
         return done.stdout + done.stderr

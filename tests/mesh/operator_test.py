@@ -1,4 +1,4 @@
-"""An operator's commands over a real mesh: what the tool says, what the device does, and in which order."""
+"""An operator's commands over a real mesh: what the tool prints, what the device does, and in which order."""
 
 import json
 import unittest
@@ -26,7 +26,7 @@ class Operator(MeshTest):
         return self.kcfg("agent2", "get", "LED_CTRL.1.enable")
 
     def check_results(self):
-        """Every documented result code of an agent reaches the tool."""
+        # Every documented result code of an agent reaches the tool.
         radio = self.far[:-2] + "20"
         for words, code in (
                 (("power", self.far, radio, "0103", "2"), 0),
@@ -48,15 +48,13 @@ class Operator(MeshTest):
         self.app("query-power", self.far)
 
     def check_resets(self):
-        self.kcfg("agent2", "set", "LED_CTRL.1.enable", "0")
-        self.app("reset", self.far)
-        poll(lambda: self.led() == "1", 5, "the factory default")
-        self.kcfg("agent2", "set", "LED_CTRL.1.enable", "0")
-        self.app("20", self.far)
-        poll(lambda: self.led() == "1", 5, "the partial reset")
+        for words in (("reset", self.far), ("20", self.far)):  # whole and partial
+            self.kcfg("agent2", "set", "LED_CTRL.1.enable", "0")
+            self.app(*words)
+            poll(lambda: self.led() == "1", 5, f"the factory default after {words}")
 
+    # The controller requests the configuration of a device that restarted.
     def check_reboots(self):
-        """The controller learns anew what a device is that went away and came back."""
         for name, words in (("First", ("reboot", self.far)), ("Second", ("command", self.far, "2", self.far))):
             self.mesh.exec("agent2", "sed", "-i", f"s/^ModelName=.*/ModelName={name}/", "/tmp/.kv1905_conf")
             before = self.mesh.daemon("agent2")["pid"]
@@ -74,16 +72,15 @@ class Operator(MeshTest):
         self.mesh.call("stop", "controller")
         self.app("reboot", self.far, status=NO_DAEMON)
 
+    # agent2 sends each answer first, then restarts and announces itself.
     def check_answers_leave_before_the_device_goes_down(self, capture):
-        """Per message type: when agent2 sent it on its link, and when it announced itself anew after a restart."""
         rows = capture.fields(f'eth.src == {self.far} && frame.interface_name contains "agent2"',
                               "frame.time_epoch", "ieee1905.message_type", "kv1905.type")
         answers = {number: [float(time) for time, _, kind in rows if kind == str(number)] for number in (5, 32)}
         hellos = [float(time) for time, kind, _ in rows if kind == "0x0001"]
         self.assertEqual(len(answers[5]), 1, "one reboot response; the remote reboot is answered as a command")
         for answered in (answers[5][0], answers[32][-1]):
-            self.assertTrue(any(0 < hello - answered < 8 for hello in hellos),
-                            "the answer leaves first, then the device restarts and announces itself")
+            self.assertTrue(any(0 < hello - answered < 8 for hello in hellos), f"{answered} in {hellos}")
 
 
 if __name__ == "__main__":

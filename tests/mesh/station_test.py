@@ -1,11 +1,12 @@
-"""Wi-Fi stations: what a device's driver lists reaches the others' tables, leaves them in time, and fits the wire."""
+"""Wi-Fi stations: the lists of a device's driver reach the tables of all devices and leave them in time."""
 
 import unittest
 from datetime import datetime
 
-from lab import Capture, Mesh, MeshTest, dissect, poll
+from lab import Capture, Mesh, MeshTest, poll
 
 MEASURE_PERIOD = "+11"  # s: with its clock moved so far, a device collects and reports its stations at once
+
 
 class Stations(MeshTest):
     def test_stations_over_a_mesh(self):
@@ -15,13 +16,10 @@ class Stations(MeshTest):
             self.mesh = mesh
             self.check_roaming()
             self.check_query()
-            self.ask_for_signals()
+            self.query_signals()
             self.check_many()
-        self.check_state_responses(capture)
-        self.check_signals(capture)
         capture.check(8, 9, 36)
-
-    # ---- Helpers
+        self.check_captured_figures(capture)
 
     def lab(self, *words):
         done = self.mesh.call(*words)
@@ -32,20 +30,18 @@ class Stations(MeshTest):
             self.lab("clock", device, MEASURE_PERIOD)
 
     def listed(self, device):
-        """What the device's own driver lists: lines by MAC."""
+        # Of the device's own driver: lines by MAC.
         text = self.mesh.exec(device, "sh", "-c", "cat /tmp/assoc_list.24g /tmp/assoc_list.5g").stdout
         return {line.split()[0]: line for line in text.splitlines()}
 
     def table(self, device, viewer="controller"):
-        """The stations of a device as the viewer's JSON file has them, by MAC."""
+        # The stations of a device as the viewer's JSON file has them, by MAC.
         mac = self.mesh.al_mac(device)
         return {row["MACAddress"]: row for row in self.mesh.model(viewer)["kv1905"]["StationList"]
                 if row["Device"] == mac}
 
-    # ---- Steps
-
     def check_roaming(self):
-        """Between two devices: the new one's table has the station at once, the old one's for 600 s more."""
+        # The new device's table has the station at once, the old one's for 600 s more.
         self.lab("stations", "set", "agent1", "--count", "2")
         roaming, staying = sorted(self.listed("agent1"))
         self.report("agent1")
@@ -57,26 +53,23 @@ class Stations(MeshTest):
         self.report("agent1", "agent2")
         poll(lambda: roaming in self.table("agent2"), 15, "the station in its new device's table")
         poll(lambda: self.seen_apart(staying, roaming) >= 490, 15, "a later time at the station that stays")
-        self.check_figures(self.table("agent2")[roaming], self.listed("agent2")[roaming])
+        row = self.table("agent2")[roaming]
+        _, rate, signal, snr, _, interface, sent, received, down, up, _ = self.listed("agent2")[roaming].split()
+        self.assertEqual([row[name] for name in ("Rate", "LastDataDownlinkRate", "LastDataUplinkRate")],
+                         [int(number) // 1000 * 1000 for number in (rate, down, up)])
+        self.assertEqual([row[name] for name in ("RSSI", "SNR", "BytesSent", "BytesReceived")],
+                         list(map(int, (signal, snr, sent, received))))
+        self.assertEqual(row["Band"], {"wl0": "2.4GHz", "wl1": "5GHz"}[interface])
 
         self.lab("clock", "controller", "+150")
         poll(lambda: roaming not in self.table("agent1"), 15, "its removal from the old device's table")
         self.assertIn(staying, self.table("agent1"))
         self.assertIn(roaming, self.table("agent2"))
 
+    # Seconds between the last reports of two stations of agent1.
     def seen_apart(self, later, earlier):
-        """Seconds between the last reports of two stations of agent1."""
-        rows = self.table("agent1")
-        times = [datetime.fromisoformat(rows[mac]["TimeStamp"]) for mac in (later, earlier)]
+        times = [datetime.fromisoformat(self.table("agent1")[mac]["TimeStamp"]) for mac in (later, earlier)]
         return (times[0] - times[1]).total_seconds()
-
-    def check_figures(self, row, line):
-        _, rate, signal, noise_distance, _, interface, sent, received, down, up, _ = line.split()
-        self.assertEqual((row["Rate"], row["LastDataDownlinkRate"], row["LastDataUplinkRate"]),
-                         tuple(int(number) // 1000 * 1000 for number in (rate, down, up)))
-        self.assertEqual((row["RSSI"], row["SNR"], row["BytesSent"], row["BytesReceived"]),
-                         tuple(map(int, (signal, noise_distance, sent, received))))
-        self.assertEqual(row["Band"], {"wl0": "2.4GHz", "wl1": "5GHz"}[interface])
 
     def check_query(self):
         self.lab("stations", "set", "agent2", "--count", "70")
@@ -87,15 +80,15 @@ class Stations(MeshTest):
         poll(lambda: self.mesh.log("controller").count("received VEND_MSG_TYPE_WIFI_STATE_RESP") >= 3, 10, "answers")
         poll(lambda: set(self.queried) <= set(self.table("agent2")), 10, "the agent's stations")
 
-    def ask_for_signals(self):
-        """By a neighbour that is no device of this mesh, and by an operator who has one told to an agent."""
+    def query_signals(self):
+        # By a neighbour that is no device of this mesh, and as a notification that an operator sends to an agent.
         self.asked = next(iter(self.queried.values())).split()
         self.mesh.exec("controller", "peer", "ask-rssi", "--to", self.mesh.al_mac("agent2"), "--station", self.asked[0])
         self.lab("stations", "set", "controller", "--count", "1")
-        self.told = next(iter(self.listed("controller").values())).split()
+        self.notified = next(iter(self.listed("controller").values())).split()
         self.report("controller")
-        poll(lambda: self.told[0] in self.table("controller"), 15, "the controller's own station")
-        self.app("rssi", self.mesh.al_mac("agent2"), self.told[0])
+        poll(lambda: self.notified[0] in self.table("controller"), 15, "the controller's own station")
+        self.app("rssi", self.mesh.al_mac("agent2"), self.notified[0])
 
     def check_many(self):
         self.lab("stations", "set", "agent2", "--count", "2000")
@@ -106,23 +99,15 @@ class Stations(MeshTest):
         shown = self.app("show", "stations")
         self.assertTrue(listed <= {line.split()[2] for line in shown.splitlines()[1:]})
 
-    # ---- The capture
-
-    def check_state_responses(self, capture):
+    def check_captured_figures(self, capture):
         names = [f"kv1905.station.{name}" for name in ("mac", "rssi", "snr", "tx", "rx")]
-        shown = {}
-        for row in dissect(capture.path, *names, display_filter="kv1905.type == 9"):
-            columns = [row[name].split(",") for name in names]
-            shown.update((mac, figures) for mac, *figures in zip(*columns))
-        lines = {mac: line.split() for mac, line in self.queried.items()}
-        self.assertEqual(shown, {mac: [line[2], line[3], line[6], line[7]] for mac, line in lines.items()})
-
-    def check_signals(self, capture):
-        names = [f"kv1905.intel.{name}" for name in ("type", "station", "rssi")]
-        rows = [[row[name] for name in names]
-                for row in dissect(capture.path, *names, display_filter="kv1905.intel.rssi")]
-        self.assertIn(["0x68", self.asked[0], self.asked[2]], rows)
-        self.assertIn(["0x6a", self.told[0], self.told[2]], rows)
+        rows = capture.fields("kv1905.type == 9", *names)
+        shown = {figures for row in rows for figures in zip(*(column.split(",") for column in row))}
+        lines = map(str.split, self.queried.values())
+        self.assertEqual(shown, {(line[0], line[2], line[3], line[6], line[7]) for line in lines})
+        signals = capture.fields("kv1905.intel.rssi", *(f"kv1905.intel.{name}" for name in ("type", "station", "rssi")))
+        self.assertIn(("0x68", self.asked[0], self.asked[2]), signals)
+        self.assertIn(("0x6a", self.notified[0], self.notified[2]), signals)
 
 
 if __name__ == "__main__":
