@@ -1,0 +1,71 @@
+// Calls of the platform's library; platform_commands.sh compares what they print.
+#include <kv1905/kos.h>
+#include <kv1905/kvlog.h>
+#include <kv1905/nvram.h>
+
+#include <cerrno>
+#include <cstdarg>
+#include <cstdio>
+#include <fstream>
+#include <string>
+
+// Takes the C library's place, so that lines for the system log can be seen.
+extern "C" void syslog(int priority, const char *format, ...) {
+    va_list arguments;
+    va_start(arguments, format);
+    vdprintf(2, ("SYSLOG " + std::to_string(priority) + " " + format + "\n").c_str(), arguments);
+    va_end(arguments);
+}
+
+namespace {
+
+const std::string kLong(5000, 'x');
+
+void log() {
+    kvMAP_syslog(KV_LOG_FACILITY_MSG, KV_LOG_DEBUG, "filtered");
+    kvMAP_syslog(KV_LOG_FACILITY_MSG, KV_LOG_INFO, "a\nb\t\x7f\xc2\x9b~ \\x0a\n\n");
+    kvMAP_syslog(KV_LOG_FACILITY_MSG, KV_LOG_ERROR, "%s", kLong.c_str());
+    kvMAP_log_setting(0, 0, KV_LOG_ERROR);
+    kvMAP_log_setting(2, 1, KV_LOG_DEBUG);
+    kvMAP_syslog(2, KV_LOG_DEBUG, "own level %d\n", 7);
+    kvMAP_syslog(99, KV_LOG_ERROR, "as the host's\n");
+    kos_pk("filtered\n");
+    kvMAP_log_setting(0, 0, KV_LOG_DEBUG);
+    kvMAP_log_setting(0, 2, 7);
+    kvlog(KV_LOG_ERROR, "some/file.c", 12, "work", "%d\n", 3);
+}
+
+int print() {
+    kvMAP_log_setting(0, 0, KV_LOG_DEBUG);
+    kos_pk("=== Start ===");
+    kos_pk("\n%02x ", 0u);
+    kos_pk("%02x ", 1u);
+    kos_pk("\nname %s", "a\nb");
+    kvMAP_syslog(1, KV_LOG_ERROR, "between\n");
+    const int length = kos_pk("%s", kLong.c_str());
+    kos_pk("unfinished");
+    return length == 5000 ? 0 : 1;
+}
+
+// Statuses of commands, two reads of settings that cannot be read, then settings that change within a clock tick.
+int run() {
+    std::printf("%d %d %d %d\n", kos_formsys(0, "echo out; echo err >&2"), kos_formsys(1, "echo 3; exit 3"),
+                kos_formsys(1, "kill -9 $$"), kos_formsys(1, "/no/such/command"));
+    errno = EXDEV;
+    setenv("KV_NVRAM_FILE", "/tmp", 1);
+    bool right = nvram_get("a") == nullptr && nvram_get("b") == nullptr && errno == EXDEV;
+    setenv("KV_NVRAM_FILE", "n", 1);
+    for (int i = 100; i < 200; ++i) {
+        std::ofstream("n") << "a=" << i << "\n";
+        const char *value = nvram_get("a");
+        right = right && value != nullptr && value == std::to_string(i);
+    }
+    return right ? 0 : 1;
+}
+
+}  // namespace
+
+int main(int, char **argv) {
+    const std::string what = argv[1];
+    return what == "log" ? (log(), 0) : what == "print" ? print() : run();
+}
