@@ -1,6 +1,8 @@
 // Files that close themselves, and the line conventions of the device's text files.
 #pragma once
 
+#include <sys/stat.h>
+
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
@@ -13,7 +15,10 @@ struct CloseFile {
 };
 using File = std::unique_ptr<std::FILE, CloseFile>;
 
+// Null when the file cannot be opened, or is no regular one: a FIFO would block the host's thread.
 inline File openFile(const char *path, const char *mode) {
+    struct stat facts {};
+    if (stat(path, &facts) == 0 && !S_ISREG(facts.st_mode)) return nullptr;
     return File(std::fopen(path, mode));
 }
 

@@ -1,10 +1,13 @@
 // The actions, preparations and settings of scenarios, in tables by their names; README.md explains them.
 
+#include <sys/stat.h>
+
 #if defined(__SANITIZE_ADDRESS__)
 #include <sanitizer/common_interface_defs.h>
 #endif
 #include <algorithm>
 #include <cstring>
+#include <filesystem>
 #include <functional>
 #include <stdexcept>
 #include <utility>
@@ -447,16 +450,17 @@ Undo setClockTo(std::time_t now) {
     return [old] { setClock(old); };
 }
 
-// Writes a file or a stand-in for a command; "none" removes it.
+// Writes a file or a stand-in for a command; "none" removes it, "fifo" puts a FIFO there.
 Undo put(const std::string &kind, const std::string &name, const std::string &text) {
     const bool isScript = kind == "script";
     const std::string path = isScript ? commandPath(name) : scriptPath(name);
-    const std::string old = exists(path) ? readFile(path) : "none";
-    if (text == "none") {
-        std::remove(path.c_str());
-    } else if (isScript) {
+    const std::string old = std::filesystem::is_regular_file(path) ? readFile(path) : "none";
+    std::remove(path.c_str());
+    if (text == "fifo") {
+        EXPECT_EQ(mkfifo(path.c_str(), 0600), 0);
+    } else if (isScript && text != "none") {
         fakeCommand(name, text);
-    } else {
+    } else if (text != "none") {
         writeFile(path, text);
     }
     return [=] { put(kind, name, old); };
