@@ -1,8 +1,9 @@
 #include "scenarios/scripted_device.h"
 
+#include <sys/stat.h>
+
 #include <algorithm>
 #include <cstring>
-#include <utility>
 
 #include "features/device_control/firmware_upgrade_list.h"
 #include "features/wifi_clients/local_stations.h"
@@ -28,22 +29,41 @@ const std::map<std::string, std::string> kPaths = {{"conf", kConfigFile},
                                                    {"password", "/data/FMUBBW3CBI.dat"}};
 const std::string kScratchFiles[] = {"/tmp/.kv1905_nvram_tmp", "/tmp/kv1905_IP"};
 
-#define FIELD(name) \
-    { #name, offsetof(KvDevVendorData, name), sizeof(KvDevVendorData::name) }
-constexpr RecordField kFields[] = {FIELD(cfgAttrCount), FIELD(rebootFromNbrCap), FIELD(intfPwrCtrlFromNbrCap),
-                                   FIELD(fwVersion),    FIELD(newFwVersion),     FIELD(newFwDate),
-                                   FIELD(auxStatus),    FIELD(fwUpgradeStatus),  FIELD(modelName),
-                                   FIELD(ipAddr),       FIELD(opMode),           FIELD(buildNum),
-                                   FIELD(protoVersion), FIELD(ledStatus),        FIELD(appVersion),
-                                   FIELD(l2DevCtrl),    FIELD(wifiAutoCfg),      FIELD(wifiOnOff),
-                                   FIELD(fwUpgrade),    FIELD(ledOnOff),         FIELD(channel24G),
-                                   FIELD(channel5G),    FIELD(channelExtra),     FIELD(uptime)};
+// ---- Values
 
-void removeFiles() {
-    emptyDevice();
-    for (const auto &[name, path] : kPaths) {
-        std::remove(path.c_str());
-    }
+template <typename Number>
+Value valueOf(Number &at, int64_t origin = 0) {
+    return {
+        [&at, origin] { return std::to_string(at - origin); },
+        [&at, origin](const std::string &text) { at = static_cast<Number>(std::stoll(text, nullptr, 0) + origin); }};
+}
+
+Value textAt(char *at, size_t size) {
+    return {[=] { return std::string(at, strnlen(at, size)); },
+            [=](const std::string &text) {
+                std::memset(at, 0, size);
+                std::memcpy(at, text.data(), std::min(text.size(), size - 1));
+            }};
+}
+
+template <size_t size>
+Value valueOf(char (&at)[size]) {
+    return textAt(at, size);
+}
+
+Value valueOf(std::string &at) {
+    return {[&at] { return at; }, [&at](const std::string &text) { at = text; }};
+}
+
+// The bytes of a record; digits that are missing are zeros.
+template <typename Record>
+Value bytesOf(Record &at) {
+    return {[&at] { return hexText(&at, sizeof at); },
+            [&at](const std::string &text) {
+                std::memset(&at, 0, sizeof at);
+                const Bytes bytes = fromHex(text);
+                std::copy_n(bytes.begin(), std::min(bytes.size(), sizeof at), reinterpret_cast<uint8_t *>(&at));
+            }};
 }
 
 // Number of stations, then of each: MAC, media type, rate, RSSI, SNR, level, Tx, Rx, Tx rate, Rx rate, band, last seen.
@@ -60,40 +80,65 @@ std::string stationsText(const WIFINeighborEntry *station, uint32_t count) {
     return text;
 }
 
+// ---- Effects
+
 // Turns what a fake noted into an effect.
 Effect effectOf(const std::string &note) {
-    const bool isLine = note.starts_with("logs ") || note.starts_with("prints ");
     const bool isEnded = note.ends_with('\n');
     const std::string text = escapedText(isEnded ? note.substr(0, note.size() - 1) : note);
-    if (isLine) {
-        const bool isUrgent = note[0] == 'l' && text[text.find(' ', 5) - 1] <= '4';
-        return {isUrgent ? Effect::Ordered : Effect::Optional, text + (isEnded ? "" : "\\c")};
+    if (note.starts_with("logs ")) {
+        return {text[text.find(' ', 5) - 1] <= '4' ? Effect::Ordered : Effect::Optional, text + (isEnded ? "" : "\\c")};
     }
-    if (text.starts_with("reads ")) {
-        return {Effect::Optional, text};
+    if (note.starts_with("prints ")) {
+        return {Effect::Optional, text + (isEnded ? "" : "\\c")};
     }
-    for (const std::string &path : kScratchFiles) {
-        if (text.ends_with(" > " + path)) {
-            return {Effect::Optional, "reads " + text.substr(std::strlen("runs "))};
+    const auto isWrittenBy = [&](const std::string &path) { return text.ends_with(" > " + path); };
+    if (isWrittenBy(kScratchFiles[0]) || isWrittenBy(kScratchFiles[1]) || isWrittenBy(kv::kResultPath)) {
+        return {Effect::Optional, "reads " + text.substr(text.find(' ') + 1)};
+    }
+    return {text.starts_with("reads ") ? Effect::Optional : Effect::Ordered, text};
+}
+
+std::string sentText(const Sent &sent) {
+    const bool isMulticast = sent.slot != Slot::Unicast;
+    const std::string to = macText(sent.destination.data());
+    if (isMulticast && std::memcmp(sent.destination.data(), I5_MCAST_MAC_ADDRESS, KV_MAC_LEN) != 0) {
+        return "a multicast to " + to;
+    }
+    const std::string begin = "to " +
+                              (sent.slot == Slot::Multicast ? "neighbours"
+                               : isMulticast                ? "all"
+                                                            : to) +
+                              " " + idText(sent.msgIdIn) + " ";
+    constexpr size_t kEnvelope = 15;
+    if (sent.value.size() >= kEnvelope) {
+        const Bytes payload(sent.value.begin() + kEnvelope, sent.value.end());
+        const auto type = static_cast<uint16_t>(sent.value[11] << 8 | sent.value[12]);
+        const char *name = kvVendorMessageName(type);
+        if (name != nullptr && sent.value == message(kLocal, type, payload)) {
+            return begin + name + " " + hexText(payload.data(), payload.size());
         }
     }
-    if (const std::string echo = "runs echo "; text.starts_with(echo) && text.ends_with(kv::kResultPath)) {
-        return {Effect::Ordered, "result " + text.substr(echo.size(), text.find(' ', echo.size()) - echo.size())};
+    return begin + "raw " + hexText(sent.value.data(), sent.value.size());
+}
+
+void removeFiles() {
+    emptyDevice();
+    for (const auto &[name, path] : kPaths) {
+        std::remove(path.c_str());
     }
-    return {Effect::Ordered, text};
 }
 
 }  // namespace
 
 std::string scriptPath(const std::string &name) {
-    const auto known = kPaths.find(name);
-    return known == kPaths.end() ? name : known->second;
+    return kPaths.contains(name) ? kPaths.at(name) : name;
 }
 
-const RecordField *findRecordField(const std::string &name) {
-    const auto *field = std::find_if(std::begin(kFields), std::end(kFields),
-                                     [&](const RecordField &each) { return name == each.name; });
-    return field == std::end(kFields) ? nullptr : field;
+std::string idText(std::optional<uint16_t> id) {
+    char text[8];
+    std::snprintf(text, sizeof text, "id %04x", id.value_or(0));
+    return !id ? "no-id" : *id == 0 ? "new-id" : text;
 }
 
 ScriptedDevice::ScriptedDevice() {
@@ -101,13 +146,11 @@ ScriptedDevice::ScriptedDevice() {
     fakeCommand("reboot", "exit 0\n");
     fakeCommand("ifconfig", "echo '  inet addr:10.1.2.3  Mask:x'\n");
     fakeCommand("wl", "case $* in *chanspec) echo '36/80' ;; esac\n");
-    KvDevVendorData &local = host.local();
-    local.rebootFromNbrCap = 1;
-    local.intfPwrCtrlFromNbrCap = 1;
-    std::strcpy(local.ipAddr, "10.1.2.3");
-    std::strcpy(local.channel24G, "000");
-    std::strcpy(local.channel5G, "000");
-    std::strcpy(local.channelExtra, "000");
+    for (const auto &[name, value] :
+         {std::pair("rebootFromNbrCap", "1"), std::pair("intfPwrCtrlFromNbrCap", "1"), std::pair("ipAddr", "10.1.2.3"),
+          std::pair("channel24G", "000"), std::pair("channel5G", "000"), std::pair("channelExtra", "000")}) {
+        change(std::string("local.") + name, value);
+    }
     host.addDevice(kAgent);
     host.owners = {{kAgent, kAgent}, {namedMacs().at("radio5"), kLocal}};
     host.interfaces = {{namedMacs().at("radio24"), 0x0103}, {namedMacs().at("radio5"), 0x0105}};
@@ -122,132 +165,139 @@ ScriptedDevice::~ScriptedDevice() {
     removeFiles();
 }
 
-ScriptedDevice::Values ScriptedDevice::observe() const {
-    Values values;
-    const auto put = [&](const std::string &name, const std::string &value) {
-        if (!value.empty()) {
-            values[name] = escapedText(value);
-        }
-    };
-    for (const auto &[mac, dev] : host.devices) {
-        const std::string owner = macText(mac.data()) + ".";
-        for (const RecordField &field : kFields) {
-            const char *at = reinterpret_cast<const char *>(dev.get()) + field.offset;
-            if (*at != '\0') {
-                put(owner + field.name, field.size == 1 ? std::to_string(static_cast<uint8_t>(*at))
-                                                        : std::string(at, strnlen(at, field.size)));
-            }
-        }
-        put(owner + "stations", stationsText(dev->wifiNbrHead, mac == kLocal ? WIFINbrNum : dev->wifiNbrNum));
-        if (dev->uptimeRecvTime != 0) {
-            put(owner + "uptimeRecvTime", std::to_string(dev->uptimeRecvTime - kScriptStart));
+#define FIELD(name) \
+    { #name, valueOf(dev.name) }
+std::map<std::string, Value> ScriptedDevice::values() {
+    std::map<std::string, Value> all = {{"clock",
+                                         {[] { return std::to_string(std::time(nullptr) - kScriptStart); },
+                                          [](const std::string &text) { setClock(kScriptStart + std::stol(text)); }}},
+                                        {"stamp", valueOf(data_model_time_stamp, kScriptStart)},
+                                        {"slots", bytesOf(g_kv1905_bcm_cbs)},
+                                        {"send", valueOf(host.sendResult)},
+                                        {"json", valueOf(host.jsonResult)},
+                                        {"post", valueOf(host.postResult)},
+                                        {"key", valueOf(configService().key.key)},
+                                        {"led", valueOf(configService().led.enable)},
+                                        {"factory-reset", valueOf(configService().factoryReset)},
+                                        {"download", valueOf(State_fw_is_download)},
+                                        {"upgrade", valueOf(State_fw_upgrade)},
+                                        {"flags", valueOf(kvFlags)},
+                                        {"controller", valueOf(controller)},
+                                        {"ssid24", textAt(g_MainSSID, 33)},
+                                        {"ssid5", textAt(g_MainSSID + 33, 33)},
+                                        {"bssids", bytesOf(g_MainBSSID)}};
+    for (const auto &[mac, record] : host.devices) {
+        KvDevVendorData &dev = *record;
+        const std::pair<const char *, Value> fields[] = {FIELD(cfgAttrCount),
+                                                         FIELD(rebootFromNbrCap),
+                                                         FIELD(intfPwrCtrlFromNbrCap),
+                                                         FIELD(fwVersion),
+                                                         FIELD(newFwVersion),
+                                                         FIELD(newFwDate),
+                                                         FIELD(auxStatus),
+                                                         FIELD(fwUpgradeStatus),
+                                                         FIELD(modelName),
+                                                         FIELD(ipAddr),
+                                                         FIELD(opMode),
+                                                         FIELD(buildNum),
+                                                         FIELD(protoVersion),
+                                                         FIELD(ledStatus),
+                                                         FIELD(appVersion),
+                                                         FIELD(l2DevCtrl),
+                                                         FIELD(wifiAutoCfg),
+                                                         FIELD(wifiOnOff),
+                                                         FIELD(fwUpgrade),
+                                                         FIELD(ledOnOff),
+                                                         FIELD(channel24G),
+                                                         FIELD(channel5G),
+                                                         FIELD(channelExtra),
+                                                         FIELD(uptime),
+                                                         {"uptimeRecvTime", valueOf(dev.uptimeRecvTime, kScriptStart)}};
+        for (const auto &[name, value] : fields) {
+            all[macText(mac.data()) + "." + name] = value;
         }
     }
-    values.erase("local.uptime");
+    return all;
+}
+
+std::string ScriptedDevice::change(const std::string &name, const std::string &value) {
+    const auto all = values();
+    if (const auto found = all.find(name); found != all.end()) {
+        const std::string old = found->second.get();
+        found->second.set(value);
+        return old;
+    }
+    const size_t dot = name.find('.');
+    const std::string kind = name.substr(0, dot), file = name.substr(std::min(dot, name.size() - 1) + 1);
+    if (kind != "file" && kind != "script") {
+        misread("no such setting", name);
+    }
+    const std::string path = kind == "file" ? scriptPath(file) : commandPath(file);
+    const std::string old = exists(path) ? readFile(path) : "none";
+    std::remove(path.c_str());
+    if (value == "fifo") {
+        mkfifo(path.c_str(), 0600);
+    } else if (value != "none" && kind == "file") {
+        writeFile(path, value);
+    } else if (value != "none") {
+        fakeCommand(file, value);
+    }
+    return old;
+}
+
+std::map<std::string, std::string> ScriptedDevice::observe() {
+    std::map<std::string, std::string> seen;
+    for (const auto &[name, value] : values()) {
+        seen[name] = value.get();
+    }
+    seen.erase("local.uptime");  // the test machine's
+    for (const auto &[mac, dev] : host.devices) {
+        seen[macText(mac.data()) + ".stations"] =
+            stationsText(dev->wifiNbrHead, mac == kLocal ? WIFINbrNum : dev->wifiNbrNum);
+    }
     for (size_t i = 0; i < kv::OutstandingQueries::kCapacity; ++i) {
         const kv::KvVendQueryEntry &entry = kv::outstandingQueries().at(i);
         char text[80];
         std::snprintf(text, sizeof text, " id %04x type %u retry %u at %d", entry.msgId, entry.vendMsgType, entry.retry,
                       static_cast<int>(entry.sent - kScriptStart));
-        put("query " + std::to_string(i), kv::isZeroMac(entry.alMac) ? "" : macText(entry.alMac) + text);
+        seen["query " + std::to_string(i)] = kv::isZeroMac(entry.alMac) ? "" : macText(entry.alMac) + text;
     }
     for (size_t i = 0; i < kv::RegisteredNeighbors::kCapacity; ++i) {
         const uint8_t *mac = kv::registeredNeighbors().at(i);
-        put("neighbour " + std::to_string(i), kv::isZeroMac(mac) ? "" : macText(mac));
+        seen["neighbour " + std::to_string(i)] = kv::isZeroMac(mac) ? "" : macText(mac);
     }
     const ConfigService &service = configService();
     for (size_t i = 0; i < service.accounts.size(); ++i) {
-        put("account " + std::to_string(i),
-            std::string(service.accounts[i].userName) + " " + service.accounts[i].password);
+        const RdmNatIntfSetting &account = service.accounts[i];
+        seen["account " + std::to_string(i)] = std::string(account.userName) + " " + account.password;
     }
     for (size_t i = 0; i < service.radios.size(); ++i) {
         const auto &beacon = service.radios[i].countryInBeacon;
-        put("radio " + std::to_string(i), std::string(beacon, strnlen(beacon, sizeof beacon)));
+        seen["radio " + std::to_string(i)] = std::string(beacon, strnlen(beacon, sizeof beacon));
     }
-    const std::pair<const char *, long> numbers[] = {
-        {"led", service.led.enable},
-        {"upgrade list", kv::FWalmacDataHead == nullptr ? 0u : kv::FWalmacDataHead->count},
-        {"download", State_fw_is_download},
-        {"upgrade", State_fw_upgrade},
-        {"flags", kvFlags},
-        {"controller", controller},
-        {"scratch files", exists(kScratchFiles[0]) + exists(kScratchFiles[1])}};
-    for (const auto &[name, number] : numbers) {
-        put(name, std::to_string(number));
+    seen["upgrade list"] = std::to_string(kv::FWalmacDataHead == nullptr ? 0u : kv::FWalmacDataHead->count);
+    seen["scratch files"] = std::to_string(exists(kScratchFiles[0]) + exists(kScratchFiles[1]));
+    seen["list"] = readFile(kv::kFirmwareListPath);
+    seen["result"] = readFile(kv::kResultPath);
+    for (auto &[name, value] : seen) {
+        value = value.empty() ? "nothing" : escapedText(value);
     }
-    put("factory-reset", service.factoryReset);
-    put("ssid24", g_MainSSID);
-    put("ssid5", g_MainSSID + 33);
-    put("bssids", hexText(g_MainBSSID, sizeof g_MainBSSID));
-    for (const char *name : {"list", "result"}) {
-        put(name, readFile(scriptPath(name)));
-    }
-    return values;
+    return seen;
 }
 
-std::string ScriptedDevice::messageText(const std::string &slot, const std::string &id, const std::string &rest) const {
-    char requested[8];
-    std::snprintf(requested, sizeof requested, "%04x", requestId);
-    const std::string to = sender ? macText(sender->data()) : "agent";
-    const bool isDefaultId = id == (sender ? requested : "0000");
-    return (slot == to ? "" : "to " + slot + " ") +
-           (isDefaultId    ? ""
-            : id.empty()   ? "no-id "
-            : id == "0000" ? "new-id "
-                           : "id " + id + " ") +
-           rest;
-}
-
-std::string ScriptedDevice::sentText(const Sent &sent) const {
-    const std::string slot = sent.slot == Slot::Multicast          ? "neighbours"
-                             : sent.slot == Slot::RelayedMulticast ? "all"
-                                                                   : macText(sent.destination.data());
-    const bool isMulticast = sent.slot != Slot::Unicast;
-    if (isMulticast && std::memcmp(sent.destination.data(), I5_MCAST_MAC_ADDRESS, KV_MAC_LEN) != 0) {
-        return "a multicast to " + macText(sent.destination.data());
-    }
-    char id[8] = "";
-    if (sent.msgIdIn) {
-        std::snprintf(id, sizeof id, "%04x", *sent.msgIdIn);
-    }
-    constexpr size_t kEnvelope = 15;
-    if (sent.value.size() >= kEnvelope) {
-        const Bytes payload(sent.value.begin() + kEnvelope, sent.value.end());
-        const auto type = static_cast<uint16_t>(sent.value[11] << 8 | sent.value[12]);
-        const char *name = kvVendorMessageName(type);
-        if (name != nullptr && sent.value == message(kLocal, type, payload)) {
-            return messageText(slot, id, std::string(name) + " " + hexText(payload.data(), payload.size()));
-        }
-    }
-    return messageText(slot, id, "raw " + hexText(sent.value.data(), sent.value.size()));
-}
-
-std::vector<Effect> ScriptedDevice::effectsSince(const Values &before) {
+std::vector<Effect> ScriptedDevice::effectsSince(const std::map<std::string, std::string> &before) {
     std::vector<Effect> effects;
     size_t sends = 0;
-    std::string written = readFile(kv::kResultPath);  // what the result file is to hold
     for (const std::string &note : takeNotes()) {
-        effects.push_back(note == "send" ? Effect{Effect::Message, sentText(host.sent[sends++])} : effectOf(note));
-        const std::string &text = effects.back().text;
-        written = text.starts_with("result ") ? text.substr(7) + "\n" : written;
+        effects.push_back(note == "send" ? Effect{Effect::Ordered, sentText(host.sent[sends++])} : effectOf(note));
     }
     host.sent.clear();
     if (result != 0) {
         effects.push_back({Effect::State, std::to_string(result)});
     }
-    if (const std::string content = readFile(kv::kResultPath); content != written) {
-        effects.push_back({Effect::State, "result = " + escapedText(content)});
-    }
-    const Values now = observe();
-    for (const auto &[name, value] : now) {
-        const auto old = before.find(name);
-        if (name != "result" && (old == before.end() || old->second != value)) {
+    for (const auto &[name, value] : observe()) {
+        if (before.at(name) != value) {
             effects.push_back({Effect::State, name + " = " + value});
-        }
-    }
-    for (const auto &[name, value] : before) {
-        if (!now.contains(name)) {
-            effects.push_back({Effect::State, name + " = nothing"});
         }
     }
     return effects;

@@ -1,6 +1,8 @@
 // A device that plays the steps of a scenario and returns all effects that can be observed.
 #pragma once
 
+#include <ctime>
+#include <functional>
 #include <map>
 #include <optional>
 #include <string>
@@ -8,7 +10,6 @@
 
 #include "scenarios/words.h"
 #include "support/fake_host.h"
-#include "support/fake_system.h"
 
 namespace kvtest {
 
@@ -16,19 +17,17 @@ inline constexpr std::time_t kScriptStart = 1'000'000;  // the clock at the star
 
 // One effect, written like the outcome that announces it.
 struct Effect {
-    // Optional: counts only where an outcome names it; State: in any order; all others: in their order.
-    enum Kind { Message, Ordered, Optional, State };
+    // Optional: counts only where an outcome names it; State: in any order; Ordered: all others, in their order.
+    enum Kind { Ordered, Optional, State };
     Kind kind;
     std::string text;
 };
 
-// A field of a device's record by its name; null when there is none.
-struct RecordField {
-    const char *name;
-    size_t offset;
-    size_t size;
+// A part of the device's state that scenarios can read and set.
+struct Value {
+    std::function<std::string()> get;
+    std::function<void(const std::string &)> set;
 };
-const RecordField *findRecordField(const std::string &name);
 
 // Returns the path of one of the device's files; an unknown name is a path itself.
 std::string scriptPath(const std::string &name);
@@ -41,17 +40,15 @@ class ScriptedDevice {
     ScriptedDevice(const ScriptedDevice &) = delete;
     ScriptedDevice &operator=(const ScriptedDevice &) = delete;
 
-    // Plays a preparation or an action (steps.cpp) and returns its effects. Throws std::invalid_argument at a word that
-    // does not fit.
-    std::vector<Effect> play(const std::string &step);
-    static bool isAction(const std::string &step);
+    // Plays a step (steps.cpp) and returns the effects of an action, none for a preparation. Throws
+    // std::invalid_argument at a word that does not fit.
+    std::optional<std::vector<Effect>> play(Words in);
+
+    // Sets a value, a file or a command, and returns its old value.
+    std::string change(const std::string &name, const std::string &value);
 
     // Everything that an observer can read of the device now, by name.
-    using Values = std::map<std::string, std::string>;
-    Values observe() const;
-
-    // The message of an outcome in the form that effects have: without what is the default of this step.
-    std::string messageText(const std::string &slot, const std::string &id, const std::string &rest) const;
+    std::map<std::string, std::string> observe();
 
     FakeHost host;
     std::optional<Mac> sender;  // of the message that the step receives
@@ -61,8 +58,11 @@ class ScriptedDevice {
     bool failureIsMissing = false;  // the injected failure of the step met no call
 
   private:
-    std::vector<Effect> effectsSince(const Values &before);
-    std::string sentText(const Sent &sent) const;
+    std::map<std::string, Value> values();
+    std::vector<Effect> effectsSince(const std::map<std::string, std::string> &before);
 };
+
+// Returns an identifier as effects show it: "id HHHH", "new-id" for 0, "no-id" for none.
+std::string idText(std::optional<uint16_t> id);
 
 }  // namespace kvtest

@@ -1,11 +1,10 @@
 #include "scenarios/words.h"
 
-#include <strings.h>
-
 #include <algorithm>
 #include <cstring>
 #include <span>
 #include <stdexcept>
+#include <utility>
 
 namespace kvtest {
 
@@ -15,7 +14,7 @@ bool isQuote(char c) {
     return c == '"' || c == '\'';
 }
 
-// Reads the quoted text that begins at `at` and returns the position after the closing quote.
+// Appends the quoted text that begins at `at` and returns the position after the closing quote.
 size_t readQuoted(const std::string &line, size_t at, std::string &text) {
     static const std::map<char, char> escapes = {{'n', '\n'}, {'r', '\r'}, {'t', '\t'}};
     const char quote = line[at++];
@@ -26,8 +25,7 @@ size_t readQuoted(const std::string &line, size_t at, std::string &text) {
             text += static_cast<char>(fromHex(line.substr(at + 1, 2)).at(0));
             at += 2;
         } else {
-            const auto escape = escapes.find(line[at]);
-            text += escape == escapes.end() ? line[at] : escape->second;
+            text += escapes.contains(line[at]) ? escapes.at(line[at]) : line[at];
         }
     }
     if (at >= line.size()) {
@@ -36,23 +34,33 @@ size_t readQuoted(const std::string &line, size_t at, std::string &text) {
     return at + 1;
 }
 
+// Returns W repeated N times for a word W*N.
+std::string repeated(const std::string &word) {
+    const size_t star = word.find('*');
+    if (star == std::string::npos || star == 0 || word.find_first_not_of("0123456789", star + 1) != std::string::npos) {
+        return word;
+    }
+    std::string all;
+    for (size_t times = std::stoul(word.substr(star + 1)); times > 0; --times) {
+        all += word.substr(0, star);
+    }
+    return all;
+}
+
+// Returns the bytes of a number in the machine's order.
 template <typename Number>
-Bytes inMachineOrder(const std::string &word) {
-    const auto number = static_cast<Number>(std::stol(word.substr(4), nullptr, 0));
-    Bytes bytes;
-    append(bytes, std::span(reinterpret_cast<const uint8_t *>(&number), sizeof number));
-    return bytes;
+Bytes bytesOfNumber(const std::string &text) {
+    const auto number = static_cast<Number>(std::stol(text, nullptr, 0));
+    const auto *bytes = reinterpret_cast<const uint8_t *>(&number);
+    return Bytes(bytes, bytes + sizeof number);
 }
 
 Bytes bytesOf(const std::string &word) {
     if (const auto mac = namedMacs().find(word); mac != namedMacs().end()) {
         return Bytes(mac->second.begin(), mac->second.end());
     }
-    if (word.starts_with("h16:")) {
-        return inMachineOrder<uint16_t>(word);
-    }
-    if (word.starts_with("h32:")) {
-        return inMachineOrder<uint32_t>(word);
+    if (word.starts_with("h16:") || word.starts_with("h32:")) {
+        return word[1] == '1' ? bytesOfNumber<uint16_t>(word.substr(4)) : bytesOfNumber<uint32_t>(word.substr(4));
     }
     if (word.size() % 2 != 0 || word.find_first_not_of("0123456789abcdefABCDEF") != std::string::npos) {
         misread("no bytes", word);
@@ -77,11 +85,11 @@ const std::map<std::string, Mac> &namedMacs() {
     return macs;
 }
 
-std::string hexText(const uint8_t *bytes, size_t count) {
+std::string hexText(const void *bytes, size_t count) {
     constexpr char kDigits[] = "0123456789abcdef";
     std::string text;
-    for (size_t i = 0; i < count; ++i) {
-        text += {kDigits[bytes[i] >> 4], kDigits[bytes[i] & 15]};
+    for (const uint8_t byte : std::span(static_cast<const uint8_t *>(bytes), count)) {
+        text += {kDigits[byte >> 4], kDigits[byte & 15]};
     }
     return text;
 }
@@ -98,61 +106,52 @@ std::string macText(const uint8_t *mac) {
 std::string escapedText(const std::string &text) {
     std::string shown;
     for (const char c : text) {
-        const auto byte = static_cast<uint8_t>(c);
-        const bool isPlain = byte >= ' ' && byte <= '~';
-        shown += isPlain ? std::string(1, c) : c == '\n' ? "\\n" : "\\x" + hexText(&byte, 1);
+        const bool isPlain = c >= ' ' && c <= '~';
+        shown += isPlain ? std::string(1, c) : c == '\n' ? "\\n" : "\\x" + hexText(&c, 1);
     }
     return shown;
 }
 
-std::vector<std::string> split(const std::string &text, const std::string &separator) {
-    std::vector<std::string> parts(1);
-    for (size_t at = 0; at < text.size();) {
-        if (text.compare(at, separator.size(), separator) == 0) {
-            parts.emplace_back();
-            at += separator.size();
-            continue;
-        }
-        std::string ignored;
-        const size_t end = isQuote(text[at]) ? readQuoted(text, at, ignored) : at + 1;
-        parts.back() += text.substr(at, end - at);
-        at = end;
-    }
-    for (std::string &part : parts) {
-        part.erase(0, part.find_first_not_of(' '));
-        part.erase(part.find_last_not_of(' ') + 1);
-    }
-    return parts;
-}
-
-Words::Words(const std::string &text) {
-    for (size_t at = text.find_first_not_of(' '); at < text.size(); at = text.find_first_not_of(' ', at)) {
-        Word &word = words_.emplace_back(Word{"", isQuote(text[at])});
-        while (at < text.size() && text[at] != ' ') {
-            if (isQuote(text[at])) {
-                at = readQuoted(text, at, word.text);
+Words::Words(const std::string &line) {
+    for (size_t at = line.find_first_not_of(' '); at < line.size(); at = line.find_first_not_of(' ', at)) {
+        const bool isQuoted = isQuote(line[at]);
+        std::string text(line[at] == ',' ? 1 : 0, ',');
+        at += text.size();
+        while (text != "," && at < line.size() && line[at] != ' ' && line[at] != ',') {
+            if (isQuote(line[at])) {
+                at = readQuoted(line, at, text);
             } else {
-                word.text += text[at++];
+                text += line[at++];
             }
         }
+        words_.push_back({isQuoted ? text : repeated(text), isQuoted});
     }
+}
+
+size_t Words::find(const std::string &word) const {
+    const auto at = std::find_if(words_.begin(), words_.end(),
+                                 [&](const Word &each) { return each.text == word && !each.isQuoted; });
+    return at == words_.end() ? npos : static_cast<size_t>(at - words_.begin());
+}
+
+Words Words::until(const std::string &separator) {
+    Words before("");
+    const size_t count = std::min(find(separator), words_.size());
+    const auto end = words_.begin() + static_cast<ptrdiff_t>(count);
+    before.words_.assign(words_.begin(), end);
+    words_.erase(words_.begin(), end == words_.end() ? end : end + 1);
+    return before;
 }
 
 std::string Words::text() {
+    static const std::map<std::string, std::string> addresses = {{"AGENT", "66:77:88:99:AA:BB"},
+                                                                 {"LOCAL", "00:11:22:33:44:55"}};
     if (empty()) {
-        misread("a word is missing", words_.empty() ? "" : "after " + words_.back().text);
+        misread("a word is missing", "at the end");
     }
-    const auto &[text, isQuoted] = words_[at_++];
-    for (const auto &[name, mac] : namedMacs()) {
-        if (!isQuoted && text != name && strcasecmp(text.c_str(), name.c_str()) == 0) {  // AGENT
-            std::string shown = hexText(mac.data(), mac.size());
-            for (size_t colon = 2; colon < shown.size(); colon += 3) {
-                shown.insert(colon, ":");
-            }
-            return shown;
-        }
-    }
-    return text;
+    const Word word = words_.front();
+    words_.erase(words_.begin());
+    return !word.isQuoted && addresses.contains(word.text) ? addresses.at(word.text) : word.text;
 }
 
 int64_t Words::number() {
@@ -165,25 +164,20 @@ int64_t Words::number() {
     return value;
 }
 
-void Words::expectEnd() const {
-    if (!empty()) {
-        misread("unexpected word", words_[at_].text);
-    }
-}
-
 bool Words::accept(const std::string &word) {
-    const bool is = !empty() && words_[at_].text == word && !words_[at_].isQuoted;
-    at_ += is ? 1 : 0;
-    return is;
+    const bool isNext = find(word) == 0;
+    words_.erase(words_.begin(), words_.begin() + (isNext ? 1 : 0));
+    return isNext;
 }
 
 bool Words::acceptSetting(std::string &name, std::string &value) {
-    const size_t equals = empty() || words_[at_].isQuoted ? std::string::npos : words_[at_].text.find('=');
+    const size_t equals = empty() || words_[0].isQuoted ? std::string::npos : words_[0].text.find('=');
     if (equals == std::string::npos) {
         return false;
     }
-    name = words_[at_].text.substr(0, equals);
-    value = words_[at_++].text.substr(equals + 1);
+    const std::string word = text();
+    name = word.substr(0, equals);
+    value = word.substr(equals + 1);
     return true;
 }
 
@@ -200,16 +194,13 @@ Mac Words::mac() {
 
 Bytes Words::bytes() {
     Bytes all;
-    for (; !empty() && (words_[at_].isQuoted || words_[at_].text != "..."); ++at_) {
-        const auto &[text, isQuoted] = words_[at_];
-        const size_t star = isQuoted ? std::string::npos : text.find('*');
-        if (text[0] == '@' && !isQuoted) {
-            all.resize(std::stoul(text.substr(1)));
-            continue;
-        }
-        const Bytes once = isQuoted ? Bytes(text.begin(), text.end()) : bytesOf(text.substr(0, star));
-        for (size_t times = star == std::string::npos ? 1 : std::stoul(text.substr(star + 1)); times > 0; --times) {
-            append(all, once);
+    while (!empty() && find("...") != 0) {
+        const bool isText = words_[0].isQuoted;
+        const std::string word = text();
+        if (word[0] == '@' && !isText) {
+            all.resize(std::stoul(word.substr(1)));
+        } else {
+            append(all, isText ? Bytes(word.begin(), word.end()) : bytesOf(word));
         }
     }
     return all;
@@ -222,16 +213,11 @@ std::string Words::bytePattern() {
 }
 
 std::string Words::join(const char *separator) {
-    std::string all = empty() ? "" : words_[at_++].text;
+    std::string all = empty() ? "" : text();
     while (!empty()) {
-        all += separator + words_[at_++].text;
+        all += separator + text();
     }
     return all;
-}
-
-std::string Words::lines() {
-    const std::string all = join("\n") + "\n";
-    return all.ends_with("$\n") ? all.substr(0, all.size() - 2) : all;
 }
 
 }  // namespace kvtest

@@ -16,50 +16,48 @@ const std::map<std::string, Mac> &namedMacs();
 
 // Returns the name of a known address, the hexadecimal digits of another.
 std::string macText(const uint8_t *mac);
-std::string hexText(const uint8_t *bytes, size_t count);
+std::string hexText(const void *bytes, size_t count);
 
 // Returns one printable line: \n and \xHH for what is not printable.
 std::string escapedText(const std::string &text);
 
-// Splits at a separator outside quotes and removes blanks around the parts.
-std::vector<std::string> split(const std::string &text, const std::string &separator);
-
-// Reads one word after the other; throws std::invalid_argument at a word that does not fit.
+// Reads one word after the other. A bare comma is a word; a bare word W*N is W repeated.
 class Words {
   public:
-    explicit Words(const std::string &text);
+    Words(const std::string &line);
 
-    bool empty() const { return at_ == words_.size(); }
+    bool empty() const { return words_.empty(); }
+
+    // Removes and returns the words before a bare separator, which is removed as well, or all words.
+    Words until(const std::string &separator);
+
+    // Returns how many words are before this bare one, npos when there is none.
+    static constexpr size_t npos = static_cast<size_t>(-1);
+    size_t find(const std::string &word) const;
+
+    // Remove and return the next word. Throw std::invalid_argument when there is none or it does not fit.
     std::string text();
     int64_t number();
     Mac mac();
 
-    // Throws if a word is left.
-    void expectEnd() const;
-
-    // Reads the next word if it is this one, and returns whether it was.
+    // Removes the next word if it is this bare one, and returns whether it was.
     bool accept(const std::string &word);
 
-    // Reads a word NAME=VALUE, if the next one is such.
+    // Removes a word NAME=VALUE, if the next one is such.
     bool acceptSetting(std::string &name, std::string &value);
 
-    // Read the rest: as bytes up to "...", as their hexadecimal pattern, as lines (a last "$" leaves out the last
-    // newline), and as text with single blanks.
+    // Remove and return the rest: as bytes up to "...", as their hexadecimal pattern, and as text.
     Bytes bytes();
     std::string bytePattern();
-    std::string lines();
-    std::string rest() { return join(" "); }
+    std::string join(const char *separator = " ");
 
   private:
     struct Word {
         std::string text;
-        bool isQuoted = false;
+        bool isQuoted;
     };
 
-    std::string join(const char *separator);
-
     std::vector<Word> words_;
-    size_t at_ = 0;
 };
 
 }  // namespace kvtest

@@ -34,7 +34,7 @@ std::string readFile(const std::string &path) {
 }
 
 bool exists(const std::string &path) {
-    return std::filesystem::exists(path);
+    return std::filesystem::is_regular_file(path);
 }
 
 std::string commandPath(const std::string &name) {

@@ -83,6 +83,17 @@ int jsonWrite(uint32_t) {
     return callFails("JSON") ? KV_RET_ERR : host->jsonResult;
 }
 
+// Does what the daemon does with a post of the tool.
+int cmdSend(uint32_t code, void *buffer, uint32_t size) {
+    notes().push_back("posts " + std::to_string(code) + " " + std::to_string(size));
+    if (callFails("post")) {
+        return -1;
+    }
+    const auto *bytes = static_cast<const uint8_t *>(buffer);
+    host->command(code, Bytes(bytes, bytes + size));
+    return host->postResult;
+}
+
 void resetPlugin() {
     g_kv1905_bcm_cbs = {};
     controller = 1;
@@ -120,8 +131,9 @@ FakeHost::FakeHost() {
     addDevice(kLocal);
     const Kv1905BcmCbs table = {
         dmDataGet, jsonWrite, send<Slot::Unicast>, send<Slot::Multicast>, send<Slot::RelayedMulticast>,
-        nullptr,   nullptr};
+        cmdSend,   nullptr};
     kvMAP1905_Func_reg(&table, 0);
+    kvMAP1905_Func_reg(&table, 1);
 }
 
 FakeHost::~FakeHost() {
@@ -157,6 +169,12 @@ void FakeHost::receive(const Mac &source, const Bytes &value, uint16_t msgId, bo
         return kvMAP1905_VendSpecTlv_handle(&tlv, static_cast<uint32_t>(value.size()), msgId);
     }
     (value[0] == 0 ? kvMAP1905_VendSpecMsg_handle_Intel : kvMAP1905_VendSpecMsg_handle)(&tlv, msgId);
+}
+
+void FakeHost::command(uint32_t code, const Bytes &buffer) {
+    const std::unique_ptr<uint8_t[]> block(new uint8_t[buffer.size() + 1]);
+    std::copy(buffer.begin(), buffer.end(), block.get() + 1);
+    kvMAP1905_VendSpecCmd_handle(block.get() + 1, code);
 }
 
 Bytes message(const Mac &alMac, uint16_t type, const Bytes &payload) {

@@ -59,12 +59,17 @@ class FakeHost {
     // Hands a TLV value to the plug-in in a block of exactly its size, so that a read past it is caught.
     void receive(const Mac &source, const Bytes &value, uint16_t msgId, bool hasLength = true);
 
+    // Hands an operator command to the plug-in, in a block of its own size at an odd address: no alignment is
+    // guaranteed.
+    void command(uint32_t code, const Bytes &buffer);
+
     std::map<Mac, std::unique_ptr<KvDevVendorData>> devices;
     std::map<Mac, Mac> owners;                         // interface MAC -> AL MAC
     std::vector<std::pair<Mac, uint32_t>> interfaces;  // of every device: MAC, media type; none: query 3 finds nothing
     std::vector<Sent> sent;
     int sendResult = 0;
     int jsonResult = 0;
+    int postResult = 0;
     uint16_t nextMsgId = 0x1000;  // given to requests
 };
 
