@@ -1,6 +1,7 @@
 #include "daemon/data_model_file.h"
 
 #include <algorithm>
+#include <chrono>
 #include <cstring>
 
 #include "daemon/json.h"
@@ -8,21 +9,36 @@
 namespace kv1905d {
 namespace {
 
-template <typename Range, typename ToJson>
-JsonList listOf(const Range &entries, ToJson toJson) {
-    JsonList list;
-    for (const auto &entry : entries)
-        list.add(toJson(entry));
-    return list;
-}
+// RFC 3339 in UTC; empty for 0. Years beyond four digits are not written.
+class TimeText {
+  public:
+    explicit TimeText(time_t when) {
+        if (when == 0) return;
+        using namespace std::chrono;
+        const sys_seconds time{seconds(when)};
+        const auto day = floor<days>(time);
+        const year_month_day date(day);
+        const hh_mm_ss clock(time - day);
+        put(static_cast<unsigned>(int{date.year()}), 4, '-');
+        put(unsigned{date.month()}, 2, '-');
+        put(unsigned{date.day()}, 2, 'T');
+        put(static_cast<unsigned>(clock.hours().count()), 2, ':');
+        put(static_cast<unsigned>(clock.minutes().count()), 2, ':');
+        put(static_cast<unsigned>(clock.seconds().count()), 2, 'Z');
+    }
+    operator std::string_view() const { return {text_, size_}; }
 
-Json timeJson(time_t when) {
-    if (when == 0) return Json("");
-    tm parts{};
-    char text[32] = "";
-    if (gmtime_r(&when, &parts) != nullptr) std::strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%SZ", &parts);
-    return Json(text);
-}
+  private:
+    void put(unsigned number, size_t digits, char end) {
+        for (size_t i = digits; i-- > 0; number /= 10)
+            text_[size_ + i] = static_cast<char>('0' + number % 10);
+        size_ += digits;
+        text_[size_++] = end;
+    }
+
+    char text_[20];
+    size_t size_ = 0;
+};
 
 // ---- Fields of the plug-in's record
 
@@ -66,24 +82,22 @@ constexpr FieldRow kVendorFields[] = {
 };
 #undef KV_FIELD
 
-std::string fixedText(const char *field, size_t size) {
+std::string_view fixedText(const char *field, size_t size) {
     return {field, strnlen(field, size)};
 }
 
-Json fieldJson(const KvDevVendorData &record, const FieldRow &row) {
+void writeField(JsonWriter &out, const KvDevVendorData &record, const FieldRow &row) {
     const char *field = reinterpret_cast<const char *>(&record) + row.offset;
-    if (row.kind == FieldKind::Text) return Json(fixedText(field, row.size));
-    if (row.size == 1) {
-        const auto byte = static_cast<uint8_t>(*field);
-        if (row.kind == FieldKind::Flag) return byte != 0;
-        return byte;
-    }
+    if (row.kind == FieldKind::Text) return out.member(row.name, fixedText(field, row.size));
+    const auto byte = static_cast<uint8_t>(*field);
+    if (row.kind == FieldKind::Flag) return out.member(row.name, byte != 0);
+    if (row.kind == FieldKind::Byte) return out.member(row.name, byte);
     uint32_t when = 0;
     static_assert(std::all_of(std::begin(kVendorFields), std::end(kVendorFields), [](const FieldRow &r) {
         return r.kind == FieldKind::Text || r.size == (r.kind == FieldKind::Time ? sizeof(when) : 1);
     }));
     std::memcpy(&when, field, sizeof when);
-    return timeJson(static_cast<time_t>(when));
+    out.member(row.name, TimeText(static_cast<time_t>(when)));
 }
 
 // ---- Wi-Fi
@@ -93,44 +107,52 @@ bool isWifi(const DeviceInterface &interface) {
 }
 
 // The code of Data Elements: 0 is -110 dBm or weaker, 220 is 0 dBm, one step is half a dB.
-uint8_t signalCode(int dBm) {
-    return static_cast<uint8_t>(std::clamp(2 * (dBm + 110), 0, 220));
+int signalCode(int dBm) {
+    return std::clamp(2 * (dBm + 110), 0, 220);
 }
 
-Json rateJson(uint16_t megabits) {
-    return Json(megabits * 1000);  // kbit/s, as Data Elements has it
-}
-
-// The local list carries no time: its stations were there when it was made.
-JsonObject stationJson(const WIFINeighborEntry &station, time_t now) {
-    JsonObject json{{"MACAddress", MacAddress::copyOf(station.mac)},
-                    {"LastDataDownlinkRate", rateJson(station.tx_rate)},
-                    {"LastDataUplinkRate", rateJson(station.rx_rate)},
-                    {"SignalStrength", signalCode(station.RSSI)},
-                    {"BytesSent", station.Tx},
-                    {"BytesReceived", station.Rx},
-                    {"TimeStamp", timeJson(station.lastSeen != 0 ? static_cast<time_t>(station.lastSeen) : now)}};
-    return json;
-}
-
-JsonList stationsJson(const Device &device, Band band, time_t now) {
-    JsonList list;
-    for (const WIFINeighborEntry *at = device.vendor.data()->wifiNbrHead; at != nullptr; at = at->next) {
-        if (bandOf(&BandRow::stationBand, at->Band) == band) list.add(stationJson(*at, now));
-    }
-    return list;
+// kbit/s, as Data Elements has it.
+uint32_t kilobits(uint16_t megabits) {
+    return megabits * uint32_t{1000};
 }
 
 struct Bss {
     MacAddress bssid;
-    std::string ssid;
+    std::string_view ssid;
+};
+
+// Prints the file. Everything that it shows belongs to the view.
+class DataModelPrinter {
+  public:
+    explicit DataModelPrinter(const DataModelView &view) : view_(view), written_(view.wallClock) {}
+
+    std::string print();
+
+  private:
+    std::optional<Bss> bssOf(const Device &device, const DeviceInterface &radio, Band band) const;
+    const DeviceInterface *stationRadio(const Device &device, Band band) const;
+
+    void printNetwork();
+    void printDevice(const Device &device);
+    void printRadio(const Device &device, const DeviceInterface &radio);
+    void printStation(const WIFINeighborEntry &station);
+    void printOwn();
+    void printOwnDevice(const Device &device, const std::map<MacAddress, unsigned> &hops);
+    void printNeighbours(const Device &device);
+    void printBss(const BssElements &bss);
+    void printApConfigurations(const MacAddress &alMac);
+    void printStations(const Device &device);
+
+    const DataModelView &view_;
+    const TimeText written_;
+    JsonWriter out_;
 };
 
 // The network of a radio: from the configuration for the local device, from the topology report for others.
-std::optional<Bss> bssOf(const DataModelView &view, const Device &device, const DeviceInterface &radio, Band band) {
+std::optional<Bss> DataModelPrinter::bssOf(const Device &device, const DeviceInterface &radio, Band band) const {
     if (device.local) {
-        if (band == kBandOther || view.networks.bssid[band].isZero()) return std::nullopt;
-        return Bss{view.networks.bssid[band], view.networks.ssid[band]};
+        if (band == kBandOther || view_.networks.bssid[band].isZero()) return std::nullopt;
+        return Bss{view_.networks.bssid[band], view_.networks.ssid[band]};
     }
     WireReader info(radio.facts.specialInfo);
     const MacAddress bssid = info.mac();
@@ -139,156 +161,201 @@ std::optional<Bss> bssOf(const DataModelView &view, const Device &device, const 
 }
 
 // The radio under which the device's stations of that band are shown; null when none has a network.
-const DeviceInterface *stationRadio(const DataModelView &view, const Device &device, Band band) {
+const DeviceInterface *DataModelPrinter::stationRadio(const Device &device, Band band) const {
     const auto isIt = [&](const DeviceInterface &each) {
-        return isWifi(each) && bandOfMediaType(each.facts.mediaType) == band && bssOf(view, device, each, band);
+        return isWifi(each) && bandOfMediaType(each.facts.mediaType) == band && bssOf(device, each, band);
     };
     const auto found = std::find_if(device.interfaces.begin(), device.interfaces.end(), isIt);
     return found == device.interfaces.end() ? nullptr : &*found;
 }
 
-JsonObject radioJson(const DataModelView &view, const Device &device, const DeviceInterface &radio) {
-    const Band band = bandOfMediaType(radio.facts.mediaType);
-    JsonList networks;
-    if (const std::optional<Bss> bss = bssOf(view, device, radio, band)) {
-        JsonObject network{{"BSSID", bss->bssid}, {"SSID", bss->ssid}, {"Enabled", radio.vendor.pwrState == 0}};
-        const bool hasStations = stationRadio(view, device, band) == &radio;
-        network.addCounted("NumberOfSTA", "STAList",
-                           hasStations ? stationsJson(device, band, view.wallClock) : JsonList());
-        networks.add(network);
-    }
-    JsonObject json{{"ID", radio.facts.mac}, {"Enabled", radio.vendor.pwrState == 0}};
-    json.addCounted("NumberOfBSS", "BSSList", networks);
-    return json;
+// The local list carries no time: its stations were there when it was made.
+void DataModelPrinter::printStation(const WIFINeighborEntry &station) {
+    out_.member("MACAddress", MacAddress::copyOf(station.mac));
+    out_.member("LastDataDownlinkRate", kilobits(station.tx_rate));
+    out_.member("LastDataUplinkRate", kilobits(station.rx_rate));
+    out_.member("SignalStrength", signalCode(station.RSSI));
+    out_.member("BytesSent", station.Tx);
+    out_.member("BytesReceived", station.Rx);
+    out_.member("TimeStamp", station.lastSeen != 0 ? TimeText(static_cast<time_t>(station.lastSeen)) : written_);
 }
 
-// ---- Every station, also of devices whose networks are not known
+// ---- wfa-dataelements:Network
 
-void addStations(JsonList &list, const DataModelView &view, const Device &device) {
-    std::optional<Bss> networks[kBandOther + 1];
-    for (const Band band : {kBand24, kBand5}) {
-        if (const DeviceInterface *radio = stationRadio(view, device, band)) {
-            networks[band] = bssOf(view, device, *radio, band);
+void DataModelPrinter::printRadio(const Device &device, const DeviceInterface &radio) {
+    const Band band = bandOfMediaType(radio.facts.mediaType);
+    const bool isEnabled = radio.vendor.pwrState == 0;
+    out_.member("ID", radio.facts.mac);
+    out_.member("Enabled", isEnabled);
+    out_.countedList("NumberOfBSS", "BSSList", [&] {
+        const std::optional<Bss> bss = bssOf(device, radio, band);
+        if (!bss) return;
+        out_.entry([&] {
+            out_.member("BSSID", bss->bssid);
+            out_.member("SSID", bss->ssid);
+            out_.member("Enabled", isEnabled);
+            out_.countedList("NumberOfSTA", "STAList", [&] {
+                if (stationRadio(device, band) != &radio) return;
+                for (const WIFINeighborEntry *at = device.vendor.data()->wifiNbrHead; at != nullptr; at = at->next) {
+                    if (bandOf(&BandRow::stationBand, at->Band) == band) out_.entry([&] { printStation(*at); });
+                }
+            });
+        });
+    });
+}
+
+void DataModelPrinter::printDevice(const Device &device) {
+    const KvDevVendorData &record = *device.vendor.data();
+    out_.member("ID", device.alMac);
+    out_.member("Manufacturer", "");
+    out_.member("ManufacturerModel", fixedText(record.modelName, sizeof record.modelName));
+    out_.member("SoftwareVersion", fixedText(record.fwVersion, sizeof record.fwVersion));
+    out_.countedList("NumberOfRadios", "RadioList", [&] {
+        for (const DeviceInterface &interface : device.interfaces) {
+            if (isWifi(interface)) out_.entry([&] { printRadio(device, interface); });
         }
+    });
+}
+
+void DataModelPrinter::printNetwork() {
+    out_.member("ID", view_.topology.local().alMac);
+    out_.member("TimeStamp", written_);
+    out_.countedList("NumberOfDevices", "DeviceList", [&] {
+        for (const auto &[alMac, device] : view_.topology.devices())
+            out_.entry([&] { printDevice(*device); });
+    });
+}
+
+// ---- kv1905
+
+// Who the device says are its neighbours, and over which of its interfaces.
+void DataModelPrinter::printNeighbours(const Device &device) {
+    for (const Ieee1905Neighbours &link : device.neighbours) {
+        std::optional<uint16_t> mediaType;
+        for (const DeviceInterface &each : device.interfaces) {
+            if (each.facts.mac == link.localInterface) mediaType = each.facts.mediaType;
+        }
+        for (const Neighbour &neighbour : link.neighbours) {
+            out_.entry([&] {
+                out_.member("ID", neighbour.alMac);
+                out_.member("Interface", link.localInterface);
+                out_.member("MediaType", mediaType);
+                out_.member("ViaBridge", neighbour.viaBridge);
+            });
+        }
+    }
+}
+
+void DataModelPrinter::printBss(const BssElements &bss) {
+    out_.list("MdidList", [&] {
+        for (const MdidEntry &entry : bss.mdids) {
+            out_.entry([&] {
+                out_.member("BSSID", entry.bssid);
+                out_.member("Mdid", entry.mdid);
+                out_.member("Enabled", entry.enabled);
+            });
+        }
+    });
+    out_.list("BssConfigList", [&] {
+        for (const BssConfiguration &entry : bss.configurations) {
+            out_.entry([&] {
+                out_.member("BandIndex", entry.bandIndex);
+                out_.member("Attribute", entry.attribute);
+                out_.member("Mdid", entry.mdid);
+                out_.member("Tci", entry.tci);
+                out_.member("WlMode", entry.wlMode);
+                out_.member("ExtAttribute", entry.extAttribute);
+            });
+        }
+    });
+}
+
+void DataModelPrinter::printApConfigurations(const MacAddress &alMac) {
+    const auto known = view_.apConfigurations.find(alMac);
+    if (known == view_.apConfigurations.end()) return;
+    for (const auto &[band, bss] : known->second) {
+        out_.entry([&, band = band, &bss = bss] {
+            out_.member("Band", bandName(band));
+            out_.member("BandIndex", bss.BandIndex);
+            out_.member("Attribute", bss.Attribute);
+            out_.member("Mdid", bss.MDID);
+            out_.member("Tci", bss.TCI);
+            out_.member("ExtAttribute", bss.ExtAttribute);
+        });
+    }
+}
+
+void DataModelPrinter::printOwnDevice(const Device &device, const std::map<MacAddress, unsigned> &hops) {
+    const KvDevVendorData &record = *device.vendor.data();
+    const auto distance = hops.find(device.alMac);
+    const auto silence = device.local ? Duration{} : view_.now - device.lastHeard;
+    out_.member("ID", device.alMac);
+    out_.member("Local", device.local);
+    out_.member("SpeaksProtocol", device.speaksProtocol());
+    out_.member("Hops", distance != hops.end() ? std::optional(distance->second) : std::nullopt);
+    out_.member("SecondsSinceHeard", silence.count() / 1000);
+    for (const FieldRow &row : kVendorFields)
+        writeField(out_, record, row);
+    out_.member("WifiNeighborCount", device.local ? view_.localStations : record.wifiNbrNum);
+    out_.list("NeighborList", [&] { printNeighbours(device); });
+    printBss(device.bss);
+    out_.list("ApConfigurationList", [&] { printApConfigurations(device.alMac); });
+}
+
+// Every station, also of devices whose networks are not known.
+void DataModelPrinter::printStations(const Device &device) {
+    std::optional<MacAddress> bssids[kBandOther + 1];
+    for (const Band band : {kBand24, kBand5}) {
+        if (const DeviceInterface *radio = stationRadio(device, band))
+            bssids[band] = bssOf(device, *radio, band)->bssid;
     }
     for (const WIFINeighborEntry *at = device.vendor.data()->wifiNbrHead; at != nullptr; at = at->next) {
         const Band band = bandOf(&BandRow::stationBand, at->Band);
-        JsonObject json = stationJson(*at, view.wallClock);
-        json.add({{"Device", device.alMac},
-                  {"BSSID", networks[band] ? Json(networks[band]->bssid) : Json(nullptr)},
-                  {"Band", bandName(band)},
-                  {"MediaType", at->mediaType},
-                  {"RSSI", at->RSSI},  // dBm
-                  {"SNR", at->SNR},    // dB
-                  {"SignalLevel", at->signalLevel},
-                  {"Rate", rateJson(at->Rate)}});
-        list.add(json);
+        out_.entry([&] {
+            printStation(*at);
+            out_.member("Device", device.alMac);
+            out_.member("BSSID", bssids[band]);
+            out_.member("Band", bandName(band));
+            out_.member("MediaType", at->mediaType);
+            out_.member("RSSI", at->RSSI);  // dBm
+            out_.member("SNR", at->SNR);    // dB
+            out_.member("SignalLevel", at->signalLevel);
+            out_.member("Rate", kilobits(at->Rate));
+        });
     }
 }
 
-// ---- BSSs as devices describe them
-
-JsonObject mdidJson(const MdidEntry &entry) {
-    return {{"BSSID", entry.bssid}, {"Mdid", entry.mdid}, {"Enabled", entry.enabled}};
+void DataModelPrinter::printOwn() {
+    const auto &devices = view_.topology.devices();
+    const std::map<MacAddress, unsigned> hops = view_.topology.hops();
+    out_.member("Role", view_.role);
+    out_.member("Controller", view_.controller ? view_.controller->text() : "");
+    out_.object("Counters", [&] {
+        for (const CounterRow &row : kCounterRows)
+            out_.member(row.name, view_.counters.*row.field);
+    });
+    out_.countedList("NumberOfDevices", "DeviceList", [&] {
+        for (const auto &[alMac, device] : devices)
+            out_.entry([&] { printOwnDevice(*device, hops); });
+    });
+    out_.countedList("NumberOfStations", "StationList", [&] {
+        for (const auto &[alMac, device] : devices)
+            printStations(*device);
+    });
 }
 
-JsonObject bssConfigurationJson(const BssConfiguration &entry) {
-    return {{"BandIndex", entry.bandIndex}, {"Attribute", entry.attribute},
-            {"Mdid", entry.mdid},           {"Tci", entry.tci},
-            {"WlMode", entry.wlMode},       {"ExtAttribute", entry.extAttribute}};
-}
-
-JsonObject apConfigurationJson(const std::pair<const Band, KvBssInfo> &entry) {
-    const auto &[band, bss] = entry;
-    return {
-        {"Band", bandName(band)}, {"BandIndex", bss.BandIndex},      {"Attribute", bss.Attribute}, {"Mdid", bss.MDID},
-        {"Tci", bss.TCI},         {"ExtAttribute", bss.ExtAttribute}};
-}
-
-// ---- The two roots
-
-JsonObject deviceJson(const DataModelView &view, const Device &device) {
-    const KvDevVendorData &record = *device.vendor.data();
-    JsonList radios;
-    for (const DeviceInterface &interface : device.interfaces) {
-        if (isWifi(interface)) radios.add(radioJson(view, device, interface));
-    }
-    JsonObject json{{"ID", device.alMac},
-                    {"Manufacturer", ""},
-                    {"ManufacturerModel", fixedText(record.modelName, sizeof record.modelName)},
-                    {"SoftwareVersion", fixedText(record.fwVersion, sizeof record.fwVersion)}};
-    json.addCounted("NumberOfRadios", "RadioList", radios);
-    return json;
-}
-
-JsonObject networkJson(const DataModelView &view) {
-    JsonList devices;
-    for (const auto &[alMac, device] : view.topology.devices())
-        devices.add(deviceJson(view, *device));
-    JsonObject json{{"ID", view.topology.local().alMac}, {"TimeStamp", timeJson(view.wallClock)}};
-    json.addCounted("NumberOfDevices", "DeviceList", devices);
-    return json;
-}
-
-// Who the device says are its neighbours, and over which of its interfaces.
-JsonList neighboursJson(const Device &device) {
-    JsonList list;
-    for (const Ieee1905Neighbours &link : device.neighbours) {
-        const auto isIt = [&](const DeviceInterface &each) { return each.facts.mac == link.localInterface; };
-        const auto interface = std::find_if(device.interfaces.begin(), device.interfaces.end(), isIt);
-        for (const Neighbour &neighbour : link.neighbours) {
-            JsonObject json{{"ID", neighbour.alMac}, {"Interface", link.localInterface}};
-            const bool isListed = interface != device.interfaces.end();
-            json.add({{"MediaType", isListed ? Json(interface->facts.mediaType) : Json(nullptr)},
-                      {"ViaBridge", neighbour.viaBridge}});
-            list.add(json);
-        }
-    }
-    return list;
-}
-
-JsonObject vendorDeviceJson(const DataModelView &view, const Device &device,
-                            const std::map<MacAddress, unsigned> &hops) {
-    JsonObject json{{"ID", device.alMac}, {"Local", device.local}, {"SpeaksProtocol", device.speaksProtocol()}};
-    const auto distance = hops.find(device.alMac);
-    json.add({{"Hops", distance != hops.end() ? Json(distance->second) : Json(nullptr)}});
-    const auto silence = device.local ? Duration{} : view.now - device.lastHeard;
-    json.add({{"SecondsSinceHeard", static_cast<uint64_t>(silence.count() / 1000)}});
-    for (const FieldRow &row : kVendorFields)
-        json.add({{row.name, fieldJson(*device.vendor.data(), row)}});
-    json.add({{"WifiNeighborCount", device.local ? view.localStations : device.vendor.data()->wifiNbrNum},
-              {"NeighborList", neighboursJson(device)},
-              {"MdidList", listOf(device.bss.mdids, mdidJson)},
-              {"BssConfigList", listOf(device.bss.configurations, bssConfigurationJson)}});
-    const auto known = view.apConfigurations.find(device.alMac);
-    const bool isKnown = known != view.apConfigurations.end();
-    json.add({{"ApConfigurationList", isKnown ? listOf(known->second, apConfigurationJson) : JsonList()}});
-    return json;
-}
-
-JsonObject ownJson(const DataModelView &view) {
-    JsonObject counters;
-    for (const CounterRow &row : kCounterRows)
-        counters.add({{row.name, view.counters.*row.field}});
-    JsonList devices;
-    JsonList stations;
-    const std::map<MacAddress, unsigned> hops = view.topology.hops();
-    for (const auto &[alMac, device] : view.topology.devices()) {
-        devices.add(vendorDeviceJson(view, *device, hops));
-        addStations(stations, view, *device);
-    }
-    JsonObject json{
-        {"Role", view.role}, {"Controller", view.controller ? view.controller->text() : ""}, {"Counters", counters}};
-    json.addCounted("NumberOfDevices", "DeviceList", devices);
-    json.addCounted("NumberOfStations", "StationList", stations);
-    return json;
+std::string DataModelPrinter::print() {
+    out_.object([&] {
+        out_.object("wfa-dataelements:Network", [&] { printNetwork(); });
+        out_.object("kv1905", [&] { printOwn(); });
+    });
+    return out_.take() + '\n';
 }
 
 }  // namespace
 
 std::string dataModelJson(const DataModelView &view) {
-    const JsonObject root{{"wfa-dataelements:Network", networkJson(view)}, {"kv1905", ownJson(view)}};
-    return Json(root).text() + '\n';
+    return DataModelPrinter(view).print();
 }
 
 }  // namespace kv1905d

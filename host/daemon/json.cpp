@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cstdint>
-#include <cstdio>
 
 namespace kv1905d {
 namespace {
@@ -24,70 +23,54 @@ size_t utf8Length(std::string_view text) {
     return overlong || surrogate || tooLarge ? 0 : length;
 }
 
-}  // namespace
-
-std::string validUtf8(std::string_view text) {
-    std::string out;
-    for (std::string_view rest = text; !rest.empty();) {
-        const size_t length = utf8Length(rest);
-        out += length > 0 ? rest.substr(0, length) : std::string_view("\xEF\xBF\xBD");
-        rest.remove_prefix(std::max<size_t>(length, 1));
-    }
-    return out;
+bool isPlain(char c) {
+    return c >= ' ' && c <= '~' && c != '"' && c != '\\';
 }
 
-Json::Json(std::string_view value) : text_("\"") {
-    for (const char c : validUtf8(value)) {
-        if (static_cast<uint8_t>(c) < 0x20) {
-            char escaped[8];
-            std::snprintf(escaped, sizeof escaped, "\\u%04x", static_cast<unsigned>(c));
-            text_ += escaped;
-            continue;
+// Terminals obey U+0080 to U+009F as well, which are two bytes in UTF-8: C2 and the code.
+bool isControl(std::string_view character) {
+    const auto last = static_cast<uint8_t>(character.back());
+    return character.size() == 1 ? last < 0x20 || last == 0x7F : character[0] == '\xC2' && last < 0xA0;
+}
+
+void appendSpecial(std::string &out, std::string_view character) {
+    constexpr char digits[] = "0123456789abcdef";
+    const auto last = static_cast<uint8_t>(character.back());
+    if (isControl(character)) {
+        out += "\\u00";
+        out += digits[last >> 4];
+        out += digits[last & 15];
+        return;
+    }
+    if (character.size() == 1) out += '\\';
+    out += character;
+}
+
+}  // namespace
+
+void JsonWriter::write(std::string_view value) {
+    text_ += '"';
+    for (std::string_view rest = value; !rest.empty();) {
+        const auto plainEnd = std::find_if_not(rest.begin(), rest.end(), isPlain);
+        text_.append(rest.begin(), plainEnd);
+        rest.remove_prefix(static_cast<size_t>(plainEnd - rest.begin()));
+        if (rest.empty()) break;
+        const size_t length = utf8Length(rest);
+        if (length == 0) {
+            text_ += "\xEF\xBF\xBD";
+        } else {
+            appendSpecial(text_, rest.substr(0, length));
         }
-        if (c == '"' || c == '\\') text_ += '\\';
-        text_ += c;
+        rest.remove_prefix(std::max<size_t>(length, 1));
     }
     text_ += '"';
 }
 
-Json::Json(std::nullptr_t) : text_("null") {}
-
-Json::Json(bool value) : text_(value ? "true" : "false") {}
-
-Json Json::of(std::string text) {
-    Json json(nullptr);
-    json.text_ = std::move(text);
-    return json;
-}
-
-std::string Json::digits(int64_t value) {
-    return std::to_string(value);
-}
-
-void JsonList::add(const Json &entry) {
-    entries_ += count_++ == 0 ? "\n" : ",\n";
-    entries_ += entry.text();
-}
-
-JsonList::operator Json() const {
-    return Json::of(count_ == 0 ? "[]" : '[' + entries_ + "\n]");
-}
-
-void JsonObject::add(std::initializer_list<Member> members) {
-    for (const auto &[key, value] : members) {
-        members_ += members_.empty() ? "\"" : ", \"";
-        members_ += key;
-        members_ += "\": ";
-        members_ += value.text();
-    }
-}
-
-void JsonObject::addCounted(const char *countKey, const char *listKey, const JsonList &list) {
-    add({{countKey, list.count()}, {listKey, list}});
-}
-
-JsonObject::operator Json() const {
-    return Json::of('{' + members_ + '}');
+void JsonWriter::write(const MacAddress &value) {
+    const auto characters = value.characters();
+    text_ += '"';
+    text_.append(characters.begin(), characters.end());
+    text_ += '"';
 }
 
 }  // namespace kv1905d

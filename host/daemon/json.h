@@ -1,11 +1,11 @@
-// JSON as text: values are appended as they are made, because stations by the thousand take ten times as much memory as
+// Writes JSON text. Values are appended where they belong: stations by the thousand take ten times as much memory as
 // objects as they take as text.
 #pragma once
 
+#include <charconv>
 #include <concepts>
 #include <cstddef>
-#include <cstdint>
-#include <initializer_list>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -14,52 +14,76 @@
 
 namespace kv1905d {
 
-// The text with every byte that is not valid UTF-8 replaced by U+FFFD.
-std::string validUtf8(std::string_view text);
-
-class Json {
+class JsonWriter {
   public:
-    Json(std::string_view value);
-    Json(const std::string &value) : Json(std::string_view(value)) {}
-    Json(const char *value) : Json(std::string_view(value)) {}
-    Json(const MacAddress &value) : Json(value.text()) {}
-    Json(std::nullptr_t);
-    Json(bool value);
-    Json(std::integral auto value) : text_(digits(static_cast<int64_t>(value))) {}
-    static Json of(std::string text);  // is JSON already
+    template <typename Value>
+    void member(const char *key, const Value &value) {
+        begin(key);
+        write(value);
+    }
+    // Each of these calls its last argument to write the members or entries.
+    template <typename Members>
+    void object(const Members &members) {
+        text_ += '{';
+        members();
+        text_ += '}';
+    }
+    template <typename Members>
+    void object(const char *key, const Members &members) {
+        begin(key);
+        object(members);
+    }
+    // Returns the number of entries.
+    template <typename Entries>
+    size_t list(const char *key, const Entries &entries) {
+        begin(key);
+        text_ += '[';
+        const size_t outer = std::exchange(entries_, 0);
+        entries();
+        text_ += entries_ == 0 ? "]" : "\n]";
+        return std::exchange(entries_, outer);
+    }
+    // A list after the number of its entries.
+    template <typename Entries>
+    void countedList(const char *countKey, const char *key, const Entries &entries) {
+        begin(countKey);
+        const size_t at = text_.size();
+        text_.insert(at, std::to_string(list(key, entries)));
+    }
+    // An object in a list, on a line of its own.
+    template <typename Members>
+    void entry(const Members &members) {
+        text_ += entries_++ == 0 ? "\n" : ",\n";
+        object(members);
+    }
 
-    const std::string &text() const { return text_; }
+    std::string take() { return std::move(text_); }
 
   private:
-    static std::string digits(int64_t value);
+    void begin(const char *key) {
+        text_ += text_.back() == '{' ? "\"" : ", \"";
+        text_ += key;
+        text_ += "\": ";
+    }
+
+    void write(std::string_view value);  // every byte that is not valid UTF-8 becomes U+FFFD
+    void write(const MacAddress &value);
+    template <std::integral Number>
+    void write(Number value) {
+        if constexpr (std::same_as<Number, bool>) {
+            text_ += value ? "true" : "false";
+        } else {
+            char digits[24];
+            text_.append(digits, std::to_chars(digits, digits + sizeof digits, value).ptr);
+        }
+    }
+    template <typename Value>
+    void write(const std::optional<Value> &value) {
+        value ? write(*value) : void(text_ += "null");
+    }
 
     std::string text_;
-};
-
-// An entry a line.
-class JsonList {
-  public:
-    void add(const Json &entry);
-    size_t count() const { return count_; }
-    operator Json() const;
-
-  private:
-    std::string entries_;
-    size_t count_ = 0;
-};
-
-class JsonObject {
-  public:
-    using Member = std::pair<const char *, Json>;
-
-    JsonObject(std::initializer_list<Member> members = {}) { add(members); }
-    void add(std::initializer_list<Member> members);
-    // A list and the number of its entries.
-    void addCounted(const char *countKey, const char *listKey, const JsonList &list);
-    operator Json() const;
-
-  private:
-    std::string members_;
+    size_t entries_ = 0;  // of the innermost list
 };
 
 }  // namespace kv1905d

@@ -5,7 +5,6 @@
 #include <array>
 #include <compare>
 #include <cstdint>
-#include <cstdio>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -27,12 +26,20 @@ struct MacAddress {
         return mac;
     }
 
-    // 17 characters, lower-case hex digits and colons.
-    std::string text() const {
-        char out[18];
-        std::snprintf(out, sizeof out, "%02x:%02x:%02x:%02x:%02x:%02x", bytes[0], bytes[1], bytes[2], bytes[3],
-                      bytes[4], bytes[5]);
+    // Lower-case hex digits and colons.
+    std::array<char, 17> characters() const {
+        constexpr char digits[] = "0123456789abcdef";
+        std::array<char, 17> out;
+        out.fill(':');
+        for (size_t i = 0; i < bytes.size(); ++i) {
+            out[3 * i] = digits[bytes[i] >> 4];
+            out[3 * i + 1] = digits[bytes[i] & 15];
+        }
         return out;
+    }
+    std::string text() const {
+        const std::array<char, 17> out = characters();
+        return {out.begin(), out.end()};
     }
 
     // Exactly six two-digit hex groups separated by colons; anything else is no address.

@@ -121,19 +121,22 @@ TEST(DataModel, HoldsEverythingThatIsKnownInListsThatAgreeWithTheirCounts) {
     record.wifiNbrHead = nullptr;
 }
 
-TEST(ValidUtf8, ReplacesWhatIsNoCharacter) {
-    const std::pair<std::string, size_t> rows[] = {{"plain\xC3\xA4\xE2\x82\xAC\xF0\x9F\x98\x80", 0},
-                                                   {"\x80", 1},
-                                                   {"\xC3z", 1},
-                                                   {"\xE2\x82", 2},
-                                                   {"\xC0\xAF", 2},
-                                                   {"\xE0\x80\x80", 3},
-                                                   {"\xED\xA0\x80" /* surrogate */, 3},
-                                                   {"\xF4\x90\x80\x80", 4}};
-    for (const auto &[text, replacements] : rows) {
-        const std::string valid = validUtf8(text);
-        EXPECT_EQ(std::count(valid.begin(), valid.end(), '\xBD'), replacements) << text;
-        EXPECT_EQ(valid == text, replacements == 0) << text;
+TEST(JsonWriter, ReplacesWhatIsNoCharacterAndEscapesControls) {
+    const std::string bad = "\xEF\xBF\xBD";
+    const std::pair<std::string, std::string> rows[] = {
+        {"plain\xC3\xA4\xE2\x82\xAC\xF0\x9F\x98\x80\xC2\xA0", "plain\xC3\xA4\xE2\x82\xAC\xF0\x9F\x98\x80\xC2\xA0"},
+        {"\x80", bad},
+        {"\xC3z", bad + "z"},
+        {"\xE2\x82", bad + bad},
+        {"\xC0\xAF", bad + bad},
+        {"\xE0\x80\x80", bad + bad + bad},
+        {"\xED\xA0\x80" /* surrogate */, bad + bad + bad},
+        {"\xF4\x90\x80\x80", bad + bad + bad + bad},
+        {"\"\\\x1F\x7F\xC2\x80\xC2\x9F", R"(\"\\\u001f\u007f\u0080\u009f)"}};
+    for (const auto &[text, written] : rows) {
+        JsonWriter out;
+        out.object([&] { out.member("key", text); });
+        EXPECT_EQ(out.take(), R"({"key": ")" + written + "\"}");
     }
 }
 
