@@ -8,6 +8,7 @@
 #include <ctime>
 #include <random>
 #include <stdexcept>
+#include <utility>
 
 #include "daemon/trace.h"
 #include "kv1905/version.h"
@@ -18,7 +19,6 @@ namespace {
 constexpr int kFramesPerTurn = 64;       // read from one socket before the others have their turn
 constexpr size_t kLargestFrame = 65536;  // bytes; larger than any interface delivers
 constexpr Duration kLongestWait{1000};   // of a frame in a socket; after a stall, what is newer matters more
-constexpr uint64_t kWriteEvery = 3;      // seconds between JSON files when there is no plug-in to request them
 
 }  // namespace
 
@@ -31,7 +31,8 @@ Daemon::Daemon(const Options &options, Heartbeat heartbeat)
     const TimePoint now = EventLoop::now();
     node_ = std::make_unique<Node>(openPorts(), nodeEvents(), now);
     if (!options_.plugin.empty()) {
-        plugin_ = std::make_unique<PluginSide>(options_, *node_, [this] { return writer_.request(); });
+        plugin_ = std::make_unique<PluginSide>(options_, *node_,
+                                               [this] { return writer_.request(DataModelWriter::Reason::Report); });
     }
     onboarding_ = std::make_unique<Onboarding>(*node_, onboardingActions(), now);
     if (plugin_) plugin_->start();
@@ -93,6 +94,7 @@ CommandActions Daemon::commandActions() {
     };
     actions.run = [this](uint32_t code, void *buffer) {
         const CommandEffect effect = plugin_->runCommand(code, buffer);
+        writer_.request(DataModelWriter::Reason::Change);
         // What it sent to this device itself waits for the node, and must not come before the tool's reply.
         nodeTimer_.start(Duration{});
         return effect;
@@ -154,18 +156,19 @@ void Daemon::receiveVendorTlv(const VendorTlv &tlv) {
 
 // Runs what is due in node and JSON file, and sets the timer for what is next.
 void Daemon::schedule() {
-    const TimePoint next = std::min(node_->run(EventLoop::now()), writer_.run());
+    const TimePoint nextOfNode = node_->run(EventLoop::now());
+    if (std::exchange(shownChanges_, node_->topology().changes()) != node_->topology().changes()) {
+        writer_.request(DataModelWriter::Reason::Change);
+    }
+    const TimePoint next = std::min(nextOfNode, writer_.run());
     nodeTimer_.start(std::max(Duration{}, next - EventLoop::now()));
 }
 
 void Daemon::everySecond() {
     heartbeat_.beat();
     checkLinks();
-    if (plugin_) {
-        plugin_->everySecond(EventLoop::now());
-    } else if (seconds_++ % kWriteEvery == 0) {
-        writer_.request();
-    }
+    if (plugin_) plugin_->everySecond(EventLoop::now());
+    writer_.request(DataModelWriter::Reason::Report);  // ages and counters
     onboarding_->run(EventLoop::now());
     schedule();
 }
@@ -181,6 +184,7 @@ void Daemon::checkLinks() {
 }
 
 void Daemon::announceConfiguration() {
+    writer_.request(DataModelWriter::Reason::Change);
     if (plugin_) return plugin_->announceConfiguration();
     KV_HOST_LOG(KV_LOG_WARNING, "no configuration to announce: this device is no agent");
 }

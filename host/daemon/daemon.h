@@ -59,8 +59,8 @@ class Daemon {
     DataModelWriter writer_;
     support::LogGate malformed_, late_;
     uint64_t framesLate_ = 0;
-    uint64_t seconds_ = 0;  // calls of everySecond
-    EventLoop loop_;        // closed before what it watches
+    uint64_t shownChanges_ = 0;  // of the topology, in the JSON file
+    EventLoop loop_;             // closed before what it watches
     EventLoop::Timer &nodeTimer_;
 };
 

@@ -7,17 +7,23 @@
 
 namespace kv1905d {
 
-int DataModelWriter::request() {
-    isRequested_ = true;
+int DataModelWriter::request(Reason reason) {
+    if (requested_ != Reason::Change) requested_ = reason;
     run();
     return lastResult_;
 }
 
 TimePoint DataModelWriter::run() {
+    if (!requested_) return TimePoint::max();
     const TimePoint begin = clock_();
-    if (!isRequested_) return TimePoint::max();
-    if (begin < earliest_) return earliest_;
-    isRequested_ = false;
+    const TimePoint due = requested_ == Reason::Change ? earliestChange_ : earliestReport_;
+    if (begin < due) return due;
+    write(begin);
+    return TimePoint::max();
+}
+
+void DataModelWriter::write(TimePoint begin) {
+    requested_.reset();
     lastResult_ = KV_RET_OK;
     try {
         write_();
@@ -25,8 +31,9 @@ TimePoint DataModelWriter::run() {
         lastResult_ = KV_RET_ERR;
         failures_.log(KV_LOG_ERROR, begin, "JSON file not written: %s", error.what());
     }
-    earliest_ = begin + std::max(kSpacing, (clock_() - begin) * (1 + kPause));
-    return TimePoint::max();
+    const Duration pause = (clock_() - begin) * (1 + kPause);
+    earliestChange_ = begin + std::max(kChangeSpacing, pause);
+    earliestReport_ = begin + std::max(kReportSpacing, pause);
 }
 
 }  // namespace kv1905d

@@ -1,7 +1,9 @@
 // Spaces the writes of the JSON file: every report of stations requests one, and a large network makes a large file.
+// What an operator waits for comes sooner.
 #pragma once
 
 #include <functional>
+#include <optional>
 #include <utility>
 
 #include "ieee1905/clock.h"
@@ -11,24 +13,31 @@ namespace kv1905d {
 
 class DataModelWriter {
   public:
-    static constexpr Duration kSpacing{1000};
+    // Between the beginnings of two writes.
+    static constexpr Duration kReportSpacing{5000};
+    static constexpr Duration kChangeSpacing{1000};
     static constexpr int kPause = 4;  // times as long as a write took
+
+    // Change: a command, a signal or a change of the topology.
+    enum class Reason { Report, Change };
 
     // `clock` says when a write began and ended. `write` throws when it fails.
     DataModelWriter(std::function<TimePoint()> clock, std::function<void()> write)
         : clock_(std::move(clock)), write_(std::move(write)) {}
 
     // Writes, or has run() write when the spacing has passed. Returns the last write's result.
-    int request();
+    int request(Reason reason);
 
     // Writes when that is due. Returns when to call again; TimePoint::max() while nothing is requested.
     TimePoint run();
 
   private:
+    void write(TimePoint begin);
+
     std::function<TimePoint()> clock_;
     std::function<void()> write_;
-    TimePoint earliest_{};
-    bool isRequested_ = false;
+    std::optional<Reason> requested_;
+    TimePoint earliestReport_{}, earliestChange_{};
     int lastResult_ = 0;  // KV_RET_OK
     support::LogGate failures_;
 };

@@ -277,7 +277,7 @@ void Node::keepAlive(TimePoint now) {
 }
 
 void Node::linksChanged(TimePoint now) {
-    topology_.local().neighbours = neighbours_.report(config_.ports);
+    topology_.setNeighbours(topology_.local(), neighbours_.report(config_.ports));
     notifySoon(now);
 }
 

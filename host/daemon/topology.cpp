@@ -1,5 +1,6 @@
 #include "daemon/topology.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <deque>
 
@@ -43,11 +44,12 @@ Device *Topology::update(const TopologyReport &report, TimePoint now) {
     if (device == nullptr) {
         if (devices_.size() >= kMaxDevices) return nullptr;
         device = devices_.emplace(alMac, std::make_unique<Device>(alMac, Ownership::Remote, now)).first->second.get();
+        ++changes_;
         KV_HOST_LOG(KV_LOG_NOTICE, "device %s appeared", alMac.text().c_str());
     }
     device->lastHeard = now;
     setInterfaces(*device, report.device.interfaces);
-    device->neighbours = report.neighbours;
+    setNeighbours(*device, report.neighbours);
     device->bss = report.bss;
     return device;
 }
@@ -64,11 +66,18 @@ void Topology::setInterfaces(Device &device, const std::vector<LocalInterface> &
         updated.push_back(std::move(interface));
     }
     releaseInterfaces(device);
+    changes_ += !std::equal(updated.begin(), updated.end(), device.interfaces.begin(), device.interfaces.end(),
+                            [](const DeviceInterface &a, const DeviceInterface &b) { return a.facts == b.facts; });
     device.interfaces = std::move(updated);
     // First come, first served: a device cannot take over an interface that another one reported.
     for (const DeviceInterface &interface : device.interfaces) {
         ownerOfInterface_.try_emplace(interface.facts.mac, device.alMac);
     }
+}
+
+void Topology::setNeighbours(Device &device, const std::vector<Ieee1905Neighbours> &neighbours) {
+    changes_ += device.neighbours != neighbours;
+    device.neighbours = neighbours;
 }
 
 std::vector<MacAddress> Topology::expire(Duration lifetime, TimePoint now) {
@@ -86,6 +95,7 @@ std::vector<MacAddress> Topology::expire(Duration lifetime, TimePoint now) {
 void Topology::remove(const MacAddress &alMac) {
     releaseInterfaces(*devices_.at(alMac));
     devices_.erase(alMac);
+    ++changes_;
 }
 
 void Topology::releaseInterfaces(const Device &device) {

@@ -69,6 +69,8 @@ class Topology {
     Device &local() { return *devices_.at(localAlMac_); }
     const Device &local() const { return *devices_.at(localAlMac_); }
     size_t size() const { return devices_.size(); }
+    // Devices that appeared, went or reported other interfaces or neighbours, and changes of our own neighbours.
+    uint64_t changes() const { return changes_; }
 
     // Null when unknown.
     Device *find(const MacAddress &alMac);
@@ -80,6 +82,7 @@ class Topology {
     Device *update(const TopologyReport &report, TimePoint now);
     // Replace a device's interfaces; the plug-in's block of an interface that stays is kept.
     void setInterfaces(Device &device, const std::vector<LocalInterface> &interfaces);
+    void setNeighbours(Device &device, const std::vector<Ieee1905Neighbours> &neighbours);
 
     // Remove remote devices that were silent for `lifetime`; their AL MACs are returned.
     std::vector<MacAddress> expire(Duration lifetime, TimePoint now);
@@ -95,6 +98,7 @@ class Topology {
     void releaseInterfaces(const Device &device);
 
     MacAddress localAlMac_;
+    uint64_t changes_ = 0;
     std::map<MacAddress, std::unique_ptr<Device>> devices_;
     std::map<MacAddress, MacAddress> ownerOfInterface_;
 };

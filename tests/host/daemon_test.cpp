@@ -136,7 +136,8 @@ TEST_F(GuardTest, OnceManyStationsAreKnownNobodyGetsMoreThanAnEvenShare) {
     }
 }
 
-TEST(DataModelWriter, KeepsASpacingThatGrowsWithTheTimeOfAWriteAndReturnsItsLastResult) {
+TEST(DataModelWriter, KeepsASpacingByReasonThatGrowsWithTheTimeOfAWriteAndReturnsItsLastResult) {
+    using enum DataModelWriter::Reason;
     TimePoint now = kNow;
     int writes = 0;
     Duration took{0};
@@ -146,18 +147,20 @@ TEST(DataModelWriter, KeepsASpacingThatGrowsWithTheTimeOfAWriteAndReturnsItsLast
                                if (++writes == 2) throw std::runtime_error("disk full");
                            });
     EXPECT_EQ(writer.run(), TimePoint::max());
-    EXPECT_EQ(writer.request(), KV_RET_OK);
+    EXPECT_EQ(writer.request(Report), KV_RET_OK);
     EXPECT_EQ(writer.run(), TimePoint::max()) << "nothing requested since";
-    for (int i = 0; i < 3; ++i)
-        EXPECT_EQ(writer.request(), KV_RET_OK);
+    EXPECT_EQ(writer.request(Report), KV_RET_OK);
+    EXPECT_EQ(writer.run(), kNow + DataModelWriter::kReportSpacing);
+    EXPECT_EQ(writer.request(Change), KV_RET_OK);
+    EXPECT_EQ(writer.request(Report), KV_RET_OK);
     EXPECT_EQ(writes, 1);
-    EXPECT_EQ(writer.run(), kNow + DataModelWriter::kSpacing);
-    now = kNow + DataModelWriter::kSpacing;
+    EXPECT_EQ(writer.run(), kNow + DataModelWriter::kChangeSpacing);
+    now = kNow + DataModelWriter::kChangeSpacing;
     took = Duration(2000);
     EXPECT_EQ(writer.run(), TimePoint::max());
-    EXPECT_EQ(writer.request(), KV_RET_ERR);
+    EXPECT_EQ(writer.request(Change), KV_RET_ERR);
     EXPECT_EQ(writes, 2);
-    EXPECT_EQ(writer.run(), kNow + DataModelWriter::kSpacing + 5 * took);
+    EXPECT_EQ(writer.run(), kNow + DataModelWriter::kChangeSpacing + 5 * took);
 }
 
 TEST(AgentPolling, AsksNewAndChangedDevicesAtOnceAgentsEachRoundAndTheOthersSeldom) {
@@ -266,8 +269,8 @@ TEST(Daemon, KeepsUpWithBurstsAndWritesFewFiles) {
     }
     await("/kv1905/DeviceList/1/WifiNeighborCount", "200", nullptr);
     const Duration took = EventLoop::now() - start;
-    EXPECT_LT(took, Duration(2500)) << "the plug-in's own next request would come later";
-    EXPECT_LE(files.size(), static_cast<size_t>(took.count() / 1000 + 3)) << took.count() << " ms";
+    EXPECT_LT(took, Duration(6500));
+    EXPECT_LE(files.size(), 3u) << took.count() << " ms";
 
     // Of a station that is not here, a neighbour is told so.
     const auto isSent = [&](const Bytes &part) {  // within a second and a half
