@@ -19,6 +19,9 @@ namespace {
 constexpr mode_t kConfigMode = 0600;  // accounts hold passwords
 constexpr std::chrono::seconds kLockTimeout{2};
 constexpr int kDepthLimit = 16;  // levels of JSON
+// Written by the device's other components as well. Its readers load it again when its time, in whole seconds, has
+// changed.
+constexpr const char *kDeviceConfigPath = "/tmp/.kv1905_conf";
 constexpr int kStyle = JSON_C_TO_STRING_PRETTY | JSON_C_TO_STRING_SPACED | JSON_C_TO_STRING_NOSLASHESCAPE;
 
 // Seen from the directory of the library or the command; the second for libexec/kv1905 and multi-arch lib/TRIPLET.
@@ -135,6 +138,22 @@ JsonPtr readDefaults() {
     }
 }
 
+// Writes the LED setting into the device's configuration file, where that has one.
+void applyLeds(bool isOn) {
+    std::error_code missing;
+    const auto loaded = std::filesystem::last_write_time(kDeviceConfigPath, missing);
+    if (missing) return;
+    std::string text = support::readFile(kDeviceConfigPath, kConfigLimit);
+    const size_t at = ('\n' + text).find("\nLedEnable=");
+    if (at == std::string::npos) return;
+    const std::string line = isOn ? "LedEnable=1" : "LedEnable=0";
+    const size_t length = std::min(text.find('\n', at), text.size()) - at;
+    if (text.compare(at, length, line) == 0) return;
+    support::replaceFile(kDeviceConfigPath, text.replace(at, length, line), 0644, support::Durable::No);
+    const auto written = std::filesystem::last_write_time(kDeviceConfigPath);
+    std::filesystem::last_write_time(kDeviceConfigPath, std::max(written, loaded + std::chrono::seconds(1)));
+}
+
 JsonPtr emptyValue(const ConfigField &field) {
     return checked(field.kind == FieldKind::kNumber ? json_object_new_int(0) : json_object_new_string(""));
 }
@@ -220,6 +239,13 @@ void ConfigStore::save() {
         report_(path_ + ": kept as " + path_ + ".damaged");
     }
     support::replaceFile(path_, text, kConfigMode, support::Durable::Yes);
+    const ConfigObject &leds = *findConfigObject(RDM_OID_LED_CTRL);
+    json_object *isOn = json_object_object_get(find(leds, 1), leds.fields[0].name);
+    try {
+        if (fieldFits(leds.fields[0], isOn)) applyLeds(json_object_get_int(isOn) != 0);
+    } catch (const std::system_error &error) {
+        report_(error.what());
+    }
 }
 
 void ConfigStore::reset(bool partial, Report report) {

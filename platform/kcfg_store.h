@@ -34,7 +34,7 @@ class ConfigStore {
     // Replaces an instance by a copy of value, which must hold every field of the object and may hold more.
     void setInstance(const ConfigObject &object, size_t number, json_object *value);
 
-    // Writes the configuration; a file that is no configuration is kept as FILE.damaged.
+    // Writes the configuration and applies the LED setting; a file that is no configuration is kept as FILE.damaged.
     void save();
 
     // Puts the factory defaults in the configuration's place; partial: but for what FactoryResetUnpurgedList selects.

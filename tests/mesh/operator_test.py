@@ -23,7 +23,9 @@ class Operator(MeshTest):
         self.check_answers_leave_before_the_device_goes_down(capture)
 
     def led(self):
-        return self.kcfg("agent2", "get", "LED_CTRL.1.enable")
+        """As the configuration service has it, and as the plug-in will read it."""
+        told = self.mesh.exec("agent2", "sed", "-n", "s/^LedEnable=//p", "/tmp/.kv1905_conf").stdout.strip()
+        return self.kcfg("agent2", "get", "LED_CTRL.1.enable"), told
 
     def check_results(self):
         # Every documented result code of an agent reaches the tool.
@@ -40,9 +42,9 @@ class Operator(MeshTest):
             self.assertEqual(json.loads(said.splitlines()[-1])["code"], code, words)
 
     def check_led(self):
-        self.assertEqual(self.led(), "1")
+        self.assertEqual(self.led(), ("1", "1"))
         self.app("led", self.far, "0")
-        self.assertEqual(self.led(), "0")
+        poll(lambda: self.led() == ("0", "0"), 5, "LEDs that are off")
         poll(lambda: self.mesh.device_in("agent2")["LedStatus"] == "OFF", 5, "the LED state at the controller")
         self.app("led", "00:00:00:00:00:00", "1", status=BAD_ARGUMENTS)
         self.app("query-power", self.far)
@@ -51,7 +53,7 @@ class Operator(MeshTest):
         for words in (("reset", self.far), ("20", self.far)):  # whole and partial
             self.kcfg("agent2", "set", "LED_CTRL.1.enable", "0")
             self.app(*words)
-            poll(lambda: self.led() == "1", 5, f"the factory default after {words}")
+            poll(lambda: self.led() == ("1", "1"), 5, f"the factory default after {words}")
 
     # The controller requests the configuration of a device that restarted.
     def check_reboots(self):

@@ -112,4 +112,11 @@ TEST(Configuration, InterruptedWriterLeavesOldOrNew) {
     EXPECT_EQ(shell("ls"), "f.lock\n");
 }
 
+TEST(Configuration, LedsAreAppliedForReadersThatCompareSeconds) {
+    startAfresh();
+    EXPECT_EQ(shell("c=/tmp/.kv1905_conf; printf 'A=1\nLedEnable=1\nB=' >$c; touch -d @4102444800 $c;"
+                    "kcfg set led_ctrl.1.enable 0; cat $c; stat -c ' %Y' $c; rm $c"),
+              "A=1\nLedEnable=0\nB= 4102444801\n");
+}
+
 }  // namespace
