@@ -91,7 +91,7 @@ def stop_signals():
     return reader
 
 
-def capture_links(path, mesh_pid, taps, seconds=None):
+def capture_links(path, mesh_pid, taps, seconds, report):
     """Records until a stop signal, the end of the mesh or the given time.
 
     taps: (link name, pid of the device at one end, interface there). Returns (frames written, frames lost).
@@ -105,7 +105,7 @@ def capture_links(path, mesh_pid, taps, seconds=None):
             enter_namespaces(pid, "net")
             sockets.append(open_tap(interface))
         writer = PcapngWriter(file, [name for name, _, _ in taps])
-        print(f"capturing {len(sockets)} links", flush=True)
+        print(f"capturing {len(sockets)} links", file=report, flush=True)
         written = record(writer, sockets, (stop, ended), seconds)
     lost = sum(struct.unpack("II", tap.getsockopt(SOL_PACKET, PACKET_STATISTICS, 8))[1] for tap in sockets)
     return written, lost

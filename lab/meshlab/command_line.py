@@ -5,7 +5,7 @@ import os
 
 from meshlab import commands
 from meshlab.arguments import mac_address, mesh_name, names, number, shell_words
-from meshlab.plan import DEFAULT_BUILD, MAX_DEVICES, MAX_STATIONS, SHAPES, UsageError
+from meshlab.plan import DEFAULT_BUILD, MAX_DEVICES, MAX_STATIONS, MEDIA, SHAPES, UsageError
 
 SECONDS = number(0.001, 1e9, float)
 STATION_COUNT = number(0, MAX_STATIONS)
@@ -19,9 +19,11 @@ def open_descriptor(text):
 
 
 def add_plan_options(parser):
-    parser.add_argument("--devices", type=number(2, MAX_DEVICES), default=3, metavar="N",
-                        help=f"controller and agents together, 2 to {MAX_DEVICES} (default 3)")
-    parser.add_argument("--shape", choices=SHAPES, default="line", help="how they are linked (default line)")
+    size = parser.add_mutually_exclusive_group()
+    size.add_argument("--devices", type=number(2, MAX_DEVICES), default=3, metavar="N",
+                      help=f"controller and agents together, 2 to {MAX_DEVICES} (default 3)")
+    size.add_argument("--topology", metavar="FILE", help="names, models, links and media; lab/README.md has an example")
+    parser.add_argument("--shape", choices=SHAPES, help="how they are linked (default line)")
     parser.add_argument("--build", type=os.path.abspath, default=str(DEFAULT_BUILD), metavar="DIR",
                         help="build directory to run (default build/release of this tree)")
     parser.add_argument("--no-plugin", type=names, default=[], metavar="DEVICE[,..]",
@@ -33,8 +35,8 @@ def add_plan_options(parser):
                         help="Wi-Fi stations that every device has from the start (default 0; see stations)")
     parser.add_argument("--settings-from", choices=("any", "controller"),
                         help="whose messages may change a device (default: the daemon's, see kv1905d --help)")
-    parser.add_argument("--log-level", type=number(0, 7), default=7, metavar="0..7",
-                        help="highest level that daemons log (default 7); a flood fills logs, which take memory")
+    parser.add_argument("--log-level", type=number(0, 7), default=5, metavar="0..7",
+                        help="highest level that daemons log (default 5); a flood fills logs, which take memory")
     parser.add_argument("--movable-clock", action="store_true",
                         help="let 'clock' move devices' wall clocks; needs the Debian package faketime")
     parser.add_argument("--daemon-args", type=shell_words, default="", metavar="ARGS",
@@ -65,21 +67,44 @@ def command_parser():
     add("status", commands.status, "show devices, links and daemons").add_argument("--json", action="store_true")
     add("exec", commands.execute, "run a command on a device", usage="mesh exec DEVICE -- COMMAND [ARG...]"
         ).add_argument("device", metavar="DEVICE")
+    add("shell", commands.shell, "start a shell on a device").add_argument("device", metavar="DEVICE")
     logs = add("logs", commands.logs, "print the log of a device's daemon")
     logs.add_argument("device", metavar="DEVICE")
     logs.add_argument("-f", "--follow", action="store_true", help="go on with what is added")
     capture = add("capture", commands.capture, "record the 1905 frames on every link until Ctrl-C",
                   epilog="The file is pcapng whatever its name, one interface per link; direction and time are the "
                          "kernel's, seen from the device named first.")
-    capture.add_argument("file", metavar="FILE")
+    capture.add_argument("file", metavar="FILE", help="or - for standard output: mesh capture - | wireshark -k -i -")
     capture.add_argument("--seconds", type=SECONDS, metavar="S", help="stop after so many seconds")
     add("stop", commands.stop, "stop a device's daemon").add_argument("device", metavar="DEVICE")
     add("start", commands.start, "start a device's daemon again").add_argument("device", metavar="DEVICE")
     clock = add("clock", commands.move_clock, "move a device's wall clock, for its programs only")
     clock.add_argument("device", metavar="DEVICE")
     clock.add_argument("seconds", type=number(-10**9, 10**9), metavar="SECONDS", help="forward; with a minus sign back")
+    join = add("add", commands.add_device, "add a device, whose neighbour's daemon starts again, or one that was removed")
+    join.add_argument("device", metavar="DEVICE")
+    join.add_argument("--link", metavar="NEIGHBOUR", help="device it is linked with (default the first)")
+    join.add_argument("--medium", choices=MEDIA, default="ethernet", help="of that link (default ethernet)")
+    join.add_argument("--model", help="model name that it announces (default its name)")
+    add("remove", commands.remove_device, "remove a device and its links").add_argument("device", metavar="DEVICE")
+    add_link_commands(add("link", None, "cut, restore or impair the link of two devices"))
+    view = add("view", commands.view, "serve the mesh as a web page of this machine until Ctrl-C")
+    view.add_argument("device", metavar="DEVICE", nargs="?", help="whose view of the mesh (default the first device's)")
+    view.add_argument("--port", type=number(0, 65535), default=1905, help="of 127.0.0.1, 0 for any (default 1905)")
     add_station_commands(add("stations", None, "make up the Wi-Fi stations that a device's driver lists"))
     return parser
+
+
+def add_link_commands(parser):
+    verbs = parser.add_subparsers(dest="action", required=True, metavar="ACTION")
+    for action, text in (("down", "take the carrier away"), ("up", "bring the carrier back"),
+                         ("set", "lose and delay frames in both directions; both 0 for neither")):
+        command = verbs.add_parser(action, help=text, description=f"{text[0].upper()}{text[1:]}.")
+        command.set_defaults(function=commands.change_link)
+        command.add_argument("near", metavar="DEVICE")
+        command.add_argument("far", metavar="DEVICE")
+    command.add_argument("--loss", type=number(0, 100, float), default=0, metavar="PERCENT", help="default 0")
+    command.add_argument("--delay", type=number(0, 60000, float), default=0, metavar="MS", help="milliseconds, default 0")
 
 
 def add_station_commands(parser):

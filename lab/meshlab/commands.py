@@ -15,9 +15,10 @@ from pathlib import Path
 from meshlab.capture import capture_links
 from meshlab.clock import clock_environment, clock_library, read_shift, write_shift
 from meshlab.device import LOG, STOP_SECONDS
-from meshlab.enter import run_inside
-from meshlab.plan import (SCRIPT, DeadlineError, MeshError, UsageError, check_plan, find_device, plan_links, plan_text)
-from meshlab.running import read_state, require_mesh, wait_until
+from meshlab.enter import enter_namespaces, run_in_network, run_inside, run_ip
+from meshlab.plan import (DATA_MODEL, MEDIA, SCRIPT, DeadlineError, MeshError, Topology, UsageError, check_plan,
+                          find_device, plan_links, plan_text, read_topology, shaped_topology)
+from meshlab.running import read_state, require_mesh, switch_daemon, wait_until
 from meshlab.stations import Population, StationFiles
 from meshlab.supervisor import COMMIT, PROGRESS, READY
 from meshlab.terminal import Progress
@@ -26,6 +27,11 @@ NAME_SECONDS = 1.0  # what a mesh whose `up` was just killed may take to end
 
 
 def up(options):
+    if options.topology and options.shape:
+        raise UsageError("--topology excludes --shape")
+    topology = (read_topology(options.topology) if options.topology else
+                shaped_topology(options.shape or "line", options.devices))
+    options.devices, options.links = topology.devices, topology.links
     check_plan(options)
     if options.movable_clock:
         clock_library()
@@ -119,26 +125,94 @@ def status(options):
     mesh = require_mesh(options.name)
     rows = [describe_device(device, mesh) for device in mesh.devices.values()]
     if getattr(options, "json", False):
-        print(json.dumps({"name": mesh.plan.name, "shape": mesh.plan.shape, "build": mesh.plan.build,
-                          "supervisorPid": mesh.pid, "devices": rows}, indent=2))
-        return 0
+        print(json.dumps({"name": mesh.plan.name, "build": mesh.plan.build, "supervisorPid": mesh.pid,
+                          "devices": rows}, indent=2))
+        return
     layout = "{:<11} {:<18} {:<15} {:<11} {:>8}  {}"
     print(layout.format("DEVICE", "AL MAC", "IP", "DAEMON", "PID", "LINKS"))
     for row in rows:
-        links = ", ".join("{interface}→{neighbor}.{neighborInterface}".format(**link) for link in row["links"])
+        links = ", ".join("{interface}→{neighbor}.{neighborInterface}".format(**link) +
+                          "".join(f" ({text})" for text in [link["impairment"], "down"[:4 * (not link["up"])]] if text)
+                          for link in row["links"])
         daemon = row["daemon"]
         print(layout.format(row["name"], row["alMac"], row["ip"], daemon["state"], daemon["pid"] or "-", links))
 
 
 def describe_device(device, mesh):
-    pid = mesh.device_pids.get(device.name)
+    pid = mesh.device_pid(device.name)
+    states = {row["ifname"]: row for row in json.loads(run_in_network(pid, ["ip", "-json", "link"]))}
     return {
-        "name": device.name, "alMac": device.al_mac, "ip": device.ip, "pid": pid,
+        "name": device.name, "model": device.model, "alMac": device.al_mac, "ip": device.ip, "pid": pid,
         "plugin": device.name not in mesh.plan.no_plugin,
-        "links": [{"interface": f"eth{index}", "mac": device.port_mac(index), "neighbor": name,
-                   "neighborInterface": interface} for index, (name, interface) in enumerate(device.ports)],
-        "daemon": {"pid": mesh.daemon_pids.get(device.name), "state": read_state(pid) if pid else "gone"},
+        "links": [{"interface": port.name, "mac": device.port_mac(port), "neighbor": port.neighbour,
+                   "neighborInterface": port.neighbour_port, "medium": MEDIA[port.medium].title,
+                   "up": states[port.name]["operstate"] == "UP",
+                   "impairment": impairment(pid, port) if states[port.name].get("qdisc") == "netem" else ""}
+                  for port in device.ports if port.name in states],
+        "daemon": {"pid": mesh.daemon_pids.get(device.name), "state": read_state(pid)},
     }
+
+
+def impairment(pid, port):
+    """Such as "delay 20ms loss 10%"."""
+    return re.sub(r".* limit \d+ *", "", run_in_network(pid, ["tc", "qdisc", "show", "dev", port.name]).strip())
+
+
+# ---- Changes of the topology
+
+
+def add_device(options):
+    mesh = require_mesh(options.name)
+    plan, name = mesh.plan, options.device
+    topology = Topology(plan.devices, plan.links)
+    if name in plan.devices and name not in mesh.devices:
+        if options.link or options.model:
+            raise UsageError(f"{name} was removed and comes back as it was; leave out --link and --model")
+    else:
+        topology.add_device(name, options.model)
+        topology.add_link(options.link or next(iter(mesh.devices)), name, options.medium)
+    return run_in_mesh(mesh, mesh.pid, [sys.executable, str(SCRIPT), "join", name, plan_text(plan)], os.environ)
+
+
+def remove_device(options):
+    mesh = require_mesh(options.name)
+    device, pid = find_device(mesh.devices, options.device), mesh.device_pid(options.device)
+    switch_daemon(device.name, pid, signal.SIGUSR1, "stopped")
+    # A shell that is still open on the device keeps its network, which has no link any more.
+    run_ip([f"link delete {port.name}" for port in device.ports if port.neighbour in mesh.devices], pid)
+    with os.fdopen(os.pidfd_open(pid)) as end:
+        os.kill(pid, signal.SIGKILL)
+        select.select([end], [], [], STOP_SECONDS)
+
+
+def change_link(options):
+    mesh = require_mesh(options.name)
+    ends = [mesh.devices[name] for name in (options.near, options.far) if find_device(mesh.devices, name)]
+    ports = [next((port for port in device.ports if port.neighbour == other.name), None)
+             for device, other in zip(ends, reversed(ends))]
+    if None in ports:
+        linked = ", ".join(port.neighbour for port in ends[0].ports)
+        raise UsageError(f"{options.near} and {options.far} are not linked; {options.near} is linked with {linked}")
+    for device, port in zip(ends, ports):
+        pid = mesh.device_pid(device.name)
+        if options.action == "set":
+            impair(pid, port, options)
+        else:
+            run_ip([f"link set dev {port.name} {options.action}"], pid)
+
+
+def impair(pid, port, options):
+    command = ["tc", "qdisc", "replace", "dev", port.name, "root", "netem", "loss", f"{options.loss}%",
+               "delay", f"{options.delay}ms"]
+    done = subprocess.run(command, preexec_fn=lambda: enter_namespaces(pid, "user", "net"), stderr=subprocess.PIPE,
+                          text=True)
+    if "qdisc kind is unknown" in done.stderr:
+        raise MeshError("this machine's kernel has no netem (module sch_netem), so links lose and delay nothing")
+    if done.returncode != 0:
+        raise MeshError(f"{' '.join(command)}: {done.stderr.strip()}")
+
+
+# ---- On one device
 
 
 def execute(options):
@@ -151,6 +225,10 @@ def logs(options):
     return run_in_device(options, ["tail", "-n", "+1", "-F", LOG] if options.follow else ["cat", LOG])
 
 
+def shell(options):
+    return run_in_device(options, ["bash"])
+
+
 def run_in_device(options, command):
     mesh = require_mesh(options.name)
     pid = mesh.device_pid(options.device)
@@ -159,24 +237,31 @@ def run_in_device(options, command):
     inner_pid = re.search(r"^NSpid:.*\s(\d+)$", Path(f"/proc/{pid}/status").read_text(), re.MULTILINE).group(1)
     environment = {name: value for name, value in os.environ.items() if name != "TMPDIR"}
     clock = clock_environment() if mesh.plan.movable_clock else {}
-    status = run_inside(pid, command, environment | clock | {"PATH": path, "KV1905_LAB_PID": inner_pid})
+    return run_in_mesh(mesh, pid, command, environment | clock | {"PATH": path, "KV1905_LAB_PID": inner_pid})
+
+
+def run_in_mesh(mesh, pid, command, environment):
+    status = run_inside(pid, command, environment)
     if status is None:
-        raise MeshError(f"mesh '{options.name}' ended meanwhile")
+        raise MeshError(f"mesh '{mesh.plan.name}' ended meanwhile")
     return status
 
 
+def view(options):
+    """Serves from the machine, where a browser is; the file is read where the device keeps it."""
+    mesh = require_mesh(options.name)
+    device = options.device or next(iter(mesh.devices))
+    program = f"{mesh.plan.build}/bin/kv1905-view"
+    os.execv(program, [program, "--serve", "--port", str(options.port), "--data-model",
+                       f"{mesh.device_root(device)}{DATA_MODEL}"])
+
+
 def stop(options):
-    switch_daemon(options, signal.SIGUSR1, "stopped")
+    switch_daemon(options.device, require_mesh(options.name).device_pid(options.device), signal.SIGUSR1, "stopped")
 
 
 def start(options):
-    switch_daemon(options, signal.SIGUSR2, "running")
-
-
-def switch_daemon(options, number, state):
-    pid = require_mesh(options.name).device_pid(options.device)
-    os.kill(pid, number)
-    wait_until(lambda: read_state(pid) == state, 2 * STOP_SECONDS, f"'{state}' on {options.device}")
+    switch_daemon(options.device, require_mesh(options.name).device_pid(options.device), signal.SIGUSR2, "running")
 
 
 def move_clock(options):
@@ -230,7 +315,9 @@ def run_stations(options):
 
 def capture(options):
     mesh = require_mesh(options.name)
-    taps = [(f"{near.name}.eth{a}-{far.name}.eth{b}", mesh.device_pid(near.name), f"eth{a}")
-            for near, a, far, b in plan_links(mesh.devices)]
-    written, lost = capture_links(options.file, mesh.pid, taps, options.seconds)
-    print(f"{written} frames in {options.file}" + (f", {lost} lost" if lost else ""))
+    taps = [(f"{near.name}.{port.name}-{far.name}.{port.neighbour_port}", mesh.device_pid(near.name), port.name)
+            for near, port, far in plan_links(mesh.devices)]
+    is_piped = options.file == "-"
+    report = sys.stderr if is_piped else sys.stdout
+    written, lost = capture_links("/dev/stdout" if is_piped else options.file, mesh.pid, taps, options.seconds, report)
+    print(f"{written} frames in {options.file}" + (f", {lost} lost" if lost else ""), file=report)

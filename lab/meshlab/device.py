@@ -1,21 +1,60 @@
 """The first process of a device: writes its files, then keeps its daemon."""
 
+import fcntl
 import os
 import re
 import shlex
 import signal
 import socket
 import subprocess
+import threading
 import time
+from datetime import datetime, timedelta
 from pathlib import Path
 
-from meshlab.clock import clock_environment, set_up_clock
-from meshlab.plan import DEVICE_FILES, plan_devices, read_plan
+from meshlab.clock import clock_environment, read_shift, set_up_clock
+from meshlab.enter import run_ip
+from meshlab.plan import BRIDGE, DEVICE_FILES, MEDIA, plan_devices, read_plan
 from meshlab.stations import Population, StationFiles
 
 LOG = "/tmp/kv1905d.log"
 STOP_SECONDS = 5.0
 REBOOT_SECONDS = 1.0
+PIPE_SIZE = 1 << 20
+FACTORY_PASSWORD = b"admin"  # as the configuration service has it
+# How lines of the daemon itself begin: with a date and the time, or in a trace with the time.
+STAMPED = re.compile(rb"(\d{4}-\d\d-\d\d )?\d\d:\d\d:\d\d\.\d{3} ")
+
+
+def port_names():
+    """The interfaces that lead to neighbours, as they are now."""
+    prefixes = tuple(medium.port for medium in MEDIA.values())
+    return [name for _, name in socket.if_nameindex() if name.startswith(prefixes)]
+
+
+class Log:
+    """The log of a device. Lines of other programs than the daemon get the device's time and name in front."""
+
+    def __init__(self, name, has_clock):
+        self._name = name
+        self._has_clock = has_clock
+
+    def write(self, source, text):
+        self._append(self._prefix(source) + text.encode() + b"\n")
+
+    def follow(self, descriptor):
+        """Copies what arrives until nobody can write to the descriptor any more."""
+        with open(descriptor, "rb") as lines:
+            for line in lines:
+                self._append(line if STAMPED.match(line) else self._prefix("output") + line)
+
+    def _prefix(self, source):
+        now = datetime.now() + timedelta(seconds=read_shift(Path("/")) if self._has_clock else 0)
+        return f"{now.isoformat(' ', 'milliseconds')} {self._name} {source}: ".encode()
+
+    def _append(self, line):
+        with open(LOG, "ab") as log:
+            log.write(line)
 
 
 class DaemonKeeper:
@@ -25,11 +64,14 @@ class DaemonKeeper:
     SIGNALS = (signal.SIGUSR1, signal.SIGUSR2, signal.SIGHUP, signal.SIGCHLD)
     POLL_SECONDS = 0.02
 
-    def __init__(self, command, interfaces, variables):
-        self._command = command
+    def __init__(self, device, plan, variables):
+        self._device = device
+        self._plan = plan
         self._variables = variables
-        self._interfaces = interfaces
+        self._log = Log(device.name, plan.movable_clock)
+        self._interfaces = []
         self._daemon = None
+        self._follower = None
         self._restart_at = None
 
     def run(self):
@@ -51,26 +93,28 @@ class DaemonKeeper:
         self._state = state
         Path("/proc/self/comm").write_text(state)
 
-    def _log(self, text):
-        with open(LOG, "a") as log:
-            log.write(f"{time.strftime('%H:%M:%S')} mesh: {text}\n")
-
     def _start(self):
         self._restart_at = None
         if self._daemon:
             return
         environment = {**os.environ, **self._variables, "KV1905_LAB_PID": str(os.getpid())}
-        write_led_state(environment)
-        self._log(f"start {shlex.join(self._command)}")
+        self._interfaces = port_names()
+        command = self._device.daemon_command(self._plan, self._interfaces)
+        self._log.write("mesh", f"start {shlex.join(command)}")
+        lines, lines_end = os.pipe()
+        fcntl.fcntl(lines_end, fcntl.F_SETPIPE_SZ, PIPE_SIZE)
+        self._follower = threading.Thread(target=self._log.follow, args=[lines], daemon=True)
+        self._follower.start()
         try:
-            with open(LOG, "ab") as log:
-                self._daemon = subprocess.Popen(
-                    self._command, stdin=subprocess.DEVNULL, stdout=log, stderr=log, env=environment,
-                    preexec_fn=lambda: signal.pthread_sigmask(signal.SIG_UNBLOCK, self.SIGNALS))
+            self._daemon = subprocess.Popen(
+                command, stdin=subprocess.DEVNULL, stdout=lines_end, stderr=lines_end, env=environment,
+                preexec_fn=lambda: signal.pthread_sigmask(signal.SIG_UNBLOCK, self.SIGNALS))
         except OSError as error:
-            self._log(f"cannot start {self._command[0]}: {error}")
+            self._log.write("mesh", f"cannot start {command[0]}: {error}")
             self._set_state("exited 127")
             return
+        finally:
+            os.close(lines_end)
         self._set_state("starting")
 
     def _end_daemon(self, state):
@@ -81,10 +125,9 @@ class DaemonKeeper:
             try:
                 self._daemon.wait(STOP_SECONDS)
             except subprocess.TimeoutExpired:
-                self._log(f"the daemon ignored SIGTERM for {STOP_SECONDS:g} s and was killed")
+                self._log.write("mesh", f"the daemon ignored SIGTERM for {STOP_SECONDS:g} s and was killed")
                 self._daemon.kill()
-            self._log(f"ended: {describe_end(self._daemon.wait())}")
-            self._daemon = None
+            self._note_end("ended")
 
     def _stop(self):
         self._end_daemon("stopping")
@@ -96,9 +139,16 @@ class DaemonKeeper:
 
     def _reap(self):
         if self._daemon and self._daemon.poll() is not None:
-            self._set_state(describe_end(self._daemon.returncode))
-            self._log(f"ended by itself: {self._state}")
-            self._daemon = None
+            state = describe_end(self._daemon.returncode)
+            self._note_end("ended by itself")
+            self._set_state(state)
+
+    def _note_end(self, what):
+        """After the daemon's last lines; a child that outlives it may still hold the pipe."""
+        status = self._daemon.wait()
+        self._follower.join(1)
+        self._log.write("mesh", f"{what}: {describe_end(status)}")
+        self._daemon = None
 
     def _is_listening(self):
         """Whether the daemon itself (not a capture) holds a packet socket on every port. It is the child of the process
@@ -121,17 +171,9 @@ def describe_end(status):
 PASSWORD_FILE = "/data/FMUBBW3CBI.dat"
 
 
-def write_led_state(environment):
-    """As a device's other components do: what the configuration service keeps is in the file that the daemon reads."""
-    kept = subprocess.run(["kcfg", "get", "LED_CTRL.1.enable"], capture_output=True, text=True, env=environment)
-    path = Path("/tmp/.kv1905_conf")
-    if kept.returncode == 0:
-        path.write_text(re.sub(r"^LedEnable=.*", f"LedEnable={kept.stdout.strip()}", path.read_text(), flags=re.M))
-
-
 def write_password(source):
     """The device's own copy of the administrator password, encrypted as the plug-in expects to find it."""
-    line = Path(f"/.host{source}").read_bytes().split(b"\n")[0] + b"\n"
+    line = (Path(f"/.host{source}").read_bytes().split(b"\n")[0] if source else FACTORY_PASSWORD) + b"\n"
     command = ["openssl", "enc", "-aes-256-cbc", "-pbkdf2", "-a", "-pass", "pass:Qm7tR2xLp9Vd4Kw8Zs3Hn6Jb1Y",
                "-out", PASSWORD_FILE]
     subprocess.run(command, input=line, check=True)
@@ -144,14 +186,17 @@ def run_device(name, text):
     os.chdir("/")
     for path, text in DEVICE_FILES.items():
         Path(path).write_text(text.format(**device.facts()))
-    if plan.password_file:
-        write_password(plan.password_file)
-    if plan.stations:
-        population = Population({name: device.number}, seed=0)
-        population.add(name, plan.stations)
-        StationFiles(Path("/")).write(population.stations[name])
+    write_password(plan.password_file)
+    population = Population({name: device.number}, seed=0)
+    population.add(name, plan.stations)
+    StationFiles(Path("/")).write(population.stations[name])
     if plan.movable_clock:
         set_up_clock()
+    # A loop needs the spanning tree, elsewhere it only costs time.
+    has_loop = len(plan.links) >= len(plan.devices)
+    tree = "stp_state 1 forward_delay 200 hello_time 100" if has_loop else "stp_state 0 forward_delay 0"
+    run_ip([f"link add name {BRIDGE} address {device.al_mac} type bridge {tree} mcast_snooping 0",
+            f"address add {device.ip}/24 brd + dev {BRIDGE}", f"link set dev {BRIDGE} up"])
     for scope in ("all", "default"):  # quiet links: no router solicitations, no multicast reports
         switch = Path(f"/proc/sys/net/ipv6/conf/{scope}/disable_ipv6")
         if switch.exists():
@@ -160,4 +205,4 @@ def run_device(name, text):
     for stream in (1, 2):
         os.dup2(null, stream)
     variables = {"KV_LOG_LEVEL": str(plan.log_level)} | (clock_environment() if plan.movable_clock else {})
-    DaemonKeeper(device.daemon_command(plan), device.interfaces, variables).run()
+    DaemonKeeper(device, plan, variables).run()

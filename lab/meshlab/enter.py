@@ -22,6 +22,17 @@ def enter_namespaces(pid, *kinds):
         os.close(handle)
 
 
+def run_in_network(pid, command, text=""):
+    """The output of a command of this machine that sees the network of pid."""
+    return subprocess.run(command, preexec_fn=pid and (lambda: enter_namespaces(pid, "user", "net")), input=text,
+                          text=True, stdout=subprocess.PIPE, check=True).stdout
+
+
+def run_ip(commands, pid=None):
+    """Changes the network of pid, or the present one."""
+    run_in_network(pid, ["ip", "-batch", "-"], "\n".join(commands) + "\n")
+
+
 def run_inside(pid, command, environment):
     """Runs the command beside pid, as if started there, and returns its status as a shell counts it, or None when
     the mesh ended first. The command ends with this process, also when that is killed."""

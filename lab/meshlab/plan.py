@@ -2,6 +2,7 @@
 
 import argparse
 import json
+import re
 import shlex
 from dataclasses import dataclass, field
 from pathlib import Path
@@ -11,14 +12,15 @@ SCRIPT = LAB / "mesh"
 DEFAULT_BUILD = LAB.parent / "build" / "release"
 BUILD_NEEDS = ("bin/kv1905d", "bin/kcfg", "bin/nvram", "bin/wl", "lib/libkvMAP1905.so", "lib/libkvplatform.so")
 BRIDGE = "br0"
+DATA_MODEL = "/tmp/kv1905_datamodel.json"
 MAX_DEVICES = 64
 MAX_STATIONS = 65535  # of one device: the last two bytes of a station's MAC count them
-MAX_PORTS = 16  # a port's number is the low digit of its MAC address
+MAX_PORTS = 16  # of a device; a port's number is the low digit of its MAC address
 
 # What other components of a device would have written before its daemon starts; placeholders come from Device.facts().
 DEVICE_FILES = {
     "/tmp/.kv1905_conf": """\
-ModelName=KV-{title}
+ModelName={model}
 FirmwareVersion=1.0.{number}
 24GMainSSID=kv home
 5GMainSSID=kv home 5G
@@ -52,13 +54,23 @@ wl1_extattr=5
 """,
 }
 
-# Pairs of device numbers; the controller is number 1.
+# Links as pairs of device numbers; the controller is number 1.
 SHAPES = {
     "line": lambda n: [(k, k + 1) for k in range(1, n)],
     "star": lambda n: [(1, k) for k in range(2, n + 1)],
     "tree": lambda n: [(k // 2, k) for k in range(2, n + 1)],
     "ring": lambda n: [(k, k + 1) for k in range(1, n)] + ([(n, 1)] if n > 2 else []),
 }
+
+
+@dataclass(frozen=True)
+class Medium:
+    title: str
+    port: str  # how its interfaces are called, with their number behind
+    option: str  # what follows the interface's name in the daemon's option --interface
+
+
+MEDIA = {"ethernet": Medium("Ethernet", "eth", ""), "wifi": Medium("Wi-Fi", "wlan", ",0x0105")}
 
 
 class MeshError(Exception):
@@ -86,18 +98,77 @@ def read_plan(text):
         return None
 
 
+class Topology:
+    """Devices and links, as they are in the command lines of the mesh's processes. The first device is the controller."""
+
+    def __init__(self, devices=None, links=None):
+        self.devices = devices or {}  # model by name
+        self.links = links or []  # [name, name, medium]
+
+    def add_device(self, name, model=None):
+        if not re.fullmatch(r"[A-Za-z0-9][A-Za-z0-9-]{0,31}", name):
+            raise UsageError(f"'{name}' is no name for a device: use 1 to 32 letters, digits and hyphens")
+        if name in self.devices:
+            raise UsageError(f"there is a device '{name}' already")
+        if len(self.devices) == MAX_DEVICES:
+            raise UsageError(f"at most {MAX_DEVICES} devices work")
+        self.devices[name] = model or name
+
+    def add_link(self, near, far, medium="ethernet"):
+        for name in (near, far):
+            find_device(self.devices, name)
+            if sum(name in link[:2] for link in self.links) == MAX_PORTS:
+                raise UsageError(f"{name} would have more than {MAX_PORTS} links")
+        if near == far or any({near, far} == set(link[:2]) for link in self.links):
+            raise UsageError(f"{near} and {far} are one device or linked already")
+        if medium not in MEDIA:
+            raise UsageError(f"no medium '{medium}'; there are {', '.join(MEDIA)}")
+        self.links.append([near, far, medium])
+
+
+def shaped_topology(shape, count):
+    topology = Topology()
+    names = ["controller", *(f"agent{number}" for number in range(1, count))]
+    for name in names:
+        topology.add_device(name)
+    for pair in SHAPES[shape](count):
+        topology.add_link(*(names[number - 1] for number in pair))
+    return topology
+
+
+def read_topology(path):
+    """From lines of "device NAME [MODEL]" and "link NAME NAME [MEDIUM]"; # begins a comment."""
+    topology = Topology()
+    for number, line in enumerate(Path(path).read_text().splitlines(), 1):
+        words = line.split("#")[0].split()
+        try:
+            if words[:1] == ["device"] and 2 <= len(words) <= 3:
+                topology.add_device(*words[1:])
+            elif words[:1] == ["link"] and 3 <= len(words) <= 4:
+                topology.add_link(*words[1:])
+            elif words:
+                raise UsageError('expected "device NAME [MODEL]" or "link NAME NAME [ethernet|wifi]"')
+        except UsageError as error:
+            raise UsageError(f"{path}:{number}: {error}") from None
+    if not topology.devices:
+        raise UsageError(f"{path}: names no device")
+    return topology
+
+
+@dataclass
+class Port:
+    name: str
+    neighbour: str
+    neighbour_port: str
+    medium: str
+
+
 @dataclass
 class Device:
-    number: int
-    ports: list = field(default_factory=list)  # per ethN: (neighbour's name, neighbour's interface)
-
-    @property
-    def name(self):
-        return "controller" if self.number == 1 else f"agent{self.number - 1}"
-
-    @property
-    def interfaces(self):
-        return [f"eth{index}" for index in range(len(self.ports))]
+    name: str
+    model: str
+    number: int  # the controller is 1
+    ports: list = field(default_factory=list)
 
     @property
     def al_mac(self):
@@ -110,14 +181,14 @@ class Device:
     def mac(self, low_byte):
         return f"02:00:5e:00:{self.number:02x}:{low_byte:02x}"
 
-    def port_mac(self, index):
-        return self.mac(0x10 + index)
+    def port_mac(self, port):
+        return self.mac(0x10 + self.ports.index(port))
 
     def facts(self):
         is_controller = self.number == 1
         return {
             "number": self.number,
-            "title": self.name.upper(),
+            "model": self.model,
             "mode": "router" if is_controller else "repeater",
             "multiap_mode": 1 if is_controller else 2,
             "radio0": self.mac(0x20).upper(),
@@ -126,12 +197,13 @@ class Device:
             "channel1": ("36/80", "52/80", "100/80", "149/80")[self.number % 4],
         }
 
-    def daemon_command(self, plan):
+    def daemon_command(self, plan, interfaces):
         command = ["kv1905d", "--al-mac", self.al_mac, "--bridge", BRIDGE]
-        for interface in self.interfaces:
-            command += ["--interface", interface]
+        for interface in interfaces:
+            medium = next(medium for medium in MEDIA.values() if interface.startswith(medium.port))
+            command += ["--interface", interface + medium.option]
         command += ["--radio", f"wl0,{self.mac(0x20)},0x0103", "--radio", f"wl1,{self.mac(0x21)},0x0105",
-                    "--data-model", "/tmp/kv1905_datamodel.json"]
+                    "--data-model", DATA_MODEL]
         if self.name in plan.no_plugin:
             command.append("--no-plugin")
         if plan.settings_from:
@@ -142,34 +214,24 @@ class Device:
 
 
 def plan_devices(plan):
-    devices = [Device(number) for number in range(1, plan.devices + 1)]
-    for pair in SHAPES[plan.shape](plan.devices):
-        near, far = (devices[number - 1] for number in pair)
-        near_port, far_port = f"eth{len(near.ports)}", f"eth{len(far.ports)}"
-        near.ports.append((far.name, far_port))
-        far.ports.append((near.name, near_port))
-    return {device.name: device for device in devices}
+    devices = {name: Device(name, model, number) for number, (name, model) in enumerate(plan.devices.items(), 1)}
+    for *names, medium in plan.links:
+        near, far = (devices[name] for name in names)
+        near_port, far_port = (f"{MEDIA[medium].port}{len(device.ports)}" for device in (near, far))
+        near.ports.append(Port(near_port, far.name, far_port, medium))
+        far.ports.append(Port(far_port, near.name, near_port, medium))
+    return devices
 
 
 def plan_links(devices):
-    """Each link once, seen from the device that comes first: (device, port index, neighbour, its port index)."""
-    links = []
-    for device in devices.values():
-        for index, (name, interface) in enumerate(device.ports):
-            neighbour = devices[name]
-            if device.number < neighbour.number:
-                links.append((device, index, neighbour, int(interface.removeprefix("eth"))))
-    return links
+    """Each link once, seen from the device that comes first: (device, its port, neighbour)."""
+    return [(device, port, devices[port.neighbour]) for device in devices.values() for port in device.ports
+            if port.neighbour in devices and device.number < devices[port.neighbour].number]
 
 
 def check_plan(plan):
-    devices = plan_devices(plan)
-    busiest = max(devices.values(), key=lambda device: len(device.ports))
-    if len(busiest.ports) > MAX_PORTS:
-        raise UsageError(f"{busiest.name} would have {len(busiest.ports)} links, at most {MAX_PORTS} work; "
-                         "use fewer devices or another shape")
     for name in plan.no_plugin:
-        find_device(devices, name)
+        find_device(plan.devices, name)
     if plan.password_file and not Path(plan.password_file).is_file():
         raise UsageError(f"--password-file {plan.password_file} is no file")
     missing = [name for name in BUILD_NEEDS if not Path(plan.build, name).exists()]

@@ -6,6 +6,7 @@ import time
 from dataclasses import dataclass
 from pathlib import Path
 
+from meshlab.device import STOP_SECONDS
 from meshlab.plan import SCRIPT, DeadlineError, MeshError, find_device, plan_devices, read_plan
 
 
@@ -44,6 +45,12 @@ def read_state(pid):
         return "gone"
 
 
+def switch_daemon(name, pid, number, state):
+    """Sends the device's supervisor a signal, and waits for the state of the daemon that it leads to."""
+    os.kill(pid, number)
+    wait_until(lambda: read_state(pid) == state, 2 * STOP_SECONDS, f"'{state}' on {name}")
+
+
 @dataclass
 class RunningMesh:
     plan: argparse.Namespace
@@ -54,12 +61,11 @@ class RunningMesh:
 
     @property
     def devices(self):
-        return plan_devices(self.plan)
+        """Those that are there: a removed one has no process."""
+        return {name: device for name, device in plan_devices(self.plan).items() if name in self.device_pids}
 
     def device_pid(self, name):
         find_device(self.devices, name)
-        if name not in self.device_pids:
-            raise MeshError(f"{name}'s supervisor is gone; take the mesh down")
         return self.device_pids[name]
 
     def device_root(self, name):
@@ -75,7 +81,10 @@ def find_mesh(name):
         # A child that has not called exec yet still has the supervisor's command line.
         if plan.name != name or parent in supervisors:
             continue
-        device_pids = {args[3]: child for child, ppid, args in everything if ppid == pid and is_role(args, "device")}
+        kept = [(child, args) for child, ppid, args in everything if ppid == pid and is_role(args, "device")]
+        device_pids = {args[3]: child for child, args in kept}
+        # A device that was added later knows more than those before it.
+        plan = max([plan, *(read_plan(args[4]) for _, args in kept)], key=lambda plan: len(plan.devices))
         owners = {device_pid: device for device, device_pid in device_pids.items()}
         watchers = {child: owners[ppid] for child, ppid, _ in everything if ppid in owners}
         daemon_pids = {watchers[ppid]: child for child, ppid, _ in everything if ppid in watchers}

@@ -6,12 +6,14 @@ import signal
 import subprocess
 import sys
 import threading
+from collections import defaultdict
 from pathlib import Path
 
 from meshlab.device import LOG
+from meshlab.enter import run_in_network, run_ip
 from meshlab.plan import (BRIDGE, LAB, SCRIPT, DeadlineError, MeshError, plan_devices, plan_links, plan_text,
                           read_plan)
-from meshlab.running import read_state, wait_until
+from meshlab.running import read_state, require_mesh, switch_daemon, wait_until
 
 START_SECONDS = 30.0  # bounds each step of `up`; a loaded machine with many devices needs some
 # Between `up` and its supervisor: the byte that lets the mesh outlive `up`, and the line that says all daemons run.
@@ -37,10 +39,10 @@ def supervise(text):
     if plan.owner_fd is not None:
         end_with(plan.owner_fd)
     devices = plan_devices(plan)
-    keepers = {name: subprocess.Popen(device_command(name, plan), stdin=subprocess.DEVNULL) for name in devices}
+    keepers = {name: start_device(name, plan) for name in devices}
     await_state(keepers, "stopped", "devices set up")
-    print(f"{PROGRESS}linking {len(keepers)} devices", flush=True)
-    connect(devices, keepers, has_loop=plan.shape == "ring")
+    report(f"linking {len(keepers)} devices")
+    connect(plan_links(devices), {name: keeper.pid for name, keeper in keepers.items()})
     if plan.capture_fd is not None:
         start_capture(plan)
     for keeper in keepers.values():
@@ -57,9 +59,34 @@ def supervise(text):
             return
 
 
-def device_command(name, plan):
-    return [str(LAB / "room"), "--net", "--hostname", name, "--bin", str(LAB / "bin"),
-            "--bin", f"{plan.build}/bin", "--", str(SCRIPT), "device", name, plan_text(plan)]
+def report(text):
+    print(PROGRESS + text, flush=True)
+
+
+def join(name, text):
+    """Runs inside the mesh: starts one more device. Daemons use the ports that they find at their start, so those of its
+    neighbours start again."""
+    plan = read_plan(text)
+    keeper = start_device(name, plan)
+    try:
+        wait_until(lambda: read_state(keeper.pid) == "stopped" or keeper.poll() is not None, START_SECONDS, f"start of {name}")
+        pids = require_mesh(plan.name).device_pids | {name: keeper.pid}
+        devices = {each: device for each, device in plan_devices(plan).items() if each in pids}
+        connect([link for link in plan_links(devices) if name in (link[0].name, link[2].name)], pids)
+        switch_daemon(name, keeper.pid, signal.SIGUSR2, "running")
+    except BaseException:
+        keeper.kill()
+        raise
+    for port in devices[name].ports:
+        if port.neighbour in pids and read_state(pids[port.neighbour]) == "running":
+            switch_daemon(port.neighbour, pids[port.neighbour], signal.SIGUSR1, "stopped")
+            switch_daemon(port.neighbour, pids[port.neighbour], signal.SIGUSR2, "running")
+
+
+def start_device(name, plan):
+    command = [str(LAB / "room"), "--net", "--hostname", name, "--bin", str(LAB / "bin"),
+               "--bin", f"{plan.build}/bin", "--", str(SCRIPT), "device", name, plan_text(plan)]
+    return subprocess.Popen(command, stdin=subprocess.DEVNULL, start_new_session=True)
 
 
 def await_state(keepers, state, meaning):
@@ -76,7 +103,7 @@ def await_state(keepers, state, meaning):
         reached = sum(read_state(keeper.pid) == state for keeper in keepers.values())
         if reached != told:
             told = reached
-            print(f"{PROGRESS}{reached} of {len(keepers)} {meaning}", flush=True)
+            report(f"{reached} of {len(keepers)} {meaning}")
         return reached == len(keepers)
     try:
         wait_until(is_reached, START_SECONDS, f"'{state}' on every device")
@@ -95,35 +122,27 @@ def log_tail(pid):
         return "(no log)"
 
 
-def connect(devices, keepers, has_loop):
-    pids = {name: keeper.pid for name, keeper in keepers.items()}
-    ip_batch([f"link add name eth{a} address {near.port_mac(a)} netns {pids[near.name]} "
-              f"type veth peer name eth{b} address {far.port_mac(b)} netns {pids[far.name]}"
-              for near, a, far, b in plan_links(devices)])
-    for name, device in devices.items():
-        ip_batch(bridge_commands(device, has_loop), pids[name])
-    wait_until(lambda: all(are_ports_settled(pid) for pid in pids.values()), START_SECONDS, "settling of the bridges")
-
-
-def bridge_commands(device, has_loop):
-    # A loop needs the spanning tree, elsewhere it only costs time. The bridge leaves multicast to the daemon, which
-    # relays it itself; mcast_flood off stops what the bridge would forward, not what the device sends.
-    tree = "stp_state 1 forward_delay 200 hello_time 100" if has_loop else "stp_state 0 forward_delay 0"
-    commands = [f"link add name {BRIDGE} address {device.al_mac} type bridge {tree} mcast_snooping 0"]
-    for port in device.interfaces:
-        commands += [f"link set dev {port} master {BRIDGE}", f"link set dev {port} type bridge_slave mcast_flood off",
-                     f"link set dev {port} up"]
-    return commands + [f"address add {device.ip}/24 brd + dev {BRIDGE}", f"link set dev {BRIDGE} up"]
-
-
-def ip_batch(commands, pid=None):
-    prefix = ["nsenter", "--target", str(pid), "--net"] if pid else []
-    subprocess.run([*prefix, "ip", "-batch", "-"], input="\n".join(commands) + "\n", text=True, check=True)
+def connect(links, pids):
+    """Puts each link between the bridges of two devices."""
+    links_new, ports = [], defaultdict(list)
+    for near, port, far in links:
+        far_port = next(each for each in far.ports if each.neighbour == near.name)
+        links_new.append(f"link add name {port.name} address {near.port_mac(port)} netns {pids[near.name]} type veth "
+                         f"peer name {far_port.name} address {far.port_mac(far_port)} netns {pids[far.name]}")
+        for device, name in ((near, port.name), (far, far_port.name)):
+            # The bridge leaves multicast to the daemon, which relays it itself; mcast_flood off stops what the bridge
+            # would forward, not what the device sends.
+            ports[pids[device.name]] += [f"link set dev {name} master {BRIDGE}",
+                                         f"link set dev {name} type bridge_slave mcast_flood off",
+                                         f"link set dev {name} up"]
+    run_ip(links_new)
+    for pid, commands in ports.items():
+        run_ip(commands, pid)
+    wait_until(lambda: all(map(are_ports_settled, ports)), START_SECONDS, "settling of the bridges")
 
 
 def are_ports_settled(pid):
-    shown = subprocess.run(["nsenter", "--target", str(pid), "--net", "bridge", "-json", "link"],
-                           stdout=subprocess.PIPE, check=True).stdout
+    shown = run_in_network(pid, ["bridge", "-json", "link"])
     return all(port["state"] in ("forwarding", "blocking") for port in json.loads(shown or "[]"))
 
 

@@ -45,7 +45,7 @@ class Line(MeshTest):
             self.assertEqual({key: seen[key] for key in ATTRIBUTES}, {key: own[key] for key in ATTRIBUTES})
         self.assertEqual([mesh.device_in(name)["Hops"] for name in mesh.names], [0, 1, 2])
         self.assertEqual([device["ManufacturerModel"] for device in mesh.model()["wfa-dataelements:Network"]["DeviceList"]],
-                         ["KV-CONTROLLER", "KV-AGENT1", "KV-AGENT2"])
+                         mesh.names)
         mesh.exec("agent2", "sed", "-i", "s/^ModelName=.*/ModelName=Renamed/", "/tmp/.kv1905_conf")
         poll(lambda: mesh.device_in("agent2", viewer="agent2")["ModelName"] == "Renamed", 10, "the agent's own reload")
         os.kill(mesh.daemon("agent2")["pid"], signal.SIGUSR1)
