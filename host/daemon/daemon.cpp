@@ -49,6 +49,9 @@ NodeConfig Daemon::openPorts() {
         if (!mac) throw std::runtime_error("interface " + name + " vanished");
         config.ports.push_back({name, *mac});
         config.ports.back().fd = ports_.back().fd.get();
+        if (ports_.size() <= options_.mediaTypes.size()) {
+            config.ports.back().mediaType = options_.mediaTypes[ports_.size() - 1];
+        }
     }
     for (const Radio &radio : options_.radios) {
         config.radios.push_back(radio.facts);

@@ -377,8 +377,10 @@ void Node::receiveFromSelf() {
 
 std::vector<LocalInterface> Node::localInterfaces() const {
     std::vector<LocalInterface> interfaces;
-    for (const Port &port : config_.ports)
-        interfaces.push_back({port.mac, port.mediaType, {}});
+    for (const Port &port : config_.ports) {
+        const bool isWifi = (port.mediaType & 0xFF00) == 0x0100;
+        interfaces.push_back({port.mac, port.mediaType, Bytes(isWifi ? 10 : 0)});  // its network is not known here
+    }
     interfaces.insert(interfaces.end(), config_.radios.begin(), config_.radios.end());
     return interfaces;
 }

@@ -18,6 +18,7 @@ constexpr unsigned kLongestInterval = 86400;  // seconds
 // Options that are checked after all were read, as text.
 struct RawOptions : Options {
     std::string alMacText;
+    std::vector<std::string> interfaceTexts;
     std::vector<std::string> radioTexts;
     std::string settingsFromText = "any";
     bool noPlugin = false;
@@ -30,8 +31,9 @@ void declare(CLI::App &app, RawOptions &raw) {
     const auto interval = CLI::Range(1u, kLongestInterval);
     app.add_option("--al-mac", raw.alMacText,
                    "IEEE 1905.1 address of this device [the first interface's MAC, locally administered]");
-    app.add_option("-i,--interface", raw.interfaces,
-                   "Ethernet interface that carries IEEE 1905.1; required, may be repeated")
+    app.add_option("-i,--interface", raw.interfaceTexts,
+                   "Interface that carries IEEE 1905.1, or IFNAME,MEDIATYPE where it is not Ethernet, for example "
+                   "wlan0,0x0108; required, may be repeated")
         ->allow_extra_args(false);
     app.add_option("--bridge", raw.bridge, "Linux bridge over the interfaces; unicast is sent through it [none]");
     app.add_option("--radio", raw.radioTexts,
@@ -103,6 +105,17 @@ Radio parseRadio(const std::string &text) {
     return {text.substr(0, first), {*mac, *mediaType, wifiInfo(*mac)}};
 }
 
+void parseInterface(const std::string &text, Options &options) {
+    const size_t comma = std::min(text.find(','), text.size());
+    const std::string name = text.substr(0, comma);
+    if (!interfaceMac(name)) throw BadOption("--interface " + text + ": no such interface");
+    const std::optional<uint16_t> mediaType =
+        comma == text.size() ? uint16_t{0x0001} : parseMediaType(std::string_view(text).substr(comma + 1));
+    if (!mediaType) throw BadOption("--interface " + text + ": the second field is no media type");
+    options.interfaces.push_back(name);
+    options.mediaTypes.push_back(*mediaType);
+}
+
 template <typename List, typename Name>
 void refuseRepeats(const char *option, const List &list, const Name &name) {
     std::set<std::string> seen;
@@ -113,17 +126,17 @@ void refuseRepeats(const char *option, const List &list, const Name &name) {
 
 Options check(const RawOptions &raw) {
     Options options = raw;
-    if (raw.interfaces.empty()) throw BadOption("--interface is required");  // said last, after options that are none
-    for (const std::string &name : raw.interfaces) {
-        if (!interfaceMac(name)) throw BadOption("--interface " + name + ": no such interface");
-    }
+    // Reported last, after unknown options.
+    if (raw.interfaceTexts.empty()) throw BadOption("--interface is required");
+    for (const std::string &text : raw.interfaceTexts)
+        parseInterface(text, options);
     if (!raw.bridge.empty() && !interfaceMac(raw.bridge)) {
         throw BadOption("--bridge " + raw.bridge + ": no such interface");
     }
     if (raw.dataModel.empty()) throw BadOption("--data-model: the file name is empty");
     if (raw.socket.empty()) throw BadOption("--socket: the file name is empty");
     if (!raw.noPlugin && raw.plugin.empty()) throw BadOption("--plugin: the name is empty; --no-plugin runs without");
-    options.alMac = alMacOf(raw, *interfaceMac(raw.interfaces.front()));
+    options.alMac = alMacOf(raw, *interfaceMac(options.interfaces.front()));
     for (const std::string &radio : raw.radioTexts)
         options.radios.push_back(parseRadio(radio));
     if (raw.noPlugin) options.plugin.clear();

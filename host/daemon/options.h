@@ -16,6 +16,7 @@ namespace kv1905d {
 struct Options {
     MacAddress alMac;  // given, or derived from the first interface's MAC
     std::vector<std::string> interfaces;
+    std::vector<uint16_t> mediaTypes;  // of the interfaces; missing ones are Ethernet
     std::string bridge;  // empty: none
     std::vector<Radio> radios;
     std::string plugin = kDefaultPlugin;  // empty: none

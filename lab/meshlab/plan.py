@@ -70,7 +70,7 @@ class Medium:
     option: str  # what follows the interface's name in the daemon's option --interface
 
 
-MEDIA = {"ethernet": Medium("Ethernet", "eth", ""), "wifi": Medium("Wi-Fi", "wlan", ",0x0105")}
+MEDIA = {"ethernet": Medium("Ethernet", "eth", ""), "wifi": Medium("Wi-Fi", "wlan", ",0x0108")}
 
 
 class MeshError(Exception):
