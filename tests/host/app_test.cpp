@@ -160,24 +160,23 @@ TEST(Show, TablesAndListsOfWhatTheFileSays) {
 }
 
 TEST(ViewOptions, ServeOnlyWhenAskedAndNameWhatIsWrong) {
-    const auto parseView = [](std::vector<std::string> words) {
+    const auto parseView = [](const std::string &line) {
+        std::vector<std::string> words = wordsOf("kv1905-view " + line);
         std::vector<char *> argv;
-        words.insert(words.begin(), "kv1905-view");
         for (std::string &word : words)
             argv.push_back(word.data());
         argv.push_back(nullptr);
         return parseViewOptions(static_cast<int>(words.size()), argv.data());
     };
-    EXPECT_EQ(parseView({"--output", "f"})->port, std::nullopt);
-    EXPECT_EQ(parseView({"--serve"})->port, kDefaultViewPort);
-    EXPECT_EQ(parseView({"--port", "0", "--serve"})->port, 0);
-    EXPECT_EQ(parseView({"--data-model", "a", "--json", "--data-model", "b"})->dataModel, "b");
-    const std::pair<std::vector<std::string>, const char *> bad[] = {
-        {{"--port", "80"}, "--serve"}, {{"--serve", "--port", "65536"}, "65535"},
-        {{"--bogus"}, "'--bogus'"},    {{"--serve", "--output", "f"}, "excludes"},
-        {{"--output"}, "'--output'"},  {{"page"}, "'page'"}};
-    for (const auto &[words, said] : bad) {
-        const auto call = [&, words = words] { parseView(words); };
+    EXPECT_EQ(parseView("--output f")->port, std::nullopt);
+    EXPECT_EQ(parseView("--serve")->port, kDefaultViewPort);
+    EXPECT_EQ(parseView("--port 0 --serve")->port, 0);
+    EXPECT_EQ(parseView("--data-model a --json --data-model b")->dataModel, "b");
+    const std::pair<const char *, const char *> bad[] = {{"--port 80", "--serve"},   {"--serve --port 65536", "65535"},
+                                                         {"--bogus", "'--bogus'"},   {"--serve --output f", "excludes"},
+                                                         {"--output", "'--output'"}, {"page", "'page'"}};
+    for (const auto &[line, said] : bad) {
+        const auto call = [&, line = line] { parseView(line); };
         EXPECT_EQ(statusThrown(call), Status::BadArguments) << said;
         EXPECT_SAYS(said, errorOf(call));
     }

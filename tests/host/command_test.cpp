@@ -23,8 +23,7 @@ constexpr Duration kPatience{5000};
 
 // A daemon's end of the command socket in a process of its own. Device 1 is its own, device 2 the only other one. What
 // it was told is left in a file.
-class Daemon {
-  public:
+struct Daemon {
     explicit Daemon(const char *answer = "", CommandEffect effect = {1}) {
         unlink(kTold);
         if (child_ != 0) return;
@@ -47,7 +46,6 @@ class Daemon {
         waitpid(child_, nullptr, 0);
     }
 
-  private:
     CommandServer server_{kSocket};
     pid_t child_ = fork();
 };
@@ -142,8 +140,7 @@ TEST(ResultFile, OnlyACompleteLineCountsForOneToolAtATime) {
 
 // Of a line as it is typed, T being the AL MAC of device 2.
 CommandResult outcomeOf(const std::string &line, Duration timeout) {
-    std::istringstream in(line);
-    std::vector<std::string> words(std::istream_iterator<std::string>(in), {});
+    std::vector<std::string> words = wordsOf(line);
     std::replace(words.begin(), words.end(), std::string("T"), mac(2).text());
     const auto command = std::find_if(std::begin(kToolCommands), std::end(kToolCommands),
                                       [&](const ToolCommand &each) { return each.name == words[0]; });
@@ -206,8 +203,8 @@ TEST(RunCommand, ReachesTheDaemonAndEndsWithAStatusAndItsMeaning) {
     const Reply reply = handlePost(encodePost({KV_CMD_FW_CTRL, Bytes(2059)}), ready);
     EXPECT_EQ(reply.verdict, Verdict::ShortBuffer);
     EXPECT_EQ(reply.needed, sizeof(KvFWCtrlReq));
-    EXPECT_EQ(handlePost(encodePost({0x777, Bytes(2, 0xFF)}), ready).verdict, Verdict::Accepted)
-        << "the plug-in's to know";
+    const Reply unknownCode = handlePost(encodePost({0x777, Bytes(2, 0xFF)}), ready);
+    EXPECT_EQ(unknownCode.verdict, Verdict::Accepted) << "the plug-in's to know";
     EXPECT_EQ(handlePost(encodePost({KV_CMD_REBOOT, Bytes(6)}), {}).verdict, Verdict::NoPlugin);
     const CommandServer hung(kSocket);  // accepts nothing
     EXPECT_EQ(outcomeOf("rssi T T", Duration(100)).status, Status::NoAnswer);

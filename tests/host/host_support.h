@@ -5,9 +5,11 @@
 #include <sys/socket.h>
 
 #include <algorithm>
+#include <iterator>
+#include <sstream>
 #include <string>
 #include <string_view>
-#include <system_error>
+#include <vector>
 
 #include "app/outcome.h"
 #include "daemon/ethernet_port.h"
@@ -25,6 +27,12 @@ inline Bytes fromHex(std::string_view text) {
     for (size_t i = 0; i < digits.size(); i += 2)
         bytes.push_back(static_cast<uint8_t>(std::stoul(digits.substr(i, 2), nullptr, 16)));
     return bytes;
+}
+
+// The words of a line as it is typed.
+inline std::vector<std::string> wordsOf(const std::string &line) {
+    std::istringstream in(line);
+    return {std::istream_iterator<std::string>(in), {}};
 }
 
 inline Bytes prefix(const Bytes &bytes, size_t size) {

@@ -74,8 +74,10 @@ TEST_F(HostFrames, RelayedMulticastGoesOutOnEveryOtherPortOnceWithEverythingInIt
     EXPECT_EQ(sent(1), std::vector<Bytes>{fromHex(ours + body)});
     EXPECT_EQ(std::get<MacAddress>(received.at(0)), mac(3)) << "the originator, not who forwarded it";
 
-    receive(0, kToAll + "0004 0008 00 80" + body);                                       // relay bit clear
-    receive(0, kToNode + "0004 0009 00 C0" + body);                                      // unicast
+    receive(0, kToAll + "0004 0008 00 80" + body);  // relay bit clear
+    for (int i = 0; i < 2; ++i)
+        receive(0, kToNode + "0004 0009 00 C0" + body);
+    EXPECT_EQ(received.size(), 4u) << "unicast is never taken for a duplicate";
     receive(0, kToAll + "0004 000A 00 C0 0B 0003 024EA7 01 0006 02005E000100 00 0000");  // our own
     receive(0, kToAll + "0004 000B 00 C0 0B 0003 024EA7 01 0005 02005E0003 00 0000");    // malformed AL MAC
     EXPECT_TRUE(sent(1).empty());
@@ -236,11 +238,8 @@ TEST(Topology, RemoteDevicesAgeAndFreeWhatThePluginHungIntoThem) {
     topology.update(reportOf(3, {{mac(2), false}}), kStart + Duration(5000));
     topology.update(reportOf(4), kStart + Duration(5000));  // nobody's neighbour
     EXPECT_EQ(topology.hops(), (std::map<MacAddress, unsigned>{{mac(1), 0}, {mac(2), 1}, {mac(3), 2}}));
-    EXPECT_TRUE(topology.expire(kLifetime, kStart + kLifetime - Duration(1)).empty());
     EXPECT_EQ(topology.expire(kLifetime, kStart + kLifetime), std::vector<MacAddress>{mac(2)});
     EXPECT_EQ(topology.findByAnyMac(mac(2, 0x10)), nullptr);
-    topology.expire(kLifetime, kStart + 10 * kLifetime);
-    EXPECT_EQ(topology.size(), 1u);
 }
 
 TEST(Topology, InterfacesBelongToTheFirstWhoReportedThem) {
