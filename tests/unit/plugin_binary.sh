@@ -1,6 +1,7 @@
 #!/bin/sh
 # plugin_binary.sh LIBRARY HEADER: the built plug-in exports exactly the names that HEADER declares with KVMAP1905_API. It
-# needs only libc, json-c and the platform library, not the C++ runtime.
+# needs only libc, json-c and the platform library, not the C++ runtime, and on a 64-bit machine fopen and time by these
+# names.
 set -eu
 library=$1 header=$2
 declared=$(grep -v '^#' "$header" | tr '\n' ' ' | grep -o 'KVMAP1905_API [^;([]*' | grep -o '[A-Za-z0-9_]*$' | LC_ALL=C sort)
@@ -16,3 +17,7 @@ needed=$(readelf -d "$library" | sed -n 's/.*(NEEDED).*\[\(.*\)\]/\1/p' | LC_ALL
     echo "plugin_binary: $library needs $needed" >&2
     exit 1
 }
+if readelf -h "$library" | grep -q ELF64 && nm -D --undefined-only "$library" | grep '64@' >&2; then
+    echo "plugin_binary: $library needs the names above" >&2
+    exit 1
+fi
