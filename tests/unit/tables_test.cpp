@@ -7,11 +7,11 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <csignal>
 #include <random>
 
 #include "features/wifi_clients/neighbor_table.h"
 #include "frame/identity.h"
+#include "kv1905/vendor_messages.h"
 #include "support/fake_host.h"
 #include "support/fake_system.h"
 #include "transport/outstanding_queries.h"
@@ -118,6 +118,14 @@ TEST_F(Tables, AFullQueryTableForgetsTheOldestAndTheLowestAmongEquals) {
     }
     queries_.add(kLocal.data(), 0x78, 0, 1, kStart - 100);
     EXPECT_EQ(queries_.at(0).msgId, 0x78) << "a clock that stepped back overwrites the first entry";
+}
+
+TEST_F(Tables, AnAnswerClearsOneQuery) {
+    queries_.add(kAgent.data(), 7, 0, 0, kStart);
+    queries_.add(kAgent.data(), 7, 0, 1, kStart);
+    kv::reportKvVendRespMsgReceived(kAgent.data(), 7, VEND_MSG_TYPE_CONF_RESP);
+    EXPECT_TRUE(kv::isZeroMac(queries_.at(0).alMac));
+    EXPECT_FALSE(kv::isZeroMac(queries_.at(1).alMac));
 }
 
 TEST_F(Tables, AResendInAFullQueryTableLosesNoQuery) {
