@@ -6,8 +6,8 @@
 #include <algorithm>
 #include <cstdio>
 
-#include "daemon/wifi_band.h"
 #include "ieee1905/mac_address.h"
+#include "ieee1905/wifi_band.h"
 #include "outcome.h"
 
 namespace kv1905d {

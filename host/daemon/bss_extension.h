@@ -7,9 +7,9 @@
 
 #include "daemon/plugin.h"
 #include "daemon/radio.h"
-#include "daemon/wifi_band.h"
 #include "ieee1905/bss_elements.h"
 #include "ieee1905/cmdu.h"
+#include "ieee1905/wifi_band.h"
 
 namespace kv1905d {
 

@@ -21,7 +21,7 @@
 #include <vector>
 
 #include "daemon/node.h"
-#include "daemon/wifi_band.h"
+#include "ieee1905/wifi_band.h"
 #include "ieee1905/wsc.h"
 
 namespace kv1905d {

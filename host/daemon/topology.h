@@ -8,9 +8,9 @@
 #include <optional>
 #include <vector>
 
-#include "daemon/wifi_band.h"
 #include "ieee1905/clock.h"
 #include "ieee1905/topology_tlvs.h"
+#include "ieee1905/wifi_band.h"
 
 namespace kv1905d {
 
