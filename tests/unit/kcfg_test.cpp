@@ -55,14 +55,14 @@ std::string shell(const std::string &words) {
     return output;
 }
 
-void startAfresh() {
+void resetFiles() {
     setenv("KV_KCFG_FILE", kFile, 1);
     std::filesystem::remove_all(kDirectory);
     std::filesystem::create_directory(kDirectory);
 }
 
 TEST(Configuration, ARecordKeepsItsBytesAndRefusesWhatDoesNotFit) {
-    startAfresh();
+    resetFiles();
     KcfgInstanceIndex second = {1, {2}};
     RdmNatIntfSetting account = {};
     strcpy(account.password, "\xff \"/\n\\");  // bytes that are no UTF-8, and those that JSON escapes
@@ -91,7 +91,7 @@ TEST(Configuration, InterruptedWriterLeavesOldOrNew) {
     for (const std::string before : {"kcfg reset", "printf { >f"}) {
         // fsync, rename, fsync of the directory; before them a damaged file is renamed
         for (int step = 1, last = before == "kcfg reset" ? 3 : 4; step <= last; step++) {
-            startAfresh();
+            resetFiles();
             shell(before);
             const pid_t child = fork();
             if (child == 0) {
@@ -103,17 +103,17 @@ TEST(Configuration, InterruptedWriterLeavesOldOrNew) {
             waitpid(child, &status, 0);
             EXPECT_EQ(WEXITSTATUS(status), kKilled) << "step " << step << " was not reached";
             EXPECT_EQ(shell("kcfg get led_ctrl.1.enable 2>/dev/null"), step < last ? "1\n" : "0\n") << step;
-            EXPECT_EQ(setLedsOff(), 0) << "what was left behind does not disturb";
+            EXPECT_EQ(setLedsOff(), 0) << "left-over files do not disturb";
         }
     }
-    startAfresh();
+    resetFiles();
     for (gStepsLeft = 2; gStepsLeft > 0; gStepsLeft--)
         EXPECT_NE(setLedsOff(), 0) << "a disk that fails";
     EXPECT_EQ(shell("ls"), "f.lock\n");
 }
 
 TEST(Configuration, LedsAreAppliedForReadersThatCompareSeconds) {
-    startAfresh();
+    resetFiles();
     EXPECT_EQ(shell("c=/tmp/.kv1905_conf; printf 'A=1\nLedEnable=1\nB=' >$c; touch -d @4102444800 $c;"
                     "kcfg set led_ctrl.1.enable 0; cat $c; stat -c ' %Y' $c; rm $c"),
               "A=1\nLedEnable=0\nB= 4102444801\n");
