@@ -51,10 +51,6 @@ Value valueOf(char (&at)[size]) {
     return textAt(at, size);
 }
 
-Value valueOf(std::string &at) {
-    return {[&at] { return at; }, [&at](const std::string &text) { at = text; }};
-}
-
 // The bytes of a record; digits that are missing are zeros.
 template <typename Record>
 Value bytesOf(Record &at) {
@@ -63,6 +59,25 @@ Value bytesOf(Record &at) {
                 std::memset(&at, 0, sizeof at);
                 const Bytes bytes = fromHex(text);
                 std::copy_n(bytes.begin(), std::min(bytes.size(), sizeof at), reinterpret_cast<uint8_t *>(&at));
+            }};
+}
+
+// The text fields of all records, as one word each.
+template <typename Record, size_t... sizes>
+Value recordsOf(std::vector<Record> &records, char (Record::*...fields)[sizes]) {
+    return {[=, &records] {
+                std::string text;
+                for (const Record &each : records) {
+                    ((text += " " + std::string(each.*fields, strnlen(each.*fields, sizes))), ...);
+                }
+                return text.substr(records.empty() ? 0 : 1);
+            },
+            [=, &records](const std::string &text) {
+                records.clear();
+                for (Words in(text); !in.empty();) {
+                    Record &record = records.emplace_back();
+                    (in.text().copy(record.*fields, sizes), ...);
+                }
             }};
 }
 
@@ -100,16 +115,11 @@ Effect effectOf(const std::string &note) {
 }
 
 std::string sentText(const Sent &sent) {
-    const bool isMulticast = sent.slot != Slot::Unicast;
-    const std::string to = macText(sent.destination.data());
-    if (isMulticast && std::memcmp(sent.destination.data(), I5_MCAST_MAC_ADDRESS, KV_MAC_LEN) != 0) {
-        return "a multicast to " + to;
-    }
-    const std::string begin = "to " +
-                              (sent.slot == Slot::Multicast ? "neighbours"
-                               : isMulticast                ? "all"
-                                                            : to) +
-                              " " + idText(sent.msgIdIn) + " ";
+    const bool isMulticast = std::memcmp(sent.destination.data(), I5_MCAST_MAC_ADDRESS, KV_MAC_LEN) == 0;
+    const std::string to = isMulticast && sent.slot == Slot::Multicast          ? "neighbours"
+                           : isMulticast && sent.slot == Slot::RelayedMulticast ? "all"
+                                                                                : macText(sent.destination.data());
+    const std::string begin = "to " + to + " " + idText(sent.msgIdIn) + " ";
     constexpr size_t kEnvelope = 15;
     if (sent.value.size() >= kEnvelope) {
         const Bytes payload(sent.value.begin() + kEnvelope, sent.value.end());
@@ -165,57 +175,42 @@ ScriptedDevice::~ScriptedDevice() {
     removeFiles();
 }
 
-#define FIELD(name) \
-    { #name, valueOf(dev.name) }
+#define FIELDS(X)                                                                                                  \
+    X(cfgAttrCount)                                                                                                \
+    X(rebootFromNbrCap) X(intfPwrCtrlFromNbrCap) X(fwVersion) X(newFwVersion) X(newFwDate) X(auxStatus)            \
+        X(fwUpgradeStatus) X(modelName) X(ipAddr) X(opMode) X(buildNum) X(protoVersion) X(ledStatus) X(appVersion) \
+            X(l2DevCtrl) X(wifiAutoCfg) X(wifiOnOff) X(fwUpgrade) X(ledOnOff) X(channel24G) X(channel5G)           \
+                X(channelExtra) X(uptime)
+
 std::map<std::string, Value> ScriptedDevice::values() {
-    std::map<std::string, Value> all = {{"clock",
-                                         {[] { return std::to_string(std::time(nullptr) - kScriptStart); },
-                                          [](const std::string &text) { setClock(kScriptStart + std::stol(text)); }}},
-                                        {"stamp", valueOf(data_model_time_stamp, kScriptStart)},
-                                        {"slots", bytesOf(g_kv1905_bcm_cbs)},
-                                        {"send", valueOf(host.sendResult)},
-                                        {"json", valueOf(host.jsonResult)},
-                                        {"post", valueOf(host.postResult)},
-                                        {"key", valueOf(configService().key.key)},
-                                        {"led", valueOf(configService().led.enable)},
-                                        {"factory-reset", valueOf(configService().factoryReset)},
-                                        {"download", valueOf(State_fw_is_download)},
-                                        {"upgrade", valueOf(State_fw_upgrade)},
-                                        {"flags", valueOf(kvFlags)},
-                                        {"controller", valueOf(controller)},
-                                        {"ssid24", textAt(g_MainSSID, 33)},
-                                        {"ssid5", textAt(g_MainSSID + 33, 33)},
-                                        {"bssids", bytesOf(g_MainBSSID)}};
+    std::map<std::string, Value> all = {
+        {"stamp", valueOf(data_model_time_stamp, kScriptStart)},
+        {"slots", bytesOf(g_kv1905_bcm_cbs)},
+        {"send", valueOf(host.sendResult)},
+        {"json", valueOf(host.jsonResult)},
+        {"post", valueOf(host.postResult)},
+        {"key", valueOf(configService().key.key)},
+        {"led", valueOf(configService().led.enable)},
+        {"factory-reset", valueOf(configService().factoryReset)},
+        {"download", valueOf(State_fw_is_download)},
+        {"upgrade", valueOf(State_fw_upgrade)},
+        {"flags", valueOf(kvFlags)},
+        {"controller", valueOf(controller)},
+        {"ssid24", textAt(g_MainSSID, 33)},
+        {"ssid5", textAt(g_MainSSID + 33, 33)},
+        {"bssids", bytesOf(g_MainBSSID)},
+        {"accounts", recordsOf(configService().accounts, &RdmNatIntfSetting::userName, &RdmNatIntfSetting::password)},
+        {"radios", recordsOf(configService().radios, &RdmWifiRadio::ifName, &RdmWifiRadio::countryCode,
+                             &RdmWifiRadio::countryInBeacon)},
+    };
+    all["clock"] = {[] { return std::to_string(std::time(nullptr) - kScriptStart); },
+                    [](const std::string &text) { setClock(kScriptStart + std::stol(text)); }};
     for (const auto &[mac, record] : host.devices) {
         KvDevVendorData &dev = *record;
-        const std::pair<const char *, Value> fields[] = {FIELD(cfgAttrCount),
-                                                         FIELD(rebootFromNbrCap),
-                                                         FIELD(intfPwrCtrlFromNbrCap),
-                                                         FIELD(fwVersion),
-                                                         FIELD(newFwVersion),
-                                                         FIELD(newFwDate),
-                                                         FIELD(auxStatus),
-                                                         FIELD(fwUpgradeStatus),
-                                                         FIELD(modelName),
-                                                         FIELD(ipAddr),
-                                                         FIELD(opMode),
-                                                         FIELD(buildNum),
-                                                         FIELD(protoVersion),
-                                                         FIELD(ledStatus),
-                                                         FIELD(appVersion),
-                                                         FIELD(l2DevCtrl),
-                                                         FIELD(wifiAutoCfg),
-                                                         FIELD(wifiOnOff),
-                                                         FIELD(fwUpgrade),
-                                                         FIELD(ledOnOff),
-                                                         FIELD(channel24G),
-                                                         FIELD(channel5G),
-                                                         FIELD(channelExtra),
-                                                         FIELD(uptime),
-                                                         {"uptimeRecvTime", valueOf(dev.uptimeRecvTime, kScriptStart)}};
-        for (const auto &[name, value] : fields) {
-            all[macText(mac.data()) + "." + name] = value;
-        }
+        const std::string owner = macText(mac.data()) + ".";
+#define FIELD(name) all[owner + #name] = valueOf(dev.name);
+        FIELDS(FIELD)
+        all[owner + "uptimeRecvTime"] = valueOf(dev.uptimeRecvTime, kScriptStart);
     }
     return all;
 }
@@ -265,15 +260,6 @@ std::map<std::string, std::string> ScriptedDevice::observe() {
     for (size_t i = 0; i < kv::RegisteredNeighbors::kCapacity; ++i) {
         const uint8_t *mac = kv::registeredNeighbors().at(i);
         seen["neighbour " + std::to_string(i)] = kv::isZeroMac(mac) ? "" : macText(mac);
-    }
-    const ConfigService &service = configService();
-    for (size_t i = 0; i < service.accounts.size(); ++i) {
-        const RdmNatIntfSetting &account = service.accounts[i];
-        seen["account " + std::to_string(i)] = std::string(account.userName) + " " + account.password;
-    }
-    for (size_t i = 0; i < service.radios.size(); ++i) {
-        const auto &beacon = service.radios[i].countryInBeacon;
-        seen["radio " + std::to_string(i)] = std::string(beacon, strnlen(beacon, sizeof beacon));
     }
     seen["upgrade list"] = std::to_string(kv::FWalmacDataHead == nullptr ? 0u : kv::FWalmacDataHead->count);
     seen["scratch files"] = std::to_string(exists(kScratchFiles[0]) + exists(kScratchFiles[1]));

@@ -18,7 +18,6 @@
 #include "protocol/kvMAP1905_message.h"
 #include "scenarios/scripted_device.h"
 #include "support/device_files.h"
-#include "support/fake_config_service.h"
 #include "support/fake_system.h"
 
 // Of the sanitizers' runtime; null without one.
@@ -91,18 +90,13 @@ void receiveCuts(ScriptedDevice &device, Words &in) {
 
 // ---- Calls
 
-template <size_t size>
-void readText(char (&field)[size], Words &in) {
-    const std::string text = in.text();
-    std::memcpy(field, text.data(), std::min(text.size(), size));
-}
-
 // Entries: last byte of the BSSID, interface, "disabled" when it is; "count N" overrides their number.
 void readMdids(KvMdidInterfaceList &list, Words &in) {
     while (!in.empty() && !in.accept("count")) {
         KvMdidInterface &entry = list.interfaces[list.InterfaceNumberOfEntries++];
         entry.bssid[5] = static_cast<uint8_t>(in.number());
-        readText(entry.ifname, in);
+        const std::string name = in.text();
+        name.copy(entry.ifname, sizeof entry.ifname);
         entry.mdid = 0x7777;
         entry.enabled = !in.accept("disabled");
     }
@@ -201,44 +195,24 @@ Callee callee(Result (*function)(Parameters...)) {
     };
 }
 
-#define FUNCTION(name) \
-    { #name, callee(name) }
+#define FUNCTIONS(X)                                                                                                   \
+    X(kvMAP1905_ConfQuery_send)                                                                                        \
+    X(kvMAP1905_ConfRespMsg_send) X(kvMAP1905_IntfPwrStateQuery_send) X(kvMAP1905_WifiStateQuery_send)                 \
+        X(kvMAP1905_SyncCtrlSettingReq_send) X(kvMAP1905_RssiMeasurementNotify_send) X(kvMAP1905_VenderSpecMsg_send)   \
+            X(kvMAP1905_VenderSpecMcastMsg_send) X(kvMAP1905_VenderSpecRelayMcastMsg_send)                             \
+                X(kvMAP1905_CtrlFromNbrCap_get) X(kvMAP1905_JsonDataModel_write) X(kvMAP1905_findController)           \
+                    X(kvMAP1905_param_update) X(kvMAP1905_DeviceDm_init) X(kvMAP1905_DeviceDm_update)                  \
+                        X(kvMAP1905_DevIntfDm_init) X(kvMAP1905_WifiChan_get) X(kvMAP1905_CountryInBcn_update)         \
+                            X(kvMAP1905_TlvMDID_insert) X(kvMAP1905_mdid_update) X(checkKovanAgent)                    \
+                                X(updateKvFWNewfirmware) X(updateDeviceConfig) X(setKvFWresult) X(addKvFWupgradealmac) \
+                                    X(rmKvFWupgradealmac) X(registerMAPNeighbor) X(runNetCtrl) X(kvSendWIFIClientInfo) \
+                                        X(checkWIFIClientInfo) X(checkWIFIChannelInfo) X(kvResetToDefault)             \
+                                            X(kvPartialResetToDefault)
 
 void call(ScriptedDevice &device, Words &in) {
     using namespace kv;
-    static const std::map<std::string, Callee> callees = {FUNCTION(kvMAP1905_ConfQuery_send),
-                                                          FUNCTION(kvMAP1905_ConfRespMsg_send),
-                                                          FUNCTION(kvMAP1905_IntfPwrStateQuery_send),
-                                                          FUNCTION(kvMAP1905_WifiStateQuery_send),
-                                                          FUNCTION(kvMAP1905_SyncCtrlSettingReq_send),
-                                                          FUNCTION(kvMAP1905_RssiMeasurementNotify_send),
-                                                          FUNCTION(kvMAP1905_VenderSpecMsg_send),
-                                                          FUNCTION(kvMAP1905_VenderSpecMcastMsg_send),
-                                                          FUNCTION(kvMAP1905_VenderSpecRelayMcastMsg_send),
-                                                          FUNCTION(kvMAP1905_CtrlFromNbrCap_get),
-                                                          FUNCTION(kvMAP1905_JsonDataModel_write),
-                                                          FUNCTION(kvMAP1905_findController),
-                                                          FUNCTION(kvMAP1905_param_update),
-                                                          FUNCTION(kvMAP1905_DeviceDm_init),
-                                                          FUNCTION(kvMAP1905_DeviceDm_update),
-                                                          FUNCTION(kvMAP1905_DevIntfDm_init),
-                                                          FUNCTION(kvMAP1905_WifiChan_get),
-                                                          FUNCTION(kvMAP1905_CountryInBcn_update),
-                                                          FUNCTION(kvMAP1905_TlvMDID_insert),
-                                                          FUNCTION(kvMAP1905_mdid_update),
-                                                          FUNCTION(checkKovanAgent),
-                                                          FUNCTION(updateKvFWNewfirmware),
-                                                          FUNCTION(updateDeviceConfig),
-                                                          FUNCTION(setKvFWresult),
-                                                          FUNCTION(addKvFWupgradealmac),
-                                                          FUNCTION(rmKvFWupgradealmac),
-                                                          FUNCTION(registerMAPNeighbor),
-                                                          FUNCTION(runNetCtrl),
-                                                          FUNCTION(kvSendWIFIClientInfo),
-                                                          FUNCTION(checkWIFIClientInfo),
-                                                          FUNCTION(checkWIFIChannelInfo),
-                                                          FUNCTION(kvResetToDefault),
-                                                          FUNCTION(kvPartialResetToDefault)};
+#define FUNCTION(name) {#name, callee(name)},
+    static const std::map<std::string, Callee> callees = {FUNCTIONS(FUNCTION)};
     const std::string name = in.text();
     if (!callees.contains(name)) {
         misread("no function that can be called", name);
@@ -313,23 +287,6 @@ void setInterfaces(ScriptedDevice &device, Words &in) {
     }
 }
 
-void setAccounts(ScriptedDevice &, Words &in) {
-    for (configService().accounts.clear(); !in.empty();) {
-        RdmNatIntfSetting &account = configService().accounts.emplace_back();
-        readText(account.userName, in);
-        readText(account.password, in);
-    }
-}
-
-void setRadios(ScriptedDevice &, Words &in) {
-    for (configService().radios.clear(); !in.empty();) {
-        RdmWifiRadio &radio = configService().radios.emplace_back();
-        readText(radio.ifName, in);
-        readText(radio.countryCode, in);
-        readText(radio.countryInBeacon, in);
-    }
-}
-
 void set(ScriptedDevice &device, Words &in) {
     for (std::string name, value; in.acceptSetting(name, value);) {
         device.change(name, value);
@@ -351,24 +308,20 @@ const Row kRows[] = {
     {"receive", true, receive<readMessage>},
     {"report", true, receive<readReport>},
     {"tool", true, tool},
-    {"accounts", false, setAccounts},
     {"device", false, [](ScriptedDevice &device, Words &in) { device.host.addDevice(in.mac()); }},
     {"file", false, putLines<false>},
     {"forget", false, [](ScriptedDevice &device, Words &in) { device.host.removeDevice(in.mac()); }},
     {"interfaces", false, setInterfaces},
     {"owner", false,
      [](ScriptedDevice &device, Words &in) {
-         Mac &owner = device.host.owners[in.mac()];
-         owner = in.mac();
+         device.host.owners.insert(std::pair<Mac, Mac>{in.mac(), in.mac()});
      }},
-    {"radios", false, setRadios},
     {"script", false, putLines<true>},
     {"set", false, set},
     {"stations", false, writeStations},
     {"touch", false,
      [](ScriptedDevice &, Words &in) {
-         const std::string name = in.text();
-         touchFile(scriptPath(name), in.number());
+         std::apply(touchFile, std::pair<std::string, std::time_t>{scriptPath(in.text()), in.number()});
      }},
 };
 
@@ -399,15 +352,14 @@ std::optional<std::vector<Effect>> ScriptedDevice::play(Words in) {
     std::string kind = "none";
     size_t nth = 0;
     const bool isWith = in.accept("with");
-    for (bool isMore = isWith; isMore;) {
-        std::string name, value;
+    for (std::string name, value; isWith;) {
         if (in.accept("fail")) {
             kind = in.text();
             nth = static_cast<size_t>(in.number());
         } else if (in.acceptSetting(name, value)) {
             changed.emplace_back(name, change(name, value));
         } else {
-            isMore = false;
+            break;
         }
     }
     const std::string name = in.text();

@@ -2,6 +2,7 @@
 
 #include <json-c/json.h>
 
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <span>
@@ -81,7 +82,7 @@ int kcfgFeObjStructSetWithoutApply(uint32_t object, KcfgInstanceIndex *index, vo
 
 int kcfgFeObjJsonGet(uint32_t object, KcfgInstanceIndex *, json_object **copy) {
     const bool works = enter("jsonGet") && object == RDM_OID_FACTORY_RESET;
-    *copy = works ? json_tokener_parse(configService().factoryReset.c_str()) : nullptr;
+    *copy = works ? json_tokener_parse(configService().factoryReset) : nullptr;
     return works ? 0 : -1;
 }
 
@@ -89,7 +90,8 @@ int kcfgFeObjJsonSetWithoutApply(uint32_t object, KcfgInstanceIndex *, json_obje
     if (!enter("jsonSet") || object != RDM_OID_FACTORY_RESET || options != nullptr) {
         return -1;
     }
-    configService().factoryReset = json_object_to_json_string_ext(value, JSON_C_TO_STRING_PLAIN);
+    char(&text)[64] = configService().factoryReset;
+    std::snprintf(text, sizeof text, "%s", json_object_to_json_string_ext(value, JSON_C_TO_STRING_PLAIN));
     return 0;
 }
 

@@ -1,7 +1,6 @@
 // A configuration service behind the calls of kcfg.h: objects in memory.
 #pragma once
 
-#include <string>
 #include <vector>
 
 #include "kv1905/kcfg.h"
@@ -12,8 +11,8 @@ struct ConfigService {
     RdmLedCtrl led = {1};
     std::vector<RdmNatIntfSetting> accounts;
     std::vector<RdmWifiRadio> radios;
-    RdmSyncKeySource key = {};        // empty: none exists
-    std::string factoryReset = "{}";  // JSON
+    RdmSyncKeySource key = {};     // empty: none exists
+    char factoryReset[64] = "{}";  // JSON
 };
 
 ConfigService &configService();
