@@ -1,5 +1,8 @@
 #include "daemon/daemon.h"
 
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <algorithm>
 #include <array>
 #include <cerrno>
@@ -8,6 +11,7 @@
 #include <ctime>
 #include <random>
 #include <stdexcept>
+#include <system_error>
 #include <utility>
 
 #include "daemon/trace.h"
@@ -19,6 +23,11 @@ namespace {
 constexpr int kFramesPerTurn = 64;       // read from one socket before the others have their turn
 constexpr size_t kLargestFrame = 65536;  // bytes; larger than any interface delivers
 constexpr Duration kLongestWait{1000};   // of a frame in a socket; after a stall, what is newer matters more
+
+// Gives a descriptor another socket, so that its number stays.
+void replaceSocket(FileDescriptor &fd, const FileDescriptor &fresh) {
+    if (dup3(fresh.get(), fd.get(), O_CLOEXEC) < 0) throw std::system_error(errno, std::generic_category(), "dup3");
+}
 
 }  // namespace
 
@@ -44,7 +53,7 @@ NodeConfig Daemon::openPorts() {
     config.discoveryInterval = std::chrono::seconds(options_.discoveryInterval);
     config.seed = std::random_device{}();
     for (const std::string &name : options_.interfaces) {
-        ports_.push_back({openPort(name)});
+        ports_.push_back({openPort(name), interfaceIndex(name)});
         const std::optional<MacAddress> mac = interfaceMac(name);
         if (!mac) throw std::runtime_error("interface " + name + " vanished");
         config.ports.push_back({name, *mac});
@@ -60,6 +69,7 @@ NodeConfig Daemon::openPorts() {
     }
     if (!options_.bridge.empty()) {
         bridge_ = openSender(options_.bridge);
+        bridgeIndex_ = interfaceIndex(options_.bridge);
         config.bridgeFd = bridge_.get();
     }
     return config;
@@ -169,15 +179,50 @@ void Daemon::schedule() {
 
 void Daemon::everySecond() {
     heartbeat_.beat();
-    checkLinks();
+    try {
+        checkLinks();
+    } catch (const std::system_error &error) {  // an interface that has just vanished; the next look is soon
+        links_.log(KV_LOG_WARNING, EventLoop::now(), "%s", error.what());
+    }
     if (plugin_) plugin_->everySecond(EventLoop::now());
     writer_.request(DataModelWriter::Reason::Report);  // ages and counters
     onboarding_->run(EventLoop::now());
     schedule();
 }
 
+// An interface that was deleted and created again has another index, which the socket does not follow.
+void Daemon::followInterface(size_t port) {
+    const std::string &name = options_.interfaces[port];
+    PortSocket &socket = ports_[port];
+    const int index = interfaceIndex(name);
+    const std::optional<MacAddress> mac = interfaceMac(name);
+    if (index == 0 || !mac) return;  // it may come back
+    if (index != socket.index) {
+        const FileDescriptor fresh = openPort(name);
+        socket.watch->pause();
+        replaceSocket(socket.fd, fresh);
+        socket.index = index;
+        KV_HOST_LOG(KV_LOG_NOTICE, "%s: a new interface; its socket is opened again", name.c_str());
+        socket.hasLink = false;  // its link is announced
+    }
+    if (*mac == node_->config().ports[port].mac) return;
+    KV_HOST_LOG(KV_LOG_NOTICE, "%s: its MAC is now %s", name.c_str(), mac->text().c_str());
+    node_->macChanged(port, *mac, EventLoop::now());
+    if (plugin_) plugin_->initInterfaces();
+}
+
+void Daemon::followBridge() {
+    const int index = options_.bridge.empty() ? 0 : interfaceIndex(options_.bridge);
+    if (index == 0 || index == bridgeIndex_) return;
+    replaceSocket(bridge_, openSender(options_.bridge));
+    bridgeIndex_ = index;
+    KV_HOST_LOG(KV_LOG_NOTICE, "%s: a new interface; its socket is opened again", options_.bridge.c_str());
+}
+
 void Daemon::checkLinks() {
+    followBridge();
     for (size_t port = 0; port < ports_.size(); ++port) {
+        followInterface(port);
         ports_[port].watch->resume();
         const bool hasLink = interfaceRunning(options_.interfaces[port]);
         if (hasLink == ports_[port].hasLink) continue;

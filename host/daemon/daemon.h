@@ -30,6 +30,7 @@ class Daemon {
   private:
     struct PortSocket {
         FileDescriptor fd;
+        int index;            // of the interface
         bool hasLink = true;  // as of the last look
         EventLoop::Watch *watch = nullptr;
     };
@@ -44,6 +45,8 @@ class Daemon {
     void schedule();
     void everySecond();
     void checkLinks();
+    void followInterface(size_t port);
+    void followBridge();
     void announceConfiguration();
     void writeDataModel();
     const char *role() const;
@@ -53,11 +56,12 @@ class Daemon {
     CommandServer commands_;
     std::vector<PortSocket> ports_;
     FileDescriptor bridge_;
+    int bridgeIndex_ = 0;
     std::unique_ptr<Node> node_;
     std::unique_ptr<PluginSide> plugin_;  // null without a plug-in
     std::unique_ptr<Onboarding> onboarding_;
     DataModelWriter writer_;
-    support::LogGate malformed_, late_;
+    support::LogGate malformed_, late_, links_;
     uint64_t framesLate_ = 0;
     uint64_t shownChanges_ = 0;  // of the topology, in the JSON file
     EventLoop loop_;             // closed before what it watches

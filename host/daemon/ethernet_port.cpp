@@ -82,7 +82,7 @@ void enlargeBuffers(int fd) {
 
 // Protocol 0: nothing arrives before bindTo names one, so no frame slips past a filter that is not there yet.
 FileDescriptor openPacketSocket(const std::string &interface, int *index) {
-    *index = static_cast<int>(if_nametoindex(interface.c_str()));
+    *index = interfaceIndex(interface);
     if (*index == 0) throw failureOf(interface, "look up");
     FileDescriptor fd(socket(AF_PACKET, SOCK_RAW | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
     if (!fd.valid()) throw failureOf(interface, "open a packet socket");
@@ -98,6 +98,10 @@ std::optional<MacAddress> interfaceMac(const std::string &interface) {
     MacAddress mac;
     std::memcpy(mac.bytes.data(), request.ifr_hwaddr.sa_data, mac.bytes.size());
     return mac;
+}
+
+int interfaceIndex(const std::string &interface) {
+    return static_cast<int>(if_nametoindex(interface.c_str()));
 }
 
 bool interfaceRunning(const std::string &interface) {

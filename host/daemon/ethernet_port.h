@@ -18,6 +18,9 @@ using support::FileDescriptor;
 // The interface's own MAC; nothing when there is no such interface.
 std::optional<MacAddress> interfaceMac(const std::string &interface);
 
+// The number of the interface of that name, which a new interface of the same name does not have; 0 without one.
+int interfaceIndex(const std::string &interface);
+
 // True when the interface is up and has a carrier.
 bool interfaceRunning(const std::string &interface);
 

@@ -69,6 +69,11 @@ void EventLoop::Watch::resume() {
     running_ = uv_poll_start(&handle_, UV_READABLE, call) == 0;
 }
 
+void EventLoop::Watch::pause() {
+    uv_poll_stop(&handle_);
+    running_ = false;
+}
+
 void EventLoop::run() {
     uv_run(&loop_, UV_RUN_DEFAULT);
 }

@@ -20,6 +20,8 @@ class EventLoop {
       public:
         // Resumes after an error, such as the interface going down, at which libuv stops watching.
         void resume();
+        // To be called before the descriptor is given another socket.
+        void pause();
 
       private:
         friend class EventLoop;

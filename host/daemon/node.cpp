@@ -296,6 +296,13 @@ void Node::linkChanged(size_t port, bool up, TimePoint now) {
     }
 }
 
+void Node::macChanged(size_t port, const MacAddress &mac, TimePoint now) {
+    config_.ports[port].mac = mac;
+    topology_.setInterfaces(topology_.local(), localInterfaces());
+    linksChanged(now);
+    discoveryDue_[port] = now;
+}
+
 void Node::discoverSoon(size_t port, TimePoint now) {
     discoveryDue_[port] = std::min(discoveryDue_[port], now + randomDuration(random_, kSoonEarliest, kSoonLatest));
 }

@@ -59,6 +59,8 @@ class Node {
 
     // Handles a change of a port's link.
     void linkChanged(size_t port, bool up, TimePoint now);
+    // Uses the port's new MAC from now on and announces it.
+    void macChanged(size_t port, const MacAddress &mac, TimePoint now);
 
     /*
      * Send a vendor-specific TLV value in a message of its own. `destination` counts for Reach::Unicast alone: an AL

@@ -58,9 +58,13 @@ PluginSide::PluginSide(const Options &options, Node &node, std::function<int()> 
 void PluginSide::start() {
     Device &local = node_.topology().local();
     startPlugin(plugin_, *this, options_.alMac, local.vendor.data());
-    for (DeviceInterface &interface : local.interfaces)
-        plugin_.interfaceInit(&interface.vendor, interface.facts.mediaType);
+    initInterfaces();
     plugin_.paramUpdate();
+}
+
+void PluginSide::initInterfaces() {
+    for (DeviceInterface &interface : node_.topology().local().interfaces)
+        plugin_.interfaceInit(&interface.vendor, interface.facts.mediaType);
 }
 
 void PluginSide::everySecond(TimePoint now) {

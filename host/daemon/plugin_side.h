@@ -24,6 +24,8 @@ class PluginSide final : private PluginHost {
 
     // Has the plug-in begin, which may call everything that the constructor was given.
     void start();
+    // Has the plug-in fill its part of every local interface's record.
+    void initInterfaces();
     void everySecond(TimePoint now);
     // Hands the TLV, read as `message`, to the plug-in, unless the settings guard refuses it.
     void receive(const VendorTlv &tlv, const VendorMessage &message, const std::optional<MacAddress> &controller,

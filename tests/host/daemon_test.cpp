@@ -224,7 +224,7 @@ TEST(Daemon, KeepsUpWithBurstsAndWritesFewFiles) {
     ASSERT_EQ(std::system("ip link add cable0 type veth peer name cable1 && ip link set cable0 up && "
                           "ip link set cable1 up"),
               0);
-    const FileDescriptor fd = openPort("cable1");
+    FileDescriptor fd = openPort("cable1");
     const auto send = [&](const Message &message) {
         Bytes frame = fromHex("0180C2000013 02005E000200 893A");
         for (const Bytes &payload : encodeMessage(message))
@@ -292,6 +292,16 @@ TEST(Daemon, KeepsUpWithBurstsAndWritesFewFiles) {
     EXPECT_EQ(std::system("ip link set cable0 up"), 0);
     EXPECT_TRUE(isSent(fromHex("893A 00 00 0000"))) << "a topology discovery";
     await("/kv1905/DeviceList/0/NeighborList/0/ID", mac(2).text(), &discovery);
+
+    // Another interface of the same name is used, and another MAC announced.
+    EXPECT_EQ(std::system("ip link del cable0 && ip link add cable0 type veth peer name cable1 && "
+                          "ip link set cable0 address 02:00:5e:00:01:07 up && ip link set cable1 up"),
+              0);
+    fd = openPort("cable1");
+    EXPECT_TRUE(isSent(fromHex("02 0006 02005E000107")));
+    await("/kv1905/DeviceList/0/NeighborList/0/Interface", "02:00:5e:00:01:07", &discovery);
+    EXPECT_EQ(std::system("ip link set cable0 address 02:00:5e:00:01:08"), 0);
+    EXPECT_TRUE(isSent(fromHex("02 0006 02005E000108")));
     int status = 0;
     kill(child, SIGINT);
     EXPECT_EQ(waitpid(child, &status, 0), child);
