@@ -2,7 +2,7 @@
 // Draws the mesh from the daemon's JSON. Whatever that holds was said by devices of the network: it reaches the page as
 // text nodes and as numbers, never as markup, names of classes or addresses.
 (() => {
-const REFRESH = 3000;         // ms between two looks at a served file
+const REFRESH = 1000;         // ms between two looks at a served file
 const SILENCE = 30000;        // ms without a newer file before that is said
 const CARD = 320, COMPACT = 180, GAP_X = 36, GAP_Y = 22;  // px
 const LIST = 560;             // px, the widest card where columns do not fit
@@ -14,6 +14,7 @@ const MANY_DEVICES = 12;      // more are drawn compact until they are opened
 const MANY_STATIONS = 24;     // more, in all, start with their lists closed
 const LEVELS = 5;             // bars of a signal
 const QUALITY = ['weak', 'weak', 'fair', 'fair', 'good', 'good'];  // by signal level
+const TYPICAL = {good: 5, fair: 3, weak: 1};  // levels that stand for a quality
 const MEDIA = new Map([[0, 'Ethernet'], [1, 'Wi-Fi'], [2, 'power line'], [3, 'MoCA']]);  // by high byte
 const WIDE = true;            // a fact that takes a line of its own
 const FACTS = [
@@ -25,7 +26,7 @@ const FACTS = [
     ['Role', device => device.role],
     ['Channels', device => channelsOf(device).join(', ') || '-'],
     ['Mode', device => text(device.Mode)],
-    ['Links', device => device.links.map(link => `${link.other(device).name} (${link.medium})`).join(', ') || '-', WIDE],
+    ['Links', device => device.links.map(link => `${link.other(device).name} (${link.medium})`), WIDE],
 ];
 
 const $ = id => document.getElementById(id);
@@ -57,6 +58,14 @@ function make(name, attributes = {}, ...children) {
 
 function say(element, words) {
     if (element.textContent !== words) element.textContent = words;
+}
+
+// A line is broken between the items of a list, not within one.
+function sayList(element, items) {
+    const words = items.map((item, i) => i < items.length - 1 ? `${item},` : item);
+    if (element.textContent === (words.join(' ') || '-')) return;
+    element.replaceChildren(...words.flatMap(word => [make('span', {class: 'whole'}, word), ' ']).slice(0, -1));
+    if (words.length === 0) say(element, '-');
 }
 
 // ---- What the JSON says
@@ -225,7 +234,7 @@ function fillMix(card) {
     for (const station of card.device.stations)
         if (levelOf(station) !== null) ++totals[QUALITY[levelOf(station)]];
     const parts = Object.entries(totals).filter(([, total]) => total > 0)
-        .map(([name, total]) => make('span', {title: name}, bars({good: 5, fair: 3, weak: 1}[name]), String(total),
+        .map(([name, total]) => make('span', {title: name}, bars(TYPICAL[name]), String(total),
             make('span', {class: 'unseen'}, ` ${name}`)));
     card.mix.replaceChildren(...parts);
 }
@@ -240,7 +249,7 @@ function fillCard(card, device) {
     card.led.classList.toggle('on', device.LedStatus === 'ON');
     card.led.classList.toggle('unknown', !isText(device.LedStatus));
     say(card.heard, device.heard);
-    FACTS.forEach(([, fact], i) => say(card.facts[i][1], fact(device)));
+    FACTS.forEach(([, fact], i) => sayList(card.facts[i][1], [fact(device)].flat()));
     say(card.total, device.stations.length === 0 ? 'No stations' : count(device.stations.length, 'station'));
     fillMix(card);
     fillStations(card);
@@ -464,20 +473,25 @@ function noteAge() {
     if (performance.now() - fresh.since > SILENCE) warn('The daemon has not written its file for a while; is it running?');
 }
 
+let drawn = '';  // the file as it was drawn
 async function refresh(source) {
     try {
         const answer = await fetch(source, {cache: 'no-store'});
-        if (!answer.ok) throw new Error(await answer.text());
-        draw(await answer.json());
+        const words = await answer.text();
+        if (!answer.ok) throw new Error(words);
+        if (words !== drawn) draw(JSON.parse(words));
+        drawn = words;
         noteAge();
-        say($('status'), `Refreshed every ${REFRESH / 1000} s`);
+        say($('status'), `Live: read every ${REFRESH / 1000} s`);
     } catch (error) {
+        drawn = '';
         warn(`Not refreshed: ${error.message}`);
         say($('status'), 'Not refreshed');
     }
     setTimeout(refresh, REFRESH, source);
 }
 
+$('levels').append(...Object.entries(TYPICAL).flatMap(([name, level]) => [bars(level), name]));
 resized.observe(map);
 $('find').addEventListener('input', search);
 $('find').addEventListener('keydown', event => {
