@@ -45,7 +45,7 @@ const CommandRow &postedCommand(uint32_t code) {
     if (const CommandRow *row = findCommandRow(code)) return *row;
     std::string text = "CODE must be one of";
     for (const CommandRow &row : kCommandRows)
-        text += " " + std::to_string(row.code);
+        text.append(" ").append(std::to_string(row.code));
     throw Failure(Status::BadArguments, text + ", not '" + std::to_string(code) + "'");
 }
 
