@@ -26,14 +26,13 @@ namespace {
 using kvtest::Mac;
 
 std::optional<std::string> outputOfNext;  // of every command in the next step
-std::optional<kvtest::FailingCall> failing;
 
 struct Device : kvtest::ScriptedDevice {
     Device() {
         host.interfaces.emplace_back(kvtest::kAgent, 0x0001);
-        kvtest::configService().accounts = {{"admin", "old"}, {"user", "old"}};
-        kvtest::configService().radios = {{"wl0", "DE/0", "DE"}, {"wl1", "DE/0", "DE"}};
-        kvtest::configService().key = {"scrambling"};
+        kvtest::configService.accounts = {{"admin", "old"}, {"user", "old"}};
+        kvtest::configService.radios = {{"wl0", "DE/0", "DE"}, {"wl1", "DE/0", "DE"}};
+        kvtest::configService.key = {"scrambling"};
     }
     void check();
 
@@ -130,7 +129,7 @@ void checkSent(const Bytes &value) {
 
 void Device::check() {
     if (!std::exchange(isPrepared, false)) {
-        failing.reset();
+        kvtest::failure = {};
         outputOfNext.reset();
     }
     for (const auto &[mac, device] : host.devices)
@@ -139,7 +138,7 @@ void Device::check() {
     require(kvFlags <= 0xF && controller <= 1, "flags and role are known ones");
     for (const kvtest::Sent &sent : std::exchange(host.sent, {}))
         checkSent(Bytes(sent.value));
-    kvtest::notes().clear();
+    kvtest::notes.clear();
 }
 
 // ---- Messages
@@ -147,7 +146,7 @@ void Device::check() {
 void deliver(Device &device, const Bytes &value, bool hasLength = true) {
     const auto before = device.observe();
     device.host.receive(device.peer, value, device.msgId, hasLength);
-    const auto &notes = kvtest::notes();
+    const auto &notes = kvtest::notes;
     const bool isReport = value.size() > 12 && value[0] == 0x02 && value[12] == VEND_MSG_TYPE_WIFI_CLIENT_MCAST2;
     const bool isIgnored = isReport && std::find(notes.begin(), notes.end(), "writes json") == notes.end();
     const bool isRefused = kvtest::logCount(KV_LOG_ERROR, "failed to parse the vendor specific TLV\n") != 0;
@@ -257,7 +256,7 @@ void playText(Device &device, const Step &step) {
     constexpr const char *kFiles[] = {"conf", "version", "stations24", "stations5", "list"};
     KvBssInfo bss = {};
     const Bytes elements = {1, 1, step.argument};
-    kvtest::nvram() = {{"wl0_extattr", step.text().c_str()}, {"wl1.2_extattr", step.text().c_str()}};
+    kvtest::nvram = {{"wl0_extattr", step.text().c_str()}, {"wl1.2_extattr", step.text().c_str()}};
     kvMAP1905_parameter_init(elements.data(), &bss);
     kvtest::writeFile(kvtest::scriptPath(kFiles[step.argument % std::size(kFiles)]), step.text());
     load(device);
@@ -274,7 +273,7 @@ constexpr void (*kPlays[])(Device &, const Step &) = {
     playClock,
     playQueries,
     [](Device &device, const Step &step) {
-        failing.emplace(kvtest::kFailures[step.argument % 9], 1 + step.argument / 9 % 8);
+        kvtest::failure = {kvtest::kFailures[step.argument % 9], 1u + step.argument / 9 % 8};
         device.isPrepared = true;
     },
     [](Device &device, const Step &step) {
@@ -289,7 +288,7 @@ constexpr void (*kPlays[])(Device &, const Step &) = {
 
 void playInput(const Bytes &input) {
     outputOfNext.reset();
-    failing.reset();
+    kvtest::failure = {};
     Device device;
     playSteps(input, device, kPlays);
 }

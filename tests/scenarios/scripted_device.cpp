@@ -3,7 +3,9 @@
 #include <sys/stat.h>
 
 #include <algorithm>
+#include <cstdlib>
 #include <cstring>
+#include <filesystem>
 
 #include "features/device_control/firmware_upgrade_list.h"
 #include "features/wifi_clients/local_stations.h"
@@ -20,14 +22,29 @@ namespace kvtest {
 
 namespace {
 
-const std::map<std::string, std::string> kPaths = {{"conf", kConfigFile},
-                                                   {"version", kVersionFile},
-                                                   {"stations24", kv::kStationFile24G},
-                                                   {"stations5", kv::kStationFile5G},
-                                                   {"result", kv::kResultPath},
-                                                   {"list", kv::kFirmwareListPath},
-                                                   {"password", "/data/FMUBBW3CBI.dat"}};
+const std::string kCommands = "/tmp/commands/";  // stand-ins for commands
+const std::map<std::string, std::string> kPaths = {
+    {"conf", "/tmp/.kv1905_conf"},       {"version", "/etc/kv1905/kv1905_Version"},
+    {"stations24", kv::kStationFile24G}, {"stations5", kv::kStationFile5G},
+    {"result", kv::kResultPath},         {"list", kv::kFirmwareListPath},
+    {"password", "/data/FMUBBW3CBI.dat"}};
 const std::string kScratchFiles[] = {"/tmp/.kv1905_nvram_tmp", "/tmp/kv1905_IP"};
+
+// What a device starts with.
+const std::pair<const char *, const char *> kStart[] = {{"script.reboot", "exit 0\n"},
+                                                        {"script.ifconfig", "echo '  inet addr:10.1.2.3  Mask:x'\n"},
+                                                        {"script.wl", "case $* in *chanspec) echo '36/80' ;; esac\n"},
+                                                        {"clock", "0"},
+                                                        {"stamp", "0"},
+                                                        {"ssid24", ""},
+                                                        {"ssid5", ""},
+                                                        {"bssids", ""},
+                                                        {"local.rebootFromNbrCap", "1"},
+                                                        {"local.intfPwrCtrlFromNbrCap", "1"},
+                                                        {"local.ipAddr", "10.1.2.3"},
+                                                        {"local.channel24G", "000"},
+                                                        {"local.channel5G", "000"},
+                                                        {"local.channelExtra", "000"}};
 
 // ---- Values
 
@@ -132,13 +149,6 @@ std::string sentText(const Sent &sent) {
     return begin + "raw " + hexText(sent.value.data(), sent.value.size());
 }
 
-void removeFiles() {
-    emptyDevice();
-    for (const auto &[name, path] : kPaths) {
-        std::remove(path.c_str());
-    }
-}
-
 }  // namespace
 
 std::string scriptPath(const std::string &name) {
@@ -152,35 +162,35 @@ std::string idText(std::optional<uint16_t> id) {
 }
 
 ScriptedDevice::ScriptedDevice() {
+    static const bool isInPath = setenv("PATH", (kCommands + ":" + std::getenv("PATH")).c_str(), 1) == 0;
     removeFiles();
-    fakeCommand("reboot", "exit 0\n");
-    fakeCommand("ifconfig", "echo '  inet addr:10.1.2.3  Mask:x'\n");
-    fakeCommand("wl", "case $* in *chanspec) echo '36/80' ;; esac\n");
-    for (const auto &[name, value] :
-         {std::pair("rebootFromNbrCap", "1"), std::pair("intfPwrCtrlFromNbrCap", "1"), std::pair("ipAddr", "10.1.2.3"),
-          std::pair("channel24G", "000"), std::pair("channel5G", "000"), std::pair("channelExtra", "000")}) {
-        change(std::string("local.") + name, value);
+    std::filesystem::create_directory(kCommands);
+    configService = {};
+    for (const auto &[name, value] : kStart) {
+        change(name, isInPath ? value : "");
     }
     host.addDevice(kAgent);
     host.owners = {{kAgent, kAgent}, {namedMacs().at("radio5"), kLocal}};
     host.interfaces = {{namedMacs().at("radio24"), 0x0103}, {namedMacs().at("radio5"), 0x0105}};
-    configService() = ConfigService();
-    setClock(kScriptStart);
-    data_model_time_stamp = kScriptStart;
-    std::memset(g_MainSSID, 0, sizeof g_MainSSID);
-    std::memset(g_MainBSSID, 0, sizeof g_MainBSSID);
 }
 
 ScriptedDevice::~ScriptedDevice() {
     removeFiles();
 }
 
-#define FIELDS(X)                                                                                                  \
-    X(cfgAttrCount)                                                                                                \
-    X(rebootFromNbrCap) X(intfPwrCtrlFromNbrCap) X(fwVersion) X(newFwVersion) X(newFwDate) X(auxStatus)            \
-        X(fwUpgradeStatus) X(modelName) X(ipAddr) X(opMode) X(buildNum) X(protoVersion) X(ledStatus) X(appVersion) \
-            X(l2DevCtrl) X(wifiAutoCfg) X(wifiOnOff) X(fwUpgrade) X(ledOnOff) X(channel24G) X(channel5G)           \
-                X(channelExtra) X(uptime)
+void ScriptedDevice::removeFiles() {
+    std::filesystem::remove_all(kCommands);
+    for (const auto &[name, path] : kPaths) {
+        std::filesystem::remove(path);
+    }
+}
+
+#define FIELDS(X)                                                                                                   \
+    X(cfgAttrCount)                                                                                                 \
+    X(rebootFromNbrCap)                                                                                             \
+    X(intfPwrCtrlFromNbrCap) X(fwVersion) X(newFwVersion) X(newFwDate) X(auxStatus) X(fwUpgradeStatus) X(modelName) \
+        X(ipAddr) X(opMode) X(buildNum) X(protoVersion) X(ledStatus) X(appVersion) X(l2DevCtrl) X(wifiAutoCfg)      \
+            X(wifiOnOff) X(fwUpgrade) X(ledOnOff) X(channel24G) X(channel5G) X(channelExtra) X(uptime)
 
 std::map<std::string, Value> ScriptedDevice::values() {
     std::map<std::string, Value> all = {
@@ -189,9 +199,9 @@ std::map<std::string, Value> ScriptedDevice::values() {
         {"send", valueOf(host.sendResult)},
         {"json", valueOf(host.jsonResult)},
         {"post", valueOf(host.postResult)},
-        {"key", valueOf(configService().key.key)},
-        {"led", valueOf(configService().led.enable)},
-        {"factory-reset", valueOf(configService().factoryReset)},
+        {"key", valueOf(configService.key.key)},
+        {"led", valueOf(configService.led.enable)},
+        {"factory-reset", valueOf(configService.factoryReset)},
         {"download", valueOf(State_fw_is_download)},
         {"upgrade", valueOf(State_fw_upgrade)},
         {"flags", valueOf(kvFlags)},
@@ -199,8 +209,8 @@ std::map<std::string, Value> ScriptedDevice::values() {
         {"ssid24", textAt(g_MainSSID, 33)},
         {"ssid5", textAt(g_MainSSID + 33, 33)},
         {"bssids", bytesOf(g_MainBSSID)},
-        {"accounts", recordsOf(configService().accounts, &RdmNatIntfSetting::userName, &RdmNatIntfSetting::password)},
-        {"radios", recordsOf(configService().radios, &RdmWifiRadio::ifName, &RdmWifiRadio::countryCode,
+        {"accounts", recordsOf(configService.accounts, &RdmNatIntfSetting::userName, &RdmNatIntfSetting::password)},
+        {"radios", recordsOf(configService.radios, &RdmWifiRadio::ifName, &RdmWifiRadio::countryCode,
                              &RdmWifiRadio::countryInBeacon)},
     };
     all["clock"] = {[] { return std::to_string(std::time(nullptr) - kScriptStart); },
@@ -227,15 +237,13 @@ std::string ScriptedDevice::change(const std::string &name, const std::string &v
     if (kind != "file" && kind != "script") {
         misread("no such setting", name);
     }
-    const std::string path = kind == "file" ? scriptPath(file) : commandPath(file);
+    const std::string path = kind == "file" ? scriptPath(file) : kCommands + file;
     const std::string old = exists(path) ? readFile(path) : "none";
     std::remove(path.c_str());
     if (value == "fifo") {
         mkfifo(path.c_str(), 0600);
-    } else if (value != "none" && kind == "file") {
-        writeFile(path, value);
     } else if (value != "none") {
-        fakeCommand(file, value);
+        writeFile(path, (kind == "file" ? "" : "#!/bin/sh\n") + value);
     }
     return old;
 }
@@ -274,9 +282,10 @@ std::map<std::string, std::string> ScriptedDevice::observe() {
 std::vector<Effect> ScriptedDevice::effectsSince(const std::map<std::string, std::string> &before) {
     std::vector<Effect> effects;
     size_t sends = 0;
-    for (const std::string &note : takeNotes()) {
+    for (const std::string &note : notes) {
         effects.push_back(note == "send" ? Effect{Effect::Ordered, sentText(host.sent[sends++])} : effectOf(note));
     }
+    notes.clear();
     host.sent.clear();
     if (result != 0) {
         effects.push_back({Effect::State, std::to_string(result)});

@@ -58,6 +58,7 @@ class ScriptedDevice {
     bool failureIsMissing = false;  // the injected failure of the step met no call
 
   private:
+    static void removeFiles();
     std::map<std::string, Value> values();
     std::vector<Effect> effectsSince(const std::map<std::string, std::string> &before);
 };

@@ -123,7 +123,7 @@ struct Arguments {
     uint32_t length = 1;
     std::vector<std::function<void()>> outputs = {};  // note what the function writes
 
-    void give(const std::string &what) { notes().push_back("gives " + what); }
+    void give(const std::string &what) { notes.push_back("gives " + what); }
 
     // Reads one argument by its C type; "null" is a null pointer.
     template <typename Argument>
@@ -197,17 +197,17 @@ Callee callee(Result (*function)(Parameters...)) {
 
 #define FUNCTIONS(X)                                                                                                   \
     X(kvMAP1905_ConfQuery_send)                                                                                        \
-    X(kvMAP1905_ConfRespMsg_send) X(kvMAP1905_IntfPwrStateQuery_send) X(kvMAP1905_WifiStateQuery_send)                 \
-        X(kvMAP1905_SyncCtrlSettingReq_send) X(kvMAP1905_RssiMeasurementNotify_send) X(kvMAP1905_VenderSpecMsg_send)   \
-            X(kvMAP1905_VenderSpecMcastMsg_send) X(kvMAP1905_VenderSpecRelayMcastMsg_send)                             \
-                X(kvMAP1905_CtrlFromNbrCap_get) X(kvMAP1905_JsonDataModel_write) X(kvMAP1905_findController)           \
-                    X(kvMAP1905_param_update) X(kvMAP1905_DeviceDm_init) X(kvMAP1905_DeviceDm_update)                  \
-                        X(kvMAP1905_DevIntfDm_init) X(kvMAP1905_WifiChan_get) X(kvMAP1905_CountryInBcn_update)         \
-                            X(kvMAP1905_TlvMDID_insert) X(kvMAP1905_mdid_update) X(checkKovanAgent)                    \
-                                X(updateKvFWNewfirmware) X(updateDeviceConfig) X(setKvFWresult) X(addKvFWupgradealmac) \
-                                    X(rmKvFWupgradealmac) X(registerMAPNeighbor) X(runNetCtrl) X(kvSendWIFIClientInfo) \
-                                        X(checkWIFIClientInfo) X(checkWIFIChannelInfo) X(kvResetToDefault)             \
-                                            X(kvPartialResetToDefault)
+    X(kvMAP1905_ConfRespMsg_send)                                                                                      \
+    X(kvMAP1905_IntfPwrStateQuery_send) X(kvMAP1905_WifiStateQuery_send) X(kvMAP1905_SyncCtrlSettingReq_send)          \
+        X(kvMAP1905_RssiMeasurementNotify_send) X(kvMAP1905_VenderSpecMsg_send) X(kvMAP1905_VenderSpecMcastMsg_send)   \
+            X(kvMAP1905_VenderSpecRelayMcastMsg_send) X(kvMAP1905_CtrlFromNbrCap_get) X(kvMAP1905_JsonDataModel_write) \
+                X(kvMAP1905_findController) X(kvMAP1905_param_update) X(kvMAP1905_DeviceDm_init)                       \
+                    X(kvMAP1905_DeviceDm_update) X(kvMAP1905_DevIntfDm_init) X(kvMAP1905_WifiChan_get)                 \
+                        X(kvMAP1905_CountryInBcn_update) X(kvMAP1905_TlvMDID_insert) X(kvMAP1905_mdid_update)          \
+                            X(checkKovanAgent) X(updateKvFWNewfirmware) X(updateDeviceConfig) X(setKvFWresult)         \
+                                X(addKvFWupgradealmac) X(rmKvFWupgradealmac) X(registerMAPNeighbor) X(runNetCtrl)      \
+                                    X(kvSendWIFIClientInfo) X(checkWIFIClientInfo) X(checkWIFIChannelInfo)             \
+                                        X(kvResetToDefault) X(kvPartialResetToDefault)
 
 void call(ScriptedDevice &device, Words &in) {
     using namespace kv;
@@ -330,7 +330,7 @@ struct CapturedOutput {
     ~CapturedOutput() {
         std::fclose(std::exchange(stdout, before));
         if (size > 0) {
-            notes().push_back(std::string("prints ") + text);
+            notes.push_back(std::string("prints ") + text);
         }
         std::free(text);
     }
@@ -349,13 +349,12 @@ std::optional<std::vector<Effect>> ScriptedDevice::play(Words in) {
         __sanitizer_set_death_callback([] { std::fprintf(stderr, "in the step: %s\n", step.c_str()); });
     }
     std::vector<std::pair<std::string, std::string>> changed;  // with their old values
-    std::string kind = "none";
-    size_t nth = 0;
+    Failure failing;
     const bool isWith = in.accept("with");
     for (std::string name, value; isWith;) {
         if (in.accept("fail")) {
-            kind = in.text();
-            nth = static_cast<size_t>(in.number());
+            const std::string kind = in.text();
+            failing = {kind, static_cast<size_t>(in.number())};
         } else if (in.acceptSetting(name, value)) {
             changed.emplace_back(name, change(name, value));
         } else {
@@ -379,16 +378,16 @@ std::optional<std::vector<Effect>> ScriptedDevice::play(Words in) {
         return {};
     }
     std::remove(scriptPath("result").c_str());
-    notes().clear();
+    notes.clear();
     sender.reset();
     repeats = 1;
     result = 0;
     const auto before = observe();
     {
         const CapturedOutput output;
-        const FailingCall failure(kind, nth);
+        failure = failing;
         play();
-        failureIsMissing = nth != 0 && !failure.happened();
+        failureIsMissing = std::exchange(failure, {}).nth != 0;
     }
     std::vector<Effect> effects = effectsSince(before);
     for (; !changed.empty(); changed.pop_back()) {

@@ -4,21 +4,16 @@
 #include <sys/stat.h>
 #include <utime.h>
 
-#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
 
 namespace kvtest {
 
-namespace {
-const std::string kCommands = "/tmp/commands";
-[[maybe_unused]] const bool kIsInPath = setenv("PATH", (kCommands + ":" + std::getenv("PATH")).c_str(), 1) == 0;
-}  // namespace
-
 void writeFile(const std::string &path, const std::string &text) {
     static std::time_t stamp = 4'200'000'000;  // beyond 2038, the end of 32 bits with a sign
     std::ofstream(path, std::ios::binary) << text;
+    chmod(path.c_str(), 0755);
     touchFile(path, ++stamp);
 }
 
@@ -35,22 +30,6 @@ std::string readFile(const std::string &path) {
 
 bool exists(const std::string &path) {
     return std::filesystem::is_regular_file(path);
-}
-
-std::string commandPath(const std::string &name) {
-    return kCommands + "/" + name;
-}
-
-void fakeCommand(const std::string &name, const std::string &script) {
-    std::filesystem::create_directories(kCommands);
-    writeFile(commandPath(name), "#!/bin/sh\n" + script);
-    chmod(commandPath(name).c_str(), 0755);
-}
-
-void emptyDevice() {
-    for (const std::string &path : {kConfigFile, kVersionFile, kCommands, std::string("/data/nvram")}) {
-        std::filesystem::remove_all(path);
-    }
 }
 
 }  // namespace kvtest

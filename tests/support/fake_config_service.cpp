@@ -15,13 +15,13 @@ namespace {
 
 // Notes the call and returns whether it works.
 bool enter(const std::string &call) {
-    kvtest::notes().push_back((call == "get" || call == "jsonGet" ? "reads config " : "config ") + call);
+    kvtest::notes.push_back((call == "get" || call == "jsonGet" ? "reads config " : "config ") + call);
     return !kvtest::callFails("kcfg");
 }
 
 // Returns the record of an instance, empty when there is none.
 std::span<uint8_t> recordOf(uint32_t object, const KcfgInstanceIndex &index) {
-    kvtest::ConfigService &service = configService();
+    auto &service = configService;
     const auto bytes = [](auto &record) { return std::span(reinterpret_cast<uint8_t *>(&record), sizeof record); };
     const size_t at = index.level == 1 ? index.instance[0] - 1u : SIZE_MAX;
     if (object == RDM_OID_LED_CTRL && index.level == 0) return bytes(service.led);
@@ -52,11 +52,6 @@ int set(uint32_t object, const KcfgInstanceIndex &index, const void *value, cons
 
 }  // namespace
 
-kvtest::ConfigService &kvtest::configService() {
-    static ConfigService service;
-    return service;
-}
-
 int kcfgFeObjStructGetWithoutUpdate(uint32_t object, KcfgInstanceIndex *index, void **copy) {
     *copy = nullptr;
     return enter("get") ? get(object, *index, copy) : -1;
@@ -82,7 +77,7 @@ int kcfgFeObjStructSetWithoutApply(uint32_t object, KcfgInstanceIndex *index, vo
 
 int kcfgFeObjJsonGet(uint32_t object, KcfgInstanceIndex *, json_object **copy) {
     const bool works = enter("jsonGet") && object == RDM_OID_FACTORY_RESET;
-    *copy = works ? json_tokener_parse(configService().factoryReset) : nullptr;
+    *copy = works ? json_tokener_parse(configService.factoryReset) : nullptr;
     return works ? 0 : -1;
 }
 
@@ -90,7 +85,7 @@ int kcfgFeObjJsonSetWithoutApply(uint32_t object, KcfgInstanceIndex *, json_obje
     if (!enter("jsonSet") || object != RDM_OID_FACTORY_RESET || options != nullptr) {
         return -1;
     }
-    char(&text)[64] = configService().factoryReset;
+    char(&text)[64] = configService.factoryReset;
     std::snprintf(text, sizeof text, "%s", json_object_to_json_string_ext(value, JSON_C_TO_STRING_PLAIN));
     return 0;
 }

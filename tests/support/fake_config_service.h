@@ -15,6 +15,6 @@ struct ConfigService {
     char factoryReset[64] = "{}";  // JSON
 };
 
-ConfigService &configService();
+inline ConfigService configService;
 
 }  // namespace kvtest

@@ -74,18 +74,18 @@ int send(KvVendMsgDest *dest, uint16_t *msgId) {
     if (isTracked && *msgId == 0) {
         *msgId = host->nextMsgId++;
     }
-    notes().push_back("send");
+    notes.push_back("send");
     return callFails("send") ? KV_RET_ERR : host->sendResult;
 }
 
 int jsonWrite(uint32_t) {
-    notes().push_back("writes json");
+    notes.push_back("writes json");
     return callFails("JSON") ? KV_RET_ERR : host->jsonResult;
 }
 
 // Does what the daemon does with a post of the tool.
 int cmdSend(uint32_t code, void *buffer, uint32_t size) {
-    notes().push_back("posts " + std::to_string(code) + " " + std::to_string(size));
+    notes.push_back("posts " + std::to_string(code) + " " + std::to_string(size));
     if (callFails("post")) {
         return -1;
     }
@@ -105,12 +105,12 @@ void resetPlugin() {
     kv::localStations().clear();
     kv::mdidCache().clear();
     kv::rememberedRadio().clear();
-    nvram().clear();
+    nvram.clear();
     State_fw_is_download = 0;
     State_fw_upgrade = 0;
     kv::resetPeriodicTasks();
     setClock(0);
-    notes().clear();
+    notes.clear();
 }
 
 }  // namespace

@@ -7,7 +7,6 @@
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
-#include <utility>
 
 #include "kv1905/kos.h"
 #include "kv1905/kvlog.h"
@@ -16,9 +15,6 @@
 namespace {
 
 std::time_t clockNow = 0;
-std::string failingKind;
-size_t failIn = 0;  // calls of that kind until the one that fails; 0: none is to fail
-bool failed = false;
 
 // Notes the formatted text of a variadic function whose last named parameter is `format`.
 #define NOTE_TEXT(begin)                                  \
@@ -27,7 +23,7 @@ bool failed = false;
     va_start(arguments, format);                          \
     std::vsnprintf(text, sizeof text, format, arguments); \
     va_end(arguments);                                    \
-    kvtest::notes().push_back((begin) + text)
+    kvtest::notes.push_back((begin) + text)
 
 // Whether the call fails, and with which error number.
 bool failsWith(const char *kind, int error) {
@@ -60,13 +56,13 @@ int kos_formsys(int, const char *command) {
 }
 
 void kvMAP_log_setting(int first, int second, int third) {
-    kvtest::notes().push_back("log-setting " + std::to_string(first) + " " + std::to_string(second) + " " +
-                              std::to_string(third));
+    kvtest::notes.push_back("log-setting " + std::to_string(first) + " " + std::to_string(second) + " " +
+                            std::to_string(third));
 }
 
 char *nvram_get(const char *name) {
-    const auto setting = kvtest::nvram().find(name);
-    return setting == kvtest::nvram().end() ? nullptr : setting->second.data();
+    const auto setting = kvtest::nvram.find(name);
+    return setting == kvtest::nvram.end() ? nullptr : setting->second.data();
 }
 
 // ---- The C library's calls. time and sleep are replaced for plug-in and test alike. The linker's --wrap leads the
@@ -86,7 +82,7 @@ std::time_t time(std::time_t *out) noexcept {
 }
 
 unsigned sleep(unsigned seconds) {
-    kvtest::notes().push_back("sleeps " + std::to_string(seconds));
+    kvtest::notes.push_back("sleeps " + std::to_string(seconds));
     return 0;
 }
 
@@ -110,12 +106,12 @@ std::FILE *__wrap_fopen64(const char *path, const char *mode) {
 
 // Weak, because fuzzing answers commands instead of running them.
 [[gnu::weak]] std::FILE *__wrap_popen(const char *command, const char *mode) {
-    kvtest::notes().push_back(std::string("reads ") + command);
+    kvtest::notes.push_back(std::string("reads ") + command);
     return failsWith("popen", EAGAIN) ? nullptr : __real_popen(command, mode);
 }
 
 [[gnu::weak]] int __wrap_system(const char *command) {
-    kvtest::notes().push_back(std::string("runs ") + command);
+    kvtest::notes.push_back(std::string("runs ") + command);
     return failsWith("system", EAGAIN) ? -1 : __real_system(command);
 }
 
@@ -123,54 +119,23 @@ std::FILE *__wrap_fopen64(const char *path, const char *mode) {
 
 namespace kvtest {
 
-std::vector<std::string> &notes() {
-    static std::vector<std::string> all;
-    return all;
-}
-
-std::vector<std::string> takeNotes() {
-    return std::exchange(notes(), {});
-}
-
 size_t logCount(int level, const std::string &text) {
     const auto isOfLevel = [=](const std::string &note) {
         return level == kPrint ? note.starts_with("prints ")
                                : note.starts_with("logs ") && note[note.find(' ', 5) - 1] == '0' + level;
     };
-    return static_cast<size_t>(std::count_if(notes().begin(), notes().end(), [&](const std::string &note) {
+    return static_cast<size_t>(std::count_if(notes.begin(), notes.end(), [&](const std::string &note) {
         return isOfLevel(note) && note.find(text) != std::string::npos;
     }));
-}
-
-std::map<std::string, std::string> &nvram() {
-    static std::map<std::string, std::string> settings;
-    return settings;
 }
 
 void setClock(std::time_t now) {
     clockNow = now;
 }
 
-FailingCall::FailingCall(const std::string &kind, size_t nth) {
-    failingKind = kind;
-    failIn = nth;
-    failed = false;
-}
-
-FailingCall::~FailingCall() {
-    failIn = 0;
-}
-
-bool FailingCall::happened() const {
-    return failed;
-}
-
 bool callFails(const char *kind) {
-    if (failIn == 0 || kind != failingKind || --failIn > 0) {
-        return false;
-    }
-    failed = true;
-    return true;
+    ++callCounts[kind];
+    return failure.nth != 0 && failure.kind == kind && --failure.nth == 0;
 }
 
 }  // namespace kvtest

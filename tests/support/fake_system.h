@@ -10,17 +10,16 @@
 
 namespace kvtest {
 
-// What the plug-in did to its outside since the last takeNotes, oldest first: "logs [FACILITY.]LEVEL TEXT", "prints
-// TEXT", and what the fakes note of commands, messages and calls of the configuration service.
-std::vector<std::string> &notes();
-std::vector<std::string> takeNotes();
+// What the plug-in did to its outside, oldest first: "logs [FACILITY.]LEVEL TEXT", "prints TEXT", and what the fakes
+// note of commands, messages and calls of the configuration service.
+inline std::vector<std::string> notes;
 
 // Returns how many noted lines have this level and contain this text.
 inline constexpr int kPrint = -1;  // level of a printed line
 size_t logCount(int level, const std::string &text);
 
 // What nvram_get finds.
-std::map<std::string, std::string> &nvram();
+inline std::map<std::string, std::string> nvram;
 
 // Sets what time() returns from now on; 0 restores the real clock.
 void setClock(std::time_t now);
@@ -29,19 +28,15 @@ void setClock(std::time_t now);
 inline constexpr const char *kFailures[] = {"allocation", "fopen", "popen", "system", "send",
                                             "query",      "JSON",  "kcfg",  "post"};
 
-// Makes the nth call of a kind from now on (1 is the next) fail, once.
-class FailingCall {
-  public:
-    FailingCall(const std::string &kind, size_t nth);
-    ~FailingCall();
-    FailingCall(const FailingCall &) = delete;
-    FailingCall &operator=(const FailingCall &) = delete;
-
-    // A failure that was injected and never happened proves nothing.
-    bool happened() const;
+// The call that is to fail: the nth of its kind from now on, 1 for the next. 0: none, or it has failed.
+struct Failure {
+    std::string kind;
+    size_t nth = 0;
 };
+inline Failure failure;
+inline std::map<std::string, size_t> callCounts;
 
-// Whether this call is the one that is to fail; the fakes ask at each call.
+// Counts a call of a kind and returns whether it fails.
 bool callFails(const char *kind);
 
 }  // namespace kvtest

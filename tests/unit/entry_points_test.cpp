@@ -40,9 +40,9 @@ TEST_F(EntryPoints, EachRegistrationCopiesItsOwnSlots) {
     EXPECT_EQ(g_kv1905_bcm_cbs.vendRelayMcastMsgSend, nullptr);
     EXPECT_EQ(g_kv1905_bcm_cbs.cmdSend, tool.cmdSend);
     ASSERT_EQ(g_kv1905_bcm_cbs.apCfgSet, kvMAP1905_ApCfg_set) << "slot 6 survives every registration";
-    notes().clear();
+    notes.clear();
     EXPECT_EQ(g_kv1905_bcm_cbs.apCfgSet(nullptr), 0);
-    EXPECT_EQ(notes(), (std::vector<std::string>{"logs 2.7 Enter.\n"}));
+    EXPECT_EQ(notes, (std::vector<std::string>{"logs 2.7 Enter.\n"}));
 }
 
 TEST_F(EntryPoints, UnusualArgumentsAreHandled) {
@@ -88,9 +88,9 @@ TEST_F(EntryPoints, UnusualArgumentsAreHandled) {
         {[] { return dumpBssInfo(nullptr), 0; }, "0 7 dump_bssinfo is NULL!\n\n"},
     };
     for (const auto &[call, outcome] : cases) {
-        notes().clear();
+        notes.clear();
         const long result = call();
-        const std::string note = notes().empty() ? "logs 0 no line" : notes().back();
+        const std::string note = notes.empty() ? "logs 0 no line" : notes.back();
         const size_t level = note.find(' ', 5) - 1;
         const std::string found = std::to_string(result) + " " + note.substr(level, 2);
         EXPECT_TRUE(std::string(outcome).starts_with(found) && note.ends_with(outcome + found.size()))
@@ -109,7 +109,7 @@ TEST_F(EntryPoints, AReportThatContradictsItsRecordIsDumpedAndNotSent) {
     kv::KvWifiClientMsg record = {};
     std::memcpy(record.alMac, kLocal.data(), kLocal.size());
     const auto send = [&](uint16_t dataLen, uint16_t payloadLen, const std::string &line) {
-        notes().clear();
+        notes.clear();
         record.dataLen = dataLen;
         const KvVendMsg msg = kv::makeVendMsg(VEND_MSG_TYPE_WIFI_CLIENT_MCAST2, payloadLen, &record);
         EXPECT_EQ(kvMAP1905_VenderSpecRelayMcastMsg_send(&msg, nullptr), KV_RET_ERR);

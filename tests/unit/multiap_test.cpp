@@ -37,7 +37,7 @@ TEST_F(MultiAp, BssConfigurationIsWrittenByteForByte) {
     ASSERT_EQ(kvMAP1905_TlvBss_Config_insert(buffer, &length, &list), 0);
     EXPECT_EQ(Bytes(buffer, buffer + length),
               fromHex("02 4E A7 D0 00 11 02  40 01 12 34 00 02 05 06  80 02 FF FF FF FE 07 08"));
-    EXPECT_EQ(notes()[0],
+    EXPECT_EQ(notes[0],
               "logs 3 [TLV] Bss insert BandIndex = 64 Attribute = 1, MDID = 4660, TCI = 2, WlMode = 5, "
               "ExtAttribute = 6\n");
     for (const uint32_t count : {0u, 256u}) {
@@ -54,7 +54,7 @@ TEST_F(MultiAp, ExtensionIsWrittenByteForByte) {
     EXPECT_EQ(Bytes(buffer, buffer + 30),
               fromHex("000000 10 49 00 14 0A 61 C4 01 01 40 02 01 01 03 02 12 34 04 02 00 02 07 01 05 000000"));
     std::string lines;
-    for (const std::string &note : notes()) {
+    for (const std::string &note : notes) {
         lines += note.starts_with("logs 2.7 ") ? note.substr(9) : note;
     }
     EXPECT_EQ(lines,
@@ -64,7 +64,7 @@ TEST_F(MultiAp, ExtensionIsWrittenByteForByte) {
 }
 
 TEST_F(MultiAp, ExtensionIsReadWithAndWithoutItsLength) {
-    nvram() = {{"wl0_nband", "1"}, {"wl0_extattr", "119"}};
+    nvram = {{"wl0_nband", "1"}, {"wl0_extattr", "119"}};
     const std::string all = "01 01 40 02 01 01 03 02 12 34 04 02 00 02";
     const struct {
         std::string data;
@@ -104,12 +104,12 @@ TEST_F(MultiAp, ExtensionIsReadWithAndWithoutItsLength) {
     for (const char *line : {"3 Invalid length for multiap extension attr 1\n", "6 Unsupport extension type 9\n",
                              "3 Invalid vendor ID\n", "7 BandIndex:[0x40]\n", "7 Attribute:[0x05]\n",
                              "7 MDID:[0x1234]\n", "7 TCI:[0x0002]\n", "7 ExtAttribute:[0x05]\n"}) {
-        EXPECT_GT(std::count(notes().begin(), notes().end(), std::string("logs 2.") + line), 0) << line;
+        EXPECT_GT(std::count(notes.begin(), notes.end(), std::string("logs 2.") + line), 0) << line;
     }
 }
 
 TEST_F(MultiAp, AVirtualBssBelongsToTheMainBssBefore) {
-    nvram() = {
+    nvram = {
         {"wl0_nband", "2"}, {"wl1_nband", "1"}, {"wl1.2_extattr", "9"}, {"wl0.2_extattr", "265"}, {"wl1_extattr", "3"}};
     constexpr uint8_t kAsBefore = 4;
     const auto extAttributeOf = [](uint8_t bandIndex) {
@@ -125,6 +125,6 @@ TEST_F(MultiAp, AVirtualBssBelongsToTheMainBssBefore) {
     for (const auto &[bandIndex, extAttribute] : steps) {
         EXPECT_EQ(extAttributeOf(bandIndex), extAttribute) << int{bandIndex};
     }
-    nvram() = {{"wl0_nband", "1"}, {"wl1_nband", "1"}, {"wl0_extattr", "6"}, {"wl1_extattr", "7"}};
+    nvram = {{"wl0_nband", "1"}, {"wl1_nband", "1"}, {"wl0_extattr", "6"}, {"wl1_extattr", "7"}};
     EXPECT_EQ(extAttributeOf(0x40), 6) << "the first radio of a band";
 }

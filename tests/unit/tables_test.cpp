@@ -98,7 +98,7 @@ TEST_F(Tables, AFullStationTableIsRefreshedAndAdmitsNoStation) {
     all.resize(kv::kMaxTableStations);
     EXPECT_EQ(stations(), all);
     setClock(1'000'500);
-    notes().clear();
+    notes.clear();
     merge({{7, 1}, {0, 1}});
     EXPECT_EQ(logCount(4, "table is full"), 0u) << "refreshing ages nothing";
     merge({{0xFFFE, 2}, {0xFFFF, 2}, {0, 2}});
