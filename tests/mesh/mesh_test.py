@@ -1,9 +1,11 @@
 """Real daemons with the plug-in, on real links."""
 
 import os
+import re
 import signal
 import subprocess
 import unittest
+import urllib.request
 from collections import Counter
 
 from lab import BUILD, Capture, Mesh, MeshTest, poll, run, secret_file
@@ -17,7 +19,8 @@ ATTRIBUTES = ("RebootAllowed InterfacePowerAllowed FirmwareVersion ModelName IpA
 class Line(MeshTest):
     def test_agents_join_and_every_frame_is_sound(self):
         capture = Capture()
-        with Mesh("--devices", "3", "--password-file", secret_file(self, PASSWORD), "--capture", capture.path) as mesh:
+        with Mesh("--devices", "3", "--password-file", secret_file(self, PASSWORD), "--capture", capture.path,
+                  "--log-level", "7") as mesh:
             self.mesh = mesh
             mesh.await_learnt("agent1", "agent2")
             self.check_attributes()
@@ -126,6 +129,49 @@ class Ring(MeshTest):
 
 
 class Lab(MeshTest):
+    TOPOLOGY = "device controller KV-HOME\ndevice hall\ndevice attic\nlink controller hall\nlink hall attic wifi"
+
+    def test_a_running_mesh_can_be_changed_and_logs_no_error(self):
+        with Mesh("--topology", secret_file(self, self.TOPOLOGY), "--stations", "1") as mesh:
+            self.mesh = mesh
+            self.await_hops({"KV-HOME": 0, "hall": 1, "attic": 2})
+            self.assertEqual([each["MediaType"] for each in mesh.device_in("attic")["NeighborList"]], [0x0108])
+            self.lab("link", "down", "attic", "hall")
+            self.assertEqual([link["up"] for device in mesh.status()["devices"] for link in device["links"]],
+                             [True, True, False, False])
+            self.lab("link", "up", "attic", "hall")
+            done = mesh.call("link", "set", "hall", "attic", "--loss", "10", "--delay", "5")
+            self.assertTrue(done.returncode == 0 or "no netem" in done.stderr, done.stderr)
+            self.lab("add", "garden", "--link", "attic")
+            self.await_hops({"KV-HOME": 0, "hall": 1, "attic": 2, "garden": 3})
+            self.lab("remove", "attic")
+            self.assertEqual([device["name"] for device in mesh.status()["devices"]], ["controller", "hall", "garden"])
+            self.lab("add", "attic")
+            self.await_hops({"KV-HOME": 0, "hall": 1, "attic": 2, "garden": 3})
+            self.check_outputs()
+            lines = "".join(map(mesh.log, (*mesh.names, "garden"))).splitlines()
+            self.assertEqual([line for line in lines if re.search(" error: (?!.TLV. Bss insert)| output: ", line)], [])
+
+    def lab(self, *words):
+        done = self.mesh.call(*words)
+        self.assertEqual((done.returncode, done.stderr), (0, ""), words)
+
+    def await_hops(self, wanted):
+        def hops():
+            return {device["ModelName"]: device["Hops"] for device in self.mesh.model()["kv1905"]["DeviceList"]}
+        poll(lambda: hops() == wanted, 30, f"{wanted} at the controller")
+
+    def check_outputs(self):
+        capture = Capture()
+        with open(capture.path, "wb") as file:
+            subprocess.run([*self.mesh.command, "capture", "-", "--seconds", "12"], stdout=file,
+                           stderr=subprocess.DEVNULL, check=True)
+        capture.check(36)
+        view = subprocess.Popen([*self.mesh.command, "view", "--port", "0"], stdout=subprocess.PIPE, text=True)
+        self.addCleanup(lambda: (view.kill(), view.communicate()))
+        with urllib.request.urlopen(view.stdout.readline().split()[0]) as page:
+            self.assertIn(b"KV-HOME", page.read())
+
     # As another user, who can use this build only where its directory is open to others.
     def test_an_ordinary_users_mesh_works_and_leaves_nothing_behind(self):
         nobody = ["setpriv", "--reuid=65534", "--regid=65534", "--clear-groups"]

@@ -3,7 +3,7 @@
 import json
 import unittest
 
-from lab import Capture, Mesh, MeshTest, poll
+from lab import ROOT, Capture, Mesh, MeshTest, poll, run
 
 SUCCESS, BAD_ARGUMENTS, REFUSED, NO_DEVICE, NO_DAEMON = 0, 2, 3, 4, 6
 
@@ -21,6 +21,8 @@ class Operator(MeshTest):
             self.check_failures_on_this_side()
         capture.check(2, 3, 4, 5, 6, 7, 20, 21, 22, 23, 25, 26, 27, 32, 33, 35)
         self.check_answers_leave_before_the_device_goes_down(capture)
+        steps = run(ROOT / "tools" / "capture-to-scenario", capture.path, "--as", self.far).stdout
+        self.assertIn(" LED_CTRL_REQ local 00 => LED_CTRL_RESP 00, *\n", steps)
 
     def led(self):
         """As the configuration service has it, and as the plug-in will read it."""
