@@ -6,7 +6,7 @@ from dataclasses import dataclass, field
 
 from meshlab.ieee1905 import (END, FLAG_LAST, FLAG_RELAY, INTEL_OUI, MAKER_OUI, MULTICAST, RSSI_REQUEST, TLV_AL_MAC,
                               TLV_DEVICE_INFORMATION, TLV_MAC_ADDRESS, TLV_NEIGHBOURS, TLV_VENDOR, TOPOLOGY_DISCOVERY,
-                              TOPOLOGY_NOTIFICATION, TOPOLOGY_RESPONSE, VENDOR_SPECIFIC, IntelHeader, cmdu, ethernet,
+                              TOPOLOGY_NOTIFICATION, TOPOLOGY_QUERY, TOPOLOGY_RESPONSE, VENDOR_SPECIFIC, IntelHeader, cmdu, ethernet,
                               fragments, mac_bytes, maker_message, tlv, vendor_frame)
 
 MAX_VALUE = 16383  # bytes of a TLV that hosts still take
@@ -52,6 +52,20 @@ def read_world(model, seed):
     if not victims:
         raise ValueError("the device's own file lists no other device yet")
     return World(local, model["kv1905"]["Controller"] or victims[0], victims, random.Random(seed))
+
+
+# ---- The probe after a flood
+
+PROBER, PROBE_ID = "02:bd:ff:ff:ff:fe", 0xFFFE
+
+
+def topology_query(victim):
+    return ethernet(victim, PROBER, cmdu(TOPOLOGY_QUERY, PROBE_ID, END))
+
+
+def answers_to(frame, victim):
+    expected = ethernet(PROBER, victim, cmdu(TOPOLOGY_RESPONSE, PROBE_ID, b""))[:20]
+    return frame[:20] == expected
 
 
 # ---- What a sound message holds
@@ -236,6 +250,13 @@ def results(world):
     return [vendor_frame(world.victim(), ghost, 0, value)]
 
 
+def countries(world):
+    """countries of devices that do not exist; where nobody guards, each is stored and given to the driver"""
+    ghost = world.ghost()
+    value = maker_message(ghost, 77, mac_bytes(ghost) + b"\x02" + world.random.choice((b"XX", b"YY")))
+    return [vendor_frame(world.victim(), ghost, 0, value)]
+
+
 def intel(world):
     """Intel's signal requests, sound and broken"""
     header = IntelHeader(world.noise(4), world.noise(2), world.noise(6), world.noise(2))
@@ -254,4 +275,4 @@ def strangers(world):
 
 ATTACKS = {attack.__name__: attack for attack in (
     malformed, lengths, oversized, unfinished, sources, names, devices, silent, stations, replay, questions, results,
-    intel, strangers)}
+    countries, intel, strangers)}

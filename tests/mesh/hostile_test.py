@@ -63,13 +63,16 @@ class Hostile(MeshTest):
     def flood(self, attacks, seconds, rate, meanwhile=lambda: None):
         flood = subprocess.Popen(
             [*map(str, self.mesh.command), "exec", "agent2", "--", "hostile", "--attack", ",".join(attacks),
-             "--seconds", str(seconds), "--rate", str(rate)], stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True)
+             "--seconds", str(seconds), "--rate", str(rate), "--probe"],
+            stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True)
         try:
             meanwhile()
         finally:
             printed = flood.communicate()[0]
         self.assertEqual(flood.returncode, 0, printed)
-        self.assertTrue(all(int(line.split()[1]) > 0 for line in printed.splitlines()[1:]), printed)
+        rows = [line.split() for line in printed.splitlines()[1:]]
+        self.assertTrue(all(int(row[1]) > 0 for row in rows if len(row) == 2), printed)
+        self.assertTrue(is_sanitized() or all(int(row[3]) <= 100 for row in rows if row[1] == "answers"), printed)
 
         def waiting(pid):
             return sum(int(line.split()[6]) for line in Path(f"/proc/{pid}/net/packet").read_text().splitlines()[1:])
