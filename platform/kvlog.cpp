@@ -18,6 +18,7 @@
 #include <utility>
 
 #include "platform_api.h"
+#include "support/line_output.h"
 #include "support/terminal_text.h"
 
 namespace {
@@ -54,8 +55,9 @@ struct LogState {
     Output outputs[kFacilities];
 };
 constinit LogState gLog = {};
+constinit support::LineOutput gStderr{STDERR_FILENO};
 
-// Longest line with its newline. Pipes accept this much in one piece, so lines of several processes do not mix.
+// Longest line with its newline.
 constexpr size_t kLineSize = PIPE_BUF;
 
 // Runs a log call. It changes nothing for its caller, not even errno; without memory the line is lost.
@@ -111,9 +113,7 @@ std::string stamp() {
 
 void writeLine(Target target, int level, const std::string &line) {
     if (target == kToSyslog) return syslog(level, "%s", shortened(line).c_str());  // adds time and program by itself
-    const std::string text = shortened(stamp() + line) + '\n';
-    while (write(STDERR_FILENO, text.data(), text.size()) < 0 && errno == EINTR) {
-    }
+    gStderr.write(shortened(stamp() + line));
 }
 
 // An environment variable that is one of some texts. Returns its index, `fallback` when it is unset or wrong.

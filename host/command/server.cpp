@@ -1,5 +1,6 @@
 #include "command/server.h"
 
+#include <fcntl.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -11,6 +12,7 @@
 #include <system_error>
 
 #include "command/client.h"
+#include "daemon/event_loop.h"
 
 namespace kv1905d {
 namespace {
@@ -97,6 +99,7 @@ CommandServer::CommandServer(const std::string &path) : path_(path), fd_(newComm
     struct stat facts {};
     if (listen(fd_.get(), kBacklog) != 0 || lstat(path.c_str(), &facts) != 0)
         throw support::systemError(path, "listen");
+    spare_ = support::FileDescriptor(fcntl(fd_.get(), F_DUPFD_CLOEXEC, 0));
     fileDevice_ = facts.st_dev;
     fileNumber_ = facts.st_ino;
 }
@@ -113,13 +116,24 @@ void CommandServer::start(uv_loop_t &loop, CommandActions actions) {
     if (result < 0) throw support::systemError(path_, "watch the command socket", -result);
     handle_.data = this;
     const auto callback = [](uv_poll_t *handle, int, int) {
-        static_cast<CommandServer *>(handle->data)->acceptClient();
+        auto *server = static_cast<CommandServer *>(handle->data);
+        EventLoop::call(handle->loop, [server] { server->acceptClient(); });
     };
     uv_poll_start(&handle_, UV_READABLE, callback);
 }
 
+// A client that could not be accepted would wake the loop again and again.
+void CommandServer::refuseClient() {
+    spare_ = support::FileDescriptor();
+    { const support::FileDescriptor refused(accept4(fd_.get(), nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC)); }
+    spare_ = support::FileDescriptor(fcntl(fd_.get(), F_DUPFD_CLOEXEC, 0));
+    complaints_.log(KV_LOG_WARNING, TimePoint(Duration(uv_now(handle_.loop))), "%s: no descriptor for a client",
+                    path_.c_str());
+}
+
 void CommandServer::acceptClient() {
     support::FileDescriptor fd(accept4(fd_.get(), nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC));
+    if (!fd.valid() && (errno == EMFILE || errno == ENFILE)) return refuseClient();
     if (!fd.valid()) return;
     if (clients_.size() >= kMaxClients) {
         end(clients_.front(), "gives way to a newer connection");
@@ -134,7 +148,7 @@ void CommandServer::acceptClient() {
     }
     const auto callback = [](uv_poll_t *handle, int, int) {
         auto *ready = static_cast<Client *>(handle->data);
-        ready->server->serve(*ready);
+        EventLoop::call(handle->loop, [ready] { ready->server->serve(*ready); });
     };
     uv_poll_start(&client.handle, UV_READABLE, callback);
 }

@@ -54,12 +54,14 @@ class CommandServer {
     };
 
     void acceptClient();
+    void refuseClient();
     void serve(Client &client);
     void complain(const Client &client, const std::string &what);
     void end(Client &client, const char *complaint = nullptr);
 
     std::string path_;
     support::FileDescriptor fd_;
+    support::FileDescriptor spare_;  // given up for a client that comes when no other descriptor is left
     dev_t fileDevice_ = 0;
     ino_t fileNumber_ = 0;
     uv_poll_t handle_{};

@@ -11,6 +11,7 @@ namespace kv1905d {
     X("FramesSent", framesSent)                                                  \
     X("FramesDropped", framesDropped) /* not for this device, no message, own */ \
     X("FramesLate", framesLate)       /* waited too long for this process */     \
+    X("EventsFailed", eventsFailed)   /* for want of memory, mostly */           \
     X("SendFailures", sendFailures)   /* frames the interface did not accept */  \
     X("MessagesReceived", messagesReceived)                                      \
     X("MessagesRelayed", messagesRelayed)                                        \

@@ -241,6 +241,7 @@ void Daemon::writeDataModel() {
     const time_t wallClock = std::time(nullptr);
     Counters counters = node_->counters();
     counters.framesLate = framesLate_;
+    counters.eventsFailed = loop_.failures();
     counters.vendorTlvsRefused = plugin_ ? plugin_->refused() : 0;
     const std::string text = dataModelJson(
         {node_->topology(), counters, role(), plugin_ ? plugin_->mainNetworks() : MainNetworks{}, EventLoop::now(),

@@ -16,6 +16,7 @@ void require(int result, const char *step) {
 
 EventLoop::EventLoop() {
     require(uv_loop_init(&loop_), "start");
+    loop_.data = this;
 }
 
 EventLoop::~EventLoop() {
@@ -27,13 +28,25 @@ EventLoop::~EventLoop() {
     uv_loop_close(&loop_);
 }
 
+void EventLoop::call(uv_loop_t *loop, const Callback &callback) noexcept {
+    try {
+        callback();
+    } catch (const std::exception &error) {
+        auto *self = static_cast<EventLoop *>(loop->data);
+        ++self->failures_;
+        self->complaints_.log(KV_LOG_ERROR, now(), "event dropped: %s", error.what());
+    }
+}
+
 void EventLoop::onSignal(int number, Callback callback) {
     Signal &signal = signals_.emplace_back();
     signal.callback = std::move(callback);
     signal.handle.data = &signal;
     require(uv_signal_init(&loop_, &signal.handle), "catch a signal");
-    const auto call = [](uv_signal_t *handle, int) { static_cast<Signal *>(handle->data)->callback(); };
-    require(uv_signal_start(&signal.handle, call, number), "catch a signal");
+    const auto notify = [](uv_signal_t *handle, int) {
+        call(handle->loop, static_cast<Signal *>(handle->data)->callback);
+    };
+    require(uv_signal_start(&signal.handle, notify, number), "catch a signal");
 }
 
 EventLoop::Timer &EventLoop::addTimer(Callback callback) {
@@ -45,9 +58,9 @@ EventLoop::Timer &EventLoop::addTimer(Callback callback) {
 }
 
 void EventLoop::Timer::start(Duration delay, Duration repeat) {
-    const auto call = [](uv_timer_t *handle) { static_cast<Timer *>(handle->data)->callback_(); };
+    const auto notify = [](uv_timer_t *handle) { call(handle->loop, static_cast<Timer *>(handle->data)->callback_); };
     uv_update_time(handle_.loop);
-    uv_timer_start(&handle_, call, static_cast<uint64_t>(delay.count()), static_cast<uint64_t>(repeat.count()));
+    uv_timer_start(&handle_, notify, static_cast<uint64_t>(delay.count()), static_cast<uint64_t>(repeat.count()));
 }
 
 EventLoop::Watch &EventLoop::watch(int fd, Callback callback) {
@@ -61,12 +74,12 @@ EventLoop::Watch &EventLoop::watch(int fd, Callback callback) {
 
 void EventLoop::Watch::resume() {
     if (running_) return;
-    const auto call = [](uv_poll_t *handle, int status, int) {
+    const auto notify = [](uv_poll_t *handle, int status, int) {
         auto *watch = static_cast<Watch *>(handle->data);
         if (status < 0) watch->running_ = false;
-        watch->callback_();
+        call(handle->loop, watch->callback_);
     };
-    running_ = uv_poll_start(&handle_, UV_READABLE, call) == 0;
+    running_ = uv_poll_start(&handle_, UV_READABLE, notify) == 0;
 }
 
 void EventLoop::Watch::pause() {

@@ -7,10 +7,12 @@
 #include <list>
 
 #include "ieee1905/clock.h"
+#include "support/log.h"
 
 namespace kv1905d {
 
 // Every function that can fail throws std::system_error that names the step.
+// What a callback throws ends that callback alone: libuv's frames know no exceptions.
 class EventLoop {
   public:
     using Callback = std::function<void()>;
@@ -53,6 +55,9 @@ class EventLoop {
     void run();  // until stop()
     void stop() { uv_stop(&loop_); }
     uv_loop_t &handle() { return loop_; }
+    // Calls, and counts an exception. `loop` is the handle of an EventLoop.
+    static void call(uv_loop_t *loop, const Callback &callback) noexcept;
+    uint64_t failures() const { return failures_; }  // callbacks that threw
 
     static TimePoint now();
 
@@ -63,6 +68,8 @@ class EventLoop {
     };
 
     uv_loop_t loop_{};
+    uint64_t failures_ = 0;
+    support::LogGate complaints_;
     std::list<Signal> signals_;  // lists, because libuv holds addresses
     std::list<Timer> timers_;
     std::list<Watch> watches_;

@@ -1,3 +1,4 @@
+#include <csignal>
 #include <cstdio>
 #include <exception>
 
@@ -21,6 +22,8 @@ int run(const kv1905d::Options &options, kv1905d::Heartbeat heartbeat) {
 }  // namespace
 
 int main(int argc, char **argv) {
+    // A reader of the log that ends must not end the daemon. Not SIG_IGN, which the commands would inherit.
+    std::signal(SIGPIPE, [](int) {});
     try {
         const std::optional<kv1905d::Options> options = kv1905d::parseOptions(argc, argv);
         if (!options) return kDone;

@@ -1,9 +1,12 @@
 #include "daemon/trace.h"
 
 #include <sys/time.h>
+#include <unistd.h>
 
 #include <cstdio>
 #include <ctime>
+
+#include "support/line_output.h"
 
 namespace kv1905d {
 
@@ -20,9 +23,11 @@ void printTrace(Direction direction, std::string_view peer, uint16_t msgId, cons
     tm clock{};
     gettimeofday(&now, nullptr);
     localtime_r(&now.tv_sec, &clock);
-    std::printf("%02d:%02d:%02d.%03ld %s\n", clock.tm_hour, clock.tm_min, clock.tm_sec,
-                static_cast<long>(now.tv_usec / 1000), traceLine(direction, peer, msgId, message).c_str());
-    std::fflush(stdout);
+    char time[32];
+    std::snprintf(time, sizeof time, "%02d:%02d:%02d.%03ld ", clock.tm_hour, clock.tm_min, clock.tm_sec,
+                  static_cast<long>(now.tv_usec / 1000));
+    static support::LineOutput output(STDOUT_FILENO);
+    output.write(time + traceLine(direction, peer, msgId, message));
 }
 
 }  // namespace kv1905d

@@ -1,13 +1,21 @@
-#include "daemon/supervisor.h"
-
+// What must not stop the daemon.
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <chrono>
 #include <csignal>
 #include <cstdlib>
+#include <new>
 #include <thread>
+
+#include "command/client.h"
+#include "command/server.h"
+#include "daemon/event_loop.h"
+#include "daemon/supervisor.h"
+#include "support/line_output.h"
 
 namespace kv1905d {
 namespace {
@@ -40,6 +48,51 @@ TEST(Supervisor, AHungCommandIsKilledAndTheDaemonEndsAtASignalMeanwhile) {
         EXPECT_EQ(WEXITSTATUS(status), row.status) << row.signal;
         EXPECT_LT(std::chrono::steady_clock::now() - start, Duration(200 + 1000)) << row.signal;
     }
+}
+
+TEST(EventLoop, OutlivesWhatACallbackThrows) {
+    EventLoop loop;
+    int calls = 0;
+    loop.addTimer([&] {
+            if (++calls == 3) loop.stop();
+            throw std::bad_alloc();
+        })
+        .start(Duration(0), Duration(1));
+    loop.run();
+    EXPECT_EQ(loop.failures(), 3u);
+}
+
+TEST(CommandServer, RefusesAClientWhenNoDescriptorIsLeft) {
+    CommandServer server("/tmp/availability.sock");
+    EventLoop loop;
+    server.start(loop.handle(), {});
+    const support::FileDescriptor client = connectToDaemon("/tmp/availability.sock", std::nullopt);
+    rlimit before{};
+    getrlimit(RLIMIT_NOFILE, &before);
+    const rlimit none{static_cast<rlim_t>(client.get()) + 1, before.rlim_max};
+    setrlimit(RLIMIT_NOFILE, &none);
+    loop.addTimer([&] { loop.stop(); }).start(Duration(100));
+    loop.run();
+    setrlimit(RLIMIT_NOFILE, &before);
+    char byte;
+    EXPECT_EQ(recv(client.get(), &byte, 1, MSG_DONTWAIT), 0) << "its connection is closed";
+}
+
+TEST(LineOutput, DropsLinesWhileAPipeIsFullAndCountsThem) {
+    int ends[2];
+    ASSERT_EQ(pipe2(ends, O_CLOEXEC | O_NONBLOCK), 0);
+    const support::FileDescriptor reader(ends[0]), writer(ends[1]);
+    std::string text(1 << 20, '\0');
+    while (write(writer.get(), text.data(), 4096) > 0) {
+    }
+    fcntl(writer.get(), F_SETFL, 0);  // would block
+    support::LineOutput output(writer.get());
+    output.write("lost");
+    output.write("lost, too");
+    EXPECT_GT(read(reader.get(), text.data(), text.size()), 0);
+    output.write("next");
+    const ssize_t size = read(reader.get(), text.data(), text.size());
+    EXPECT_EQ(text.substr(0, static_cast<size_t>(size)), "2 lines dropped: their reader was too slow\nnext\n");
 }
 
 }  // namespace
