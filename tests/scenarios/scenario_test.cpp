@@ -26,12 +26,6 @@ bool matches(const std::string &text, const std::string &pattern) {
     return isMatch;
 }
 
-// The effect that a step must have, as a pattern for its text.
-struct Outcome {
-    bool isState;
-    std::string pattern;
-};
-
 // "[to MAC|neighbours|all] [id N|new-id|no-id] TYPE BYTES"
 std::string messagePattern(const ScriptedDevice &device, Words &in) {
     const std::string to = in.accept("to") ? in.text() : device.sender ? macText(device.sender->data()) : "agent";
@@ -43,34 +37,36 @@ std::string messagePattern(const ScriptedDevice &device, Words &in) {
     return "to " + to + " " + id + " " + type + " " + in.bytePattern();
 }
 
-Outcome readOutcome(const ScriptedDevice &device, Words in) {
-    if (in.accept("malformed")) {
-        return {false, "logs 3 ...failed to parse the vendor specific TLV"};
+// Adds the pattern of an outcome to what is expected.
+void readOutcome(const ScriptedDevice &device, Words in, Effects &expected) {
+    const std::string all = Words(in).join();
+    if (all.find_first_not_of("-0123456789") == std::string::npos) {
+        return expected.state.push_back(all);
     }
     if (in.accept("result")) {
-        return {true, "result = " + in.text() + "\\n"};
+        return expected.state.push_back("result = " + in.text() + "\\n");
     }
     if (in.find("=") != Words::npos) {
         const std::string name = in.until("=").join();
-        return {true, name + " = " + escapedText(in.join())};
+        return expected.state.push_back(name + " = " + escapedText(in.join()));
     }
-    for (const char *kind : {"logs", "prints", "reads"}) {
+    for (const std::string kind :
+         {"logs", "prints", "reads", "writes", "sleeps", "log-setting", "posts", "config", "gives", "runs"}) {
         if (in.accept(kind)) {
-            const std::string begin = std::string(kind) + " " + (kind[0] == 'l' ? in.text() + " " : "");
-            const bool isWhole = in.accept("whole");
-            const std::string text = escapedText(in.join());
-            return {false, begin + (isWhole ? text : "..." + text + "...")};
+            const std::string begin = kind + " " + (kind == "logs" ? in.text() + " " : "");
+            const bool isPart = !in.accept("whole") && (kind == "logs" || kind == "prints" || kind == "reads");
+            const std::string text = in.accept("bytes") ? "bytes " + in.bytePattern() : escapedText(in.join());
+            return expected.ordered.push_back(begin + (isPart ? "..." + text + "..." : text));
         }
     }
-    for (const std::string kind : {"writes", "sleeps", "log-setting", "posts", "config", "gives", "runs"}) {
-        if (in.accept(kind)) {
-            const bool isBytes = in.accept("bytes");
-            return {false, kind + " " + (isBytes ? "bytes " + in.bytePattern() : escapedText(in.join()))};
-        }
-    }
-    const std::string text = Words(in).join();
-    const bool isNumber = text.find_first_not_of("-0123456789") == std::string::npos;
-    return {isNumber, isNumber ? text : messagePattern(device, in)};
+    expected.ordered.push_back(in.accept("malformed") ? "logs 3 ...failed to parse the vendor specific TLV"
+                                                      : messagePattern(device, in));
+}
+
+// Whether an effect counts only where an outcome names it: lines of level 5 to 7, printed lines and what is read.
+bool isOptional(const std::string &effect) {
+    return effect.starts_with("prints ") || effect.starts_with("reads ") ||
+           (effect.starts_with("logs ") && effect[effect.find(' ', 5) - 1] > '4');
 }
 
 // Returns where two messages of one type differ; nothing for other effects.
@@ -83,24 +79,31 @@ std::string firstDifference(const std::string &found, const std::string &expecte
 }
 
 // Returns the difference in words, empty when there is none.
-std::string compare(const std::vector<Effect> &effects, std::vector<Outcome> expected, bool isOpen) {
+std::string compare(const Effects &found, Effects expected, bool isOpen) {
     std::string difference;
-    for (const Effect &effect : effects) {
-        const bool isState = effect.kind == Effect::State;
-        const auto next = std::find_if(expected.begin(), expected.end(), [&](const Outcome &each) {
-            return each.isState == isState && (!isState || matches(effect.text, each.pattern));
-        });
-        if (next != expected.end() && matches(effect.text, next->pattern)) {
-            expected.erase(next);
-        } else if (effect.kind == Effect::Ordered && next != expected.end()) {
-            return difference + "\n  found: " + effect.text + "\n  where this is expected: " + next->pattern +
-                   firstDifference(effect.text, next->pattern);
-        } else if (effect.kind != Effect::Optional && !isOpen) {
-            difference += "\n  unexpected: " + effect.text;
+    for (const std::string &text : found.state) {
+        const auto at = std::find_if(expected.state.begin(), expected.state.end(),
+                                     [&](const std::string &pattern) { return matches(text, pattern); });
+        if (at != expected.state.end()) {
+            expected.state.erase(at);
+        } else if (!isOpen) {
+            difference += "\n  unexpected change: " + text;
         }
     }
-    for (const Outcome &outcome : expected) {
-        difference += "\n  missing, or not in this order: " + outcome.pattern;
+    auto next = expected.ordered.begin();
+    for (const std::string &text : found.ordered) {
+        if (next != expected.ordered.end() && matches(text, *next)) {
+            ++next;
+        } else if (next != expected.ordered.end() && !isOptional(text)) {
+            return difference + "\n  found: " + text + "\n  where this is expected: " + *next +
+                   firstDifference(text, *next);
+        } else if (!isOptional(text) && !isOpen) {
+            difference += "\n  unexpected: " + text;
+        }
+    }
+    expected.state.insert(expected.state.end(), next, expected.ordered.end());
+    for (const std::string &pattern : expected.state) {
+        difference += "\n  missing, or not in this order: " + pattern;
     }
     return difference;
 }
@@ -109,7 +112,7 @@ std::string compare(const std::vector<Effect> &effects, std::vector<Outcome> exp
 std::string playStep(ScriptedDevice &device, const std::string &line) try {
     Words in(line);
     const bool hasOutcome = in.find("=>") != Words::npos;
-    const auto effects = device.play(in.until("=>"));
+    auto effects = device.play(in.until("=>"));
     if (effects.has_value() != hasOutcome) {
         return hasOutcome ? "\n  a preparation has no outcome" : "\n  an action needs an outcome";
     }
@@ -119,7 +122,7 @@ std::string playStep(ScriptedDevice &device, const std::string &line) try {
     if (device.failureIsMissing) {
         return "\n  the failure does not happen: the plug-in makes fewer such calls";
     }
-    std::vector<Outcome> expected;
+    Effects expected;
     bool isOpen = false;
     do {
         Words outcome = in.until(",");
@@ -127,16 +130,19 @@ std::string playStep(ScriptedDevice &device, const std::string &line) try {
             misread("* is not the last outcome, but", outcome.text());
         }
         isOpen = outcome.accept("*");
-        const size_t times = outcome.find("x") == 1 ? static_cast<size_t>(outcome.until("x").number()) : 1;
+        int64_t times = outcome.find("x") == 1 ? outcome.until("x").number() : 1;
         if (!isOpen && !outcome.accept("nothing")) {
-            expected.insert(expected.end(), times * device.repeats, readOutcome(device, outcome));
+            for (times *= device.repeats; times > 0; --times) {
+                readOutcome(device, outcome, expected);
+            }
         }
     } while (!in.empty());
     std::string difference = compare(*effects, expected, isOpen);
     if (!difference.empty()) {
         difference += "\n  all that the step does:";
-        for (const Effect &effect : *effects) {
-            difference += "\n    " + effect.text.substr(0, 300);
+        effects->ordered.insert(effects->ordered.end(), effects->state.begin(), effects->state.end());
+        for (const std::string &effect : effects->ordered) {
+            difference += "\n    " + effect.substr(0, 300);
         }
     }
     return difference;

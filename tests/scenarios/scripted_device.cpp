@@ -114,21 +114,17 @@ std::string stationsText(const WIFINeighborEntry *station, uint32_t count) {
 
 // ---- Effects
 
-// Turns what a fake noted into an effect.
-Effect effectOf(const std::string &note) {
+// Turns what a fake noted into an effect. Commands that only fill a file are read.
+std::string effectOf(const std::string &note) {
     const bool isEnded = note.ends_with('\n');
     const std::string text = escapedText(isEnded ? note.substr(0, note.size() - 1) : note);
-    if (note.starts_with("logs ")) {
-        return {text[text.find(' ', 5) - 1] <= '4' ? Effect::Ordered : Effect::Optional, text + (isEnded ? "" : "\\c")};
-    }
-    if (note.starts_with("prints ")) {
-        return {Effect::Optional, text + (isEnded ? "" : "\\c")};
+    if (note.starts_with("logs ") || note.starts_with("prints ")) {
+        return text + (isEnded ? "" : "\\c");
     }
     const auto isWrittenBy = [&](const std::string &path) { return text.ends_with(" > " + path); };
-    if (isWrittenBy(kScratchFiles[0]) || isWrittenBy(kScratchFiles[1]) || isWrittenBy(kv::kResultPath)) {
-        return {Effect::Optional, "reads " + text.substr(text.find(' ') + 1)};
-    }
-    return {text.starts_with("reads ") ? Effect::Optional : Effect::Ordered, text};
+    return isWrittenBy(kScratchFiles[0]) || isWrittenBy(kScratchFiles[1]) || isWrittenBy(kv::kResultPath)
+               ? "reads " + text.substr(text.find(' ') + 1)
+               : text;
 }
 
 std::string sentText(const Sent &sent) {
@@ -185,12 +181,13 @@ void ScriptedDevice::removeFiles() {
     }
 }
 
-#define FIELDS(X)                                                                                                   \
-    X(cfgAttrCount)                                                                                                 \
-    X(rebootFromNbrCap)                                                                                             \
-    X(intfPwrCtrlFromNbrCap) X(fwVersion) X(newFwVersion) X(newFwDate) X(auxStatus) X(fwUpgradeStatus) X(modelName) \
-        X(ipAddr) X(opMode) X(buildNum) X(protoVersion) X(ledStatus) X(appVersion) X(l2DevCtrl) X(wifiAutoCfg)      \
-            X(wifiOnOff) X(fwUpgrade) X(ledOnOff) X(channel24G) X(channel5G) X(channelExtra) X(uptime)
+#define FIELDS(X)                                                                                                    \
+    X(cfgAttrCount)                                                                                                  \
+    X(rebootFromNbrCap)                                                                                              \
+    X(intfPwrCtrlFromNbrCap)                                                                                         \
+    X(fwVersion) X(newFwVersion) X(newFwDate) X(auxStatus) X(fwUpgradeStatus) X(modelName) X(ipAddr) X(opMode)       \
+        X(buildNum) X(protoVersion) X(ledStatus) X(appVersion) X(l2DevCtrl) X(wifiAutoCfg) X(wifiOnOff) X(fwUpgrade) \
+            X(ledOnOff) X(channel24G) X(channel5G) X(channelExtra) X(uptime)
 
 std::map<std::string, Value> ScriptedDevice::values() {
     std::map<std::string, Value> all = {
@@ -279,20 +276,20 @@ std::map<std::string, std::string> ScriptedDevice::observe() {
     return seen;
 }
 
-std::vector<Effect> ScriptedDevice::effectsSince(const std::map<std::string, std::string> &before) {
-    std::vector<Effect> effects;
+Effects ScriptedDevice::effectsSince(const std::map<std::string, std::string> &before) {
+    Effects effects;
     size_t sends = 0;
     for (const std::string &note : notes) {
-        effects.push_back(note == "send" ? Effect{Effect::Ordered, sentText(host.sent[sends++])} : effectOf(note));
+        effects.ordered.push_back(note == "send" ? sentText(host.sent[sends++]) : effectOf(note));
     }
     notes.clear();
     host.sent.clear();
     if (result != 0) {
-        effects.push_back({Effect::State, std::to_string(result)});
+        effects.state.push_back(std::to_string(result));
     }
     for (const auto &[name, value] : observe()) {
         if (before.at(name) != value) {
-            effects.push_back({Effect::State, name + " = " + value});
+            effects.state.push_back(name + " = " + value);
         }
     }
     return effects;

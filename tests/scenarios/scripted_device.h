@@ -15,12 +15,10 @@ namespace kvtest {
 
 inline constexpr std::time_t kScriptStart = 1'000'000;  // the clock at the start of each scenario
 
-// One effect, written like the outcome that announces it.
-struct Effect {
-    // Optional: counts only where an outcome names it; State: in any order; Ordered: all others, in their order.
-    enum Kind { Ordered, Optional, State };
-    Kind kind;
-    std::string text;
+// The effects of a step, written like the outcomes that announce them: calls in their order, and changed state.
+struct Effects {
+    std::vector<std::string> ordered;
+    std::vector<std::string> state;
 };
 
 // A part of the device's state that scenarios can read and set.
@@ -42,7 +40,7 @@ class ScriptedDevice {
 
     // Plays a step (steps.cpp) and returns the effects of an action, none for a preparation. Throws
     // std::invalid_argument at a word that does not fit.
-    std::optional<std::vector<Effect>> play(Words in);
+    std::optional<Effects> play(Words in);
 
     // Sets a value, a file or a command, and returns its old value.
     std::string change(const std::string &name, const std::string &value);
@@ -54,13 +52,13 @@ class ScriptedDevice {
     std::optional<Mac> sender;  // of the message that the step receives
     uint16_t requestId = 0;
     long result = 0;                // what the called function returned
-    size_t repeats = 1;             // how often the step does the same
+    int repeats = 1;                // how often the step does the same
     bool failureIsMissing = false;  // the injected failure of the step met no call
 
   private:
     static void removeFiles();
     std::map<std::string, Value> values();
-    std::vector<Effect> effectsSince(const std::map<std::string, std::string> &before);
+    Effects effectsSince(const std::map<std::string, std::string> &before);
 };
 
 // Returns an identifier as effects show it: "id HHHH", "new-id" for 0, "no-id" for none.

@@ -85,7 +85,7 @@ void receiveCuts(ScriptedDevice &device, Words &in) {
             device.host.receive(kAgent, cut, 1);
         }
     }
-    device.repeats = whole.size() + whole.size() - 15;
+    device.repeats = static_cast<int>(2 * whole.size()) - 15;
 }
 
 // ---- Calls
@@ -198,16 +198,17 @@ Callee callee(Result (*function)(Parameters...)) {
 #define FUNCTIONS(X)                                                                                                   \
     X(kvMAP1905_ConfQuery_send)                                                                                        \
     X(kvMAP1905_ConfRespMsg_send)                                                                                      \
-    X(kvMAP1905_IntfPwrStateQuery_send) X(kvMAP1905_WifiStateQuery_send) X(kvMAP1905_SyncCtrlSettingReq_send)          \
-        X(kvMAP1905_RssiMeasurementNotify_send) X(kvMAP1905_VenderSpecMsg_send) X(kvMAP1905_VenderSpecMcastMsg_send)   \
-            X(kvMAP1905_VenderSpecRelayMcastMsg_send) X(kvMAP1905_CtrlFromNbrCap_get) X(kvMAP1905_JsonDataModel_write) \
-                X(kvMAP1905_findController) X(kvMAP1905_param_update) X(kvMAP1905_DeviceDm_init)                       \
-                    X(kvMAP1905_DeviceDm_update) X(kvMAP1905_DevIntfDm_init) X(kvMAP1905_WifiChan_get)                 \
-                        X(kvMAP1905_CountryInBcn_update) X(kvMAP1905_TlvMDID_insert) X(kvMAP1905_mdid_update)          \
-                            X(checkKovanAgent) X(updateKvFWNewfirmware) X(updateDeviceConfig) X(setKvFWresult)         \
-                                X(addKvFWupgradealmac) X(rmKvFWupgradealmac) X(registerMAPNeighbor) X(runNetCtrl)      \
-                                    X(kvSendWIFIClientInfo) X(checkWIFIClientInfo) X(checkWIFIChannelInfo)             \
-                                        X(kvResetToDefault) X(kvPartialResetToDefault)
+    X(kvMAP1905_IntfPwrStateQuery_send)                                                                                \
+    X(kvMAP1905_WifiStateQuery_send) X(kvMAP1905_SyncCtrlSettingReq_send) X(kvMAP1905_RssiMeasurementNotify_send)      \
+        X(kvMAP1905_VenderSpecMsg_send) X(kvMAP1905_VenderSpecMcastMsg_send) X(kvMAP1905_VenderSpecRelayMcastMsg_send) \
+            X(kvMAP1905_CtrlFromNbrCap_get) X(kvMAP1905_JsonDataModel_write) X(kvMAP1905_findController)               \
+                X(kvMAP1905_param_update) X(kvMAP1905_DeviceDm_init) X(kvMAP1905_DeviceDm_update)                      \
+                    X(kvMAP1905_DevIntfDm_init) X(kvMAP1905_WifiChan_get) X(kvMAP1905_CountryInBcn_update)             \
+                        X(kvMAP1905_TlvMDID_insert) X(kvMAP1905_mdid_update) X(checkKovanAgent)                        \
+                            X(updateKvFWNewfirmware) X(updateDeviceConfig) X(setKvFWresult) X(addKvFWupgradealmac)     \
+                                X(rmKvFWupgradealmac) X(registerMAPNeighbor) X(runNetCtrl) X(kvSendWIFIClientInfo)     \
+                                    X(checkWIFIClientInfo) X(checkWIFIChannelInfo) X(kvResetToDefault)                 \
+                                        X(kvPartialResetToDefault)
 
 void call(ScriptedDevice &device, Words &in) {
     using namespace kv;
@@ -342,7 +343,7 @@ struct CapturedOutput {
 
 }  // namespace
 
-std::optional<std::vector<Effect>> ScriptedDevice::play(Words in) {
+std::optional<Effects> ScriptedDevice::play(Words in) {
     static std::string step;
     step = Words(in).join();
     if (&__sanitizer_set_death_callback != nullptr) {  // a report that ends the run names the step
@@ -389,7 +390,7 @@ std::optional<std::vector<Effect>> ScriptedDevice::play(Words in) {
         play();
         failureIsMissing = std::exchange(failure, {}).nth != 0;
     }
-    std::vector<Effect> effects = effectsSince(before);
+    const Effects effects = effectsSince(before);
     for (; !changed.empty(); changed.pop_back()) {
         change(changed.back().first, changed.back().second);
     }
