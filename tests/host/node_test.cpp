@@ -318,9 +318,9 @@ class Joining : public testing::Test, protected Party {
             run(now_);
             for (const Bytes &frame : sent()) {
                 const auto type = static_cast<uint16_t>(frame.at(16) << 8 | frame.at(17));
-                if (type == kAutoconfigurationSearch) searchId_[frame.at(38)] = after(frame, "0007", 2);
+                if (type == kAutoconfigurationSearch) searchId_[frame.at(38)] = hexOf(frame, 18, 2);
                 if (type == kAutoconfigurationWsc) {
-                    nonce_ = after(frame, "101A 0010", 16);
+                    nonce_ = hexOf(frame, 34, 16);
                     EXPECT_TRUE(contains(frame, "1049 0006 0A61C4 0101")) << "this device's own BSS";
                 }
                 if (type >= kAutoconfigurationSearch && type <= kAutoconfigurationWsc) types.push_back(type);
@@ -328,14 +328,11 @@ class Joining : public testing::Test, protected Party {
         }
         return types;
     }
-    // So many bytes that follow that part of the frame, in hex.
-    static std::string after(const Bytes &frame, const char *part, int count) {
-        const Bytes bytes = fromHex(part);
-        auto at = std::search(frame.begin(), frame.end(), bytes.begin(), bytes.end()) +
-                  static_cast<std::ptrdiff_t>(bytes.size());
+    static std::string hexOf(const Bytes &frame, size_t start, size_t count) {
         std::string text;
-        for (char digits[3]; count > 0; --count) {
-            std::snprintf(digits, sizeof digits, "%02X", *at++);
+        for (const uint8_t byte : ByteView(frame).subspan(start, count)) {
+            char digits[3];
+            std::snprintf(digits, sizeof digits, "%02X", byte);
             text += digits;
         }
         return text;
