@@ -1,6 +1,7 @@
 #include "command/client.h"
 
 #include <sys/socket.h>
+#include <unistd.h>
 
 #include <array>
 
@@ -12,7 +13,27 @@ std::system_error failureOf(const std::string &path, const char *step) {
     return support::systemError(path, step, errno == EAGAIN || errno == EINPROGRESS ? ETIMEDOUT : errno);
 }
 
+// Any user may be the first to listen at a path in /tmp.
+void requireTrusted(const support::FileDescriptor &fd, const std::string &path) {
+    const ucred peer = peerOf(fd);
+    if (mayCommand(peer)) return;
+    const std::string owner = "served by process " + std::to_string(peer.pid) + " of user " + std::to_string(peer.uid) +
+                              ", who is neither root nor this user";
+    throw support::systemError(path, owner.c_str(), EPERM);
+}
+
 }  // namespace
+
+ucred peerOf(const support::FileDescriptor &fd) {
+    ucred peer{0, static_cast<uid_t>(-1), 0};
+    socklen_t size = sizeof peer;
+    getsockopt(fd.get(), SOL_SOCKET, SO_PEERCRED, &peer, &size);
+    return peer;
+}
+
+bool mayCommand(const ucred &peer) {
+    return peer.uid == 0 || peer.uid == geteuid();
+}
 
 support::FileDescriptor newCommandSocket(const std::string &path, int flags) {
     support::FileDescriptor fd(socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC | flags, 0));
@@ -39,6 +60,7 @@ support::FileDescriptor connectToDaemon(const std::string &path, std::optional<D
     const sockaddr_un address = commandAddress(path);
     if (connect(fd.get(), reinterpret_cast<const sockaddr *>(&address), sizeof address) != 0)
         throw failureOf(path, "connect");
+    requireTrusted(fd, path);
     return fd;
 }
 

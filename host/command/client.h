@@ -1,6 +1,7 @@
 // The tool's end of the command socket.
 #pragma once
 
+#include <sys/socket.h>
 #include <sys/un.h>
 
 #include <optional>
@@ -12,14 +13,19 @@
 
 namespace kv1905d {
 
+// The process at the other end of a connected socket. One of root or of the own user may give commands and be given
+// some.
+ucred peerOf(const support::FileDescriptor &fd);
+bool mayCommand(const ucred &peer);
+
 // All throw std::system_error that names the path.
 
 // A socket with more flags, such as SOCK_NONBLOCK, and the address of the path.
 support::FileDescriptor newCommandSocket(const std::string &path, int flags);
 sockaddr_un commandAddress(const std::string &path);
 
-// Connects to the daemon; ETIMEDOUT when it does not accept in time. timeout: for each step of an exchange; without
-// one, the socket does not block.
+// Connects to the daemon; ETIMEDOUT when it does not accept in time, EPERM when it is another user's. timeout: for each
+// step of an exchange; without one, the socket does not block.
 support::FileDescriptor connectToDaemon(const std::string &path, std::optional<Duration> timeout);
 
 // Posts one command and receives the reply; ETIMEDOUT when the daemon does not accept or answer it in time.

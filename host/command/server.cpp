@@ -47,28 +47,19 @@ bool isRefused(const std::string &path) {
     return false;
 }
 
-// Removes the socket of a daemon that is gone; throws when somebody listens, or when it is something else.
+// Removes the socket of a daemon that is gone, and as root that of any other user; throws when somebody listens, or
+// when it is something else.
 void removeStale(const std::string &path) {
     struct stat facts {};
     if (lstat(path.c_str(), &facts) == 0 && !S_ISSOCK(facts.st_mode)) {
         throw std::runtime_error(path + ": is no socket and stays; remove it or choose another --socket");
     }
-    if (!isRefused(path)) {
+    const bool isForeign = geteuid() == 0 && facts.st_uid != 0;
+    if (!isForeign && !isRefused(path)) {
         throw std::runtime_error(path + ": another daemon serves it; stop that one or choose another --socket");
     }
     if (unlink(path.c_str()) != 0 && errno != ENOENT)
         throw support::systemError(path, "remove the socket of an earlier daemon");
-}
-
-ucred peerOf(const support::FileDescriptor &fd) {
-    ucred peer{0, static_cast<uid_t>(-1), 0};
-    socklen_t size = sizeof peer;
-    getsockopt(fd.get(), SOL_SOCKET, SO_PEERCRED, &peer, &size);
-    return peer;
-}
-
-bool mayPost(const ucred &peer) {
-    return peer.uid == 0 || peer.uid == geteuid();
 }
 
 }  // namespace
@@ -161,7 +152,7 @@ void CommandServer::serve(Client &client) {
     if (size > 0) {
         const auto length = static_cast<size_t>(size);
         const ByteView packet = length > message.size() ? ByteView() : ByteView(message).first(length);
-        const Reply reply = mayPost(peerOf(client.fd)) ? handlePost(packet, actions_) : Reply{Verdict::NotPermitted};
+        const Reply reply = mayCommand(peerOf(client.fd)) ? handlePost(packet, actions_) : Reply{Verdict::NotPermitted};
         if (const char *reason = rowOf(reply.verdict).logged) {
             const std::optional<Post> post = parsePost(packet);
             complain(client, (post ? "command " + std::to_string(post->code) : "post") + " refused: " + reason);

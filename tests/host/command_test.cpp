@@ -101,6 +101,19 @@ TEST(CommandServer, TakesPostsOfItsOwnUserAndRootAlone) {
     EXPECT_EQ(postCommand(kSocket, {KV_CMD_UPDATE_DEVICE_INFO, {}}, kPatience).verdict, Verdict::Accepted);
 }
 
+TEST(CommandServer, IsNotAnotherUsersWhoseSocketRootReplaces) {
+    if (geteuid() != 0) GTEST_SKIP() << "only root can become another user";
+    EXPECT_EQ(chmod("/tmp", 01777), 0);
+    EXPECT_EQ(seteuid(65534), 0);
+    const CommandServer foreign(kSocket);
+    EXPECT_EQ(seteuid(0), 0);
+    EXPECT_SAYS("of user 65534, who is neither root nor this user", errorOf([] {
+                    postCommand(kSocket, {KV_CMD_UPDATE_DEVICE_INFO, {}}, kPatience);
+                }));
+    const Daemon daemon;
+    EXPECT_EQ(postCommand(kSocket, {KV_CMD_UPDATE_DEVICE_INFO, {}}, kPatience).verdict, Verdict::Accepted);
+}
+
 TEST(CommandServer, OutlivesClientsThatAreSilentOrTalkNonsense) {
     const Daemon daemon;
     std::vector<FileDescriptor> silent;
