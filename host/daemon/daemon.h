@@ -4,7 +4,7 @@
 #include <memory>
 #include <vector>
 
-#include "command/server.h"
+#include "daemon/command_server.h"
 #include "daemon/data_model_writer.h"
 #include "daemon/ethernet_port.h"
 #include "daemon/event_loop.h"

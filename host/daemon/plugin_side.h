@@ -5,9 +5,9 @@
 #include <functional>
 #include <optional>
 
-#include "command/server.h"
 #include "daemon/agent_polling.h"
 #include "daemon/bss_extension.h"
+#include "daemon/command_server.h"
 #include "daemon/data_model_file.h"
 #include "daemon/node.h"
 #include "daemon/onboarding.h"

@@ -12,7 +12,7 @@
 #include <thread>
 
 #include "command/client.h"
-#include "command/server.h"
+#include "daemon/command_server.h"
 #include "daemon/event_loop.h"
 #include "daemon/supervisor.h"
 #include "support/line_output.h"

@@ -11,7 +11,7 @@
 #include "app/result_file.h"
 #include "app/run.h"
 #include "command/client.h"
-#include "command/server.h"
+#include "daemon/command_server.h"
 #include "host_support.h"
 
 namespace kv1905d {

@@ -1,4 +1,4 @@
-#include "command/server.h"
+#include "daemon/command_server.h"
 
 #include <fcntl.h>
 #include <sys/socket.h>
