@@ -185,9 +185,10 @@ void ScriptedDevice::removeFiles() {
     X(cfgAttrCount)                                                                                                  \
     X(rebootFromNbrCap)                                                                                              \
     X(intfPwrCtrlFromNbrCap)                                                                                         \
-    X(fwVersion) X(newFwVersion) X(newFwDate) X(auxStatus) X(fwUpgradeStatus) X(modelName) X(ipAddr) X(opMode)       \
-        X(buildNum) X(protoVersion) X(ledStatus) X(appVersion) X(l2DevCtrl) X(wifiAutoCfg) X(wifiOnOff) X(fwUpgrade) \
-            X(ledOnOff) X(channel24G) X(channel5G) X(channelExtra) X(uptime)
+    X(fwVersion)                                                                                                     \
+    X(newFwVersion) X(newFwDate) X(auxStatus) X(fwUpgradeStatus) X(modelName) X(ipAddr) X(opMode) X(buildNum)        \
+        X(protoVersion) X(ledStatus) X(appVersion) X(l2DevCtrl) X(wifiAutoCfg) X(wifiOnOff) X(fwUpgrade) X(ledOnOff) \
+            X(channel24G) X(channel5G) X(channelExtra) X(uptime)
 
 std::map<std::string, Value> ScriptedDevice::values() {
     std::map<std::string, Value> all = {

@@ -37,7 +37,7 @@ size_t readQuoted(const std::string &line, size_t at, std::string &text) {
 // Returns W repeated N times for a word W*N.
 std::string repeated(const std::string &word) {
     const size_t star = word.find('*');
-    if (star == std::string::npos || star == 0 || word.find_first_not_of("0123456789", star + 1) != std::string::npos) {
+    if (star == 0 || star == std::string::npos || word.find_first_not_of("0123456789", star + 1) != std::string::npos) {
         return word;
     }
     std::string all;
@@ -47,20 +47,14 @@ std::string repeated(const std::string &word) {
     return all;
 }
 
-// Returns the bytes of a number in the machine's order.
-template <typename Number>
-Bytes bytesOfNumber(const std::string &text) {
-    const auto number = static_cast<Number>(std::stol(text, nullptr, 0));
-    const auto *bytes = reinterpret_cast<const uint8_t *>(&number);
-    return Bytes(bytes, bytes + sizeof number);
-}
-
 Bytes bytesOf(const std::string &word) {
     if (const auto mac = namedMacs().find(word); mac != namedMacs().end()) {
         return Bytes(mac->second.begin(), mac->second.end());
     }
-    if (word.starts_with("h16:") || word.starts_with("h32:")) {
-        return word[1] == '1' ? bytesOfNumber<uint16_t>(word.substr(4)) : bytesOfNumber<uint32_t>(word.substr(4));
+    if (word.starts_with("h16:") || word.starts_with("h32:")) {  // a number in the machine's order
+        const auto number = static_cast<uint32_t>(std::stol(word.substr(4), nullptr, 0));
+        const auto half = static_cast<uint16_t>(number);
+        return fromHex(word[1] == '1' ? hexText(&half, sizeof half) : hexText(&number, sizeof number));
     }
     if (word.size() % 2 != 0 || word.find_first_not_of("0123456789abcdefABCDEF") != std::string::npos) {
         misread("no bytes", word);
@@ -86,10 +80,9 @@ const std::map<std::string, Mac> &namedMacs() {
 }
 
 std::string hexText(const void *bytes, size_t count) {
-    constexpr char kDigits[] = "0123456789abcdef";
     std::string text;
     for (const uint8_t byte : std::span(static_cast<const uint8_t *>(bytes), count)) {
-        text += {kDigits[byte >> 4], kDigits[byte & 15]};
+        text += {"0123456789abcdef"[byte >> 4], "0123456789abcdef"[byte & 15]};
     }
     return text;
 }
@@ -184,10 +177,10 @@ bool Words::acceptSetting(std::string &name, std::string &value) {
 Mac Words::mac() {
     const std::string word = text();
     const Bytes bytes = bytesOf(word);
-    Mac mac;
-    if (bytes.size() != mac.size()) {
+    if (bytes.size() != KV_MAC_LEN) {
         misread("no MAC address", word);
     }
+    Mac mac;
     std::copy(bytes.begin(), bytes.end(), mac.begin());
     return mac;
 }

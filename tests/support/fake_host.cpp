@@ -27,16 +27,12 @@ KvIntfList *newInterfaceList() {
     if (host->interfaces.empty()) {
         return nullptr;
     }
-    auto *list = static_cast<KvIntfList *>(std::malloc(sizeof(KvIntfList)));
-    list->count = static_cast<uint32_t>(host->interfaces.size());
-    KvIntfEntry **link = &list->head;
-    for (const auto &[mac, mediaType] : host->interfaces) {
-        *link = static_cast<KvIntfEntry *>(std::malloc(sizeof(KvIntfEntry)));
-        std::memcpy((*link)->mac, mac.data(), mac.size());
-        (*link)->mediaType = mediaType;
-        link = &(*link)->next;
+    auto *list = new (std::malloc(sizeof(KvIntfList))) KvIntfList{0, nullptr};
+    for (auto each = host->interfaces.rbegin(); each != host->interfaces.rend(); ++each) {
+        list->head = new (std::malloc(sizeof(KvIntfEntry))) KvIntfEntry{list->head, {}, each->second};
+        std::memcpy(list->head->mac, each->first.data(), KV_MAC_LEN);
+        ++list->count;
     }
-    *link = nullptr;
     return list;
 }
 

@@ -3,7 +3,6 @@
 #include <sys/time.h>
 
 #include <algorithm>
-#include <cerrno>
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
@@ -24,13 +23,6 @@ std::time_t clockNow = 0;
     std::vsnprintf(text, sizeof text, format, arguments); \
     va_end(arguments);                                    \
     kvtest::notes.push_back((begin) + text)
-
-// Whether the call fails, and with which error number.
-bool failsWith(const char *kind, int error) {
-    const bool fails = kvtest::callFails(kind);
-    errno = fails ? error : errno;
-    return fails;
-}
 
 }  // namespace
 
@@ -61,8 +53,7 @@ void kvMAP_log_setting(int first, int second, int third) {
 }
 
 char *nvram_get(const char *name) {
-    const auto setting = kvtest::nvram.find(name);
-    return setting == kvtest::nvram.end() ? nullptr : setting->second.data();
+    return kvtest::nvram.contains(name) ? kvtest::nvram[name].data() : nullptr;
 }
 
 // ---- The C library's calls. time and sleep are replaced for plug-in and test alike. The linker's --wrap leads the
@@ -96,7 +87,7 @@ void *__wrap_calloc(size_t count, size_t size) {
 }
 
 std::FILE *__wrap_fopen(const char *path, const char *mode) {
-    return failsWith("fopen", EMFILE) ? nullptr : __real_fopen(path, mode);
+    return kvtest::callFails("fopen") ? nullptr : __real_fopen(path, mode);
 }
 
 // With 64-bit file offsets, a 32-bit C library has a name of its own for fopen.
@@ -107,12 +98,12 @@ std::FILE *__wrap_fopen64(const char *path, const char *mode) {
 // Weak, because fuzzing answers commands instead of running them.
 [[gnu::weak]] std::FILE *__wrap_popen(const char *command, const char *mode) {
     kvtest::notes.push_back(std::string("reads ") + command);
-    return failsWith("popen", EAGAIN) ? nullptr : __real_popen(command, mode);
+    return kvtest::callFails("popen") ? nullptr : __real_popen(command, mode);
 }
 
 [[gnu::weak]] int __wrap_system(const char *command) {
     kvtest::notes.push_back(std::string("runs ") + command);
-    return failsWith("system", EAGAIN) ? -1 : __real_system(command);
+    return kvtest::callFails("system") ? -1 : __real_system(command);
 }
 
 }  // extern "C"
