@@ -1,4 +1,4 @@
-// Plays the scenarios of this directory; README.md explains their form.
+// Plays the scenarios of this directory; docs/scenarios.md explains their form.
 #include <gtest/gtest.h>
 
 #include <algorithm>

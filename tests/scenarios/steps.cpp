@@ -1,4 +1,4 @@
-// The actions and preparations of scenarios, in a table by their names; README.md explains them.
+// The actions and preparations of scenarios, in a table by their names; docs/scenarios.md explains them.
 #include <algorithm>
 #include <cstring>
 #include <deque>
