@@ -108,11 +108,8 @@ Played play(ScriptedDevice &device, const std::string &step) {
     data_model_time_stamp = 0;
     callCounts.clear();
     const auto effects = device.play(step);
-    for (const std::string &effect : effects->ordered) {
-        if (effect.starts_with("to ")) {
-            run.sent.push_back(effect);
-        }
-    }
+    for (const std::string &effect : effects->ordered)
+        if (effect.starts_with("to ")) run.sent.push_back(effect);
     run.calls = callCounts;
     run.state = device.observe();
     return run;
@@ -120,9 +117,8 @@ Played play(ScriptedDevice &device, const std::string &step) {
 
 std::unique_ptr<ScriptedDevice> preparedDevice() {
     auto device = std::make_unique<ScriptedDevice>();
-    for (const std::string &step : kSetUp) {
+    for (const std::string &step : kSetUp)
         device->play(step);
-    }
     return device;
 }
 
@@ -130,11 +126,8 @@ std::unique_ptr<ScriptedDevice> preparedDevice() {
 std::vector<std::string> faultsOf(const Values &before, const Played &clean, const Played &cleanAgain,
                                   const Played &failed, const Played &next) {
     std::vector<std::string> faults;
-    for (const std::string &message : failed.sent) {
-        if (std::count(clean.sent.begin(), clean.sent.end(), message) == 0) {
-            faults.push_back("sends " + message);
-        }
-    }
+    for (const std::string &message : failed.sent)
+        if (std::count(clean.sent.begin(), clean.sent.end(), message) == 0) faults.push_back("sends " + message);
     for (const auto &[name, value] : failed.state) {
         if (value != before.at(name) && value != clean.state.at(name)) {
             faults.push_back("leaves " + name + " = " + value);
@@ -153,9 +146,8 @@ std::vector<std::string> faultsOf(const Values &before, const Played &clean, con
 
 TEST(FailureSweep, AFailureDoesNoHarmAndTheNextCallWorks) {
     std::vector<std::string> steps(std::begin(kSteps), std::end(kSteps));
-    for (const SampleMessage &sample : kSampleMessages) {
+    for (const SampleMessage &sample : kSampleMessages)
         steps.push_back(std::string("receive ") + kvVendorMessageName(sample.type) + " " + sample.payload);
-    }
     size_t failures = 0;
     for (const std::string &step : steps) {
         auto device = preparedDevice();

@@ -15,14 +15,11 @@ namespace {
 // Whether text matches a pattern, in which "..." stands for any characters.
 bool matches(const std::string &text, const std::string &pattern) {
     const size_t gap = pattern.find("...");
-    if (gap == std::string::npos) {
-        return text == pattern;
-    }
+    if (gap == std::string::npos) return text == pattern;
     bool isMatch = false;
     const std::string rest = pattern.substr(gap + 3);
-    for (size_t at = gap; at <= text.size() && !isMatch && text.compare(0, gap, pattern, 0, gap) == 0; ++at) {
+    for (size_t at = gap; at <= text.size() && !isMatch && text.compare(0, gap, pattern, 0, gap) == 0; ++at)
         isMatch = matches(text.substr(at), rest);
-    }
     return isMatch;
 }
 
@@ -40,12 +37,8 @@ std::string messagePattern(const ScriptedDevice &device, Words &in) {
 // Adds the pattern of an outcome to what is expected.
 void readOutcome(const ScriptedDevice &device, Words in, Effects &expected) {
     const std::string all = Words(in).join();
-    if (all.find_first_not_of("-0123456789") == std::string::npos) {
-        return expected.state.push_back(all);
-    }
-    if (in.accept("result")) {
-        return expected.state.push_back("result = " + in.text() + "\\n");
-    }
+    if (all.find_first_not_of("-0123456789") == std::string::npos) return expected.state.push_back(all);
+    if (in.accept("result")) return expected.state.push_back("result = " + in.text() + "\\n");
     if (in.find("=") != Words::npos) {
         const std::string name = in.until("=").join();
         return expected.state.push_back(name + " = " + escapedText(in.join()));
@@ -102,9 +95,8 @@ std::string compare(const Effects &found, Effects expected, bool isOpen) {
         }
     }
     expected.state.insert(expected.state.end(), next, expected.ordered.end());
-    for (const std::string &pattern : expected.state) {
+    for (const std::string &pattern : expected.state)
         difference += "\n  missing, or not in this order: " + pattern;
-    }
     return difference;
 }
 
@@ -116,34 +108,26 @@ std::string playStep(ScriptedDevice &device, const std::string &line) try {
     if (effects.has_value() != hasOutcome) {
         return hasOutcome ? "\n  a preparation has no outcome" : "\n  an action needs an outcome";
     }
-    if (!hasOutcome) {
-        return "";
-    }
-    if (device.failureIsMissing) {
-        return "\n  the failure does not happen: the plug-in makes fewer such calls";
-    }
+    if (!hasOutcome) return "";
+    if (device.failureIsMissing) return "\n  the failure does not happen: the plug-in makes fewer such calls";
     Effects expected;
     bool isOpen = false;
     do {
         Words outcome = in.until(",");
-        if (isOpen) {
-            misread("* is not the last outcome, but", outcome.text());
-        }
+        if (isOpen) misread("* is not the last outcome, but", outcome.text());
         isOpen = outcome.accept("*");
         int64_t times = outcome.find("x") == 1 ? outcome.until("x").number() : 1;
         if (!isOpen && !outcome.accept("nothing")) {
-            for (times *= device.repeats; times > 0; --times) {
+            for (times *= device.repeats; times > 0; --times)
                 readOutcome(device, outcome, expected);
-            }
         }
     } while (!in.empty());
     std::string difference = compare(*effects, expected, isOpen);
     if (!difference.empty()) {
         difference += "\n  all that the step does:";
         effects->ordered.insert(effects->ordered.end(), effects->state.begin(), effects->state.end());
-        for (const std::string &effect : effects->ordered) {
+        for (const std::string &effect : effects->ordered)
             difference += "\n    " + effect.substr(0, 300);
-        }
     }
     return difference;
 } catch (const std::exception &error) {
@@ -165,9 +149,7 @@ TEST(Scenarios, HaveTheOutcomesThatTheyName) {
             } else if (!line.empty() && line[0] != '#') {
                 const std::string fault =
                     device == nullptr ? "\n  a step before the first ==" : playStep(*device, line);
-                if (!fault.empty()) {
-                    ADD_FAILURE_AT(entry.path().c_str(), number) << line << fault;
-                }
+                if (!fault.empty()) ADD_FAILURE_AT(entry.path().c_str(), number) << line << fault;
             }
         }
     }

@@ -33,9 +33,7 @@ std::span<uint8_t> recordOf(uint32_t object, const KcfgInstanceIndex &index) {
 
 int get(uint32_t object, const KcfgInstanceIndex &index, void **copy) {
     const std::span<uint8_t> record = recordOf(object, index);
-    if (record.empty()) {
-        return -1;
-    }
+    if (record.empty()) return -1;
     *copy = std::malloc(record.size());
     std::memcpy(*copy, record.data(), record.size());
     return 0;
@@ -43,9 +41,7 @@ int get(uint32_t object, const KcfgInstanceIndex &index, void **copy) {
 
 int set(uint32_t object, const KcfgInstanceIndex &index, const void *value, const char *options) {
     const std::span<uint8_t> record = recordOf(object, index);
-    if (record.empty() || options != nullptr) {
-        return -1;
-    }
+    if (record.empty() || options != nullptr) return -1;
     std::memcpy(record.data(), value, record.size());
     return 0;
 }
@@ -59,9 +55,7 @@ int kcfgFeObjStructGetWithoutUpdate(uint32_t object, KcfgInstanceIndex *index, v
 
 int kcfgFeObjStructGetNextWithoutUpdate(uint32_t object, KcfgInstanceIndex *index, void **copy) {
     *copy = nullptr;
-    if (kvtest::callFails("kcfg")) {
-        return -1;
-    }
+    if (kvtest::callFails("kcfg")) return -1;
     index->instance[0] = static_cast<uint8_t>(index->level == 0 ? 1 : index->instance[0] + 1);
     index->level = 1;
     return get(object, *index, copy);
@@ -82,9 +76,7 @@ int kcfgFeObjJsonGet(uint32_t object, KcfgInstanceIndex *, json_object **copy) {
 }
 
 int kcfgFeObjJsonSetWithoutApply(uint32_t object, KcfgInstanceIndex *, json_object *value, const char *options) {
-    if (!enter("jsonSet") || object != RDM_OID_FACTORY_RESET || options != nullptr) {
-        return -1;
-    }
+    if (!enter("jsonSet") || object != RDM_OID_FACTORY_RESET || options != nullptr) return -1;
     char(&text)[64] = configService.factoryReset;
     std::snprintf(text, sizeof text, "%s", json_object_to_json_string_ext(value, JSON_C_TO_STRING_PLAIN));
     return 0;

@@ -22,9 +22,8 @@ inline constexpr Mac kStranger = {0x02, 0xEE, 0xEE, 0xEE, 0xEE, 0xEE};
 
 template <typename Range>
 void append(Bytes &bytes, const Range &more) {
-    for (const auto byte : more) {
+    for (const auto byte : more)
         bytes.push_back(static_cast<uint8_t>(byte));
-    }
 }
 
 // The first count bytes.

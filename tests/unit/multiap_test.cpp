@@ -54,9 +54,8 @@ TEST_F(MultiAp, ExtensionIsWrittenByteForByte) {
     EXPECT_EQ(Bytes(buffer, buffer + 30),
               fromHex("000000 10 49 00 14 0A 61 C4 01 01 40 02 01 01 03 02 12 34 04 02 00 02 07 01 05 000000"));
     std::string lines;
-    for (const std::string &note : notes) {
+    for (const std::string &note : notes)
         lines += note.starts_with("logs 2.7 ") ? note.substr(9) : note;
-    }
     EXPECT_EQ(lines,
               "Enter.\nBandIndex   : 0x40\nAttribute   : 0x01\nMDID        : 0x1234\nTCI         : 0x0002\n"
               "WlMode      : 0x04\nExtAttribute: 0x05\nChannel     : 0x07\nACS_Sideband: 0x08\n"
@@ -122,9 +121,8 @@ TEST_F(MultiAp, AVirtualBssBelongsToTheMainBssBefore) {
     const std::pair<uint8_t, uint8_t> steps[] = {
         {0x02, 9}, {0x40, 3},         {0x42, 9},         {0x82, 9},         {0x80, kAsBefore},
         {0x02, 9}, {0x20, kAsBefore}, {0x00, kAsBefore}, {0x60, kAsBefore}, {0x43, kAsBefore}};
-    for (const auto &[bandIndex, extAttribute] : steps) {
+    for (const auto &[bandIndex, extAttribute] : steps)
         EXPECT_EQ(extAttributeOf(bandIndex), extAttribute) << int{bandIndex};
-    }
     nvram = {{"wl0_nband", "1"}, {"wl1_nband", "1"}, {"wl0_extattr", "6"}, {"wl1_extattr", "7"}};
     EXPECT_EQ(extAttributeOf(0x40), 6) << "the first radio of a band";
 }

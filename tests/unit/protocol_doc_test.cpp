@@ -51,13 +51,11 @@ TEST(ProtocolDocument, ListsWhatTheCodeHas) {
     }
     const std::string features = "plugin/features/",
                       attributes = fileText(features + "config_exchange/config_exchange.cpp");
-    for (const auto &row : rowsOf(attributes, std::regex(R"(CONF_ATTR_(\w+) = (\d+),)"))) {
+    for (const auto &row : rowsOf(attributes, std::regex(R"(CONF_ATTR_(\w+) = (\d+),)")))
         coded.insert(row.str(2) + " " + row.str(1));
-    }
     const std::string fields = fileText(features + "wifi_clients/client_report_codec.cpp");
     int number = 0;
-    for (const auto &row : rowsOf(fields, std::regex(R"(readNumber<&WIFINeighborEntry::(\w+)(, 16)?>,)"))) {
+    for (const auto &row : rowsOf(fields, std::regex(R"(readNumber<&WIFINeighborEntry::(\w+)(, 16)?>,)")))
         coded.insert(std::to_string(++number) + " " + row.str(1));
-    }
     EXPECT_EQ(documented, coded);
 }

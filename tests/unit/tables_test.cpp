@@ -40,9 +40,8 @@ class Tables : public testing::Test {
 
     std::vector<Station> stations() const {
         std::vector<Station> all;
-        for (const auto *at = agent_.wifiNbrHead; at != nullptr; at = at->next) {
+        for (const auto *at = agent_.wifiNbrHead; at != nullptr; at = at->next)
             all.emplace_back(at->mac[4] << 8 | at->mac[5], at->Tx);
-        }
         EXPECT_EQ(all.size(), agent_.wifiNbrNum);
         return all;
     }
@@ -60,9 +59,8 @@ class Tables : public testing::Test {
         host_.sent.clear();
         setClock(now);
         queries_.resendDue(now);
-        for (size_t i = 0; i < kQueries; ++i) {
+        for (size_t i = 0; i < kQueries; ++i)
             EXPECT_FALSE(kv::isZeroMac(queries_.at(i).alMac)) << i << " is lost";
-        }
         return host_.sent.size();
     }
 
