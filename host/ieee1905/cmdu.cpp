@@ -58,47 +58,66 @@ class TlvDecoder {
     bool ended_ = false;
 };
 
-Bytes frame(const Message &message, size_t index, bool last, ByteView body) {
-    WireWriter out;
-    out.u8(0);  // message version
-    out.u8(0);  // reserved
-    out.u16(message.type);
-    out.u16(message.id);
-    out.u8(static_cast<uint8_t>(index));
-    out.u8(static_cast<uint8_t>((last ? kFlagLast : 0) | (message.relay ? kFlagRelay : 0)));
-    out.bytes(body);
-    return out.take();
+void append(Bytes &out, ByteView bytes) {
+    out.insert(out.end(), bytes.begin(), bytes.end());
 }
 
-// Fills bodies up to kMaxBody.
-class BodyCutter {
+void append(Bytes &out, const Tlv &tlv) {
+    const size_t size = tlv.value.size();
+    const uint8_t header[kTlvHeaderSize] = {tlv.type, static_cast<uint8_t>(size >> 8), static_cast<uint8_t>(size)};
+    append(out, header);
+    append(out, tlv.value);
+}
+
+// Fills frame payloads up to kMaxFramePayload; their headers are written at the end.
+class FrameCutter {
   public:
+    // bytes: of all TLVs.
+    explicit FrameCutter(size_t bytes) : expected_(std::min(kHeaderSize + bytes, kMaxFramePayload)) { begin(); }
+
     void add(const Tlv &tlv) {
-        WireWriter out;
-        out.u8(tlv.type);
-        out.u16(static_cast<uint16_t>(tlv.value.size()));
-        out.bytes(tlv.value);
-        const Bytes encoded = out.take();
-        if (encoded.size() > kMaxBody - current().size() && !current().empty()) bodies_.emplace_back();
+        const size_t size = kTlvHeaderSize + tlv.value.size();
+        if (size > room() && room() < kMaxBody) begin();
+        if (size <= room()) return append(frames_.back(), tlv);
+        Bytes encoded;
+        append(encoded, tlv);
         ByteView rest = encoded;
         while (rest.size() > kMaxBody) {
             // Leave no tail shorter than an end of message: receivers drop such frames.
             const size_t tail = rest.size() - kMaxBody;
-            rest = move(rest, tail < kTlvHeaderSize ? kMaxBody - kTlvHeaderSize : kMaxBody);
-            bodies_.emplace_back();
+            const size_t part = tail < kTlvHeaderSize ? kMaxBody - kTlvHeaderSize : kMaxBody;
+            append(frames_.back(), rest.first(part));
+            rest = rest.subspan(part);
+            begin();
         }
-        move(rest, rest.size());
+        append(frames_.back(), rest);
     }
-    std::vector<Bytes> take() { return std::move(bodies_); }
+    std::vector<Bytes> take(const Message &message) {
+        for (size_t i = 0; i < frames_.size(); ++i) {
+            const bool isLast = i + 1 == frames_.size();
+            const auto flags = static_cast<uint8_t>((isLast ? kFlagLast : 0) | (message.relay ? kFlagRelay : 0));
+            const uint8_t header[kHeaderSize] = {0,  // message version
+                                                 0,  // reserved
+                                                 static_cast<uint8_t>(message.type >> 8),
+                                                 static_cast<uint8_t>(message.type),
+                                                 static_cast<uint8_t>(message.id >> 8),
+                                                 static_cast<uint8_t>(message.id),
+                                                 static_cast<uint8_t>(i),
+                                                 flags};
+            std::copy_n(header, kHeaderSize, frames_[i].begin());
+        }
+        return std::move(frames_);
+    }
 
   private:
-    Bytes &current() { return bodies_.back(); }
-    ByteView move(ByteView from, size_t count) {
-        current().insert(current().end(), from.begin(), from.begin() + static_cast<ptrdiff_t>(count));
-        return from.subspan(count);
+    size_t room() const { return kMaxFramePayload - frames_.back().size(); }
+    void begin() {
+        frames_.emplace_back().reserve(expected_);
+        frames_.back().resize(kHeaderSize);
     }
 
-    std::vector<Bytes> bodies_{1};
+    size_t expected_;
+    std::vector<Bytes> frames_;
 };
 
 }  // namespace
@@ -135,18 +154,17 @@ std::optional<std::vector<Tlv>> decodeTlvs(std::span<const ByteView> bodies) {
 }
 
 std::vector<Bytes> encodeMessage(const Message &message) {
-    BodyCutter cutter;
+    size_t size = kTlvHeaderSize;
     for (const Tlv &tlv : message.tlvs) {
         if (tlv.value.size() > kMaxTlvValue) return {};
+        size += kTlvHeaderSize + tlv.value.size();
+    }
+    FrameCutter cutter(size);
+    for (const Tlv &tlv : message.tlvs)
         cutter.add(tlv);
-    }
     cutter.add({kTlvEndOfMessage, {}});
-    const std::vector<Bytes> bodies = cutter.take();
-    if (bodies.size() > kMaxFragments) return {};
-    std::vector<Bytes> frames;
-    for (size_t i = 0; i < bodies.size(); ++i) {
-        frames.push_back(frame(message, i, i + 1 == bodies.size(), bodies[i]));
-    }
+    std::vector<Bytes> frames = cutter.take(message);
+    if (frames.size() > kMaxFragments) return {};
     return frames;
 }
 
