@@ -14,12 +14,14 @@ namespace kv1905d {
     X("EventsFailed", eventsFailed)   /* for want of memory, mostly */           \
     X("SendFailures", sendFailures)   /* frames the interface did not accept */  \
     X("MessagesReceived", messagesReceived)                                      \
+    X("MessagesUnhandled", messagesUnhandled)                                    \
     X("MessagesRelayed", messagesRelayed)                                        \
     X("DuplicatesDropped", duplicatesDropped)                                    \
     X("ReassemblyTimeouts", reassemblyTimeouts)                                  \
     X("ReassemblyEvictions", reassemblyEvictions)                                \
     X("ParseFailures", parseFailures)                                            \
     X("VendorTlvsReceived", vendorTlvsReceived)                                  \
+    X("VendorTlvsForeign", vendorTlvsForeign) /* of other vendors */             \
     X("VendorTlvsRefused", vendorTlvsRefused) /* by the settings guard */        \
     X("VendorMessagesSent", vendorMessagesSent)
 

@@ -6,7 +6,9 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <climits>
 #include <csignal>
+#include <cstdio>
 #include <cstring>
 #include <ctime>
 #include <random>
@@ -20,13 +22,26 @@
 namespace kv1905d {
 namespace {
 
-constexpr int kFramesPerTurn = 64;       // read from one socket before the others have their turn
+constexpr int kFramesPerTurn = 64;  // read from one socket before the others have their turn
+constexpr size_t kMaxForeignLogged = 256;
 constexpr size_t kLargestFrame = 65536;  // bytes; larger than any interface delivers
 constexpr Duration kLongestWait{1000};   // of a frame in a socket; after a stall, what is newer matters more
 
 // Gives a descriptor another socket, so that its number stays.
 void replaceSocket(FileDescriptor &fd, const FileDescriptor &fresh) {
     if (dup3(fresh.get(), fd.get(), O_CLOEXEC) < 0) throw std::system_error(errno, std::generic_category(), "dup3");
+}
+
+std::string hostName() {
+    char name[HOST_NAME_MAX + 1] = "";
+    gethostname(name, sizeof name - 1);
+    return name;
+}
+
+void printUnhandled(const MacAddress &source, const Message &message) {
+    char name[32];
+    std::snprintf(name, sizeof name, "message 0x%04x", message.type);
+    printTrace(Direction::In, source.text(), message.id, {.name = name, .words = "not handled"});
 }
 
 }  // namespace
@@ -50,6 +65,7 @@ Daemon::Daemon(const Options &options, Heartbeat heartbeat)
 NodeConfig Daemon::openPorts() {
     NodeConfig config;
     config.alMac = options_.alMac;
+    config.name = hostName();
     config.discoveryInterval = std::chrono::seconds(options_.discoveryInterval);
     config.seed = std::random_device{}();
     for (const std::string &name : options_.interfaces) {
@@ -81,6 +97,8 @@ NodeEvents Daemon::nodeEvents() {
         return onboarding_->receive(source, message, now);
     };
     events.vendorTlv = [this](const VendorTlv &tlv) { receiveVendorTlv(tlv); };
+    events.linkStatistics = [this](size_t port) { return interfaceStatistics(options_.interfaces[port]); };
+    if (options_.trace) events.unhandled = printUnhandled;
     if (options_.plugin.empty()) return events;
     events.notification = [this](const MacAddress &alMac) { plugin_->polling().notified(alMac); };
     events.topologyResponse = [this](const MacAddress &alMac) {
@@ -159,12 +177,22 @@ void Daemon::receiveVendorTlv(const VendorTlv &tlv) {
     const std::string source = tlv.source.text();
     const VendorMessage message = readVendorMessage(tlv.value);
     if (options_.trace) printTrace(Direction::In, source, tlv.msgId, message);
+    if (message.isForeign) return noteForeign(tlv, message.name);
+    Device *device = node_->topology().find(tlv.source);
+    if (device != nullptr && !message.fault) device->sentVendorMessage = true;
     // The plug-in's own line about a message that it refuses does not contain the source.
     if (message.fault) {
         malformed_.log(KV_LOG_WARNING, EventLoop::now(), "%s: vendor message from %s: %s malformed: %s",
                        tlv.interface.c_str(), source.c_str(), message.name.c_str(), message.fault->c_str());
     }
     if (plugin_) plugin_->receive(tlv, message, onboarding_->controller(), EventLoop::now());
+}
+
+void Daemon::noteForeign(const VendorTlv &tlv, const std::string &name) {
+    ++foreignTlvs_;
+    if (foreignLogged_.size() >= kMaxForeignLogged || !foreignLogged_.emplace(tlv.source, name).second) return;
+    KV_HOST_LOG(KV_LOG_INFO, "%s: %s from %s is not for the plug-in; more of them are only counted",
+                tlv.interface.c_str(), name.c_str(), tlv.source.text().c_str());
 }
 
 // Runs what is due in node and JSON file, and sets the timer for what is next.
@@ -242,10 +270,12 @@ void Daemon::writeDataModel() {
     Counters counters = node_->counters();
     counters.framesLate = framesLate_;
     counters.eventsFailed = loop_.failures();
+    counters.vendorTlvsForeign = foreignTlvs_;
     counters.vendorTlvsRefused = plugin_ ? plugin_->refused() : 0;
-    const std::string text = dataModelJson(
-        {node_->topology(), counters, role(), plugin_ ? plugin_->mainNetworks() : MainNetworks{}, EventLoop::now(),
-         wallClock, onboarding_->controller(), plugin_ ? plugin_->stationCount() : 0, onboarding_->apConfigurations()});
+    const std::string text =
+        dataModelJson({node_->topology(), counters, role(), plugin_ ? plugin_->mainNetworks() : MainNetworks{},
+                       EventLoop::now(), wallClock, onboarding_->controller(), plugin_ ? plugin_->stationCount() : 0,
+                       onboarding_->apConfigurations(), node_->unhandled()});
     support::replaceFile(options_.dataModel, text, 0644, support::Durable::No);
     if (plugin_) plugin_->setDataModelTime(wallClock);
 }

@@ -2,6 +2,9 @@
 #pragma once
 
 #include <memory>
+#include <set>
+#include <string>
+#include <utility>
 #include <vector>
 
 #include "daemon/command_server.h"
@@ -42,6 +45,7 @@ class Daemon {
 
     void readFrames(size_t port);
     void receiveVendorTlv(const VendorTlv &tlv);
+    void noteForeign(const VendorTlv &tlv, const std::string &name);
     void schedule();
     void everySecond();
     void checkLinks();
@@ -63,8 +67,10 @@ class Daemon {
     DataModelWriter writer_;
     support::LogGate malformed_, late_, links_;
     uint64_t framesLate_ = 0;
-    uint64_t shownChanges_ = 0;  // of the topology, in the JSON file
-    EventLoop loop_;             // closed before what it watches
+    uint64_t foreignTlvs_ = 0;
+    std::set<std::pair<MacAddress, std::string>> foreignLogged_;  // their sources and names
+    uint64_t shownChanges_ = 0;                                   // of the topology, in the JSON file
+    EventLoop loop_;                                              // closed before what it watches
     EventLoop::Timer &nodeTimer_;
 };
 

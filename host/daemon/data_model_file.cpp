@@ -334,6 +334,14 @@ void DataModelPrinter::printOwn() {
         for (const CounterRow &row : kCounterRows)
             out_.member(row.name, view_.counters.*row.field);
     });
+    out_.list("UnhandledMessageList", [&] {
+        for (const auto &[type, count] : view_.unhandledMessages) {
+            out_.entry([&, type = type, count = count] {
+                out_.member("Type", type);
+                out_.member("Count", count);
+            });
+        }
+    });
     out_.countedList("NumberOfDevices", "DeviceList", [&] {
         for (const auto &[alMac, device] : devices)
             out_.entry([&] { printOwnDevice(*device, hops); });

@@ -17,6 +17,7 @@
 #include <iterator>
 
 #include "ieee1905/cmdu.h"
+#include "ieee1905/lldp.h"
 
 namespace kv1905d {
 namespace {
@@ -41,11 +42,12 @@ bool interfaceRequest(const std::string &interface, unsigned long request, ifreq
     return control.valid() && ioctl(control.get(), request, &answer) == 0;
 }
 
-// Accepts frames of our EtherType. Node compares addresses: those of interfaces may change.
+// Accepts frames of our EtherType and LLDP. Node compares addresses: those of interfaces may change.
 void attachFilter(int fd, const std::string &interface) {
     sock_filter program[] = {
         BPF_STMT(BPF_LD | BPF_H | BPF_ABS, offsetof(ethhdr, h_proto)),
-        BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, kEtherType, 0, 1),
+        BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, kEtherType, 1, 0),
+        BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, kLldpEtherType, 0, 1),
         BPF_STMT(BPF_RET | BPF_K, 0xFFFF),  // bytes
         BPF_STMT(BPF_RET | BPF_K, 0),
     };
@@ -104,6 +106,20 @@ int interfaceIndex(const std::string &interface) {
     return static_cast<int>(if_nametoindex(interface.c_str()));
 }
 
+LinkStatistics interfaceStatistics(const std::string &interface) {
+    const auto number = [&](const char *name) -> uint64_t {
+        try {
+            const std::string text = support::readFile("/sys/class/net/" + interface + "/" + name, 64);
+            return text.starts_with('-') ? 0 : std::stoull(text);  // a speed of -1 is not known
+        } catch (const std::exception &) {
+            return 0;
+        }
+    };
+    const auto counted = [&](const char *name) { return static_cast<uint32_t>(number(name)); };
+    return {counted("statistics/tx_packets"), counted("statistics/tx_errors"), counted("statistics/rx_packets"),
+            counted("statistics/rx_errors"), static_cast<uint16_t>(std::min<uint64_t>(number("speed"), UINT16_MAX))};
+}
+
 bool interfaceRunning(const std::string &interface) {
     ifreq request{};
     constexpr short wanted = IFF_UP | IFF_RUNNING;
@@ -117,6 +133,7 @@ FileDescriptor openPort(const std::string &interface) {
     setOption(fd.get(), SOL_SOCKET, SO_TIMESTAMPNS, int{1}, interface, "have frames stamped with their time");
     setOption(fd.get(), SOL_PACKET, PACKET_IGNORE_OUTGOING, int{1}, interface, "ignore outgoing frames");
     addMembership(fd.get(), index, PACKET_MR_MULTICAST, kMulticastMac, interface, "join the multicast group");
+    addMembership(fd.get(), index, PACKET_MR_MULTICAST, kLldpMac, interface, "join the LLDP group");
     // Unicast goes to AL MACs, which no hardware filter knows.
     addMembership(fd.get(), index, PACKET_MR_PROMISC, {}, interface, "become promiscuous");
     // ETH_P_ALL listeners see a bridge port's frames before the bridge takes them; those of one EtherType do not.

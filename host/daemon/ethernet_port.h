@@ -8,6 +8,7 @@
 #include <string>
 
 #include "ieee1905/clock.h"
+#include "ieee1905/link_metrics.h"
 #include "ieee1905/wire.h"
 #include "support/files.h"
 
@@ -20,6 +21,9 @@ std::optional<MacAddress> interfaceMac(const std::string &interface);
 
 // The number of the interface of that name, which a new interface of the same name does not have; 0 without one.
 int interfaceIndex(const std::string &interface);
+
+// What the interface counted and how fast it is; zero where that is not known.
+LinkStatistics interfaceStatistics(const std::string &interface);
 
 // True when the interface is up and has a carrier.
 bool interfaceRunning(const std::string &interface);

@@ -2,6 +2,8 @@
 
 #include <sys/socket.h>
 
+#include "ieee1905/lldp.h"
+
 namespace kv1905d {
 
 bool FrameSender::multicast(const Message &message, std::optional<size_t> exceptPort) {
@@ -27,21 +29,31 @@ bool FrameSender::unicast(const Message &message, const MacAddress &alMac, std::
     return sent;
 }
 
+bool FrameSender::bridgeDiscoveryOn(size_t port) {
+    return sendFrame(ports_[port].fd, kLldpMac, kLldpEtherType, encodeBridgeDiscovery({alMac_, ports_[port].mac}));
+}
+
 bool FrameSender::send(int fd, const MacAddress &destination, const std::vector<Bytes> &payloads) {
     for (const Bytes &payload : payloads) {
-        WireWriter out;
-        out.mac(destination);
-        out.mac(alMac_);
-        out.u16(kEtherType);
-        out.bytes(payload);
-        const Bytes frame = out.take();
-        if (::send(fd, frame.data(), frame.size(), MSG_DONTWAIT | MSG_NOSIGNAL) != static_cast<ssize_t>(frame.size())) {
-            ++counters_.sendFailures;
-            return false;
-        }
-        ++counters_.framesSent;
+        if (!sendFrame(fd, destination, kEtherType, payload)) return false;
     }
     return !payloads.empty();
+}
+
+bool FrameSender::sendFrame(int fd, const MacAddress &destination, uint16_t etherType, ByteView payload) {
+    constexpr size_t kEthernetHeader = 14;
+    WireWriter out(kEthernetHeader + payload.size());
+    out.mac(destination);
+    out.mac(alMac_);
+    out.u16(etherType);
+    out.bytes(payload);
+    const Bytes frame = out.take();
+    if (::send(fd, frame.data(), frame.size(), MSG_DONTWAIT | MSG_NOSIGNAL) != static_cast<ssize_t>(frame.size())) {
+        ++counters_.sendFailures;
+        return false;
+    }
+    ++counters_.framesSent;
+    return true;
 }
 
 }  // namespace kv1905d

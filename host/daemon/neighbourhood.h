@@ -13,32 +13,43 @@ class Neighbourhood {
   public:
     static constexpr size_t kMaxLinks = kMaxNeighbours;  // on all ports together; more are refused
 
-    explicit Neighbourhood(Duration lifetime) : lifetime_(lifetime) {}
+    // A link belongs to a neighbour that announced itself less than `lifetime` ago. There is a bridge between when no
+    // bridge discovery came for `bridgedAfter`.
+    Neighbourhood(Duration lifetime, Duration bridgedAfter) : lifetime_(lifetime), bridgedAfter_(bridgedAfter) {}
+
+    struct Link {
+        size_t port;
+        MacAddress alMac;
+        MacAddress mac;  // of the neighbour's interface
+        TimePoint lastDiscovery;
+        TimePoint lastDirect;  // the last bridge discovery; the first topology discovery before there was one
+        bool viaBridge = false;
+    };
 
     enum class Announced { New, Known, TooMany };
     // Enters or refreshes the neighbour's interface `mac` on that port.
     Announced announce(size_t port, const MacAddress &alMac, const MacAddress &mac, TimePoint now);
 
-    // Both return whether a neighbour went.
-    bool forgetSilent(TimePoint now);
+    // These return whether report() changed.
+    // Enters a bridge discovery; one of an unknown neighbour is ignored, because the next one comes in time.
+    bool announceDirect(size_t port, const MacAddress &alMac, const MacAddress &mac, TimePoint now);
+    // Forgets neighbours that were silent, and marks those without bridge discoveries.
+    bool age(TimePoint now);
     bool forgetPort(size_t port);
+
+    const std::vector<Link> &links() const { return links_; }
 
     // The ports on which that device is a neighbour, one for each of its interfaces.
     std::vector<size_t> portsOf(const MacAddress &alMac) const;
     // As a topology response lists them.
     std::vector<Ieee1905Neighbours> report(const std::vector<Port> &ports) const;
-    // When forgetSilent() has something to do next; TimePoint::max() without neighbours.
+    // When age() has something to do next; TimePoint::max() without neighbours.
     TimePoint nextExpiry() const;
 
   private:
-    struct Link {
-        size_t port;
-        MacAddress alMac;
-        MacAddress mac;
-        TimePoint lastDiscovery;
-    };
+    Link *find(size_t port, const MacAddress &alMac, const MacAddress &mac);
 
-    Duration lifetime_;
+    Duration lifetime_, bridgedAfter_;
     std::vector<Link> links_;
 };
 

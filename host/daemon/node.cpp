@@ -2,9 +2,12 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <cstring>
+#include <iterator>
 #include <utility>
 
 #include "daemon/jitter.h"
+#include "ieee1905/lldp.h"
 
 namespace kv1905d {
 namespace {
@@ -27,6 +30,9 @@ const Node::HandlerRow Node::kHandlers[] = {
     {kAutoconfigurationSearch, &Node::handleAutoconfiguration},
     {kAutoconfigurationResponse, &Node::handleAutoconfiguration},
     {kAutoconfigurationWsc, &Node::handleAutoconfiguration},
+    {kAutoconfigurationRenew, &Node::handleAutoconfiguration},
+    {kLinkMetricQuery, &Node::handleLinkMetricQuery},
+    {kHigherLayerQuery, &Node::handleHigherLayerQuery},
 };
 
 Node::Node(NodeConfig config, NodeEvents events, TimePoint now)
@@ -36,7 +42,7 @@ Node::Node(NodeConfig config, NodeEvents events, TimePoint now)
       lastId_(static_cast<uint16_t>(random_())),
       topology_(config_.alMac, now),
       sender_(config_.alMac, config_.ports, config_.bridgeFd, counters_),
-      neighbours_(lifetime()),
+      neighbours_(lifetime(), bridgedAfter()),
       discoveryDue_(config_.ports.size(), now),
       notificationDue_(now) {
     topology_.setInterfaces(topology_.local(), localInterfaces());
@@ -50,6 +56,9 @@ void Node::receive(size_t port, ByteView frame, TimePoint now) {
     const MacAddress destination = reader.mac();
     const MacAddress source = reader.mac();
     const uint16_t etherType = reader.u16();
+    if (reader.ok() && etherType == kLldpEtherType && destination == kLldpMac) {
+        return receiveBridgeDiscovery(port, reader.rest(), now);
+    }
     std::optional<Fragment> fragment = parseFragment(reader.rest());
     const auto isOurs = [&](const MacAddress &mac) {
         return mac == config_.alMac ||
@@ -76,6 +85,15 @@ void Node::receive(size_t port, ByteView frame, TimePoint now) {
         complain(port, source, source, fragment->type, now, "a TLV or fragment does not fit");
     }
     if (result.status == Reassembly::Status::Complete) handle(result.message, port, source, multicast, now);
+}
+
+void Node::receiveBridgeDiscovery(size_t port, ByteView payload, TimePoint now) {
+    const std::optional<BridgeDiscovery> discovery = parseBridgeDiscovery(payload);
+    if (!discovery) {
+        ++counters_.framesDropped;
+    } else if (neighbours_.announceDirect(port, discovery->alMac, discovery->interface, now)) {
+        linksChanged(now);
+    }
 }
 
 void Node::handle(const Message &message, size_t port, const MacAddress &source, bool multicast, TimePoint now) {
@@ -107,8 +125,12 @@ void Node::process(const Received &received) {
         device->port = received.port;
         device->nextKeepAlive = received.now + config_.discoveryInterval / 2;
     }
-    for (const HandlerRow &row : kHandlers) {
-        if (row.type == received.message.type && !(this->*row.handle)(received)) return;
+    const auto row = std::find_if(std::begin(kHandlers), std::end(kHandlers),
+                                  [&](const HandlerRow &each) { return each.type == received.message.type; });
+    if (row == std::end(kHandlers)) {
+        countUnhandled(received);
+    } else if (!(this->*row->handle)(received)) {
+        return;
     }
     for (const Tlv &tlv : received.message.tlvs) {
         if (tlv.type != kTlvVendorSpecific) continue;
@@ -122,6 +144,13 @@ void Node::process(const Received &received) {
             events_.vendorTlv({received.originator, config_.ports[received.port].name, tlv.value, received.message.id});
         }
     }
+}
+
+void Node::countUnhandled(const Received &received) {
+    ++counters_.messagesUnhandled;
+    const uint16_t type = received.message.type;
+    if (unhandled_.size() < kMaxUnhandledTypes || unhandled_.contains(type)) ++unhandled_[type];
+    if (events_.unhandled) events_.unhandled(received.originator, received.message);
 }
 
 void Node::forward(const Received &received) {
@@ -235,6 +264,44 @@ bool Node::handleAutoconfiguration(const Received &received) {
     return false;
 }
 
+bool Node::handleLinkMetricQuery(const Received &received) {
+    const Tlv *tlv = received.message.find(kTlvLinkMetricQuery);
+    const std::optional<LinkMetricQuery> query = tlv ? parseLinkMetricQuery(tlv->value) : std::nullopt;
+    if (!query) {
+        reject(received, "link metric query without a valid query TLV");
+        return false;
+    }
+    std::map<MacAddress, std::vector<LinkMetrics>> links;
+    for (const Neighbourhood::Link &link : neighbours_.links()) {
+        if (query->neighbour && *query->neighbour != link.alMac) continue;
+        const Port &port = config_.ports[link.port];
+        const auto statistics = events_.linkStatistics ? events_.linkStatistics(link.port) : LinkStatistics{};
+        links[link.alMac].push_back({port.mac, link.mac, port.mediaType, link.viaBridge, statistics});
+    }
+    Message response{kLinkMetricResponse, received.message.id, false, {}};
+    if (query->neighbour && links.empty()) response.tlvs.push_back(invalidNeighbourTlv());
+    for (const auto &[alMac, metrics] : links) {
+        if (query->transmit) response.tlvs.push_back(transmitterMetricsTlv(config_.alMac, alMac, metrics));
+        if (query->receive) response.tlvs.push_back(receiverMetricsTlv(config_.alMac, alMac, metrics));
+    }
+    sendUnicast(response, received.source);
+    return true;
+}
+
+bool Node::handleHigherLayerQuery(const Received &received) {
+    constexpr uint8_t kProfile1905a = 1;
+    const KvDevVendorData &record = *topology_.local().vendor.data();
+    const std::string_view model(record.modelName, strnlen(record.modelName, sizeof record.modelName));
+    const Message response{kHigherLayerResponse,
+                           received.message.id,
+                           false,
+                           {macTlv(kTlvAlMac, config_.alMac),
+                            {kTlvProfileVersion, {kProfile1905a}},
+                            deviceIdentificationTlv(config_.name, "", model)}};
+    sendUnicast(response, received.source);
+    return true;
+}
+
 // ---- Periodic work
 
 TimePoint Node::run(TimePoint now) {
@@ -263,7 +330,7 @@ TimePoint Node::run(TimePoint now) {
 }
 
 void Node::age(TimePoint now) {
-    if (neighbours_.forgetSilent(now)) linksChanged(now);
+    if (neighbours_.age(now)) linksChanged(now);
     if (!topology_.expire(lifetime(), now).empty()) notifySoon(now);
 }
 
@@ -337,6 +404,7 @@ void Node::sendDiscovery(size_t port, TimePoint now) {
                           false,
                           {macTlv(kTlvAlMac, config_.alMac), macTlv(kTlvMacAddress, config_.ports[port].mac)}};
     sender_.multicastOn(port, message);
+    sender_.bridgeDiscoveryOn(port);
 }
 
 void Node::sendNotification(TimePoint now) {

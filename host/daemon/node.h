@@ -13,6 +13,7 @@
 #include "daemon/neighbourhood.h"
 #include "daemon/topology.h"
 #include "daemon/vendor_tlv.h"
+#include "ieee1905/link_metrics.h"
 #include "ieee1905/reassembly.h"
 #include "ieee1905/relay.h"
 #include "support/log.h"
@@ -21,6 +22,7 @@ namespace kv1905d {
 
 struct NodeConfig {
     MacAddress alMac;
+    std::string name{};  // for people
     std::vector<Port> ports;
     std::vector<LocalInterface> radios;  // reported to others, not used for frames
     int bridgeFd = -1;                   // sends into the bridge that the ports belong to; -1 when there is none
@@ -37,6 +39,10 @@ struct NodeEvents {
     std::function<void(const MacAddress &)> topologyResponse;
     // An AP-autoconfiguration message, with the originator's AL MAC as far as we know; false when it is malformed.
     std::function<bool(const MacAddress &, const Message &, TimePoint)> autoconfiguration;
+    // A message that nobody handles arrived from that AL MAC.
+    std::function<void(const MacAddress &, const Message &)> unhandled;
+    // What the interface of that port counted.
+    std::function<LinkStatistics(size_t)> linkStatistics;
     // TLVs to append to every topology response.
     std::function<std::vector<Tlv>()> extraTopologyTlvs;
 };
@@ -45,7 +51,8 @@ class Node {
   public:
     // Bounds of what is kept about others; more is refused.
     static constexpr size_t kMaxPendingQueries = 256;
-    static constexpr size_t kMaxToSelf = 16;  // messages to this device itself that run() has not delivered yet
+    static constexpr size_t kMaxUnhandledTypes = 64;  // counted one by one
+    static constexpr size_t kMaxToSelf = 16;          // messages to this device itself that run() has not delivered yet
 
     Node(NodeConfig config, NodeEvents events, TimePoint now);
     Node(const Node &) = delete;
@@ -80,6 +87,8 @@ class Node {
     Topology &topology() { return topology_; }
     const Topology &topology() const { return topology_; }
     const Counters &counters() const { return counters_; }
+    // Messages that nobody handles, by type.
+    const std::map<uint16_t, uint64_t> &unhandled() const { return unhandled_; }
     const NodeConfig &config() const { return config_; }
 
   private:
@@ -108,8 +117,12 @@ class Node {
     bool handleResponse(const Received &received);
     bool handleVendor(const Received &received);
     bool handleAutoconfiguration(const Received &received);
+    bool handleLinkMetricQuery(const Received &received);
+    bool handleHigherLayerQuery(const Received &received);
     void handle(const Message &message, size_t port, const MacAddress &source, bool multicast, TimePoint now);
+    void receiveBridgeDiscovery(size_t port, ByteView payload, TimePoint now);
     void process(const Received &received);
+    void countUnhandled(const Received &received);
     void forward(const Received &received);
     void reject(const Received &received, const char *reason);
     // type: of the message; nothing when that is not known.
@@ -135,6 +148,7 @@ class Node {
     void receiveFromSelf();
     uint16_t nextId();
     Duration lifetime() const { return config_.discoveryInterval * 7 / 6; }
+    Duration bridgedAfter() const { return config_.discoveryInterval * 2; }
 
     NodeConfig config_;
     NodeEvents events_;
@@ -147,6 +161,7 @@ class Node {
     FrameSender sender_;
     Neighbourhood neighbours_;
     std::map<MacAddress, PendingQuery> queries_;
+    std::map<uint16_t, uint64_t> unhandled_;
     std::vector<Message> toSelf_;
     std::vector<TimePoint> discoveryDue_;  // per port
     TimePoint notificationDue_;            // TimePoint::max() when there is nothing to notify

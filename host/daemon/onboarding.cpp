@@ -1,6 +1,7 @@
 #include "daemon/onboarding.h"
 
 #include <algorithm>
+#include <utility>
 
 #include "daemon/jitter.h"
 #include "support/log.h"
@@ -13,9 +14,10 @@ constexpr Duration kStartPause{1000};  // the topology is known by then, and a m
 constexpr Duration kFirstPause{2000};  // between Searches; doubles up to the longest one
 constexpr Duration kLongestPause{60000};
 constexpr Duration kOfferPause{2000};
-constexpr unsigned kMaxOffers = 3;         // M1 in vain: a foreign controller wants keys, which we do not have
-constexpr Duration kRetryPause{2000};      // after a settings request that could not be sent
-constexpr Duration kLongestUnseen{30000};  // between a controller's Response and its place in the topology
+constexpr Duration kLongestSilence{10000};  // of a controller that we joined, before that is reported
+constexpr unsigned kMaxOffers = 3;          // M1 in vain: a foreign controller wants keys, which we do not have
+constexpr Duration kRetryPause{2000};       // after a settings request that could not be sent
+constexpr Duration kLongestUnseen{30000};   // between a controller's Response and its place in the topology
 constexpr int kSettings = 2;
 
 Tlv byteTlv(TlvType type, uint8_t value) {
@@ -42,6 +44,10 @@ Onboarding::Onboarding(Node &node, OnboardingActions actions, TimePoint now)
 
 void Onboarding::reset(TimePoint now) {
     controller_.reset();
+    searchAgain(now);
+}
+
+void Onboarding::searchAgain(TimePoint now) {
     for (Exchange &exchange : exchanges_) {
         exchange.step = Step::Search;
         exchange.due = now + jittered(random_, kStartPause);
@@ -58,6 +64,7 @@ std::optional<MacAddress> Onboarding::controller() const {
 bool Onboarding::receive(const MacAddress &source, const Message &message, TimePoint now) {
     if (message.type == kAutoconfigurationSearch) return handleSearch(source, message, now);
     if (message.type == kAutoconfigurationResponse) return handleResponse(source, message, now);
+    if (message.type == kAutoconfigurationRenew) return handleRenew(source, message, now);
     return handleWsc(source, message, now);
 }
 
@@ -90,6 +97,14 @@ bool Onboarding::handleResponse(const MacAddress &source, const Message &message
         exchange.nonce = newNonce();
         offer(exchange, now);
     }
+    return true;
+}
+
+bool Onboarding::handleRenew(const MacAddress &source, const Message &message, TimePoint now) {
+    const std::optional<uint8_t> role = byteOf(message, kTlvSupportedRole);
+    const std::optional<uint8_t> band = byteOf(message, kTlvSupportedFreqBand);
+    if (!role || !band || message.find(kTlvAlMac) == nullptr) return false;
+    if (!actions_.isController() && *role == kRegistrar && source == controller_) searchAgain(now);
     return true;
 }
 
@@ -164,6 +179,7 @@ void Onboarding::join(const MacAddress &source, TimePoint now) {
     KV_HOST_LOG(KV_LOG_NOTICE, "controller %s answered", source.text().c_str());
     controller_ = source;
     controllerSeen_ = false;
+    silenceReported_ = false;
     joined_ = now;
     nextSetting_ = 0;
     settingDue_ = now;
@@ -188,9 +204,20 @@ void Onboarding::search(Exchange &exchange, TimePoint now) {
 }
 
 void Onboarding::offer(Exchange &exchange, TimePoint now) {
-    ++exchange.offers;
     exchange.due = now + kOfferPause;
+    if (!controllerSpeaksProtocol(now)) return;
+    ++exchange.offers;
     sendWsc(*controller_, {kWscM1, kBands[exchange.band].rfBands, exchange.nonce, {}}, 0, now);
+}
+
+bool Onboarding::controllerSpeaksProtocol(TimePoint now) {
+    const Device *device = node_.topology().find(*controller_);
+    if (device != nullptr && device->sentVendorMessage) return true;
+    if (now - joined_ >= kLongestSilence && !std::exchange(silenceReported_, true)) {
+        KV_HOST_LOG(KV_LOG_WARNING, "onboarding with controller %s is not supported: it sent no vendor message",
+                    controller_->text().c_str());
+    }
+    return false;
 }
 
 void Onboarding::requestSettings(TimePoint now) {

@@ -10,7 +10,8 @@
  *   settings requests of the plug-in  ---->   once per join
  *
  * Reduced against the standard: M1 and M2 carry the nonces, the band and the vendor extension alone. There is no
- * Diffie-Hellman exchange, so nothing here is secret or proven, and no radio is configured by it.
+ * Diffie-Hellman exchange, so nothing here is secret or proven, and no radio is configured by it. Other registrars
+ * cannot read such an M1, so it waits for a vendor message of the controller.
  */
 #pragma once
 
@@ -42,7 +43,8 @@ class Onboarding {
     // `node` must outlive it; its first radio of each band takes part.
     Onboarding(Node &node, OnboardingActions actions, TimePoint now);
 
-    // Take a Search, Response or WSC message. False when it is malformed; other devices then learn nothing of us.
+    // Take a Search, Response, WSC or Renew message. False when it is malformed; other devices then learn nothing of
+    // us.
     bool receive(const MacAddress &source, const Message &message, TimePoint now);
 
     // Do what is due; call about once a second.
@@ -73,6 +75,9 @@ class Onboarding {
     void answerM1(const MacAddress &source, const WscMessage &m1, uint16_t id, TimePoint now);
     Exchange *offerOf(const MacAddress &source, const WscMessage &m2);
 
+    bool handleRenew(const MacAddress &source, const Message &message, TimePoint now);
+    bool controllerSpeaksProtocol(TimePoint now);
+    void searchAgain(TimePoint now);
     void reset(TimePoint now);
     bool controllerIsGone(TimePoint now);
     void join(const MacAddress &source, TimePoint now);
@@ -90,8 +95,9 @@ class Onboarding {
     ApConfigurations apConfigurations_;
     std::optional<MacAddress> controller_;
     TimePoint joined_{};
-    bool controllerSeen_ = false;  // in the topology since we joined
-    int nextSetting_ = 0;          // to be requested; kSettings when all were
+    bool controllerSeen_ = false;   // in the topology since we joined
+    bool silenceReported_ = false;  // of a controller that does not speak the protocol
+    int nextSetting_ = 0;           // to be requested; kSettings when all were
     TimePoint settingDue_{};
 };
 

@@ -54,6 +54,7 @@ struct Device {
     TimePoint lastHeard;
     std::optional<size_t> port;  // where it was last heard
     TimePoint nextKeepAlive{};
+    bool sentVendorMessage = false;  // a valid one
     VendorRecord vendor;
 };
 

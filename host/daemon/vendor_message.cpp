@@ -265,7 +265,9 @@ VendorMessage readVendorMessage(ByteView value) {
     for (const Family &family : kFamilies) {
         if (family.oui == vendor->oui) return read(family, vendor->data);
     }
-    return {.name = formatted("message of OUI %06x", vendor->oui), .words = counted(vendor->data.size(), "byte")};
+    return {.name = formatted("message of OUI %06x", vendor->oui),
+            .isForeign = true,
+            .words = counted(vendor->data.size(), "byte")};
 }
 
 }  // namespace kv1905d

@@ -22,7 +22,8 @@ enum class Admission {
 
 // Texts are printable ASCII without an end of line, whatever the message holds.
 struct VendorMessage {
-    std::string name{};  // of the message type, or words for an unknown one
+    std::string name{};      // of the message type, or words for an unknown one
+    bool isForeign = false;  // of an OUI that the plug-in does not handle
     Admission admission = Admission::Free;
     MacAddress subject{};                // the AL MAC that most payloads begin with; all zero in a shorter payload
     std::string words{};                 // what the message says; of a password, the length alone

@@ -20,9 +20,14 @@ enum MessageType : uint16_t {
     kTopologyQuery = 0x0002,
     kTopologyResponse = 0x0003,
     kVendorSpecific = 0x0004,
+    kLinkMetricQuery = 0x0005,
+    kLinkMetricResponse = 0x0006,
     kAutoconfigurationSearch = 0x0007,
     kAutoconfigurationResponse = 0x0008,
     kAutoconfigurationWsc = 0x0009,
+    kAutoconfigurationRenew = 0x000A,
+    kHigherLayerQuery = 0x000D,
+    kHigherLayerResponse = 0x000E,
 };
 
 enum TlvType : uint8_t {
@@ -32,12 +37,18 @@ enum TlvType : uint8_t {
     kTlvDeviceInformation = 0x03,
     kTlvBridgingCapability = 0x04,
     kTlvIeee1905Neighbours = 0x07,
+    kTlvLinkMetricQuery = 0x08,
+    kTlvTransmitterLinkMetric = 0x09,
+    kTlvReceiverLinkMetric = 0x0A,
     kTlvVendorSpecific = 0x0B,
+    kTlvLinkMetricResult = 0x0C,
     kTlvSearchedRole = 0x0D,
     kTlvAutoconfigFreqBand = 0x0E,
     kTlvSupportedRole = 0x0F,
     kTlvSupportedFreqBand = 0x10,
     kTlvWsc = 0x11,
+    kTlvDeviceIdentification = 0x15,
+    kTlvProfileVersion = 0x1A,
 };
 
 struct Tlv {

@@ -108,6 +108,18 @@ Tlv ieee1905NeighboursTlv(const Ieee1905Neighbours &neighbours) {
     return {kTlvIeee1905Neighbours, out.take()};
 }
 
+Tlv deviceIdentificationTlv(std::string_view name, std::string_view manufacturer, std::string_view model) {
+    constexpr size_t kTextSize = 64;  // bytes, filled with zeros
+    Tlv tlv{kTlvDeviceIdentification, {}};
+    for (const std::string_view text : {name, manufacturer, model}) {
+        const size_t end = tlv.value.size() + kTextSize;
+        const std::string_view cut = text.substr(0, kTextSize);
+        tlv.value.insert(tlv.value.end(), cut.begin(), cut.end());
+        tlv.value.resize(end);
+    }
+    return tlv;
+}
+
 std::optional<TopologyReport> parseTopologyReport(const Message &message) {
     const Tlv *information = message.find(kTlvDeviceInformation);
     if (information == nullptr) return std::nullopt;

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <optional>
+#include <string_view>
 #include <vector>
 
 #include "bss_elements.h"
@@ -56,6 +57,8 @@ std::optional<VendorSpecific> parseVendorSpecific(ByteView value);
 Tlv macTlv(TlvType type, const MacAddress &mac);
 Tlv deviceInformationTlv(const DeviceInformation &device);
 Tlv ieee1905NeighboursTlv(const Ieee1905Neighbours &neighbours);
+// Texts are cut to 64 bytes.
+Tlv deviceIdentificationTlv(std::string_view name, std::string_view manufacturer, std::string_view model);
 
 // The contents of a topology response.
 struct TopologyReport {

@@ -59,6 +59,9 @@ class WireReader {
 
 class WireWriter {
   public:
+    // size: bytes to reserve.
+    explicit WireWriter(size_t size = 0) { out_.reserve(size); }
+
     void bytes(ByteView data) { out_.insert(out_.end(), data.begin(), data.end()); }
     void u8(uint8_t value) { out_.push_back(value); }
     void u16(uint16_t value) {

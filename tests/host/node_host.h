@@ -7,6 +7,7 @@
 
 #include "daemon/node.h"
 #include "host_support.h"
+#include "ieee1905/lldp.h"
 
 namespace kv1905d {
 
@@ -35,10 +36,11 @@ struct Host {
     void receive(size_t port, const std::string &frame, TimePoint now = kStart) const {
         node->receive(port, fromHex(frame), now);
     }
-    std::vector<Bytes> sent(size_t port = 0) const {
+    // Frames of other protocols are dropped.
+    std::vector<Bytes> sent(size_t port = 0, uint16_t etherType = kEtherType) const {
         std::vector<Bytes> frames;
         for (Bytes frame; takeFrame(far[port], frame);)
-            frames.push_back(frame);
+            if ((frame.at(12) << 8 | frame.at(13)) == etherType) frames.push_back(frame);
         return frames;
     }
     // Whether the node takes the frame for malformed.

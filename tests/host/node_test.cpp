@@ -116,6 +116,7 @@ TEST_F(HostFrames, ANeighbourIsGreetedSoonAndThenOnlyDiscoveriesAreSent) {
     TimePoint now = kStart + Duration(3000);
     for (int minute = 0; minute < 60; ++minute, now += kInterval) {
         receive(0, kDiscovery, now);
+        receive(0, "0180C200000E 02005E000200 88CC 0207 04 02005E000200 0407 03 02005E000210 0602 00B4 0000", now);
         for (const auto &[type, frames] : counts(0, now, now + kInterval))
             total[type] += frames;
     }
@@ -309,7 +310,10 @@ class Joining : public testing::Test, protected Party {
     void receive(const std::string &source, const std::string &payload) {
         Party::receive(0, "02005E000200" + source + "893A 00 00" + payload, now_);
     }
-    void appear(const std::string &source) { receive(source, "0003 0001 00 80 03 0007" + source + "00 00 0000"); }
+    void appear(const std::string &source) {
+        receive(source, "0003 0001 00 80 03 0007" + source + "00 00 0000");
+        node->topology().findByAnyMac(MacAddress::copyOf(fromHex(source).data()))->sentVendorMessage = true;
+    }
     // Types of the onboarding messages sent; keeps identifiers of Searches and nonces of M1 by band (0: 2.4 GHz).
     std::vector<uint16_t> sentUntil(TimePoint end) {
         std::vector<uint16_t> types;
@@ -390,16 +394,27 @@ TEST_F(Joining, OnlyTheFirstControllerThatAnswersASearchIsJoinedAndOnlyItsMatchi
     EXPECT_EQ(node->counters().parseFailures, 0u);
 }
 
-TEST_F(Joining, OffersEndAfterThreeAndAControllerThatIsNeverSeenIsGivenUp) {
+TEST_F(Joining, OffersNeedAVendorMessageEndAfterThreeAndBeginAgainWithARenewal) {
     const TimePoint joined = now_;
     respond("02005E000900", searchId_[0], "00", "00");
-    const auto types = sentUntil(joined + Duration(29900));
-    EXPECT_EQ(std::count(types.begin(), types.end(), kAutoconfigurationWsc), 3);
+    auto types = sentUntil(joined + Duration(29900));
+    EXPECT_EQ(std::count(types.begin(), types.end(), kAutoconfigurationWsc), 0) << "anybody's, and never seen";
     EXPECT_EQ(onboarding->controller(), mac(9));
     sentUntil(joined + Duration(30000));
     EXPECT_EQ(onboarding->controller(), std::nullopt);
-    const auto searches = sentUntil(now_ + std::chrono::hours(1));
-    EXPECT_NEAR(static_cast<double>(searches.size()), 2 * 70, 20) << "they back off";
+    sentUntil(now_ + Duration(3000));
+    for (const char *band : {"00", "01"})
+        respond(kOne, searchId_[band[1] - '0'], "00", band);
+    types = sentUntil(now_ + Duration(10000));
+    EXPECT_EQ(types, std::vector<uint16_t>(2 * 3, kAutoconfigurationWsc));
+    for (const char *source : {kThree, kOne}) {
+        EXPECT_TRUE(sentUntil(now_ + Duration(1000)).empty());
+        receive(source, "000A 0001 00 80 01 0006" + std::string(source) + "0F 0001 00 10 0001 00 00 0000");
+    }
+    types = sentUntil(now_ + Duration(1500));
+    EXPECT_EQ(types, std::vector<uint16_t>(2, kAutoconfigurationSearch));
+    types = sentUntil(now_ + std::chrono::hours(1));
+    EXPECT_NEAR(static_cast<double>(types.size()), 2 * 70, 20) << "they back off";
 }
 
 TEST(Controller, MalformedMessagesAreCountedAndTeachNothing) {
