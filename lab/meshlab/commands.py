@@ -171,13 +171,13 @@ def add_device(options):
     else:
         topology.add_device(name, options.model)
         topology.add_link(options.link or next(iter(mesh.devices)), name, options.medium)
-    return run_in_mesh(mesh, mesh.pid, [sys.executable, str(SCRIPT), "join", name, plan_text(plan)], os.environ)
+    return run_inside(mesh.pid, [sys.executable, str(SCRIPT), "join", name, plan_text(plan)], os.environ)
 
 
 def remove_device(options):
     mesh = require_mesh(options.name)
     device, pid = find_device(mesh.devices, options.device), mesh.device_pid(options.device)
-    switch_daemon(device.name, pid, signal.SIGUSR1, "stopped")
+    switch_daemon(device.name, pid, signal.SIGUSR1)
     # A shell that is still open on the device keeps its network, which has no link any more.
     run_ip([f"link delete {port.name}" for port in device.ports if port.neighbour in mesh.devices], pid)
     with os.fdopen(os.pidfd_open(pid)) as end:
@@ -237,14 +237,7 @@ def run_in_device(options, command):
     inner_pid = re.search(r"^NSpid:.*\s(\d+)$", Path(f"/proc/{pid}/status").read_text(), re.MULTILINE).group(1)
     environment = {name: value for name, value in os.environ.items() if name != "TMPDIR"}
     clock = clock_environment() if mesh.plan.movable_clock else {}
-    return run_in_mesh(mesh, pid, command, environment | clock | {"PATH": path, "KV1905_LAB_PID": inner_pid})
-
-
-def run_in_mesh(mesh, pid, command, environment):
-    status = run_inside(pid, command, environment)
-    if status is None:
-        raise MeshError(f"mesh '{mesh.plan.name}' ended meanwhile")
-    return status
+    return run_inside(pid, command, environment | clock | {"PATH": path, "KV1905_LAB_PID": inner_pid})
 
 
 def view(options):
@@ -257,11 +250,11 @@ def view(options):
 
 
 def stop(options):
-    switch_daemon(options.device, require_mesh(options.name).device_pid(options.device), signal.SIGUSR1, "stopped")
+    switch_daemon(options.device, require_mesh(options.name).device_pid(options.device), signal.SIGUSR1)
 
 
 def start(options):
-    switch_daemon(options.device, require_mesh(options.name).device_pid(options.device), signal.SIGUSR2, "running")
+    switch_daemon(options.device, require_mesh(options.name).device_pid(options.device), signal.SIGUSR2)
 
 
 def move_clock(options):

@@ -6,6 +6,8 @@ import select
 import signal
 import subprocess
 
+from meshlab.plan import MeshError
+
 libc = ctypes.CDLL(None, use_errno=True)
 
 
@@ -34,8 +36,8 @@ def run_ip(commands, pid=None):
 
 
 def run_inside(pid, command, environment):
-    """Runs the command beside pid, as if started there, and returns its status as a shell counts it, or None when
-    the mesh ended first. The command ends with this process, also when that is killed."""
+    """Runs the command beside pid, as if started there, and returns its status as a shell counts it. The command ends
+    with this process, also when that is killed."""
     enter_namespaces(pid, "user", "pid", "net", "uts", "mnt")
     os.chdir("/")
     status, status_end = os.pipe()
@@ -52,7 +54,9 @@ def run_inside(pid, command, environment):
     os.waitpid(middle, 0)
     os.close(status_end)
     received = os.read(status, 1)
-    return received[0] if received else None
+    if not received:
+        raise MeshError("the mesh ended meanwhile")
+    return received[0]
 
 
 def keep(command, environment, life):

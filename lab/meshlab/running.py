@@ -2,6 +2,7 @@
 
 import argparse
 import os
+import signal
 import time
 from dataclasses import dataclass
 from pathlib import Path
@@ -45,8 +46,9 @@ def read_state(pid):
         return "gone"
 
 
-def switch_daemon(name, pid, number, state):
-    """Sends the device's supervisor a signal, and waits for the state of the daemon that it leads to."""
+def switch_daemon(name, pid, number):
+    """Stops (SIGUSR1) or starts (SIGUSR2) the daemon of the device whose supervisor pid is."""
+    state = "stopped" if number == signal.SIGUSR1 else "running"
     os.kill(pid, number)
     wait_until(lambda: read_state(pid) == state, 2 * STOP_SECONDS, f"'{state}' on {name}")
 

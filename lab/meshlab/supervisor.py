@@ -73,14 +73,14 @@ def join(name, text):
         pids = require_mesh(plan.name).device_pids | {name: keeper.pid}
         devices = {each: device for each, device in plan_devices(plan).items() if each in pids}
         connect([link for link in plan_links(devices) if name in (link[0].name, link[2].name)], pids)
-        switch_daemon(name, keeper.pid, signal.SIGUSR2, "running")
+        switch_daemon(name, keeper.pid, signal.SIGUSR2)
     except BaseException:
         keeper.kill()
         raise
     for port in devices[name].ports:
         if port.neighbour in pids and read_state(pids[port.neighbour]) == "running":
-            switch_daemon(port.neighbour, pids[port.neighbour], signal.SIGUSR1, "stopped")
-            switch_daemon(port.neighbour, pids[port.neighbour], signal.SIGUSR2, "running")
+            switch_daemon(port.neighbour, pids[port.neighbour], signal.SIGUSR1)
+            switch_daemon(port.neighbour, pids[port.neighbour], signal.SIGUSR2)
 
 
 def start_device(name, plan):
