@@ -31,20 +31,11 @@ const std::map<std::string, std::string> kPaths = {
 const std::string kScratchFiles[] = {"/tmp/.kv1905_nvram_tmp", "/tmp/kv1905_IP"};
 
 // What a device starts with.
-const std::pair<const char *, const char *> kStart[] = {{"script.reboot", "exit 0\n"},
-                                                        {"script.ifconfig", "echo '  inet addr:10.1.2.3  Mask:x'\n"},
-                                                        {"script.wl", "case $* in *chanspec) echo '36/80' ;; esac\n"},
-                                                        {"clock", "0"},
-                                                        {"stamp", "0"},
-                                                        {"ssid24", ""},
-                                                        {"ssid5", ""},
-                                                        {"bssids", ""},
-                                                        {"local.rebootFromNbrCap", "1"},
-                                                        {"local.intfPwrCtrlFromNbrCap", "1"},
-                                                        {"local.ipAddr", "10.1.2.3"},
-                                                        {"local.channel24G", "000"},
-                                                        {"local.channel5G", "000"},
-                                                        {"local.channelExtra", "000"}};
+const std::string kStart[] = {
+    "script reboot 'exit 0'", "script ifconfig \"echo '  inet addr:10.1.2.3  Mask:x'\"",
+    "script wl \"case $* in *chanspec) echo '36/80' ;; esac\"",
+    "set clock=0 stamp=0 ssid24= ssid5= bssids= local.rebootFromNbrCap=1 local.intfPwrCtrlFromNbrCap=1",
+    "set local.ipAddr=10.1.2.3 local.channel24G=000 local.channel5G=000 local.channelExtra=000"};
 
 // ---- Values
 
@@ -158,12 +149,12 @@ std::string idText(std::optional<uint16_t> id) {
 }
 
 ScriptedDevice::ScriptedDevice() {
-    static const bool isInPath = setenv("PATH", (kCommands + ":" + std::getenv("PATH")).c_str(), 1) == 0;
+    [[maybe_unused]] static const int isInPath = setenv("PATH", (kCommands + ":" + std::getenv("PATH")).c_str(), 1);
     removeFiles();
     std::filesystem::create_directory(kCommands);
     configService = {};
-    for (const auto &[name, value] : kStart) {
-        change(name, isInPath ? value : "");
+    for (const std::string &step : kStart) {
+        play(step);
     }
     host.addDevice(kAgent);
     host.owners = {{kAgent, kAgent}, {namedMacs().at("radio5"), kLocal}};
@@ -181,14 +172,13 @@ void ScriptedDevice::removeFiles() {
     }
 }
 
-#define FIELDS(X)                                                                                                    \
-    X(cfgAttrCount)                                                                                                  \
-    X(rebootFromNbrCap)                                                                                              \
-    X(intfPwrCtrlFromNbrCap)                                                                                         \
-    X(fwVersion)                                                                                                     \
-    X(newFwVersion) X(newFwDate) X(auxStatus) X(fwUpgradeStatus) X(modelName) X(ipAddr) X(opMode) X(buildNum)        \
-        X(protoVersion) X(ledStatus) X(appVersion) X(l2DevCtrl) X(wifiAutoCfg) X(wifiOnOff) X(fwUpgrade) X(ledOnOff) \
-            X(channel24G) X(channel5G) X(channelExtra) X(uptime)
+// clang-format off
+#define FIELDS(X) \
+    X(cfgAttrCount) X(rebootFromNbrCap) X(intfPwrCtrlFromNbrCap) X(fwVersion) X(newFwVersion) X(newFwDate) \
+    X(auxStatus) X(fwUpgradeStatus) X(modelName) X(ipAddr) X(opMode) X(buildNum) X(protoVersion) X(ledStatus) \
+    X(appVersion) X(l2DevCtrl) X(wifiAutoCfg) X(wifiOnOff) X(fwUpgrade) X(ledOnOff) X(channel24G) X(channel5G) \
+    X(channelExtra) X(uptime)
+// clang-format on
 
 std::map<std::string, Value> ScriptedDevice::values() {
     std::map<std::string, Value> all = {

@@ -195,20 +195,18 @@ Callee callee(Result (*function)(Parameters...)) {
     };
 }
 
-#define FUNCTIONS(X)                                                                                                   \
-    X(kvMAP1905_ConfQuery_send)                                                                                        \
-    X(kvMAP1905_ConfRespMsg_send)                                                                                      \
-    X(kvMAP1905_IntfPwrStateQuery_send)                                                                                \
-    X(kvMAP1905_WifiStateQuery_send)                                                                                   \
-    X(kvMAP1905_SyncCtrlSettingReq_send) X(kvMAP1905_RssiMeasurementNotify_send) X(kvMAP1905_VenderSpecMsg_send)       \
-        X(kvMAP1905_VenderSpecMcastMsg_send) X(kvMAP1905_VenderSpecRelayMcastMsg_send) X(kvMAP1905_CtrlFromNbrCap_get) \
-            X(kvMAP1905_JsonDataModel_write) X(kvMAP1905_findController) X(kvMAP1905_param_update)                     \
-                X(kvMAP1905_DeviceDm_init) X(kvMAP1905_DeviceDm_update) X(kvMAP1905_DevIntfDm_init)                    \
-                    X(kvMAP1905_WifiChan_get) X(kvMAP1905_CountryInBcn_update) X(kvMAP1905_TlvMDID_insert)             \
-                        X(kvMAP1905_mdid_update) X(checkKovanAgent) X(updateKvFWNewfirmware) X(updateDeviceConfig)     \
-                            X(setKvFWresult) X(addKvFWupgradealmac) X(rmKvFWupgradealmac) X(registerMAPNeighbor)       \
-                                X(runNetCtrl) X(kvSendWIFIClientInfo) X(checkWIFIClientInfo) X(checkWIFIChannelInfo)   \
-                                    X(kvResetToDefault) X(kvPartialResetToDefault)
+// clang-format off
+#define FUNCTIONS(X) \
+    X(kvMAP1905_ConfQuery_send) X(kvMAP1905_ConfRespMsg_send) X(kvMAP1905_IntfPwrStateQuery_send) \
+    X(kvMAP1905_WifiStateQuery_send) X(kvMAP1905_SyncCtrlSettingReq_send) X(kvMAP1905_RssiMeasurementNotify_send) \
+    X(kvMAP1905_VenderSpecMsg_send) X(kvMAP1905_VenderSpecMcastMsg_send) X(kvMAP1905_VenderSpecRelayMcastMsg_send) \
+    X(kvMAP1905_CtrlFromNbrCap_get) X(kvMAP1905_JsonDataModel_write) X(kvMAP1905_findController) \
+    X(kvMAP1905_param_update) X(kvMAP1905_DeviceDm_init) X(kvMAP1905_DeviceDm_update) X(kvMAP1905_DevIntfDm_init) \
+    X(kvMAP1905_WifiChan_get) X(kvMAP1905_CountryInBcn_update) X(kvMAP1905_TlvMDID_insert) \
+    X(kvMAP1905_mdid_update) X(checkKovanAgent) X(updateKvFWNewfirmware) X(updateDeviceConfig) X(setKvFWresult) \
+    X(addKvFWupgradealmac) X(rmKvFWupgradealmac) X(registerMAPNeighbor) X(runNetCtrl) X(kvSendWIFIClientInfo) \
+    X(checkWIFIClientInfo) X(checkWIFIChannelInfo) X(kvResetToDefault) X(kvPartialResetToDefault)
+// clang-format on
 
 void call(ScriptedDevice &device, Words &in) {
     using namespace kv;
