@@ -221,8 +221,8 @@ void DataModelPrinter::printNetwork() {
     out_.member("ID", view_.topology.local().alMac);
     out_.member("TimeStamp", written_);
     out_.countedList("NumberOfDevices", "DeviceList", [&] {
-        for (const auto &[alMac, device] : view_.topology.devices())
-            out_.entry([&] { printDevice(*device); });
+        for (const auto &entry : view_.topology.devices())
+            out_.entry([&] { printDevice(*entry.second); });
     });
 }
 
@@ -343,8 +343,8 @@ void DataModelPrinter::printOwn() {
         }
     });
     out_.countedList("NumberOfDevices", "DeviceList", [&] {
-        for (const auto &[alMac, device] : devices)
-            out_.entry([&] { printOwnDevice(*device, hops); });
+        for (const auto &entry : devices)
+            out_.entry([&] { printOwnDevice(*entry.second, hops); });
     });
     out_.countedList("NumberOfStations", "StationList", [&] {
         for (const auto &[alMac, device] : devices)
