@@ -432,7 +432,7 @@ function reveal(card) {
 }
 
 // The address may name a device, as in #02:00:5e:00:01:00.
-const revealAddressed = () => reveal(cards.get(decodeURIComponent(location.hash.slice(1)).toLowerCase()));
+const revealAddressed = () => reveal(cards.get(location.hash.slice(1).toLowerCase()));
 
 // ---- Keeping up to date
 

@@ -21,6 +21,17 @@ void setSocketOptions(socket_t socket) {
     setsockopt(socket, SOL_SOCKET, SO_REUSEADDR, &yes, sizeof yes);
 }
 
+// A client that is slow, or never says what it wants, has one of the connections for a second and a half per byte at
+// most; others have theirs.
+void limit(httplib::Server &server) {
+    constexpr size_t kConnections = 64;
+    constexpr std::chrono::milliseconds kPatience{1500};
+    server.new_task_queue = [] { return new httplib::ThreadPool(kConnections); };
+    server.set_read_timeout(kPatience);
+    server.set_write_timeout(kPatience);
+    server.set_keep_alive_max_count(1);  // what follows a refused request is its body
+}
+
 void answer(httplib::Response &response, int status, const std::string &text) {
     response.status = status;
     response.set_content(text + "\n", kText);
@@ -49,6 +60,10 @@ void route(httplib::Server &server, const std::string &dataModel) {
          {"Cross-Origin-Resource-Policy", "same-origin"},
          {"Content-Security-Policy", kViewPolicy + std::string("; connect-src 'self'; frame-ancestors 'none'")}});
     server.set_pre_routing_handler([](const httplib::Request &request, httplib::Response &response) {
+        if (request.method != "GET" && request.method != "HEAD") {
+            answer(response, 405, "only GET and HEAD are answered here");
+            return httplib::Server::HandlerResponse::Handled;  // without reading the body
+        }
         if (request.get_header_value_count("Host") == 1 && isLoopbackHost(request.get_header_value("Host"))) {
             return httplib::Server::HandlerResponse::Unhandled;
         }
@@ -81,6 +96,7 @@ bool isLoopbackHost(std::string_view host) {
 void serveView(const std::string &dataModel, uint16_t port) {
     httplib::Server server;
     server.set_socket_options(setSocketOptions);
+    limit(server);
     route(server, dataModel);
     errno = 0;
     const int bound = port == 0 ? server.bind_to_any_port(kAddress) : server.bind_to_port(kAddress, port) ? port : -1;

@@ -1,10 +1,12 @@
 """The page of `kv1905App view` in a real browser."""
 
 import html
+import http.client
 import json
 import os
 import re
 import shutil
+import socket
 import subprocess
 import tempfile
 import threading
@@ -125,6 +127,15 @@ class View(unittest.TestCase):
         address = re.search(r"http://127\.0\.0\.1:\d+/", server.stdout.readline())[0]
         self.assertRegex(self.browse(address).by_id("notice"), "Not refreshed.*model.json")
 
+        port = int(re.search(r":(\d+)/", address)[1])
+        for _ in range(40):  # they say nothing, and nobody waits for them
+            self.addCleanup(socket.create_connection(("127.0.0.1", port)).close)
+        posted = http.client.HTTPConnection("127.0.0.1", port, timeout=5)
+        posted.putrequest("POST", "/")
+        posted.putheader("Content-Length", str(1 << 30))
+        posted.endheaders()
+        self.assertEqual(posted.getresponse().status, 405)
+
         self.write()
         done = threading.Event()
 
@@ -136,7 +147,7 @@ class View(unittest.TestCase):
         writer = threading.Thread(target=write)
         writer.start()
         try:
-            dom = self.browse(address, budget=60000)
+            dom = self.browse(address + "#%", budget=60000)
         finally:
             done.set()
             writer.join()
