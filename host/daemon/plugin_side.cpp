@@ -6,6 +6,7 @@
 #include <iterator>
 
 #include "daemon/event_loop.h"
+#include "daemon/shared_files.h"
 #include "daemon/trace.h"
 #include "support/log.h"
 
@@ -57,6 +58,7 @@ PluginSide::PluginSide(const Options &options, Node &node, std::function<int()> 
 
 void PluginSide::start() {
     Device &local = node_.topology().local();
+    removePlantedFiles();
     startPlugin(plugin_, *this, options_.alMac, local.vendor.data());
     initInterfaces();
     plugin_.paramUpdate();
@@ -68,6 +70,7 @@ void PluginSide::initInterfaces() {
 }
 
 void PluginSide::everySecond(TimePoint now) {
+    removePlantedFiles();
     Device &local = node_.topology().local();
     if (seconds_ % kUpdateEvery == 0) plugin_.deviceUpdate(local.vendor.data());
     if (seconds_ % kBssEvery == 0) {
@@ -85,6 +88,7 @@ void PluginSide::receive(const VendorTlv &tlv, const VendorMessage &message,
     KvRecvVendTlv received{};
     std::copy(tlv.source.bytes.begin(), tlv.source.bytes.end(), received.srcMac);
     received.value = tlv.value.data();
+    removePlantedFiles();
     const TimePoint start = EventLoop::now();
     plugin_.tlvHandle(&received, static_cast<uint32_t>(tlv.value.size()), tlv.msgId);
     const TimePoint end = EventLoop::now();
@@ -92,6 +96,7 @@ void PluginSide::receive(const VendorTlv &tlv, const VendorMessage &message,
 }
 
 void PluginSide::announceConfiguration() {
+    removePlantedFiles();
     if (isController()) {
         KV_HOST_LOG(KV_LOG_WARNING, "no configuration to announce: this device is no agent");
     } else if (plugin_.confRespSend(nullptr, 0, 1) != KV_RET_OK) {
@@ -143,6 +148,7 @@ const PluginSide::OwnCommandRow PluginSide::kOwnCommands[] = {
 
 CommandEffect PluginSide::runCommand(uint32_t code, void *buffer) {
     KV_HOST_LOG(KV_LOG_INFO, "operator command %u", code);
+    removePlantedFiles();
     const auto own = std::find_if(std::begin(kOwnCommands), std::end(kOwnCommands),
                                   [code](const OwnCommandRow &row) { return row.code == code; });
     uint64_t sent = node_.counters().vendorMessagesSent;

@@ -14,6 +14,7 @@
 #include "command/client.h"
 #include "daemon/command_server.h"
 #include "daemon/event_loop.h"
+#include "daemon/shared_files.h"
 #include "daemon/supervisor.h"
 #include "support/line_output.h"
 
@@ -47,6 +48,23 @@ TEST(Supervisor, AHungCommandIsKilledAndTheDaemonEndsAtASignalMeanwhile) {
         EXPECT_TRUE(WIFEXITED(status));
         EXPECT_EQ(WEXITSTATUS(status), row.status) << row.signal;
         EXPECT_LT(std::chrono::steady_clock::now() - start, Duration(200 + 1000)) << row.signal;
+    }
+}
+
+TEST(SharedFiles, LinksAndForeignFilesAreRemovedAndTheDevicesOwnStay) {
+    const struct {
+        const char *command;
+        bool stays;
+    } rows[] = {{"echo 00 >$f", true},
+                {"echo 00 >$f && chown 65534 $f", false},
+                {"ln -s /etc/passwd $f", false},
+                {"echo 00 >/tmp/other && ln /tmp/other $f", false},
+                {"mkfifo $f", false}};
+    for (const auto &[command, stays] : rows) {
+        const std::string prepare = "f=/tmp/1905ReturnValue; rm -f $f; ";
+        ASSERT_EQ(std::system((prepare + command).c_str()), 0);
+        removePlantedFiles();
+        EXPECT_EQ(access("/tmp/1905ReturnValue", F_OK) == 0, stays) << command;
     }
 }
 

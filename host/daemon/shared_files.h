@@ -1,0 +1,10 @@
+// The files in /tmp that the plug-in writes by fixed names, which any local user can use first.
+#pragma once
+
+namespace kv1905d {
+
+// Removes links, files of other users and whatever is no regular file under these names, so that the plug-in neither
+// follows them nor waits for a FIFO's reader. What cannot be removed stays.
+void removePlantedFiles();
+
+}  // namespace kv1905d
