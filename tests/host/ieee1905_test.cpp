@@ -69,18 +69,17 @@ TEST(Cmdu, EncodedMessagesComeBackFromFramesInAnyOrder) {
 // Bodies of a message cut by others.
 TEST(Cmdu, BothCutStylesAreRead) {
     const Bytes whole = fromHex("0B 0003 024EA7 01 0006 02005E000100 7F 0014" + std::string(40, '0') + "00 0000");
-    std::vector<std::pair<Bytes, size_t>> cuts;   // first body, where the second one starts
-    for (size_t at = 1; at < whole.size(); ++at)  // the last two cut the end of message of a frame without padding
-        cuts.emplace_back(prefix(whole, at), at);
-    for (const size_t padding : {1u, 2u, 3u, 38u}) {  // an end of message in the first frame too, or a part of it
-        cuts.emplace_back(prefix(whole, 6), 6);
-        cuts.back().first.resize(6 + padding);
-    }
     const std::vector<Tlv> expected{{0x0B, fromHex("024EA7")}, {0x01, fromHex("02005E000100")}, {0x7F, Bytes(20)}};
-    for (const auto &[first, start] : cuts) {
-        const ByteView bodies[] = {first, ByteView(whole).subspan(start)};
+    const auto check = [&](size_t cut, size_t padding) {
+        Bytes first = prefix(whole, cut);
+        first.resize(cut + padding);
+        const ByteView bodies[] = {first, ByteView(whole).subspan(cut)};
         EXPECT_EQ(decodeTlvs(bodies), expected) << "first body of " << first.size();
-    }
+    };
+    for (size_t cut = 1; cut < whole.size(); ++cut)  // the last two cut the end of message of a frame without padding
+        check(cut, 0);
+    for (const size_t padding : {1u, 2u, 3u, 38u})  // an end of message in the first frame too, or a part of it
+        check(6, padding);
 }
 
 Fragment part(uint8_t index, bool last, uint16_t id = 9, bool relay = false) {
@@ -126,16 +125,16 @@ TEST(Reassembly, WhatIsNeverFinishedIsBoundedInTimeMessagesAndBytes) {
 
     const Bytes large(kMaxFramePayload - 8, 0x0B);
     Reassembly full;
-    unsigned fragments = 0;  // that one message took
-    for (uint16_t id = 0; id < 60; ++id) {
-        const auto add = [&](unsigned index) {
-            return full.add(mac(4), {kVendorSpecific, id, uint8_t(index), false, false, large}, late).status;
-        };
-        for (fragments = 0; fragments < (id < 59 ? 40 : 100) && add(fragments) == Status::Waiting;)
-            ++fragments;
-    }
-    EXPECT_EQ(full.waiting(), Reassembly::kMaxBytes / (40 * large.size()) - 1);
-    EXPECT_EQ(fragments, Reassembly::kMaxMessageBytes / large.size());
+    const auto accepted = [&](uint16_t id, uint8_t most) {  // fragments of one message
+        uint8_t count = 0;
+        for (Fragment next{kVendorSpecific, id, 0, false, false, large}; count < most; next.index = ++count)
+            if (full.add(mac(4), next, late).status != Status::Waiting) break;
+        return count;
+    };
+    for (uint16_t id = 0; id < 60; ++id)
+        EXPECT_EQ(accepted(id, 40), 40);
+    EXPECT_EQ(full.waiting(), Reassembly::kMaxBytes / (40 * large.size()));
+    EXPECT_EQ(accepted(60, 100), Reassembly::kMaxMessageBytes / large.size());
 }
 
 TEST(DuplicateFilter, RemembersForItsLifetimeAndWithinItsBound) {
