@@ -129,21 +129,21 @@ def connect(links, pids):
         far_port = next(each for each in far.ports if each.neighbour == near.name)
         links_new.append(f"link add name {port.name} address {near.port_mac(port)} netns {pids[near.name]} type veth "
                          f"peer name {far_port.name} address {far.port_mac(far_port)} netns {pids[far.name]}")
-        for device, name in ((near, port.name), (far, far_port.name)):
-            # The bridge leaves multicast to the daemon, which relays it itself; mcast_flood off stops what the bridge
-            # would forward, not what the device sends.
-            ports[pids[device.name]] += [f"link set dev {name} master {BRIDGE}",
-                                         f"link set dev {name} type bridge_slave mcast_flood off",
-                                         f"link set dev {name} up"]
+        ports[pids[near.name]].append(port.name)
+        ports[pids[far.name]].append(far_port.name)
     run_ip(links_new)
-    for pid, commands in ports.items():
-        run_ip(commands, pid)
-    wait_until(lambda: all(map(are_ports_settled, ports)), START_SECONDS, "settling of the bridges")
+    for pid, names in ports.items():
+        # The bridge leaves multicast to the daemon, which relays it itself; mcast_flood off stops what the bridge would
+        # forward, not what the device sends.
+        run_ip([f"link set dev {name} {change}" for name in names
+                for change in (f"master {BRIDGE}", "type bridge_slave mcast_flood off", "up")], pid)
+    wait_until(lambda: all(are_settled(pid, names) for pid, names in ports.items()), START_SECONDS,
+               "settling of the bridges")
 
 
-def are_ports_settled(pid):
-    shown = run_in_network(pid, ["bridge", "-json", "link"])
-    return all(port["state"] in ("forwarding", "blocking") for port in json.loads(shown or "[]"))
+def are_settled(pid, names):
+    states = {port["ifname"]: port["state"] for port in json.loads(run_in_network(pid, ["bridge", "-json", "link"]))}
+    return all(states.get(name) in ("forwarding", "blocking") for name in names)
 
 
 def start_capture(plan):

@@ -139,10 +139,10 @@ class Lab(MeshTest):
             self.lab("link", "down", "attic", "hall")
             self.assertEqual([link["up"] for device in mesh.status()["devices"] for link in device["links"]],
                              [True, True, False, False])
+            self.lab("add", "garden", "--link", "attic")
             self.lab("link", "up", "attic", "hall")
             done = mesh.call("link", "set", "hall", "attic", "--loss", "10", "--delay", "5")
             self.assertTrue(done.returncode == 0 or "no netem" in done.stderr, done.stderr)
-            self.lab("add", "garden", "--link", "attic")
             self.await_hops({"KV-HOME": 0, "hall": 1, "attic": 2, "garden": 3})
             self.lab("remove", "attic")
             self.assertEqual([device["name"] for device in mesh.status()["devices"]], ["controller", "hall", "garden"])
