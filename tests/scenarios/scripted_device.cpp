@@ -46,17 +46,13 @@ Value valueOf(Number &at, int64_t origin = 0) {
         [&at, origin](const std::string &text) { at = static_cast<Number>(std::stoll(text, nullptr, 0) + origin); }};
 }
 
-Value textAt(char *at, size_t size) {
-    return {[=] { return std::string(at, strnlen(at, size)); },
-            [=](const std::string &text) {
-                std::memset(at, 0, size);
-                std::memcpy(at, text.data(), std::min(text.size(), size - 1));
-            }};
-}
-
 template <size_t size>
 Value valueOf(char (&at)[size]) {
-    return textAt(at, size);
+    return {[&at] { return std::string(at, strnlen(at, size)); },
+            [&at](const std::string &text) {
+                std::memset(at, 0, size);
+                text.copy(at, size - 1);
+            }};
 }
 
 // The bytes of a record; digits that are missing are zeros.
@@ -194,8 +190,8 @@ std::map<std::string, Value> ScriptedDevice::values() {
         {"upgrade", valueOf(State_fw_upgrade)},
         {"flags", valueOf(kvFlags)},
         {"controller", valueOf(controller)},
-        {"ssid24", textAt(g_MainSSID, 33)},
-        {"ssid5", textAt(g_MainSSID + 33, 33)},
+        {"ssid24", valueOf(reinterpret_cast<char(&)[33]>(g_MainSSID[0]))},
+        {"ssid5", valueOf(reinterpret_cast<char(&)[33]>(g_MainSSID[33]))},
         {"bssids", bytesOf(g_MainBSSID)},
         {"accounts", recordsOf(configService.accounts, &RdmNatIntfSetting::userName, &RdmNatIntfSetting::password)},
         {"radios", recordsOf(configService.radios, &RdmWifiRadio::ifName, &RdmWifiRadio::countryCode,
@@ -220,18 +216,17 @@ std::string ScriptedDevice::change(const std::string &name, const std::string &v
         found->second.set(value);
         return old;
     }
-    const size_t dot = name.find('.');
-    const std::string kind = name.substr(0, dot), file = name.substr(std::min(dot, name.size() - 1) + 1);
-    if (kind != "file" && kind != "script") {
+    const bool isFile = name.starts_with("file.");
+    if (!isFile && !name.starts_with("script.")) {
         misread("no such setting", name);
     }
-    const std::string path = kind == "file" ? scriptPath(file) : kCommands + file;
+    const std::string path = isFile ? scriptPath(name.substr(5)) : kCommands + name.substr(7);
     const std::string old = exists(path) ? readFile(path) : "none";
     std::remove(path.c_str());
     if (value == "fifo") {
         mkfifo(path.c_str(), 0600);
     } else if (value != "none") {
-        writeFile(path, (kind == "file" ? "" : "#!/bin/sh\n") + value);
+        writeFile(path, (isFile ? "" : "#!/bin/sh\n") + value);
     }
     return old;
 }

@@ -223,10 +223,7 @@ void call(ScriptedDevice &device, Words &in) {
 
 void command(ScriptedDevice &device, Words &in) {
     const auto code = static_cast<uint32_t>(in.number());
-    if (in.accept("null")) {
-        return kvMAP1905_VendSpecCmd_handle(nullptr, code);
-    }
-    device.host.command(code, in.bytes());
+    in.accept("null") ? kvMAP1905_VendSpecCmd_handle(nullptr, code) : device.host.command(code, in.bytes());
 }
 
 void tool(ScriptedDevice &device, Words &in) {
@@ -250,11 +247,8 @@ void tool(ScriptedDevice &device, Words &in) {
     while (!in.empty()) {
         words.push_back(in.text());
     }
-    std::vector<char *> argv;
-    for (std::string &word : words) {
-        argv.push_back(word.data());
-    }
-    argv.push_back(nullptr);
+    std::vector<char *> argv(words.size() + 1);
+    std::transform(words.begin(), words.end(), argv.begin(), [](std::string &word) { return word.data(); });
     device.result = entries.at(name)(nullptr, static_cast<int>(words.size()), argv.data());
 }
 

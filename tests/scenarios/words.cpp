@@ -129,10 +129,10 @@ size_t Words::find(const std::string &word) const {
 
 Words Words::until(const std::string &separator) {
     Words before("");
-    const size_t count = std::min(find(separator), words_.size());
-    const auto end = words_.begin() + static_cast<ptrdiff_t>(count);
-    before.words_.assign(words_.begin(), end);
-    words_.erase(words_.begin(), end == words_.end() ? end : end + 1);
+    while (!empty() && !accept(separator)) {
+        before.words_.push_back(words_.front());
+        words_.erase(words_.begin());
+    }
     return before;
 }
 
