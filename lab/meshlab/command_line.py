@@ -81,7 +81,7 @@ def command_parser():
     clock = add("clock", commands.move_clock, "move a device's wall clock, for its programs only")
     clock.add_argument("device", metavar="DEVICE")
     clock.add_argument("seconds", type=number(-10**9, 10**9), metavar="SECONDS", help="forward; with a minus sign back")
-    join = add("add", commands.add_device, "add a device, whose neighbour's daemon starts again, or one that was removed")
+    join = add("add", commands.add_device, "add a device, and restart its neighbour's daemon; or one that was removed")
     join.add_argument("device", metavar="DEVICE")
     join.add_argument("--link", metavar="NEIGHBOUR", help="device it is linked with (default the first)")
     join.add_argument("--medium", choices=MEDIA, default="ethernet", help="of that link (default ethernet)")
@@ -104,7 +104,7 @@ def add_link_commands(parser):
         command.add_argument("near", metavar="DEVICE")
         command.add_argument("far", metavar="DEVICE")
     command.add_argument("--loss", type=number(0, 100, float), default=0, metavar="PERCENT", help="default 0")
-    command.add_argument("--delay", type=number(0, 60000, float), default=0, metavar="MS", help="milliseconds, default 0")
+    command.add_argument("--delay", type=number(0, 60000, float), default=0, metavar="MS", help="default 0")
 
 
 def add_station_commands(parser):

@@ -99,7 +99,7 @@ def read_plan(text):
 
 
 class Topology:
-    """Devices and links, as they are in the command lines of the mesh's processes. The first device is the controller."""
+    """Devices and links, as in the command lines of the mesh's processes. The first device is the controller."""
 
     def __init__(self, devices=None, links=None):
         self.devices = devices or {}  # model by name

@@ -64,12 +64,13 @@ def report(text):
 
 
 def join(name, text):
-    """Runs inside the mesh: starts one more device. Daemons use the ports that they find at their start, so those of its
-    neighbours start again."""
+    """Runs inside the mesh: starts one more device, and again the daemons of its neighbours, because daemons use the
+    ports that they find at their start."""
     plan = read_plan(text)
     keeper = start_device(name, plan)
     try:
-        wait_until(lambda: read_state(keeper.pid) == "stopped" or keeper.poll() is not None, START_SECONDS, f"start of {name}")
+        wait_until(lambda: read_state(keeper.pid) == "stopped" or keeper.poll() is not None, START_SECONDS,
+                   f"start of {name}")
         pids = require_mesh(plan.name).device_pids | {name: keeper.pid}
         devices = {each: device for each, device in plan_devices(plan).items() if each in pids}
         connect([link for link in plan_links(devices) if name in (link[0].name, link[2].name)], pids)
