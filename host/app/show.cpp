@@ -195,11 +195,29 @@ JsonPtr filtered(JsonPtr list, const char *owner, const std::string &alMac) {
     return kept;
 }
 
+// Terminals obey U+007F to U+009F, which json-c passes through.
+std::string withoutControls(std::string_view json) {
+    std::string out;
+    for (size_t at = 0; at < json.size(); ++at) {
+        const auto byte = [&](size_t i) { return i < json.size() ? static_cast<uint8_t>(json[i]) : 0; };
+        const bool isPair = byte(at) == 0xC2 && byte(at + 1) >= 0x80 && byte(at + 1) < 0xA0;
+        if (isPair) ++at;
+        if (!isPair && byte(at) != 0x7F) {
+            out += json[at];
+            continue;
+        }
+        char escape[8];
+        std::snprintf(escape, sizeof escape, "\\u%04x", static_cast<unsigned>(byte(at)));
+        out += escape;
+    }
+    return out;
+}
+
 // `isOne`: the list holds one object, which is printed alone.
 std::string printed(json_object *list, bool isOne) {
     const int flags = JSON_C_TO_STRING_PRETTY | JSON_C_TO_STRING_SPACED | JSON_C_TO_STRING_NOSLASHESCAPE;
     json_object *value = isOne ? json_object_array_get_idx(list, 0) : list;
-    return std::string(json_object_to_json_string_ext(value, flags)) + "\n";
+    return withoutControls(json_object_to_json_string_ext(value, flags)) + "\n";
 }
 
 }  // namespace

@@ -118,7 +118,7 @@ TEST(App, NamesWhatIsWrongAndWhatIsRight) {
 TEST(Show, TablesAndListsOfWhatTheFileSays) {
     std::ofstream(kModel) << R"({"kv1905":{"Role":"Agent","Counters":{"FramesSent":42},
         "DeviceList":[{"ID":"02:00:5e:00:02:00","ModelName":"a\u001b[2Jb","Hops":null},
-        {"ID":"D","ModelName":"near","NeighborList":[
+        {"ID":"D","ModelName":"near","Mode":"\u009b\u007f\u00e9","NeighborList":[
             {"ID":"02:00:5e:00:02:00","Interface":"I","MediaType":261,"ViaBridge":false}]}],
         "StationList":[
         {"Device":"D","Band":"5GHz","MACAddress":"Y","RSSI":-61,"SignalLevel":4,"Rate":866000,"LastDataDownlinkRate":0,
@@ -139,6 +139,7 @@ TEST(Show, TablesAndListsOfWhatTheFileSays) {
     EXPECT_EQ(shown("links"),
               "DEVICE  INTERFACE  NAME  NEIGHBOUR  BEHIND A BRIDGE\nnear    I          5GHz  a?[2Jb     false\n");
     EXPECT_EQ(shown("status") + shown("counters"), "Role: Agent\nFramesSent: 42\n");
+    EXPECT_SAYS("\"\\u009b\\u007f\xC3\xA9\"", shown("devices", "", true));
     EXPECT_EQ(shown("counters", "", true), "{\n  \"FramesSent\": 42\n}\n");
     const time_t now = std::time(nullptr);
     EXPECT_EQ(staleness(kModel, now), "");
