@@ -71,6 +71,8 @@ def join(name, text):
     try:
         wait_until(lambda: read_state(keeper.pid) == "stopped" or keeper.poll() is not None, START_SECONDS,
                    f"start of {name}")
+        if keeper.poll() is not None:
+            raise MeshError(f"{name} could not be set up")
         pids = require_mesh(plan.name).device_pids | {name: keeper.pid}
         devices = {each: device for each, device in plan_devices(plan).items() if each in pids}
         connect([link for link in plan_links(devices) if name in (link[0].name, link[2].name)], pids)
