@@ -32,10 +32,15 @@ const std::string kScratchFiles[] = {"/tmp/.kv1905_nvram_tmp", "/tmp/kv1905_IP"}
 
 // What a device starts with.
 const std::string kStart[] = {
-    "script reboot 'exit 0'", "script ifconfig \"echo '  inet addr:10.1.2.3  Mask:x'\"",
+    "script reboot 'exit 0'",
+    "script ifconfig \"echo '  inet addr:10.1.2.3  Mask:x'\"",
     "script wl \"case $* in *chanspec) echo '36/80' ;; esac\"",
     "set clock=0 stamp=0 ssid24= ssid5= bssids= local.rebootFromNbrCap=1 local.intfPwrCtrlFromNbrCap=1",
-    "set local.ipAddr=10.1.2.3 local.channel24G=000 local.channel5G=000 local.channelExtra=000"};
+    "set local.ipAddr=10.1.2.3 local.channel24G=000 local.channel5G=000 local.channelExtra=000",
+    "device agent",
+    "owner agent agent",
+    "owner radio5 local",
+    "interfaces radio24 0x0103 radio5 0x0105"};
 
 // ---- Values
 
@@ -152,9 +157,6 @@ ScriptedDevice::ScriptedDevice() {
     for (const std::string &step : kStart) {
         play(step);
     }
-    host.addDevice(kAgent);
-    host.owners = {{kAgent, kAgent}, {namedMacs().at("radio5"), kLocal}};
-    host.interfaces = {{namedMacs().at("radio24"), 0x0103}, {namedMacs().at("radio5"), 0x0105}};
 }
 
 ScriptedDevice::~ScriptedDevice() {

@@ -73,19 +73,17 @@ void receive(ScriptedDevice &device, Words &in) {
     device.host.receive(*device.sender, readValue(writer, in), device.requestId, hasLength);
 }
 
-// Each shorter message; those with an envelope also with the true payload length.
+// Each shorter message, and each shorter payload with its true length.
 void receiveCuts(ScriptedDevice &device, Words &in) {
-    const Bytes whole = readMessage(kAgent, in);
+    const uint16_t type = messageType(in);
+    const Bytes payload = in.bytes(), whole = message(kAgent, type, payload);
     for (size_t length = 0; length < whole.size(); ++length) {
-        Bytes cut = head(whole, length);
-        device.host.receive(kAgent, cut, 1);
-        if (length >= 15) {
-            cut[13] = static_cast<uint8_t>((length - 15) >> 8);
-            cut[14] = static_cast<uint8_t>(length - 15);
-            device.host.receive(kAgent, cut, 1);
-        }
+        device.host.receive(kAgent, head(whole, length), 1);
     }
-    device.repeats = static_cast<int>(2 * whole.size()) - 15;
+    for (size_t length = 0; length < payload.size(); ++length) {
+        device.host.receive(kAgent, message(kAgent, type, head(payload, length)), 1);
+    }
+    device.repeats = static_cast<int>(whole.size() + payload.size());
 }
 
 // ---- Calls
