@@ -12,6 +12,7 @@ from meshlab.enter import enter_namespaces
 
 ETH_P_ALL = 0x0003
 ETH_P_1905 = 0x893A
+ETH_P_LLDP = 0x88CC
 SO_ATTACH_FILTER = 26
 SO_RCVBUFFORCE = 33
 SO_TIMESTAMPNS = 35
@@ -20,8 +21,9 @@ PACKET_STATISTICS = 6
 MAX_FRAME = 65536
 RECEIVE_BUFFER = 8 << 20
 
-# Classic BPF: accept whole frames of EtherType 0x893A, nothing else.
-FRAME_FILTER = ((0x28, 0, 0, 12), (0x15, 0, 1, ETH_P_1905), (0x06, 0, 0, MAX_FRAME), (0x06, 0, 0, 0))
+# Classic BPF: accept whole frames of 1905 and of its bridge discovery by LLDP, nothing else.
+FRAME_FILTER = ((0x28, 0, 0, 12), (0x15, 1, 0, ETH_P_1905), (0x15, 0, 1, ETH_P_LLDP), (0x06, 0, 0, MAX_FRAME),
+                (0x06, 0, 0, 0))
 
 
 def open_tap(interface):
