@@ -12,7 +12,6 @@
 #include <system_error>
 
 #include "command/client.h"
-#include "daemon/event_loop.h"
 
 namespace kv1905d {
 namespace {
@@ -101,9 +100,9 @@ CommandServer::~CommandServer() {
     if (ours) unlink(path_.c_str());
 }
 
-void CommandServer::start(uv_loop_t &loop, CommandActions actions) {
+void CommandServer::start(EventLoop &loop, CommandActions actions) {
     actions_ = std::move(actions);
-    const int result = uv_poll_init(&loop, &handle_, fd_.get());
+    const int result = uv_poll_init(&loop.handle(), &handle_, fd_.get());
     if (result < 0) throw support::systemError(path_, "watch the command socket", -result);
     handle_.data = this;
     const auto callback = [](uv_poll_t *handle, int, int) {

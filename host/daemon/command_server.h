@@ -9,6 +9,7 @@
 #include <string>
 
 #include "command/protocol.h"
+#include "daemon/event_loop.h"
 #include "support/files.h"
 #include "support/log.h"
 
@@ -42,7 +43,7 @@ class CommandServer {
     CommandServer &operator=(const CommandServer &) = delete;
 
     // Serves on that loop from now on. Throws std::system_error.
-    void start(uv_loop_t &loop, CommandActions actions);
+    void start(EventLoop &loop, CommandActions actions);
 
   private:
     static constexpr size_t kMaxClients = 8;  // the oldest has to go when another one comes

@@ -143,7 +143,7 @@ void Daemon::run() {
             schedule();
         });
     }
-    commands_.start(loop_.handle(), commandActions());
+    commands_.start(loop_, commandActions());
     loop_.addTimer([this] { everySecond(); }).start(Duration{}, std::chrono::seconds(1));
     KV_HOST_LOG(KV_LOG_NOTICE, "kv1905d %s runs as %s %s on %zu interface(s)", KV1905_VERSION, role(),
                 options_.alMac.text().c_str(), ports_.size());

@@ -83,7 +83,7 @@ TEST(EventLoop, OutlivesWhatACallbackThrows) {
 TEST(CommandServer, RefusesAClientWhenNoDescriptorIsLeft) {
     CommandServer server("/tmp/availability.sock");
     EventLoop loop;
-    server.start(loop.handle(), {});
+    server.start(loop, {});
     const support::FileDescriptor client = connectToDaemon("/tmp/availability.sock", std::nullopt);
     rlimit before{};
     getrlimit(RLIMIT_NOFILE, &before);

@@ -36,10 +36,9 @@ struct Daemon {
             if (*answer != '\0') std::ofstream(kResultFile) << answer;
             return effect;
         };
-        uv_loop_t loop;
-        uv_loop_init(&loop);
+        EventLoop loop;
         server_.start(loop, std::move(actions));
-        uv_run(&loop, UV_RUN_DEFAULT);
+        loop.run();
     }
     ~Daemon() {
         kill(child_, SIGKILL);
