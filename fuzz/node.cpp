@@ -7,7 +7,7 @@
 
 #include "daemon/data_model_file.h"
 #include "daemon/onboarding.h"
-#include "daemon/trace.h"
+#include "command/trace.h"
 #include "fuzz.h"
 #include "ieee1905/reassembly.h"
 #include "ieee1905/topology_tlvs.h"

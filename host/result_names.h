@@ -2,7 +2,9 @@
 // same.
 #pragma once
 
+#include <algorithm>
 #include <cstdint>
+#include <span>
 
 namespace kv1905d {
 
@@ -16,5 +18,14 @@ inline constexpr Meaning kResultMeanings[] = {
     {7, "not this device's AL MAC"},
     {16, "refused or failed, see its log"},
 };
+
+// Of interfaces, as IEEE 1905.1 has them.
+inline constexpr Meaning kPowerStates[] = {{0, "on"}, {1, "power save"}, {2, "off"}, {255, "not known"}};
+
+// Null for a code without a row.
+inline const char *meaningOf(std::span<const Meaning> rows, unsigned code) {
+    const auto found = std::find_if(rows.begin(), rows.end(), [code](const Meaning &row) { return row.code == code; });
+    return found == rows.end() ? nullptr : found->text;
+}
 
 }  // namespace kv1905d

@@ -1,5 +1,6 @@
 #include "command/client.h"
 
+#include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -7,6 +8,8 @@
 
 namespace kv1905d {
 namespace {
+
+constexpr size_t kLargestEvent = 70000;  // bytes: a TLV value has at most 65535
 
 // A socket with a time limit reports EAGAIN or EINPROGRESS when the time is up.
 std::system_error failureOf(const std::string &path, const char *step) {
@@ -20,6 +23,17 @@ void requireTrusted(const support::FileDescriptor &fd, const std::string &path) 
     const std::string owner = "served by process " + std::to_string(peer.pid) + " of user " + std::to_string(peer.uid) +
                               ", who is neither root nor this user";
     throw support::systemError(path, owner.c_str(), EPERM);
+}
+
+Reply exchange(const support::FileDescriptor &fd, const std::string &path, const Post &post) {
+    const Bytes message = encodePost(post);
+    if (send(fd.get(), message.data(), message.size(), MSG_NOSIGNAL) < 0) throw failureOf(path, "send the command");
+    std::array<uint8_t, kReplySize + 1> answer;  // one more, so that a longer reply is seen to be one
+    const ssize_t size = recv(fd.get(), answer.data(), answer.size(), 0);
+    if (size < 0) throw failureOf(path, "wait for the daemon's reply");
+    const std::optional<Reply> reply = parseReply(ByteView(answer).first(static_cast<size_t>(size)));
+    if (!reply) throw support::systemError(path, "the daemon ended or sent no valid reply", EPROTO);
+    return *reply;
 }
 
 }  // namespace
@@ -65,15 +79,22 @@ support::FileDescriptor connectToDaemon(const std::string &path, std::optional<D
 }
 
 Reply postCommand(const std::string &path, const Post &post, Duration timeout) {
-    const support::FileDescriptor fd = connectToDaemon(path, timeout);
-    const Bytes message = encodePost(post);
-    if (send(fd.get(), message.data(), message.size(), MSG_NOSIGNAL) < 0) throw failureOf(path, "send the command");
-    std::array<uint8_t, kReplySize + 1> answer;  // one more, so that a longer reply is seen to be one
-    const ssize_t size = recv(fd.get(), answer.data(), answer.size(), 0);
-    if (size < 0) throw failureOf(path, "wait for the daemon's reply");
-    const std::optional<Reply> reply = parseReply(ByteView(answer).first(static_cast<size_t>(size)));
-    if (!reply) throw support::systemError(path, "the daemon ended or sent no valid reply", EPROTO);
-    return *reply;
+    return exchange(connectToDaemon(path, timeout), path, post);
+}
+
+MonitorConnection::MonitorConnection(const std::string &path, Duration timeout)
+    : path_(path), fd_(connectToDaemon(path, timeout)) {
+    const Reply reply = exchange(fd_, path, {kCommandMonitor, {}});
+    if (reply.verdict != Verdict::Accepted) throw support::systemError(path, rowOf(reply.verdict).printed, EACCES);
+}
+
+std::optional<Event> MonitorConnection::next(Duration timeout) {
+    pollfd ready{fd_.get(), POLLIN, 0};
+    if (poll(&ready, 1, static_cast<int>(timeout.count())) <= 0) return std::nullopt;
+    packet_.resize(kLargestEvent);
+    const ssize_t size = recv(fd_.get(), packet_.data(), packet_.size(), 0);
+    if (size <= 0) throw support::systemError(path_, "the daemon ended", ECONNREFUSED);
+    return parseEvent(ByteView(packet_).first(static_cast<size_t>(size)));
 }
 
 }  // namespace kv1905d

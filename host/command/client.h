@@ -28,6 +28,22 @@ sockaddr_un commandAddress(const std::string &path);
 // step of an exchange; without one, the socket does not block.
 support::FileDescriptor connectToDaemon(const std::string &path, std::optional<Duration> timeout);
 
+// Receives what the daemon publishes.
+class MonitorConnection {
+  public:
+    // Connects; waits at most `timeout` for the daemon.
+    MonitorConnection(const std::string &path, Duration timeout);
+
+    // The next event, valid until the next call; nothing when there was none in time. ECONNREFUSED when the daemon
+    // ended.
+    std::optional<Event> next(Duration timeout);
+
+  private:
+    std::string path_;
+    support::FileDescriptor fd_;
+    Bytes packet_;
+};
+
 // Posts one command and receives the reply; ETIMEDOUT when the daemon does not accept or answer it in time.
 Reply postCommand(const std::string &path, const Post &post, Duration timeout);
 

@@ -54,4 +54,25 @@ std::optional<Reply> parseReply(ByteView message) {
     return Reply{static_cast<Verdict>(verdict), needed};
 }
 
+Bytes encodeEvent(const Event &event) {
+    const std::string peer = event.peer.substr(0, UINT8_MAX);
+    WireWriter out;
+    out.u8(static_cast<uint8_t>(event.direction));
+    out.u16(event.msgId);
+    out.u8(static_cast<uint8_t>(peer.size()));
+    out.bytes({reinterpret_cast<const uint8_t *>(peer.data()), peer.size()});
+    out.bytes(event.value);
+    return out.take();
+}
+
+std::optional<Event> parseEvent(ByteView message) {
+    WireReader in(message);
+    const Direction direction = in.u8() == 0 ? Direction::In : Direction::Out;
+    const uint16_t msgId = in.u16();
+    const ByteView peer = in.bytes(in.u8());
+    const ByteView value = in.bytes(in.remaining());
+    if (!in.finished()) return std::nullopt;
+    return Event{direction, msgId, {peer.begin(), peer.end()}, value};
+}
+
 }  // namespace kv1905d

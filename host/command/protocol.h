@@ -4,12 +4,15 @@
  * One connection carries one exchange of two packets (SOCK_SEQPACKET; numbers are big-endian):
  *   post   code u32, size u32, that many bytes laid out as KV_CMD_* or OwnCommand says
  *   reply  verdict u32, bytes that the code needs u32 (0 unless the verdict is ShortBuffer)
+ * After the reply to kCommandMonitor the connection stays, and the daemon sends a packet for each vendor message:
+ *   event  direction u8, message identifier u16, size of the peer's text u8, that text, TLV value
  */
 #pragma once
 
 #include <kv1905/kvMAP1905.h>
 
 #include <optional>
+#include <string>
 
 #include "ieee1905/wire.h"
 
@@ -25,6 +28,7 @@ enum OwnCommand : uint32_t {
     kCommandRssi = 0x10001,           // AL MAC of the device to tell, MAC of a station of this device: 12 bytes
     kCommandQueryStations = 0x10002,  // AL MAC of the device to ask: 6 bytes
     kCommandQueryPower = 0x10003,     // the same
+    kCommandMonitor = 0x10004,        // nothing
 };
 
 enum class Target {
@@ -113,6 +117,16 @@ constexpr const VerdictRow &rowOf(Verdict verdict) {
     return kVerdictRows[static_cast<size_t>(verdict)];
 }
 
+enum class Direction : uint8_t { In, Out };
+
+// A vendor message that the daemon received or sent.
+struct Event {
+    Direction direction;
+    uint16_t msgId;
+    std::string peer;  // the other device's AL MAC, or words for many
+    ByteView value;    // of the vendor-specific TLV, its OUI first
+};
+
 struct Reply {
     Verdict verdict;
     uint32_t needed = 0;  // bytes, for ShortBuffer
@@ -122,5 +136,7 @@ Bytes encodePost(const Post &post);               // the buffer holds at most kM
 std::optional<Post> parsePost(ByteView message);  // a view into the message
 Bytes encodeReply(const Reply &reply);
 std::optional<Reply> parseReply(ByteView message);
+Bytes encodeEvent(const Event &event);
+std::optional<Event> parseEvent(ByteView message);  // with a view into the message
 
 }  // namespace kv1905d

@@ -151,7 +151,7 @@ void CommandServer::serve(Client &client) {
     if (size > 0) {
         const auto length = static_cast<size_t>(size);
         const ByteView packet = length > message.size() ? ByteView() : ByteView(message).first(length);
-        const Reply reply = mayCommand(peerOf(client.fd)) ? handlePost(packet, actions_) : Reply{Verdict::NotPermitted};
+        const Reply reply = answer(client, packet);
         if (const char *reason = rowOf(reply.verdict).logged) {
             const std::optional<Post> post = parsePost(packet);
             complain(client, (post ? "command " + std::to_string(post->code) : "post") + " refused: " + reason);
@@ -160,8 +160,26 @@ void CommandServer::serve(Client &client) {
         if (send(client.fd.get(), answer.data(), answer.size(), MSG_NOSIGNAL) < 0) {
             complain(client, "did not wait for the reply");
         }
+        if (client.isMonitor) return;
     }
     end(client);
+}
+
+Reply CommandServer::answer(Client &client, ByteView packet) {
+    if (!mayCommand(peerOf(client.fd))) return {Verdict::NotPermitted};
+    const std::optional<Post> post = parsePost(packet);
+    client.isMonitor = post && post->code == kCommandMonitor;
+    return client.isMonitor ? Reply{Verdict::Accepted} : handlePost(packet, actions_);
+}
+
+void CommandServer::publish(const Event &event) {
+    Bytes packet;
+    for (Client &client : clients_) {
+        if (!client.isMonitor || uv_is_closing(reinterpret_cast<uv_handle_t *>(&client.handle))) continue;
+        if (packet.empty()) packet = encodeEvent(event);
+        if (send(client.fd.get(), packet.data(), packet.size(), MSG_NOSIGNAL | MSG_DONTWAIT) < 0)
+            end(client, "does not read its events");
+    }
 }
 
 void CommandServer::complain(const Client &client, const std::string &what) {

@@ -45,6 +45,9 @@ class CommandServer {
     // Serves on that loop from now on. Throws std::system_error.
     void start(EventLoop &loop, CommandActions actions);
 
+    // Sends the event to every monitor. One that does not read its events is ended.
+    void publish(const Event &event);
+
   private:
     static constexpr size_t kMaxClients = 8;  // the oldest has to go when another one comes
 
@@ -52,11 +55,13 @@ class CommandServer {
         CommandServer *server;
         support::FileDescriptor fd;
         uv_poll_t handle{};
+        bool isMonitor = false;
     };
 
     void acceptClient();
     void refuseClient();
     void serve(Client &client);
+    Reply answer(Client &client, ByteView packet);
     void complain(const Client &client, const std::string &what);
     void end(Client &client, const char *complaint = nullptr);
 

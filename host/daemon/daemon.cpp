@@ -16,7 +16,7 @@
 #include <system_error>
 #include <utility>
 
-#include "daemon/trace.h"
+#include "command/trace.h"
 #include "kv1905/version.h"
 
 namespace kv1905d {
@@ -55,8 +55,9 @@ Daemon::Daemon(const Options &options, Heartbeat heartbeat)
     const TimePoint now = EventLoop::now();
     node_ = std::make_unique<Node>(openPorts(), nodeEvents(), now);
     if (!options_.plugin.empty()) {
-        plugin_ = std::make_unique<PluginSide>(options_, *node_,
-                                               [this] { return writer_.request(DataModelWriter::Reason::Report); });
+        plugin_ = std::make_unique<PluginSide>(
+            options_, *node_, [this] { return writer_.request(DataModelWriter::Reason::Report); },
+            [this](const Event &event) { observe(event); });
     }
     onboarding_ = std::make_unique<Onboarding>(*node_, onboardingActions(), now);
     if (plugin_) plugin_->start();
@@ -176,7 +177,7 @@ void Daemon::readFrames(size_t port) {
 void Daemon::receiveVendorTlv(const VendorTlv &tlv) {
     const std::string source = tlv.source.text();
     const VendorMessage message = readVendorMessage(tlv.value);
-    if (options_.trace) printTrace(Direction::In, source, tlv.msgId, message);
+    observe({Direction::In, tlv.msgId, source, tlv.value});
     if (message.isForeign) return noteForeign(tlv, message.name);
     Device *device = node_->topology().find(tlv.source);
     if (device != nullptr && !message.fault) device->sentVendorMessage = true;
@@ -193,6 +194,11 @@ void Daemon::noteForeign(const VendorTlv &tlv, const std::string &name) {
     if (foreignLogged_.size() >= kMaxForeignLogged || !foreignLogged_.emplace(tlv.source, name).second) return;
     KV_HOST_LOG(KV_LOG_INFO, "%s: %s from %s is not for the plug-in; more of them are only counted",
                 tlv.interface.c_str(), name.c_str(), tlv.source.text().c_str());
+}
+
+void Daemon::observe(const Event &event) {
+    if (options_.trace) printTrace(event);
+    commands_.publish(event);
 }
 
 // Runs what is due in node and JSON file, and sets the timer for what is next.
@@ -275,7 +281,7 @@ void Daemon::writeDataModel() {
     const std::string text =
         dataModelJson({node_->topology(), counters, role(), plugin_ ? plugin_->mainNetworks() : MainNetworks{},
                        EventLoop::now(), wallClock, onboarding_->controller(), plugin_ ? plugin_->stationCount() : 0,
-                       onboarding_->apConfigurations(), node_->unhandled()});
+                       onboarding_->apConfigurations(), node_->unhandled(), EventLoop::now() - started_});
     support::replaceFile(options_.dataModel, text, 0644, support::Durable::No);
     if (plugin_) plugin_->setDataModelTime(wallClock);
 }

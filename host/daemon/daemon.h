@@ -46,6 +46,7 @@ class Daemon {
     void readFrames(size_t port);
     void receiveVendorTlv(const VendorTlv &tlv);
     void noteForeign(const VendorTlv &tlv, const std::string &name);
+    void observe(const Event &event);
     void schedule();
     void everySecond();
     void checkLinks();
@@ -56,6 +57,7 @@ class Daemon {
     const char *role() const;
 
     Options options_;
+    TimePoint started_ = EventLoop::now();
     Heartbeat heartbeat_;
     CommandServer commands_;
     std::vector<PortSocket> ports_;

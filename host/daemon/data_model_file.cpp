@@ -5,6 +5,7 @@
 #include <cstring>
 
 #include "daemon/json.h"
+#include "kv1905/version.h"
 
 namespace kv1905d {
 namespace {
@@ -138,6 +139,7 @@ class DataModelPrinter {
     void printStation(const WIFINeighborEntry &station);
     void printOwn();
     void printOwnDevice(const Device &device, const std::map<MacAddress, unsigned> &hops);
+    void printInterfaces(const Device &device);
     void printNeighbours(const Device &device);
     void printBss(const BssElements &bss);
     void printApConfigurations(const MacAddress &alMac);
@@ -228,6 +230,15 @@ void DataModelPrinter::printNetwork() {
 
 // ---- kv1905
 
+void DataModelPrinter::printInterfaces(const Device &device) {
+    for (const DeviceInterface &interface : device.interfaces) {
+        out_.entry([&] {
+            out_.member("MACAddress", interface.facts.mac);
+            out_.member("MediaType", interface.facts.mediaType);
+        });
+    }
+}
+
 // Who the device says are its neighbours, and over which of its interfaces.
 void DataModelPrinter::printNeighbours(const Device &device) {
     for (const Ieee1905Neighbours &link : device.neighbours) {
@@ -297,6 +308,7 @@ void DataModelPrinter::printOwnDevice(const Device &device, const std::map<MacAd
     for (const FieldRow &row : kVendorFields)
         writeField(out_, record, row);
     out_.member("WifiNeighborCount", device.local ? view_.localStations : record.wifiNbrNum);
+    out_.list("InterfaceList", [&] { printInterfaces(device); });
     out_.list("NeighborList", [&] { printNeighbours(device); });
     printBss(device.bss);
     out_.list("ApConfigurationList", [&] { printApConfigurations(device.alMac); });
@@ -328,7 +340,9 @@ void DataModelPrinter::printStations(const Device &device) {
 void DataModelPrinter::printOwn() {
     const auto &devices = view_.topology.devices();
     const std::map<MacAddress, unsigned> hops = view_.topology.hops();
+    out_.member("Version", KV1905_VERSION);
     out_.member("Role", view_.role);
+    out_.member("SecondsRunning", view_.running.count() / 1000);
     out_.member("Controller", view_.controller ? view_.controller->text() : "");
     out_.object("Counters", [&] {
         for (const CounterRow &row : kCounterRows)

@@ -27,6 +27,7 @@ struct DataModelView {
     uint32_t localStations = 0;  // entries of the local device's list, which its record does not count
     ApConfigurations apConfigurations{};
     std::map<uint16_t, uint64_t> unhandledMessages{};  // by type
+    Duration running{};  // since the daemon's start
 };
 
 /*

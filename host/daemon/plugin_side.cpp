@@ -7,7 +7,6 @@
 
 #include "daemon/event_loop.h"
 #include "daemon/shared_files.h"
-#include "daemon/trace.h"
 #include "support/log.h"
 
 namespace kv1905d {
@@ -47,10 +46,12 @@ KvIntfList *newInterfaceList(const Device &device) {
 
 }  // namespace
 
-PluginSide::PluginSide(const Options &options, Node &node, std::function<int()> requestDataModel)
+PluginSide::PluginSide(const Options &options, Node &node, std::function<int()> requestDataModel,
+                       std::function<void(const Event &)> observe)
     : options_(options),
       node_(node),
       requestDataModel_(std::move(requestDataModel)),
+      observe_(std::move(observe)),
       plugin_(loadPlugin(options.plugin)),
       guard_(options.settingsFrom),
       bss_(plugin_, options.radios),
@@ -206,12 +207,10 @@ int PluginSide::sendVendor(Reach reach, const KvVendMsgDest &dest, uint16_t *msg
     const bool sent = node_.sendVendor(reach, destination, value, id, now);
     const Device *device = reach == Reach::Unicast ? node_.topology().findByAnyMac(destination) : nullptr;
     if (device != nullptr) guard_.sent(device->alMac, *id, readVendorMessage(value), now);
-    if (options_.trace) {
-        const std::string peer = reach == Reach::Unicast      ? destination.text()
-                                 : reach == Reach::Neighbours ? "multicast"
-                                                              : "relayed multicast";
-        printTrace(Direction::Out, peer + (sent ? "" : " (not sent)"), *id, readVendorMessage(value));
-    }
+    const std::string peer = reach == Reach::Unicast      ? destination.text()
+                             : reach == Reach::Neighbours ? "multicast"
+                                                          : "relayed multicast";
+    observe_({Direction::Out, *id, peer + (sent ? "" : " (not sent)"), value});
     return sent ? KV_RET_OK : KV_RET_ERR;
 }
 

@@ -20,7 +20,9 @@ namespace kv1905d {
 class PluginSide final : private PluginHost {
   public:
     // Loads the plug-in; throws std::runtime_error. `node` must outlive it. requestDataModel: as of PluginHost.
-    PluginSide(const Options &options, Node &node, std::function<int()> requestDataModel);
+    // observe: is called with every vendor message that the plug-in sends.
+    PluginSide(const Options &options, Node &node, std::function<int()> requestDataModel,
+               std::function<void(const Event &)> observe);
 
     // Has the plug-in begin, which may call everything that the constructor was given.
     void start();
@@ -64,6 +66,7 @@ class PluginSide final : private PluginHost {
     const Options &options_;
     Node &node_;
     std::function<int()> requestDataModel_;
+    std::function<void(const Event &)> observe_;
     const PluginSymbols plugin_;
     SettingsGuard guard_;
     BssExtension bss_;

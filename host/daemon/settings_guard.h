@@ -9,7 +9,7 @@
 #include <optional>
 
 #include "daemon/topology.h"
-#include "daemon/vendor_message.h"
+#include "ieee1905/vendor_message.h"
 #include "daemon/vendor_tlv.h"
 #include "support/log.h"
 

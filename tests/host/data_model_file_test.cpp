@@ -98,6 +98,7 @@ TEST(DataModel, HoldsEverythingThatIsKnownInListsThatAgreeWithTheirCounts) {
         {kSecond + "SpeaksProtocol", "true"},
         {kSecond + "SecondsSinceHeard", "8"},
         {kSecond + "LedStatus", "\"O\xEF\xBF\xBDN\\\"\\n\""},
+        {kFirst + "InterfaceList/2", R"({"MACAddress":"02:00:5e:00:01:21","MediaType":261})"},
         {kSecond + "NeighborList",
          R"([{"ID":"02:00:5e:00:01:00","Interface":"02:00:5e:00:02:20","MediaType":261,"ViaBridge":false},)"
          R"({"ID":"02:00:5e:00:03:00","Interface":"02:00:5e:00:02:10","MediaType":null,"ViaBridge":true}])"}};

@@ -1,4 +1,4 @@
-#include "daemon/trace.h"
+#include "command/trace.h"
 
 #include <map>
 #include <tuple>

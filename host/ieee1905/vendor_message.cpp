@@ -1,4 +1,4 @@
-#include "daemon/vendor_message.h"
+#include "ieee1905/vendor_message.h"
 
 #include <algorithm>
 #include <charconv>
@@ -74,12 +74,9 @@ class Payload {
 
 using Part = void (*)(Payload &);
 
-constexpr Meaning kPowerStates[] = {{0, "on"}, {1, "power save"}, {2, "off"}, {255, "not known"}};
-
-template <size_t Size>
-std::string meaningOf(const Meaning (&meanings)[Size], unsigned code, const std::string &unknown) {
-    const auto at = std::find_if(meanings, meanings + Size, [&](const Meaning &each) { return each.code == code; });
-    return at == meanings + Size ? unknown : at->text;
+std::string meaningOr(std::span<const Meaning> rows, unsigned code, const std::string &unknown) {
+    const char *text = meaningOf(rows, code);
+    return text == nullptr ? unknown : text;
 }
 
 void target(Payload &in) {
@@ -97,7 +94,7 @@ void skipped(Payload &in) {
 
 void result(Payload &in) {
     const unsigned code = in.number(1);
-    in.say(std::to_string(code) + " (" + meaningOf(kResultMeanings, code, "unknown") + ")");
+    in.say(std::to_string(code) + " (" + meaningOr(kResultMeanings, code, "unknown") + ")");
 }
 
 void attributes(Payload &in) {
@@ -124,7 +121,7 @@ void stations(Payload &in) {
 
 void powerState(Payload &in) {
     const unsigned state = in.number(1);
-    in.say(meaningOf(kPowerStates, state, formatted("power state %u", state)));
+    in.say(meaningOr(kPowerStates, state, formatted("power state %u", state)));
 }
 
 void firmware(Payload &in) {

@@ -1,4 +1,4 @@
-#include "daemon/trace.h"
+#include "command/trace.h"
 
 #include <sys/time.h>
 #include <unistd.h>
@@ -18,7 +18,7 @@ std::string traceLine(Direction direction, std::string_view peer, uint16_t msgId
            ": " + (message.fault ? "malformed: " + *message.fault : message.words);
 }
 
-void printTrace(Direction direction, std::string_view peer, uint16_t msgId, const VendorMessage &message) {
+void printTrace(const Event &event) {
     timeval now{};
     tm clock{};
     gettimeofday(&now, nullptr);
@@ -27,7 +27,7 @@ void printTrace(Direction direction, std::string_view peer, uint16_t msgId, cons
     std::snprintf(time, sizeof time, "%02d:%02d:%02d.%03ld ", clock.tm_hour, clock.tm_min, clock.tm_sec,
                   static_cast<long>(now.tv_usec / 1000));
     static support::LineOutput output(STDOUT_FILENO);
-    output.write(time + traceLine(direction, peer, msgId, message));
+    output.write(time + traceLine(event.direction, event.peer, event.msgId, readVendorMessage(event.value)));
 }
 
 }  // namespace kv1905d
