@@ -47,7 +47,7 @@ constexpr OptionRow kRows[] = {
     {"no-wait", nullptr, "Do not wait for an agent's answer",
      [](CommandLine &line, const std::string &) { line.run.wait = false; }},
     {"watch", "[SECONDS]", "Show again and again, every 2 seconds or as given", setWatch},
-    {"json", nullptr, "Print JSON", [](CommandLine &line, const std::string &) { line.json = true; }},
+    {"json", nullptr, "Print JSON", [](CommandLine &line, const std::string &) { line.json = line.run.json = true; }},
     {"help", nullptr, "Print help about the tool or a command",
      [](CommandLine &line, const std::string &) { line.wantsHelp = true; }},
     {"version", nullptr, "Print the version", [](CommandLine &line, const std::string &) { line.wantsVersion = true; }},

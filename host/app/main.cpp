@@ -1,3 +1,4 @@
+#include <json-c/json_object.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -18,6 +19,7 @@
 #include "command_line.h"
 #include "help.h"
 #include "kv1905/version.h"
+#include "monitor.h"
 #include "show.h"
 
 namespace {
@@ -112,18 +114,38 @@ void complete(const CommandLine &line, Network &network) {
     printOut(wordsAfter(std::span(line.arguments).subspan(1), network));
 }
 
+// Result 16 has several reasons; what the device reports about itself rules some of them out.
+void explain(CommandResult &result, const ToolCommand &command, Network &network) {
+    if (result.code != KV_RET_ERR || command.permission == nullptr) return;
+    json_object *permission = member(network.device(result.target), command.permission);
+    if (permission == nullptr) return;
+    const bool isAllowed = json_object_get_boolean(permission) != 0;
+    result.meaning = isAllowed ? "failed: the device reports that it allows such requests, so see its log"
+                               : "not allowed: the device reports that it allows no such requests";
+}
+
+CommandResult runAndExplain(const CommandLine &line, Network &network) {
+    CommandResult result = runCommand(*line.command, line.arguments, line.run);
+    try {
+        explain(result, *line.command, network);
+    } catch (const std::exception &) {  // the result stands without the file
+    }
+    return result;
+}
+
 CommandResult act(CommandLine &line) {
     Network network(line.dataModel);
     line.arguments = checkArguments(*line.command, line.arguments, network);
     switch (line.command->action) {
         case Action::Run:
-            return runCommand(*line.command, line.arguments, line.run);
+            return runAndExplain(line, network);
         case Action::Post:
             return post(line);
         case Action::Show:
             showAll(line);
             break;
         case Action::Monitor:
+            monitorNetwork(line.dataModel, line.run);
             break;
         case Action::View:
             runView(line);
@@ -168,6 +190,6 @@ int main(int argc, char **argv) {
     } catch (const std::exception &error) {
         result = failureOf(error);
     }
-    if (!result.meaning.empty()) print(result, line.command == nullptr ? "" : line.command->name, line.json);
+    print(result, line.command == nullptr ? "" : line.command->name, line.json);
     return static_cast<int>(result.status);
 }

@@ -52,6 +52,8 @@ CommandResult failureOf(const std::exception &error) {
 }
 
 void print(const CommandResult &result, const std::string &command, bool json) {
+    std::fputs(result.text.c_str(), stdout);
+    if (result.meaning.empty()) return;
     if (json) return printJson(result, command);
     const std::string text =
         result.code ? "result " + std::to_string(*result.code) + " (" + result.meaning + ")" : result.meaning;

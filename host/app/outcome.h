@@ -28,6 +28,7 @@ struct CommandResult {
     std::string meaning;
     std::optional<uint8_t> code;  // an agent's result
     std::string target;           // AL MAC; empty when there is none
+    std::string text = {};        // printed instead, unchanged; empty: none
 };
 
 struct Failure : std::runtime_error {

@@ -1,6 +1,7 @@
 #include "result_file.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -14,6 +15,7 @@ namespace kv1905d {
 namespace {
 
 constexpr Duration kPollEvery{20};
+constexpr Duration kSettled{300};  // without a further result
 
 // The first true value of the probe, or its last one when the time is up.
 template <typename Probe>
@@ -61,6 +63,21 @@ std::optional<uint8_t> ResultFile::read() const {
 
 std::optional<uint8_t> ResultFile::await(Duration timeout) const {
     return poll(timeout, [this] { return read(); });
+}
+
+std::optional<uint8_t> ResultFile::awaitLast(Duration timeout) const {
+    const auto changed = [this] {
+        struct stat facts {};
+        stat(path_.c_str(), &facts);
+        return std::pair(facts.st_mtim.tv_sec, facts.st_mtim.tv_nsec);
+    };
+    std::optional<uint8_t> code = await(timeout);
+    for (auto before = changed(); code;) {
+        std::this_thread::sleep_for(kSettled);
+        code = read();
+        if (std::exchange(before, changed()) == before) break;
+    }
+    return code;
 }
 
 }  // namespace kv1905d

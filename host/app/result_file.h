@@ -26,6 +26,8 @@ class ResultFile {
     // What is there now, and what is there within `timeout`.
     std::optional<uint8_t> read() const;
     std::optional<uint8_t> await(Duration timeout) const;
+    // The same where several results replace one another: the one that stays.
+    std::optional<uint8_t> awaitLast(Duration timeout) const;
 
   private:
     std::string path_;

@@ -6,6 +6,7 @@
 
 #include "arguments.h"
 #include "command/client.h"
+#include "query.h"
 #include "result_file.h"
 #include "support/plugin_library.h"
 
@@ -75,29 +76,39 @@ std::optional<CommandResult> settledBy(const Reply &reply, Completion completion
     const VerdictRow &row = rowOf(local ? Verdict::Accepted : reply.verdict);
     std::string meaning = row.printed;
     if (row.verdict == Verdict::Accepted) {
-        if (completion != Completion::Accepted && completion != Completion::Message) return std::nullopt;
-        if (completion == Completion::Message) meaning = "sent";
+        if (completion != Completion::Accepted) return std::nullopt;
     } else if (meaning.ends_with(' ')) {
         meaning += row.verdict == Verdict::ShortBuffer ? std::to_string(reply.needed) : target;
     }
     return CommandResult{row.status, meaning, {}, target};
 }
 
-CommandResult awaitAnswer(const ToolCommand &command, const ResultFile &results, const std::string &target,
-                          Duration timeout) {
-    const std::optional<uint8_t> code = results.await(timeout);
+// What a command waits on. It is opened before the command is posted.
+struct Awaited {
+    std::optional<ResultFile> results;
+    std::optional<MonitorConnection> messages;
+};
+
+// An agent answers each interface of a request, and the last result counts.
+bool hasSeveralResults(const Post &post) {
+    return post.code == KV_CMD_INTF_PWR_CTRL && post.buffer[offsetof(KvIntfPwrCtrlReq, count)] > 1;
+}
+
+CommandResult awaitResult(const ToolCommand &command, const ResultFile &results, const Post &post, Duration timeout) {
+    const std::string target = targetOf(post);
+    const std::optional<uint8_t> code = hasSeveralResults(post) ? results.awaitLast(timeout) : results.await(timeout);
     if (!code) return {Status::NoAnswer, "sent, but no answer came in time", {}, target};
     return {*code == KV_RET_OK ? Status::Success : Status::Refused, meaningOf(command, *code), code, target};
 }
 
-CommandResult deliver(const Post &post, const ToolCommand *command, const ResultFile *results,
-                      const RunOptions &options) {
+CommandResult deliver(const Post &post, const ToolCommand *command, Awaited &awaited, const RunOptions &options) {
     const Reply reply = postCommand(options.socket, post, options.timeout);
     const std::string target = targetOf(post);
     const std::optional<CommandResult> settled = settledBy(reply, completionOf(command), target);
     if (settled) return *settled;
     if (!options.wait) return {Status::Success, "sent; the answer is not waited for", {}, target};
-    return awaitAnswer(*command, *results, target, options.timeout);
+    if (awaited.messages) return awaitMessage(*awaited.messages, post.code, target, options.timeout, options.json);
+    return awaitResult(*command, *awaited.results, post, options.timeout);
 }
 
 // Called before the lock is taken: its file belongs to the first tool that takes it, which must be one of the daemon's
@@ -111,12 +122,16 @@ void requireDaemon(const std::string &path) {
     }
 }
 
-// Taken for a command that an agent answers.
-std::optional<ResultFile> resultsFor(const ToolCommand *command, const RunOptions &options) {
+Awaited awaitedFor(const ToolCommand *command, const RunOptions &options) {
     const Completion completion = completionOf(command);
-    if (completion == Completion::Accepted || completion == Completion::Message) return std::nullopt;
-    requireDaemon(options.socket);
-    return ResultFile(options.resultFile, options.timeout);
+    Awaited awaited;
+    if (completion == Completion::Message) {
+        if (options.wait) awaited.messages.emplace(options.socket, options.timeout);
+    } else if (completion != Completion::Accepted) {
+        requireDaemon(options.socket);
+        awaited.results.emplace(options.resultFile, options.timeout);
+    }
+    return awaited;
 }
 
 }  // namespace
@@ -124,17 +139,17 @@ std::optional<ResultFile> resultsFor(const ToolCommand *command, const RunOption
 CommandResult runCommand(const ToolCommand &command, const std::vector<std::string> &arguments,
                          const RunOptions &options) {
     if (command.entry == nullptr) return runPost(command.code, bufferOfMacs(arguments), options);
-    const std::optional<ResultFile> results = resultsFor(&command, options);
+    Awaited awaited = awaitedFor(&command, options);
     const std::optional<Collected> posted = askPlugin(command, arguments, options.plugin);
-    if (posted) return deliver({posted->code, posted->buffer}, &command, results ? &*results : nullptr, options);
+    if (posted) return deliver({posted->code, posted->buffer}, &command, awaited, options);
     const std::string usage = "the plug-in refuses the arguments; usage: kv1905App " + usageOf(command);
     return {Status::BadArguments, command.limit == nullptr ? usage : command.limit, {}, {}};
 }
 
 CommandResult runPost(uint32_t code, ByteView buffer, const RunOptions &options) {
     const ToolCommand *command = findToolCommand(code);
-    const std::optional<ResultFile> results = resultsFor(command, options);
-    return deliver({code, buffer}, command, results ? &*results : nullptr, options);
+    Awaited awaited = awaitedFor(command, options);
+    return deliver({code, buffer}, command, awaited, options);
 }
 
 }  // namespace kv1905d

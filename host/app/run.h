@@ -6,6 +6,7 @@
 
 #include "command/protocol.h"
 #include "ieee1905/clock.h"
+#include "network.h"
 #include "outcome.h"
 #include "tool_commands.h"
 
@@ -17,6 +18,7 @@ struct RunOptions {
     std::string resultFile;
     Duration timeout{};  // for each step that waits
     bool wait = true;
+    bool json = false;
 };
 
 // Has the plug-in fill the buffer from arguments that checkArguments() returned, then as runPost. Throws Failure or

@@ -11,52 +11,12 @@
 
 #include "defaults.h"
 #include "outcome.h"
+#include "table.h"
 
 namespace kv1905d {
 namespace {
 
 using support::JsonPtr;
-
-struct View {
-    Network &network;
-    time_t now;
-};
-
-// ---- Cells of tables
-
-std::string text(json_object *value, const View &) {
-    return plain(value);
-}
-
-std::string name(json_object *alMac, const View &view) {
-    return view.network.nameOf(plain(alMac));
-}
-
-std::string age(json_object *when, const View &view) {
-    const std::string time = plain(when);
-    tm parts{};
-    const char *end = strptime(time.c_str(), "%Y-%m-%dT%H:%M:%SZ", &parts);
-    if (end == nullptr || *end != '\0') return "-";
-    return std::to_string(std::max<time_t>(view.now - timegm(&parts), 0));  // a clock may have stepped back since
-}
-
-std::string megabits(json_object *kilobits, const View &) {
-    return kilobits == nullptr ? "-" : std::to_string(json_object_get_int64(kilobits) / 1000);
-}
-
-std::string media(json_object *type, const View &) {
-    return mediaName(type);
-}
-
-std::string digits(json_object *type, const View &) {
-    return mediaDigits(type);
-}
-
-struct Column {
-    const char *title;
-    const char *key;
-    std::string (*format)(json_object *value, const View &view) = text;
-};
 
 constexpr Column kDeviceColumns[] = {
     {"AL MAC", "ID"},
@@ -69,51 +29,26 @@ constexpr Column kDeviceColumns[] = {
     {"HEARD (s ago)", "SecondsSinceHeard"},
 };
 constexpr Column kStationColumns[] = {
-    {"DEVICE", "Device", name},
+    {"DEVICE", "Device", nameCell},
     {"BAND", "Band"},
     {"STATION", "MACAddress"},
     {"SIGNAL dBm", "RSSI"},
     {"LEVEL 0-5", "SignalLevel"},
-    {"RATE Mbit/s", "Rate", megabits},
-    {"DOWN", "LastDataDownlinkRate", megabits},
-    {"UP", "LastDataUplinkRate", megabits},
-    {"SEEN (s ago)", "TimeStamp", age},
+    {"RATE Mbit/s", "Rate", megabitsCell},
+    {"DOWN", "LastDataDownlinkRate", megabitsCell},
+    {"UP", "LastDataUplinkRate", megabitsCell},
+    {"SEEN (s ago)", "TimeStamp", ageCell},
 };
 constexpr Column kLinkColumns[] = {
-    {"DEVICE", "Device", name}, {"INTERFACE", "Interface"},       {"NAME", "MediaType", media},
-    {"NEIGHBOUR", "ID", name},  {"BEHIND A BRIDGE", "ViaBridge"},
+    {"DEVICE", "Device", nameCell}, {"INTERFACE", "Interface"},       {"NAME", "MediaType", mediaCell},
+    {"NEIGHBOUR", "ID", nameCell},  {"BEHIND A BRIDGE", "ViaBridge"},
 };
 constexpr Column kInterfaceColumns[] = {
-    {"DEVICE", "Device", name},
+    {"DEVICE", "Device", nameCell},
     {"INTERFACE", "MACAddress"},
-    {"NAME", "MediaType", media},
-    {"MEDIA TYPE", "MediaType", digits},
+    {"NAME", "MediaType", mediaCell},
+    {"MEDIA TYPE", "MediaType", digitsCell},
 };
-
-std::string table(json_object *list, std::span<const Column> columns, const View &view) {
-    std::vector<std::vector<std::string>> rows(1);
-    for (const Column &column : columns)
-        rows[0].push_back(column.title);
-    forEach(list, [&](json_object *entry) {
-        std::vector<std::string> &row = rows.emplace_back();
-        for (const Column &column : columns)
-            row.push_back(column.format(member(entry, column.key), view));
-    });
-    std::vector<size_t> widths(columns.size());
-    for (const auto &row : rows) {
-        for (size_t i = 0; i < row.size(); ++i)
-            widths[i] = std::max(widths[i], row[i].size());
-    }
-    std::string out;
-    for (auto &row : rows) {
-        for (size_t i = 0; i + 1 < row.size(); ++i)
-            row[i].resize(widths[i] + 2, ' ');
-        for (const std::string &cell : row)
-            out += cell;
-        out += '\n';
-    }
-    return out;
-}
 
 // All fields of the objects in the list, one a line.
 std::string fieldLines(json_object *list) {
@@ -195,31 +130,6 @@ JsonPtr filtered(JsonPtr list, const char *owner, const std::string &alMac) {
     return kept;
 }
 
-// Terminals obey U+007F to U+009F, which json-c passes through.
-std::string withoutControls(std::string_view json) {
-    std::string out;
-    for (size_t at = 0; at < json.size(); ++at) {
-        const auto byte = [&](size_t i) { return i < json.size() ? static_cast<uint8_t>(json[i]) : 0; };
-        const bool isPair = byte(at) == 0xC2 && byte(at + 1) >= 0x80 && byte(at + 1) < 0xA0;
-        if (isPair) ++at;
-        if (!isPair && byte(at) != 0x7F) {
-            out += json[at];
-            continue;
-        }
-        char escape[8];
-        std::snprintf(escape, sizeof escape, "\\u%04x", static_cast<unsigned>(byte(at)));
-        out += escape;
-    }
-    return out;
-}
-
-// `isOne`: the list holds one object, which is printed alone.
-std::string printed(json_object *list, bool isOne) {
-    const int flags = JSON_C_TO_STRING_PRETTY | JSON_C_TO_STRING_SPACED | JSON_C_TO_STRING_NOSLASHESCAPE;
-    json_object *value = isOne ? json_object_array_get_idx(list, 0) : list;
-    return withoutControls(json_object_to_json_string_ext(value, flags)) + "\n";
-}
-
 }  // namespace
 
 time_t ageOf(const std::string &path, time_t now) {
@@ -248,10 +158,10 @@ std::string show(Network &network, const Question &question) {
         list = filtered(std::move(list), subject.owner, question.alMac);
     }
     const bool isOne = subject.owner == nullptr && subject.columns.empty();
-    if (question.json) return printed(list.get(), isOne);
+    if (question.json) return jsonText(isOne ? json_object_array_get_idx(list.get(), 0) : list.get());
     if (subject.columns.empty()) return fieldLines(list.get());
     if (json_object_array_length(list.get()) == 0) return "no " + question.what + "\n";
-    return table(list.get(), subject.columns, {network, question.now});
+    return tableText(list.get(), subject.columns, {network, question.now});
 }
 
 }  // namespace kv1905d

@@ -165,6 +165,8 @@ struct ToolCommand {
 inline constexpr ToolCommand kToolCommands[] = {
     {"show", "", "Show the network as this device's daemon knows it; the controller knows most", "devices",
      kShowArguments, Action::Show},
+    {"monitor", "", "Print vendor messages and changes of the network as they happen", "", kNoArguments,
+     Action::Monitor},
     {"reboot", "2", "Restart a device", "agent1", kTargetArguments, Action::Run, KV_CMD_REBOOT,
      "kvMAP1905_RebootQuery_send", Completion::Agent, "RebootAllowed"},
     {"power", "3", "Request the power state of a device's interface", "agent1 5GHz off", kPowerArguments, Action::Run,
@@ -249,12 +251,9 @@ inline const ToolCommand *findToolCommand(uint32_t code) {
 }
 
 inline const char *meaningOf(const ToolCommand &command, uint8_t code) {
-    for (const std::span<const Meaning> rows : {command.meanings, std::span<const Meaning>(kResultMeanings)}) {
-        for (const Meaning &row : rows) {
-            if (row.code == code) return row.text;
-        }
-    }
-    return "not a result that is known";
+    const char *own = meaningOf(command.meanings, code);
+    const char *common = meaningOf(kResultMeanings, code);
+    return own != nullptr ? own : common != nullptr ? common : "not a result that is known";
 }
 
 }  // namespace kv1905d

@@ -18,7 +18,7 @@ std::string traceLine(Direction direction, std::string_view peer, uint16_t msgId
            ": " + (message.fault ? "malformed: " + *message.fault : message.words);
 }
 
-void printTrace(const Event &event) {
+void printTrace(const std::string &line) {
     timeval now{};
     tm clock{};
     gettimeofday(&now, nullptr);
@@ -27,7 +27,7 @@ void printTrace(const Event &event) {
     std::snprintf(time, sizeof time, "%02d:%02d:%02d.%03ld ", clock.tm_hour, clock.tm_min, clock.tm_sec,
                   static_cast<long>(now.tv_usec / 1000));
     static support::LineOutput output(STDOUT_FILENO);
-    output.write(time + traceLine(event.direction, event.peer, event.msgId, readVendorMessage(event.value)));
+    output.write(time + line);
 }
 
 }  // namespace kv1905d

@@ -14,6 +14,6 @@ namespace kv1905d {
 std::string traceLine(Direction direction, std::string_view peer, uint16_t msgId, const VendorMessage &message);
 
 // Prints the line with the time of day on standard output, at once.
-void printTrace(const Event &event);
+void printTrace(const std::string &line);
 
 }  // namespace kv1905d

@@ -41,7 +41,7 @@ std::string hostName() {
 void printUnhandled(const MacAddress &source, const Message &message) {
     char name[32];
     std::snprintf(name, sizeof name, "message 0x%04x", message.type);
-    printTrace(Direction::In, source.text(), message.id, {.name = name, .words = "not handled"});
+    printTrace(traceLine(Direction::In, source.text(), message.id, {.name = name, .words = "not handled"}));
 }
 
 }  // namespace
@@ -197,7 +197,7 @@ void Daemon::noteForeign(const VendorTlv &tlv, const std::string &name) {
 }
 
 void Daemon::observe(const Event &event) {
-    if (options_.trace) printTrace(event);
+    if (options_.trace) printTrace(traceLine(event.direction, event.peer, event.msgId, readVendorMessage(event.value)));
     commands_.publish(event);
 }
 

@@ -31,9 +31,14 @@ struct Daemon {
         actions.find = [](const MacAddress &alMac) {
             return alMac == mac(1) ? Presence::Local : alMac == mac(2) ? Presence::Known : Presence::Unknown;
         };
-        actions.run = [=](uint32_t, void *buffer) {
+        actions.run = [=, this](uint32_t, void *buffer) {
             std::ofstream(kTold).write(static_cast<char *>(buffer), kMaxCommandSize);
-            if (*answer != '\0') std::ofstream(kResultFile) << answer;
+            if (std::string_view(answer).starts_with("024EA7")) {
+                server_.publish({Direction::In, 7, mac(3).text(), {}});
+                server_.publish({Direction::In, 7, mac(2).text(), fromHex(answer)});
+            } else if (*answer != '\0') {
+                std::ofstream(kResultFile) << answer;
+            }
             return effect;
         };
         EventLoop loop;
@@ -185,7 +190,9 @@ TEST(RunCommand, ReachesTheDaemonAndEndsWithAStatusAndItsMeaning) {
         {"led 02:00:5e:00:01:00 off", "", Status::Success, "this device itself", "02005E000100 0000"},
         {"led 00:00:00:00:00:00 1", "", Status::BadArguments, "nothing was sent", "000000000000 0100"},
         {"sync-country", "", Status::Success, "accepted", "00"},
-        {"rssi T 02:00:5E:0a:01:01", "", Status::Success, "sent", "02005E000200 02005E0A0101"},
+        {"rssi T 02:00:5E:0a:01:01", "", Status::NoAnswer, "no answer", "02005E000200 02005E0A0101"},
+        {"query-power T", "024EA7 02005E000200 0001 0003 0010 02005E000200 01 02005E000220 0103 02", Status::Success,
+         "02:00:5e:00:02:20  2.4GHz  0103        off\n", "02005E000200"},
         {"reboot T", "", Status::Failure, "nothing was sent: it fits no message", "02005E000200", {0}},
         {"rssi T T", "", Status::NoDevice, "sent without figures", "02005E000200", {1, 1}},
         {"firmware T 1 1 " + std::string(1024, 'u'), "", Status::BadArguments, "URL must be at most 1023", ""},
@@ -196,7 +203,7 @@ TEST(RunCommand, ReachesTheDaemonAndEndsWithAStatusAndItsMeaning) {
         const Bytes expected = fromHex(row.posted);
         const CommandResult outcome = outcomeOf(row.line, *row.answer != '\0' ? kPatience : Duration(100));
         EXPECT_EQ(outcome.status, row.status) << row.line << ": " << outcome.meaning;
-        EXPECT_SAYS(row.meaning, outcome.meaning);
+        EXPECT_SAYS(row.meaning, outcome.meaning + outcome.text);
         EXPECT_TRUE(outcome.meaning.size() < 250 && outcome.meaning.find('\n') == std::string::npos);
         EXPECT_EQ(told(std::max<size_t>(expected.size(), 1)), expected) << row.line;
     }

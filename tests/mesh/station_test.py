@@ -1,9 +1,11 @@
 """Wi-Fi stations: the lists of a device's driver reach the tables of all devices and leave them in time."""
 
+import json
 import unittest
 from datetime import datetime
 
-from lab import Capture, Mesh, MeshTest, poll
+import jsonschema
+from lab import ROOT, Capture, Mesh, MeshTest, poll
 
 MEASURE_PERIOD = "+11"  # s: with its clock moved so far, a device collects and reports its stations at once
 
@@ -76,7 +78,8 @@ class Stations(MeshTest):
         self.queried = self.listed("agent2")
         self.report("agent2")
         poll(lambda: set(self.table("agent2", "agent2")) == set(self.queried), 15, "the agent's own list")
-        self.app("query-stations", self.mesh.al_mac("agent2"))
+        answer = json.loads(self.app("--json", "query-stations", "agent2"))
+        self.assertEqual({row["MACAddress"] for row in answer}, set(self.queried), "all messages of the answer")
         poll(lambda: self.mesh.log("controller").count("received VEND_MSG_TYPE_WIFI_STATE_RESP") >= 3, 10, "answers")
         poll(lambda: set(self.queried) <= set(self.table("agent2")), 10, "the agent's stations")
 
@@ -88,7 +91,7 @@ class Stations(MeshTest):
         self.notified = next(iter(self.listed("controller").values())).split()
         self.report("controller")
         poll(lambda: self.notified[0] in self.table("controller"), 15, "the controller's own station")
-        self.app("rssi", self.mesh.al_mac("agent2"), self.notified[0])
+        self.assertIn(self.notified[2], self.app("rssi", "agent2", self.notified[0]))
 
     def check_many(self):
         self.lab("stations", "set", "agent2", "--count", "2000")
@@ -98,6 +101,8 @@ class Stations(MeshTest):
         poll(lambda: listed <= set(self.table("agent2")), 30, "2,000 stations at the controller")
         shown = self.app("show", "stations")
         self.assertTrue(listed <= {line.split()[2] for line in shown.splitlines()[1:]})
+        schema = json.loads((ROOT / "docs" / "data_elements.schema.json").read_text())
+        jsonschema.validate(self.mesh.model()["wfa-dataelements:Network"], schema)
 
     def check_captured_figures(self, capture):
         names = [f"kv1905.station.{name}" for name in ("mac", "rssi", "snr", "tx", "rx")]
