@@ -186,7 +186,7 @@ void playBss(Device &, const Step &step) {
 // ---- The host and its calls
 
 // Chooses the peer: a known device, or one that the host adds, removes or knows by an interface alone. The body sets
-// what the host answers.
+// what this device may do.
 void playHost(Device &device, const Step &step) {
     constexpr Mac kMacs[] = {kvtest::kAgent, kvtest::kLocal, kvtest::kStranger};
     device.peer = kMacs[step.argument % std::size(kMacs)];
@@ -198,8 +198,6 @@ void playHost(Device &device, const Step &step) {
     if (change == 3) device.host.owners[device.peer] = device.peer;
     if (change == 3 && !isKnown) device.host.addDevice(device.peer);
     if (change == 4 && isKnown && device.peer != kvtest::kLocal) device.host.removeDevice(device.peer);
-    device.host.sendResult = step.first() & 1;
-    device.host.jsonResult = step.first() >> 1 & 1;
     device.host.local().rebootFromNbrCap = step.first() >> 2 & 1;
     device.host.local().intfPwrCtrlFromNbrCap = step.first() >> 3 & 1;
 }
