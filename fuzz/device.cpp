@@ -144,6 +144,7 @@ void Device::check() {
 // ---- Messages
 
 void deliver(Device &device, const Bytes &value, bool hasLength = true) {
+    kvtest::notes.clear();
     const auto before = device.observe();
     device.host.receive(device.peer, value, device.msgId, hasLength);
     const auto &notes = kvtest::notes;
@@ -153,14 +154,17 @@ void deliver(Device &device, const Bytes &value, bool hasLength = true) {
     require(!(isRefused || isIgnored) || device.observe() == before, "a refused message changes nothing");
 }
 
-// With or without the length of the TLV; the last number is a request of Intel's set.
+// With or without the length of the TLV, first without its last byte; the last number is a request of Intel's set.
 template <bool hasLength>
 void playMessage(Device &device, const Step &step) {
     const uint16_t type = step.argument % (VEND_MSG_TYPE_LIMIT + 1);
-    deliver(device,
-            type != VEND_MSG_TYPE_LIMIT ? kvtest::message(device.peer, type, step.body)
-                                        : join(Bytes{0x00, 0x03, 0x47}, step.body, Bytes(kv::kIntelRequestLen)),
-            hasLength);
+    for (size_t cut = std::min<size_t>(1, step.body.size()) + 1; cut-- > 0;) {
+        const Bytes body(step.body.begin(), step.body.end() - static_cast<ptrdiff_t>(cut));
+        deliver(device,
+                type != VEND_MSG_TYPE_LIMIT ? kvtest::message(device.peer, type, body)
+                                            : join(Bytes{0x00, 0x03, 0x47}, body, Bytes(kv::kIntelRequestLen)),
+                hasLength);
+    }
 }
 
 // The text of a report of stations.
