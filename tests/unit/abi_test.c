@@ -23,7 +23,7 @@ static int send(KvVendMsgDest *dest, uint16_t *msgId) {
 }
 
 int main(int argc, char **argv) {
-    Kv1905Plugin plugin;
+    Kv1905Plugin plugin = {0};
     const char *fault = kv1905Load(&plugin, argc > 1 ? argv[1] : "");
     if (fault != NULL) return fprintf(stderr, "abi_test: %s\n", fault), 1;
     const uint8_t agent[KV_MAC_LEN] = {0xA0, 0xA1, 0xA2, 0xA3, 0xA4, 0xA5};
