@@ -14,7 +14,8 @@ std::vector<Bytes> readCapture(const std::string &name) {
     constexpr size_t kFileHeader = 24, kFrameHeader = 16;
     std::vector<Bytes> frames;
     for (size_t at = kFileHeader; at < all.size();) {
-        const size_t size = all.at(at + 8) | all.at(at + 9) << 8;  // little-endian; no frame is larger
+        const auto size =
+            static_cast<size_t>(all.at(at + 8) | all.at(at + 9) << 8);  // little-endian; no frame is larger
         const auto begin = all.begin() + static_cast<ptrdiff_t>(at + kFrameHeader);
         frames.emplace_back(begin, begin + static_cast<ptrdiff_t>(size));
         at += kFrameHeader + size;
