@@ -69,6 +69,7 @@ struct World {
     TimePoint now{Duration(1000)};
     bool isController = false;
     Node node{{kOwn,
+               "fuzz",
                {{"eth0", mac(1, 0x10), 1, sockets.ends[0]}, {"eth1", mac(1, 0x11), 1, sockets.ends[0]}},
                {{mac(1, 0x20), 0x0103, Bytes(10)}, {mac(1, 0x21), 0x0105, Bytes(10)}}},
               {[](const VendorTlv &tlv) { checkTrace(tlv.value); },
@@ -77,6 +78,8 @@ struct World {
                [this](const MacAddress &from, const Message &message, TimePoint at) {
                    return onboarding.receive(from, message, at);
                },
+               {},
+               {},
                {}},
               now};
     Onboarding onboarding{
