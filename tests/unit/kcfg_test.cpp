@@ -1,7 +1,6 @@
 // The configuration service stand-in: through the library's calls, and by killing its writers.
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <json-c/json.h>
 #include <kv1905/kcfg.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
@@ -79,10 +78,6 @@ TEST(Configuration, ARecordKeepsItsBytesAndRefusesWhatDoesNotFit) {
     EXPECT_NE(kcfgFeObjStructGetWithoutUpdate(RDM_OID_NAT_INTF_SETTING, &third, &copy), 0);
     EXPECT_NE(kcfgFeObjStructGetWithoutUpdate(1, &second, &copy), 0);
     EXPECT_NE(kcfgFeReqSend(9, nullptr, 0), 0);
-    json_object *json = json_tokener_parse(R"({"enable":2})");
-    KcfgInstanceIndex only = {};
-    EXPECT_NE(kcfgFeObjJsonSetWithoutApply(RDM_OID_LED_CTRL, &only, json, nullptr), 0);
-    json_object_put(json);
     EXPECT_EQ(kcfgFeReqSend(KCFG_REQ_PARTIAL_RESET_DEFAULT, nullptr, 0), 0);
     EXPECT_EQ(shell("kcfg get nat_intf_setting.2.userName"), "user\n");
 }
@@ -110,13 +105,6 @@ TEST(Configuration, InterruptedWriterLeavesOldOrNew) {
     for (gStepsLeft = 2; gStepsLeft > 0; gStepsLeft--)
         EXPECT_NE(setLedsOff(), 0) << "a disk that fails";
     EXPECT_EQ(shell("ls"), "f.lock\n");
-}
-
-TEST(Configuration, LedsAreAppliedForReadersThatCompareSeconds) {
-    resetFiles();
-    EXPECT_EQ(shell("c=/tmp/.kv1905_conf; printf 'A=1\nLedEnable=1\nB=' >$c; touch -d @4102444800 $c;"
-                    "kcfg set led_ctrl.1.enable 0; cat $c; stat -c ' %Y' $c; rm $c"),
-              "A=1\nLedEnable=0\nB= 4102444801\n");
 }
 
 }  // namespace

@@ -39,14 +39,10 @@ done <<'END'
 # Settings
 0 printf 'b=1\n=x\nb d=1\nn=1\0l\n\nb=2\nempty=\neq==a\ncr=x\r\nc:1.2-3_=\377 \nlast=9' >n; nvram show 2>/dev/null => b=2\nc:1.2-3_=\0377 \ncr=x\r\nempty=\neq==a\nlast=9
 0 echo a b=1 >n; nvram show => nvram: n:1: skipped, not a NAME=VALUE line
-0 nvram get wl0_ifname => eth1
 1 nvram get wl0_ifnam =>
-2 nvram get 'a b' => nvram: 'a b' is not a setting name
-2 nvram set novalue => nvram: 'novalue' is not NAME=VALUE
 2 nvram set "$(printf 'n=a\nb=c')" => nvram:
 0 nvram set 'k-1:x.y_z= "$(x)\=' && nvram get k-1:x.y_z =>  "$(x)\\=
 1 chmod 640 n && nvram unset wl0_ifname; stat -c %a n; nvram get wl0_ifname => 640
-1 KV_NVRAM_FILE=/none/nvram nvram set b=1 => nvram: /none/nvram.lock: open: No such file
 1 mkfifo q; KV_NVRAM_FILE=q nvram show => nvram: q: open: Invalid argument
 1 printf a=%1048566s >n; nvram set b=12345678 => nvram: n: write: File too large
 0 for w in a b c d; do for i in $(seq 40); do nvram set $w$i=x; done & done; wait; wc -l <n => 164
@@ -55,14 +51,11 @@ done <<'END'
 0 calls print => print: === Start ===\nprint: 00 01 \nprint: name a\\x0ab\nmsg error: between\nprint: X...\nprint: unfinished
 0 calls run => out\nerr\nhost warning: cannot read the settings: /tmp: open: Is a directory\n0 3 137 -1
 # Radios
-0 wl -i wl0 chanspec => 36/80
 0 wl -i wl0 chanspec 6l; nvram get wl0_chanspec => 6l
 2 wl -i wl0 chanspec 36/85 => wl: '36/85' is not a chanspec
 2 wl -i wl0 chanspec 4294967302 => wl: '4294967302' is not a chanspec
-0 wl -i wl1 chanspec 6; nvram get wl1_chanspec || : => wl: wl1: No such interface; known are wl0 wl1.2
 1 wl -i 'wl0;x' chanspec 6 => wl: wl0;x: No such interface
 0 wl -i wl0 country_abbrev_override DE/7; nvram get wl0_country_abbrev_override => DE/7
-2 wl -i wl0 country_abbrev_override DE/123 => wl: 'DE/123' is not a country_abbrev_override
 # The configuration service
 0 kcfg list => RDM_OID_NAT_INTF_SETTING (68104): 2 instances\nRDM_OID_FACTORY_RESET (75172): 1 instance
 0 kcfg get 110680.2 => RDM_OID_WIFI_RADIO.2.ifName=wl1\nRDM_OID_WIFI_RADIO.2.countryCode=DE
@@ -72,6 +65,8 @@ done <<'END'
 2 kcfg set led_ctrl.1.colour 2 => kcfg: led_ctrl.1.colour: no such field
 1 kcfg --help >/dev/full => kcfg: standard output: No space left on device
 0 for w in 1 2; do (for i in $(seq 40); do kcfg set wifi_radio.$w.countryCode $i; done) & done; wait; grep -o '"40"' f => "40"\n"40"
+# The change of the LEDs is seen by readers that compare whole seconds.
+0 c=/tmp/.kv1905_conf; printf 'A=1\nLedEnable=1\nB=' >$c; touch -d @4102444800 $c; kcfg set led_ctrl.1.enable 0; cat $c; stat -c ' %Y' $c; rm $c => A=1\nLedEnable=0\nB= 4102444801
 # Resets: a partial one keeps accounts (1), radios and the key (2), or both (3).
 0 alter 1; kcfg reset --partial; show => "password":"x""enable":1.
 0 alter 2; kcfg reset --partial; show => "enable":1"countryCode":"x","key":"x".
@@ -81,15 +76,12 @@ done <<'END'
 0 : >f; kcfg get led_ctrl.1.enable => kcfg: f: damaged: line 1: the text ends too early; using the factory defaults\n1
 0 printf '{}\0\n' >f; kcfg get led_ctrl.1.enable => kcfg: f: damaged: line 1: unexpected text after the end
 0 echo '{"RDM_OID_LED_CTRL":[]}' >f; kcfg get led_ctrl.1.enable => kcfg: f: damaged: RDM_OID_LED_CTRL: not a list of 1 instances
-0 echo '{"RDM_OID_WIFI_RADIO":[{},7]}' >f; kcfg get led_ctrl.1.enable => kcfg: f: damaged: RDM_OID_WIFI_RADIO.2: not an object
 0 printf %1048577s >f; kcfg get led_ctrl.1.enable => kcfg: f: damaged: larger than 1048576 bytes
 0 echo { >f; kcfg set led_ctrl.1.enable 0 2>q; kcfg get led_ctrl.1.enable; cat f.damaged => 0\n{
 0 echo '{"RDM_OID_LED_CTRL":[{"enable":4294967297}]}' >f; kcfg get led_ctrl.1.enable => kcfg: f: RDM_OID_LED_CTRL.1.enable: want a number from 0 to 1; using the factory default\n1
 0 echo '{"RDM_OID_LED_CTRL":[{"enable":3}],"own":{}}' >f; kcfg set wifi_radio.1.ifName x; grep -o -e 3 -e own f => 3\nown
 # Files that cannot be used
 1 echo {} >d; KV_KCFG_DEFAULTS=d kcfg reset => kcfg: d: cannot use the factory defaults: RDM_OID_NAT_INTF_
-0 echo { >f; KV_KCFG_DEFAULTS=/none kcfg get led_ctrl 2>q || cat f => {
-1 KV_KCFG_FILE=/tmp kcfg reset => kcfg: /tmp: open: Is a directory; KV_KCFG_FILE names
 1 trap '' XFSZ; ulimit -f 0; kcfg reset => kcfg: f: write: File too large
 1 mkfifo f; kcfg list => kcfg: f: open: Invalid argument
 1 flock f.lock sleep 9 >q 2>&1 & sleep 0.2; timeout 4 kcfg reset; s=$?; kill %1; exit $s => kcfg: f.lock: wait for another process's lock:

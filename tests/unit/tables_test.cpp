@@ -118,14 +118,6 @@ TEST_F(Tables, AFullQueryTableForgetsTheOldestAndTheLowestAmongEquals) {
     EXPECT_EQ(queries_.at(0).msgId, 0x78) << "a clock that stepped back overwrites the first entry";
 }
 
-TEST_F(Tables, AnAnswerClearsOneQuery) {
-    queries_.add(kAgent.data(), 7, 0, 0, kStart);
-    queries_.add(kAgent.data(), 7, 0, 1, kStart);
-    kv::reportKvVendRespMsgReceived(kAgent.data(), 7, VEND_MSG_TYPE_CONF_RESP);
-    EXPECT_TRUE(kv::isZeroMac(queries_.at(0).alMac));
-    EXPECT_FALSE(kv::isZeroMac(queries_.at(1).alMac));
-}
-
 TEST_F(Tables, AResendInAFullQueryTableLosesNoQuery) {
     fillQueries([](size_t i) { return static_cast<std::time_t>(i); });
     EXPECT_EQ(resendAt(kStart + 6), 1u) << "only entry 0 is due";
