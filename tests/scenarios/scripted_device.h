@@ -1,7 +1,6 @@
 // A device that plays the steps of a scenario and returns all effects that can be observed.
 #pragma once
 
-#include <ctime>
 #include <functional>
 #include <map>
 #include <optional>
@@ -10,10 +9,9 @@
 
 #include "scenarios/words.h"
 #include "support/fake_host.h"
+#include "support/fake_system.h"
 
 namespace kvtest {
-
-inline constexpr std::time_t kScriptStart = 1'000'000;  // the clock at the start of each scenario
 
 // The effects of a step, written like the outcomes that announce them: calls in their order, and changed state.
 struct Effects {
@@ -38,7 +36,7 @@ class ScriptedDevice {
     ScriptedDevice(const ScriptedDevice &) = delete;
     ScriptedDevice &operator=(const ScriptedDevice &) = delete;
 
-    // Plays a step (steps.cpp) and returns the effects of an action, none for a preparation. Throws
+    // Plays a step and returns the effects of an action, none for a preparation. Throws
     // std::invalid_argument at a word that does not fit.
     std::optional<Effects> play(Words in);
 
@@ -52,7 +50,6 @@ class ScriptedDevice {
     std::optional<Mac> sender;  // of the message that the step receives
     uint16_t requestId = 0;
     long result = 0;                // what the called function returned
-    int repeats = 1;                // how often the step does the same
     bool failureIsMissing = false;  // the injected failure of the step met no call
 
   private:

@@ -28,37 +28,31 @@ size_t readQuoted(const std::string &line, size_t at, std::string &text) {
             text += escapes.contains(line[at]) ? escapes.at(line[at]) : line[at];
         }
     }
-    if (at >= line.size()) {
-        misread("no closing quote", line);
-    }
+    if (at >= line.size()) misread("no closing quote", line);
     return at + 1;
 }
 
 // Returns W repeated N times for a word W*N.
 std::string repeated(const std::string &word) {
     const size_t star = word.find('*');
-    if (star == 0 || star == std::string::npos || word.find_first_not_of("0123456789", star + 1) != std::string::npos) {
+    if (star == 0 || star == std::string::npos || word.find_first_not_of("0123456789", star + 1) != std::string::npos)
         return word;
-    }
     std::string all;
-    for (size_t times = std::stoul(word.substr(star + 1)); times > 0; --times) {
+    for (size_t times = std::stoul(word.substr(star + 1)); times > 0; --times)
         all += word.substr(0, star);
-    }
     return all;
 }
 
 Bytes bytesOf(const std::string &word) {
-    if (const auto mac = namedMacs().find(word); mac != namedMacs().end()) {
+    if (const auto mac = namedMacs().find(word); mac != namedMacs().end())
         return Bytes(mac->second.begin(), mac->second.end());
-    }
     if (word.starts_with("h16:") || word.starts_with("h32:")) {  // a number in the machine's order
         const auto number = static_cast<uint32_t>(std::stol(word.substr(4), nullptr, 0));
         const auto half = static_cast<uint16_t>(number);
         return fromHex(word[1] == '1' ? hexText(&half, sizeof half) : hexText(&number, sizeof number));
     }
-    if (word.size() % 2 != 0 || word.find_first_not_of("0123456789abcdefABCDEF") != std::string::npos) {
+    if (word.size() % 2 != 0 || word.find_first_not_of("0123456789abcdefABCDEF") != std::string::npos)
         misread("no bytes", word);
-    }
     return fromHex(word);
 }
 
@@ -81,17 +75,14 @@ const std::map<std::string, Mac> &namedMacs() {
 
 std::string hexText(const void *bytes, size_t count) {
     std::string text;
-    for (const uint8_t byte : std::span(static_cast<const uint8_t *>(bytes), count)) {
+    for (const uint8_t byte : std::span(static_cast<const uint8_t *>(bytes), count))
         text += {"0123456789abcdef"[byte >> 4], "0123456789abcdef"[byte & 15]};
-    }
     return text;
 }
 
 std::string macText(const uint8_t *mac) {
     for (const auto &[name, known] : namedMacs()) {
-        if (std::memcmp(mac, known.data(), KV_MAC_LEN) == 0) {
-            return name;
-        }
+        if (std::memcmp(mac, known.data(), KV_MAC_LEN) == 0) return name;
     }
     return hexText(mac, KV_MAC_LEN);
 }
@@ -139,9 +130,7 @@ Words Words::until(const std::string &separator) {
 std::string Words::text() {
     static const std::map<std::string, std::string> addresses = {{"AGENT", "66:77:88:99:AA:BB"},
                                                                  {"LOCAL", "00:11:22:33:44:55"}};
-    if (empty()) {
-        misread("a word is missing", "at the end");
-    }
+    if (empty()) misread("a word is missing", "at the end");
     const Word word = words_.front();
     words_.erase(words_.begin());
     return !word.isQuoted && addresses.contains(word.text) ? addresses.at(word.text) : word.text;
@@ -151,9 +140,7 @@ int64_t Words::number() {
     const std::string word = text();
     char *end = nullptr;
     const int64_t value = std::strtoll(word.c_str(), &end, 0);
-    if (*end != '\0' || word.empty()) {
-        misread("no number", word);
-    }
+    if (*end != '\0' || word.empty()) misread("no number", word);
     return value;
 }
 
@@ -165,9 +152,7 @@ bool Words::accept(const std::string &word) {
 
 bool Words::acceptSetting(std::string &name, std::string &value) {
     const size_t equals = empty() || words_[0].isQuoted ? std::string::npos : words_[0].text.find('=');
-    if (equals == std::string::npos) {
-        return false;
-    }
+    if (equals == std::string::npos) return false;
     const std::string word = text();
     name = word.substr(0, equals);
     value = word.substr(equals + 1);
@@ -177,9 +162,7 @@ bool Words::acceptSetting(std::string &name, std::string &value) {
 Mac Words::mac() {
     const std::string word = text();
     const Bytes bytes = bytesOf(word);
-    if (bytes.size() != KV_MAC_LEN) {
-        misread("no MAC address", word);
-    }
+    if (bytes.size() != KV_MAC_LEN) misread("no MAC address", word);
     Mac mac;
     std::copy(bytes.begin(), bytes.end(), mac.begin());
     return mac;
@@ -207,9 +190,8 @@ std::string Words::bytePattern() {
 
 std::string Words::join(const char *separator) {
     std::string all = empty() ? "" : text();
-    while (!empty()) {
+    while (!empty())
         all += separator + text();
-    }
     return all;
 }
 

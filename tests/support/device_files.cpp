@@ -11,13 +11,11 @@
 namespace kvtest {
 
 void writeFile(const std::string &path, const std::string &text) {
-    static std::time_t stamp = 4'200'000'000;  // beyond 2038, the end of 32 bits with a sign
+    static std::time_t step = 0;
+    step = step < 0 ? 1 - step : -step - 1;
+    const std::time_t modified = 2'147'483'648 + step;  // 2038, the end of 32 bits with a sign
     std::ofstream(path, std::ios::binary) << text;
     chmod(path.c_str(), 0755);
-    touchFile(path, ++stamp);
-}
-
-void touchFile(const std::string &path, std::time_t modified) {
     const utimbuf times = {modified, modified};
     ASSERT_EQ(utime(path.c_str(), &times), 0) << path << ": run the tests through lab/room";
 }

@@ -6,9 +6,8 @@
 
 namespace kvtest {
 
-// Writes a whole executable file, with a modification time that no file of this program had before.
+// Writes a whole executable file. Its modification time is by turns before and after those of all earlier calls.
 void writeFile(const std::string &path, const std::string &text);
-void touchFile(const std::string &path, std::time_t modified);
 std::string readFile(const std::string &path);
 bool exists(const std::string &path);
 

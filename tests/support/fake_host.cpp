@@ -24,9 +24,7 @@ Mac macAt(const void *bytes) {
 }
 
 KvIntfList *newInterfaceList() {
-    if (host->interfaces.empty()) {
-        return nullptr;
-    }
+    if (host->interfaces.empty()) return nullptr;
     auto *list = new (std::malloc(sizeof(KvIntfList))) KvIntfList{0, nullptr};
     for (auto each = host->interfaces.rbegin(); each != host->interfaces.rend(); ++each) {
         list->head = new (std::malloc(sizeof(KvIntfEntry))) KvIntfEntry{list->head, {}, each->second};
@@ -37,9 +35,7 @@ KvIntfList *newInterfaceList() {
 }
 
 uintptr_t dmDataGet(uint32_t code, void *argument, uintptr_t argument2) {
-    if (callFails("query")) {
-        return code <= DM_QUERY_ALMAC_BY_IFMAC ? KV_RET_ERR : 0;
-    }
+    if (callFails("query")) return code <= DM_QUERY_ALMAC_BY_IFMAC ? KV_RET_ERR : 0;
     const Mac mac = argument == nullptr ? kLocal : macAt(argument);
     const auto found = host->devices.find(mac);
     KvDevVendorData *const device = found == host->devices.end() ? nullptr : found->second.get();
@@ -47,9 +43,7 @@ uintptr_t dmDataGet(uint32_t code, void *argument, uintptr_t argument2) {
         case DM_QUERY_DEVICE:
             return device == nullptr ? KV_RET_ERR : 0;
         case DM_QUERY_ALMAC_BY_IFMAC:
-            if (!host->owners.contains(mac)) {
-                return KV_RET_ERR;
-            }
+            if (!host->owners.contains(mac)) return KV_RET_ERR;
             std::memcpy(reinterpret_cast<void *>(argument2), host->owners.at(mac).data(), KV_MAC_LEN);
             return 0;
         case DM_QUERY_DEV_VENDOR_DATA:
@@ -67,9 +61,7 @@ int send(KvVendMsgDest *dest, uint16_t *msgId) {
     const bool isTracked = msgId != nullptr;
     host->sent.push_back({slot, macAt(dest->dstMac), Bytes(dest->buffer, dest->buffer + dest->length),
                           isTracked ? std::optional(*msgId) : std::nullopt});
-    if (isTracked && *msgId == 0) {
-        *msgId = host->nextMsgId++;
-    }
+    if (isTracked && *msgId == 0) *msgId = host->nextMsgId++;
     notes.push_back("send");
     return callFails("send") ? KV_RET_ERR : host->sendResult;
 }
@@ -82,9 +74,7 @@ int jsonWrite(uint32_t) {
 // Does what the daemon does with a post of the tool.
 int cmdSend(uint32_t code, void *buffer, uint32_t size) {
     notes.push_back("posts " + std::to_string(code) + " " + std::to_string(size));
-    if (callFails("post")) {
-        return -1;
-    }
+    if (callFails("post")) return -1;
     const auto *bytes = static_cast<const uint8_t *>(buffer);
     host->command(code, Bytes(bytes, bytes + size));
     return host->postResult;
@@ -105,7 +95,7 @@ void resetPlugin() {
     State_fw_is_download = 0;
     State_fw_upgrade = 0;
     kv::resetPeriodicTasks();
-    setClock(0);
+    setClock(kScriptStart);
     notes.clear();
 }
 
@@ -114,9 +104,8 @@ void resetPlugin() {
 Bytes fromHex(std::string text) {
     std::erase(text, ' ');
     Bytes bytes;
-    for (size_t i = 0; i + 1 < text.size(); i += 2) {
+    for (size_t i = 0; i + 1 < text.size(); i += 2)
         bytes.push_back(static_cast<uint8_t>(std::stoi(text.substr(i, 2), nullptr, 16)));
-    }
     return bytes;
 }
 
@@ -133,9 +122,8 @@ FakeHost::FakeHost() {
 }
 
 FakeHost::~FakeHost() {
-    while (!devices.empty()) {
+    while (!devices.empty())
         removeDevice(devices.begin()->first);
-    }
     resetPlugin();
     host = nullptr;
 }
@@ -161,9 +149,7 @@ void FakeHost::receive(const Mac &source, const Bytes &value, uint16_t msgId, bo
     KvRecvVendTlv tlv = {};
     std::memcpy(tlv.srcMac, source.data(), source.size());
     tlv.value = exact.get();
-    if (hasLength) {
-        return kvMAP1905_VendSpecTlv_handle(&tlv, static_cast<uint32_t>(value.size()), msgId);
-    }
+    if (hasLength) return kvMAP1905_VendSpecTlv_handle(&tlv, static_cast<uint32_t>(value.size()), msgId);
     (value[0] == 0 ? kvMAP1905_VendSpecMsg_handle_Intel : kvMAP1905_VendSpecMsg_handle)(&tlv, msgId);
 }
 

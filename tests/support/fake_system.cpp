@@ -1,7 +1,5 @@
 #include "support/fake_system.h"
 
-#include <sys/time.h>
-
 #include <algorithm>
 #include <cstdarg>
 #include <cstdio>
@@ -13,7 +11,7 @@
 
 namespace {
 
-std::time_t clockNow = 0;
+std::time_t clockNow = kvtest::kScriptStart;
 
 // Notes the formatted text of a variadic function whose last named parameter is `format`.
 #define NOTE_TEXT(begin)                                  \
@@ -62,14 +60,8 @@ char *nvram_get(const char *name) {
 extern "C" {
 
 std::time_t time(std::time_t *out) noexcept {
-    timeval now = {clockNow, 0};
-    if (clockNow == 0) {
-        gettimeofday(&now, nullptr);
-    }
-    if (out != nullptr) {
-        *out = now.tv_sec;
-    }
-    return now.tv_sec;
+    if (out != nullptr) *out = clockNow;
+    return clockNow;
 }
 
 unsigned sleep(unsigned seconds) {

@@ -21,7 +21,8 @@ size_t logCount(int level, const std::string &text);
 // What nvram_get finds.
 inline std::map<std::string, std::string> nvram;
 
-// Sets what time() returns from now on; 0 restores the real clock.
+// Sets what time() returns from now on.
+inline constexpr std::time_t kScriptStart = 1'000'000;  // until then
 void setClock(std::time_t now);
 
 // The kinds of calls that can fail.
