@@ -1,7 +1,7 @@
 """The page of `kv1905App view` in a real browser."""
 
 import html
-import http.client
+import itertools
 import json
 import os
 import re
@@ -65,35 +65,34 @@ class View(unittest.TestCase):
             "kv1905": {"Role": "Controller", "Controller": mac(1), "DeviceList": devices, "StationList": stations}}))
         draft.replace(self.model)
 
-    def browse(self, address, budget=2000, width=1280):
+    def browse(self, address, budget=2000):
         # The document after `budget` ms of the page's own time, which runs as fast as it can.
         with tempfile.TemporaryDirectory(ignore_cleanup_errors=True) as profile:
-            done = subprocess.run([CHROMIUM, *OPTIONS, f"--user-data-dir={profile}", f"--window-size={width},900",
+            done = subprocess.run([CHROMIUM, *OPTIONS, f"--user-data-dir={profile}",
                                    f"--virtual-time-budget={budget}", "--dump-dom", address],
                                   capture_output=True, text=True, timeout=60)
         printed = [line for line in done.stderr.splitlines() if "CONSOLE" in line and "503" not in line]
         self.assertEqual(printed, [], "errors of the script and refusals of the policy are on the console")
         return Dom(done.stdout)
 
-    def draw(self, devices, stations, fragment="", **options):
+    def draw(self, devices, stations, fragment=""):
         self.write(devices, stations)
         subprocess.run([TOOL, "--data-model", self.model, "view", "--output", self.page], check=True)
-        return self.browse(f"file://{self.page}{fragment}", **options)
+        return self.browse(f"file://{self.page}{fragment}")
 
-    def test_devices_links_and_stations_are_drawn_at_every_width(self):
-        devices = [device(1, FirmwareVersion="1.4.2", NewFirmwareVersion="1.5.0", BuildNumber="2207", LedStatus="ON",
-                          Uptime="1190452"), device(2, 1, 261), device(4, 2, SecondsSinceHeard=41, Uptime="5130",
-                          UptimeReceived="2026-03-01T18:40:02Z")]
-        stations = [{"MACAddress": mac(9), "Device": mac(1), "Band": "5GHz", "RSSI": -48, "Rate": 1201000},
-                    {"MACAddress": mac(8), "Device": mac(4), "Band": "2.4GHz"}]
-        shown = {"KV-1": ("Controller", "LED on", "this device", "1.4.2, build 2207 (1.5.0 is available)", "13 d 18 h",
-                          "1 station ", mac(9), "\u221248", "1201"),
-                 "KV-4": ("Agent", "heard 41 s ago", "1 h 26 min", "Hops 2", "2.4")}
-        for width in (500, 1600):
-            dom = self.draw(devices, stations, width=width)
-            self.assertEqual(sorted(dom.links), ["KV-1 \u2013 KV-2: Wi-Fi", "KV-2 \u2013 KV-4: Ethernet"])
-            self.assertEqual((len(dom.devices), dom.rows), (3, 2))
-            self.assertEqual([part for name in shown for part in shown[name] if part not in dom.device(name)], [])
+    def test_devices_links_and_stations_are_drawn(self):
+        devices = [device(1, FirmwareVersion="1.4.2", NewFirmwareVersion="1.5.0", BuildNumber="2207", LedStatus="ON"),
+                   device(2, 1, 261),
+                   device(4, 2, SecondsSinceHeard=41, Uptime="5130", UptimeReceived="2026-03-01T18:40:02Z")]
+        stations = [{"MACAddress": mac(9), "Device": mac(1), "Rate": 1201000},
+                    {"MACAddress": mac(8), "Device": mac(4), "Band": "2.4GHz", "RSSI": -48}]
+        dom = self.draw(devices, stations)
+        self.assertEqual(sorted(dom.links), ["KV-1 \u2013 KV-2: Wi-Fi", "KV-2 \u2013 KV-4: Ethernet"])
+        self.assertEqual((len(dom.devices), dom.rows), (3, 2))
+        for part in ("Controller", "LED on", "this device", "1.4.2, build 2207 (1.5.0 is available)", mac(9), "1201"):
+            self.assertIn(part, dom.device("KV-1"))
+        for part in ("Agent", "heard 41 s ago", "1 h 26 min", "Hops 2", "1 station ", "2.4", "\u221248"):
+            self.assertIn(part, dom.device("KV-4"))
 
     def test_missing_and_hostile_values_are_shown_as_text(self):
         markup = "<img src=x onerror=\"document.title='hit'\"><b>{{model}}</b>"
@@ -102,22 +101,20 @@ class View(unittest.TestCase):
             {"ID": "__proto__", "ModelName": markup, "LedStatus": markup, "Uptime": "1e9", "NeighborList": "x"}, None,
         ], [{"Device": mac(1)}, {"Device": "__proto__", "MACAddress": markup, "RSSI": "x", "SignalLevel": 1e9},
             {"Device": "nobody"}, 5])
-        empty = ("LED -", "Firmware -", "Uptime -", "Hops -", "IP -", "Channels -", "Mode -", "Links -")
-        self.assertEqual([part for part in empty if part not in dom.device(mac(1))], [])
+        for empty in ("LED -", "Firmware -", "Uptime -", "Hops -", "IP -", "Channels -", "Mode -", "Links -"):
+            self.assertIn(empty, dom.device(mac(1)))
         self.assertIn("heard -", dom.device(mac(2)))
         self.assertEqual(dom.device("__proto__").count("onerror"), 3)
         self.assertIn(markup, dom.device("__proto__"))
-        self.assertEqual(dom.by_id("summary").split(",")[:2], ["3 devices", " 2 stations"])
         self.assertNotRegex(dom.text, "<(img|b)[ >]")
 
     def test_a_large_mesh_lists_stations_on_request(self):
         devices = [device(number, number // 2) for number in range(1, 65)]
         stations = [{"Device": mac(n % 64 + 1), "MACAddress": f"02:00:5e:77:{n >> 8:02x}:{n & 255:02x}"}
-                    for n in range(2000)]
-        dom = self.draw(devices, stations, fragment="#" + mac(64), width=1600)
-        chosen = sum(station["Device"] == mac(64) for station in stations)
-        self.assertEqual((len(dom.devices), len(dom.links), dom.rows), (64, 63, chosen))
-        self.assertEqual(dom.device("KV-64 ").count("02:00:5e:77:"), chosen)
+                    for n in range(1920)]
+        dom = self.draw(devices, stations, fragment="#" + mac(64))
+        self.assertEqual((len(dom.devices), len(dom.links), dom.rows), (64, 63, 30))
+        self.assertEqual(dom.device("KV-64 ").count("02:00:5e:77:"), 30)
 
     def test_a_served_page_follows_the_file(self):
         server = subprocess.Popen([TOOL, "--data-model", self.model, "view", "--serve", "--port", "0"],
@@ -127,23 +124,17 @@ class View(unittest.TestCase):
         address = re.search(r"http://127\.0\.0\.1:\d+/", server.stdout.readline())[0]
         self.assertRegex(self.browse(address).by_id("notice"), "Not refreshed.*model.json")
 
-        port = int(re.search(r":(\d+)/", address)[1])
+        port = int(address.rpartition(":")[2].rstrip("/"))
         for _ in range(40):  # they say nothing, and nobody waits for them
             self.addCleanup(socket.create_connection(("127.0.0.1", port)).close)
-        posted = http.client.HTTPConnection("127.0.0.1", port, timeout=5)
-        posted.putrequest("POST", "/")
-        posted.putheader("Content-Length", str(1 << 30))
-        posted.endheaders()
-        self.assertEqual(posted.getresponse().status, 405)
-
-        self.write()
+        self.write([device(1, ModelName="KV-0-")])
         done = threading.Event()
 
         def write():
-            number = 0
-            while not done.wait(0.01):
-                number += 1
+            for number in itertools.count(1):
                 self.write([device(1, ModelName=f"KV-{number}-")])
+                if done.wait(0.01):
+                    return
         writer = threading.Thread(target=write)
         writer.start()
         try:
@@ -151,8 +142,7 @@ class View(unittest.TestCase):
         finally:
             done.set()
             writer.join()
-        first, last = (int((re.search(r"KV-(\d+)-", text) or [0, 0])[1])
-                       for text in (dom.by_id("data"), dom.devices[0]))
+        first, last = (int(re.search(r"KV-(\d+)-", text)[1]) for text in (dom.by_id("data"), dom.devices[0]))
         self.assertGreater(last, first, "the drawn data is newer than the data that the page was delivered with")
         self.assertIn("has not written", dom.by_id("notice"), "its time stamp did not change for a minute")
 

@@ -11,12 +11,11 @@ from pathlib import Path
 from lab import DISSECTOR, NOTES, ROOT, dissect, run
 
 sys.path.insert(0, str(ROOT / "lab"))
-from meshlab.ieee1905 import (END, MAKER_OUI, TLV_VENDOR, VENDOR_SPECIFIC, IntelHeader,  # noqa: E402
+from meshlab.ieee1905 import (END, FLAG_LAST, MAKER_OUI, TLV_VENDOR, VENDOR_SPECIFIC, IntelHeader,  # noqa: E402
                               cmdu, ethernet, mac_bytes, maker_message, tlv)
 
 SENDER, AGENT, OTHER = "02:00:5e:00:01:00", "02:00:5e:00:03:00", "02:aa:bb:cc:dd:ee"
 FROM, TO, STATION = map(mac_bytes, (SENDER, AGENT, OTHER))
-TOPOLOGY_RESPONSE, AP_CONFIGURATION_WSC, TLV_WSC = 0x0003, 0x0009, 0x11
 CONF_RESPONSE, POWER_REQUEST, CLIENT_REPORT = 1, 6, 36
 PCAP_HEADER = struct.pack("<IHHiIII", 0xA1B2C3D4, 2, 4, 0, 0, 65535, 1)
 
@@ -60,73 +59,57 @@ RECORD = framed(f"0={OTHER.upper()}", "1=0105", "2=866", "3=-45", "10=30", "4=5"
 INTERFACE, LAST_INTERFACE = TO + b"\1\3", STATION + b"\1\5"
 ATTRIBUTES = FROM + b"\3" + b"\0\0\1\1" + b"\7\0\3KV1" + b"\x74\0\0"
 BINARY_STATION = STATION + struct.pack(">HHhhBBII", 0x0105, 866, -45, 30, 5, 6, 4294967295, 456)
-FIGURES = {"mac": OTHER, "media_type": "0x0105", "rate": "866", "rssi": "-45", "snr": "30", "signal_level": "5",
-           "band": "6", "tx": "4294967295", "rx": "456"}
-STATION_FIELDS = {f"station.{name}": value for name, value in FIGURES.items()}
+STATION_FIELDS = {"station.mac": OTHER, "station.media_type": "0x0105", "station.rate": "866", "station.rssi": "-45",
+                  "station.snr": "30", "station.signal_level": "5", "station.band": "6",
+                  "station.tx": "4294967295", "station.rx": "456"}
 
 TARGET = {"target.al_mac": AGENT}
-TARGETED = {2: "INTF_PWR_STATE_QUERY", 4: "REBOOT_REQ", 8: "WIFI_STATE_REQ", 22: "RESET_DEFAULT_REQ",
-            26: "PARTIAL_RESET_DEFAULT_REQ", 70: "SYNC_CTRL_PWD_REQ", 76: "SYNC_CTRL_COUNTRY_BCN_REQ"}
-RESULTS = {5: "REBOOT_RESP", 21: "FW_CTRL_RESP", 23: "RESET_DEFAULT_RESP", 27: "PARTIAL_RESET_DEFAULT_RESP",
-           32: "COMMAND_RESP", 35: "LED_CTRL_RESP"}
-# Message type, payload, Info column, fields without their "kv1905.".
+# Message type, payload, end of the Info column, fields without their "kv1905.".
 MESSAGES = [
-    *((kind, TO, f"{name} to {AGENT}", TARGET) for kind, name in TARGETED.items()),
-    *((kind, b"\7", f"{name} 7 (not this device's AL MAC)", {"result": "7"}) for kind, name in RESULTS.items()),
-    (0, TO, f"CONF_QUERY to {AGENT}", {**TARGET, "al_mac": SENDER, "type": "0", "payload_len": "6", "marker": "00 01"}),
+    *((kind, TO, f" to {AGENT}", TARGET) for kind in (2, 4, 8, 22, 26, 70, 76)),
+    *((kind, b"\7", "_RESP 7 (not this device's AL MAC)", {"result": "7"}) for kind in (5, 21, 23, 27, 32, 35)),
+    (0, TO, f"CONF_QUERY to {AGENT}", {**TARGET, "al_mac": SENDER, "type": "0", "payload_len": "6"}),
     (1, ATTRIBUTES, "CONF_RESP 3 attributes",
-     {"conf.al_mac": SENDER, "conf.attr.type": "0,7,116", "conf.attr.len": "1,3,0", "conf.reboot_cap": "1",
-      "conf.model_name": "KV1"}),
+     {"conf.attr.type": "0,7,116", "conf.attr.len": "1,3,0", "conf.reboot_cap": "1", "conf.model_name": "KV1"}),
     (3, FROM + b"\2" + INTERFACE + b"\0" + LAST_INTERFACE + b"\2", "INTF_PWR_STATE_RESP 2 interfaces",
-     {"power.al_mac": SENDER, "power.mac": f"{AGENT},{OTHER}", "power.media_type": "0x0103,0x0105",
-      "power.state": "0,2"}),
+     {"power.mac": f"{AGENT},{OTHER}", "power.media_type": "0x0103,0x0105", "power.state": "0,2"}),
     (6, TO + b"\1" + INTERFACE + b"\2", f"INTF_PWR_CTRL_REQ to {AGENT} 1 interface off",
      {**TARGET, "power.mac": AGENT, "power.requested": "2"}),
     (7, b"\1" + LAST_INTERFACE + b"\x40", "INTF_PWR_CTRL_RESP 1 interface", {"power.mac": OTHER, "power.result": "64"}),
     (9, b"\1" + BINARY_STATION, "WIFI_STATE_RESP 1 station", STATION_FIELDS),
-    (20, b"\1\0\0", "FW_CTRL_REQ option 1", {"firmware.option": "1", "firmware.len": "0", "firmware.topo_option": ""}),
+    (20, b"\1\0\0", "FW_CTRL_REQ option 1", {"firmware.option": "1", "firmware.len": "0"}),
     (25, u16(2) + u16(5) + b"2 x\ty", 'COMMAND_REQ "2 x.y"', {"command.words": "2", "command.text": "2 x\\ty"}),
     (33, TO + b"\0", f"LED_CTRL_REQ to {AGENT} off", {**TARGET, "led.option": "0"}),
     (34, bytes(6) + b"\2", "LED_CTRL_MCAST to 00:00:00:00:00:00 on", {"led.option": "2"}),
     (36, report(RECORD), "WIFI_CLIENT_MCAST2 1 station",
      {**STATION_FIELDS, "station.tx_rate": "867", "station.rx_rate": "650"}),
-    (69, FROM + u16(3) + b"\1\2\3" + bytes(253), "SYNC_CTRL_PWD_RESP",
-     {"sync.al_mac": SENDER, "password.len": "3", "password.scrambled": "01 02 03"}),
+    (69, FROM + u16(3) + b"\1\2\3" + bytes(253), "SYNC_CTRL_PWD_RESP", {"password.scrambled": "01 02 03"}),
     (77, FROM + b"\4E0/1", 'SYNC_CTRL_COUNTRY_BCN_RESP "E0/1"', {"sync.al_mac": SENDER, "country": "E0/1"}),
 ]
 
 MDIDS = b"\xC0" + u16(19) + b"\2" + TO + u16(0x1234) + b"\1" + STATION + u16(17) + b"\0"
 CONFIGURATION = b"\xD0" + u16(9) + b"\1" + b"\x41\1\x12\x34\0\2\0\5"
 INTEL = IntelHeader(*map(bytes.fromhex, ("55cdabef", "060a", "112233445566", "0708")))
-MEASURED = STATION + bytes(2) + struct.pack(">HHbb", 650, 866, -61, 30)
+MEASURED = STATION + bytes(2) + struct.pack(">HHbb", 650, 866, -61, 30) + b"\x64\0\0"
+BSS = {"bss.band": "0x02", "bss.attribute": "0x01", "bss.mdid": "0x1234", "bss.tci": "0x0002",
+       "bss.ext_attribute": "0x05"}
 EXTENSION = bytes.fromhex("0a61c4 010140 020101 03021234 04020002 070105")
 
 
 def wsc(attribute):
-    return frame_of(b"\x10\x4A\0\1\x10" + b"\x10\x49" + u16(len(attribute)) + attribute,
-                    kind=AP_CONFIGURATION_WSC, tlv_type=TLV_WSC)
+    return frame_of(b"\x10\x4A\0\1\x10\x10\x49" + u16(len(attribute)) + attribute, kind=9, tlv_type=0x11)
 
 
-def element(value):
-    return frame_of(MAKER_OUI + value, kind=TOPOLOGY_RESPONSE)
-
-
-# The same for what travels outside the maker's envelope; the Info column only ends so.
+# The same for what travels outside the maker's envelope.
 OTHERS = [
-    (element(MDIDS), "MDID 2 BSSs",
+    (frame_of(MAKER_OUI + MDIDS, kind=3), "MDID 2 BSSs",
      {"bss.bssid": f"{AGENT},{OTHER}", "bss.mdid": "0x1234,0x0011", "bss.enabled": "1,0"}),
-    (element(CONFIGURATION), "BSS_CONFIG 1 BSS",
-     {"bss.band_index": "0x41", "bss.band": "0x02", "bss.number": "1", "bss.attribute": "0x01", "bss.mdid": "0x1234",
-      "bss.tci": "0x0002", "bss.wl_mode": "0", "bss.ext_attribute": "0x05"}),
-    (frame_of(INTEL.message(0x67, STATION)), f"RSSI_MEASUREMENT_REQ of {OTHER}",
-     {"intel.type": "0x67", "intel.station": OTHER, "intel.field11": "11 22 33 44 55 66"}),
-    (frame_of(INTEL.message(0x6A, MEASURED + b"\x64\0\0")), f"RSSI_MEASUREMENT_NOTIFY of {OTHER} -61 dBm",
-     {"intel.rssi": "-61", "intel.snr": "30", "intel.rx_rate": "650", "intel.tx_rate": "866", "intel.marker": "0x64"}),
-    (wsc(EXTENSION), "AP configuration",
-     {"wsc.element.id": "1,2,3,4,7", "bss.band": "0x02", "bss.attribute": "0x01", "bss.mdid": "0x1234",
-      "bss.tci": "0x0002", "bss.ext_attribute": "0x05"}),
+    (frame_of(MAKER_OUI + CONFIGURATION, kind=3), "BSS_CONFIG 1 BSS",
+     {**BSS, "bss.band_index": "0x41", "bss.number": "1", "bss.wl_mode": "0"}),
+    (frame_of(INTEL.message(0x6A, MEASURED)), f"RSSI_MEASUREMENT_NOTIFY of {OTHER} -61 dBm",
+     {"intel.snr": "30", "intel.rx_rate": "650", "intel.tx_rate": "866", "intel.marker": "0x64"}),
+    (wsc(EXTENSION), "AP configuration", {**BSS, "wsc.element.id": "1,2,3,4,7"}),
     (frame_of(maker_message("c0:00:19:02:00:00", 5, b"\0")), "REBOOT_RESP 0 (success)", {"element.type": ""}),
-    (frame_of(b"\xAA\xBB\xCC" + bytes(20)), "Vendor specific", {"type": "", "intel.type": ""}),
 ]
 
 
@@ -138,59 +121,46 @@ def maker_frame(kind, payload, length=None):
 FAULTS = [
     (maker_frame(13, b"ab"), {"unknown"}),
     (maker_frame(10, b""), {"refused"}),
-    (ethernet(AGENT, SENDER, cmdu(VENDOR_SPECIFIC, 1, tlv(TLV_VENDOR, maker_message(SENDER, 5, b"\0"), 99))),
-     {"length"}),
     ((maker_frame(CONF_RESPONSE, ATTRIBUTES), 50), {"capture"}),
     (maker_frame(CONF_RESPONSE, FROM + b"\1\3\0\1a"), {"unknown"}),
-    (maker_frame(CONF_RESPONSE, FROM + b"\1\0\0\0"), {"ignored"}),
     (maker_frame(CONF_RESPONSE, FROM + b"\1\7" + u16(129) + b"a" * 129), {"ignored"}),
     (maker_frame(POWER_REQUEST, TO + b"\x1F" + 31 * INTERFACE + b"\0"), {"refused"}),
     (maker_frame(77, FROM + b"\4$(a)"), {"refused"}),
     (maker_frame(CLIENT_REPORT, report(RECORD, TO)), {"refused"}),
     (maker_frame(CLIENT_REPORT, report(b"009{0=}")), {"length"}),
-    (maker_frame(CLIENT_REPORT, report(framed("5=1", "x"))), {"refused"}),
     (maker_frame(CLIENT_REPORT, report(framed("11=5", "-1=5"))), {"ignored"}),
-    (maker_frame(CLIENT_REPORT, report(framed("9=300"))), {"ignored"}),
-    (wsc(EXTENSION[:6] + b"\x03\1\0" + b"\5\1\0"), {"refused"}),
+    (wsc(EXTENSION[:6] + b"\x03\1\0"), {"refused"}),
     (wsc(EXTENSION + b"\5\1\0"), {"unknown"}),
 ]
 
 
 class Tables(unittest.TestCase):
     # Read from a Wireshark that found the dissector where users put it.
-    def test_types_and_attributes_are_the_plugins(self):
+    def test_types_and_results_are_the_plugins(self):
         with tempfile.TemporaryDirectory() as home:
-            plugins = Path(home) / ".local" / "lib" / "wireshark" / "plugins"
-            plugins.mkdir(parents=True)
-            (plugins / DISSECTOR.name).symlink_to(DISSECTOR)
-            values, fields = ([line.split("\t") for line in run("tshark", "-G", what, env={**os.environ, "HOME": home})
-                               .stdout.splitlines() if "\tkv1905." in line] for what in ("values", "fields"))
+            libraries = Path(home) / ".local" / "lib" / "wireshark"
+            libraries.mkdir(parents=True)
+            (libraries / "plugins").symlink_to(DISSECTOR.parent)
+            values = [line.split("\t") for line in run("tshark", "-G", "values", env={**os.environ, "HOME": home})
+                      .stdout.splitlines() if "\tkv1905." in line]
 
         def messages(family):
             header = (ROOT / "include" / "kv1905" / "vendor_messages.h").read_text()
             table = re.search(rf"#define KV_{family}_MESSAGES\(X\)(.*?)\n\n", header, re.S)[1]
             return {int(number, 0): name for name, number in re.findall(r"X\((\w+), (\w+)\)", table)}
-        attributes = (ROOT / "plugin" / "features" / "config_exchange" / "config_exchange.cpp").read_text()
-        results = re.findall(r'\{(\d+), "(.+)"\}', (ROOT / "host" / "result_names.h").read_text())
-        for field, expected in (
-                ("type", messages("VENDOR")), ("intel.type", messages("INTEL")),
-                ("result", {int(code): text for code, text in results}),
-                ("conf.attr.type", {int(value, 0): name for name, value
-                                    in re.findall(r"^\s*CONF_ATTR_(\w+) = (\w+),", attributes, re.M)})):
+        results = re.findall(r'^ +\{(\d+), "(.+)"\},$', (ROOT / "host" / "result_names.h").read_text(), re.M)
+        for field, expected in (("type", messages("VENDOR")), ("intel.type", messages("INTEL")),
+                                ("result", {int(code): text for code, text in results})):
             shown = {int(row[2], 0): row[3] for row in values if row[1] == f"kv1905.{field}"}
             self.assertTrue(expected and shown == expected, f"{field}: {shown}, want {expected}")
         self.assertEqual({kind for kind, *_ in MESSAGES},
                          {code for code, name in messages("VENDOR").items() if not name.startswith("RESERVED")})
-        kinds = {row[2]: row[3] for row in fields}
-        for name, kind in re.findall(r"ATTRIBUTE\(CONF_ATTR_(\w+), (\w+),", attributes):
-            self.assertEqual(kinds[f"kv1905.conf.{name.lower()}"], "FT_STRING" if kind == "Text" else "FT_UINT8")
 
 
 class Frames(unittest.TestCase):
     def test_every_message_is_shown_without_a_complaint(self):
         cases = [(maker_frame(kind, payload), info, fields) for kind, payload, info, fields in MESSAGES] + OTHERS
-        names = sorted({f"kv1905.{name}" for _, _, fields in cases for name in fields})
-        rows = dissect_frames([frame for frame, _, _ in cases], *names)
+        rows = dissect_frames([case[0] for case in cases], *{f"kv1905.{name}" for case in cases for name in case[2]})
         for (_, info, fields), row in zip(cases, rows):
             with self.subTest(info):
                 self.assertTrue(row["_ws.col.Info"].endswith(info), row["_ws.col.Info"])
@@ -215,17 +185,14 @@ class Frames(unittest.TestCase):
         for (kind, what, expected, _), row in zip(cases, dissect_frames([frame for *_, frame in cases])):
             self.assertIn(expected, notes(row), f"type {kind}, {what}")
 
-    # The last frame of a message shows all of it.
+    # The last frame of a message shows all of it, whatever the order of its frames.
     def test_fragments(self):
-        first, second = (tlv(TLV_VENDOR, maker_message(SENDER, *message))
-                         for message in ((CONF_RESPONSE, ATTRIBUTES), (POWER_REQUEST, TO + b"\0\2")))
-        whole, both = first + second + END, "CONF_RESP 3 attributes, INTF_PWR_CTRL_REQ"
-        fragments = ((1, 1, whole[20:], 0x80, None), (1, 0, whole[:20], 0, both), (2, 0, first + END, 0, None),
-                     (2, 1, second + END + bytes(30), 0x80, both), (3, 0, first, 0, "Vendor specific"))
-        rows = dissect_frames([ethernet(AGENT, SENDER, cmdu(VENDOR_SPECIFIC, number, body, fragment, flags))
-                               for number, fragment, body, flags, _ in fragments])
-        for (*_, expected), row in zip(fragments, rows):
-            self.assertTrue(row["_ws.col.Info"].startswith(expected or ""), row["_ws.col.Info"])
+        messages = (CONF_RESPONSE, ATTRIBUTES), (POWER_REQUEST, TO + b"\0\2")
+        whole = b"".join(tlv(TLV_VENDOR, maker_message(SENDER, *message)) for message in messages) + END
+        rows = dissect_frames([ethernet(AGENT, SENDER, cmdu(VENDOR_SPECIFIC, 1, *fragment))
+                               for fragment in ((whole[20:], 1, FLAG_LAST), (whole[:20], 0, 0))])
+        self.assertTrue(rows[1]["_ws.col.Info"].startswith("CONF_RESP 3 attributes, INTF_PWR_CTRL_REQ"), rows)
+
 
 
 if __name__ == "__main__":

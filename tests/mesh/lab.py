@@ -1,9 +1,7 @@
 """Fixtures over lab/mesh: a mesh for one test, its JSON files, its captures."""
 
-import atexit
 import json
 import os
-import shutil
 import subprocess
 import tempfile
 import time
@@ -27,20 +25,16 @@ def run(*command, **options):
 
 
 def poll(condition, seconds, what):
-    # Returns the first true value of the condition.
     deadline = time.monotonic() + seconds
-    while not (value := condition()):
+    while not condition():
         assert time.monotonic() < deadline, f"not within {seconds} s: {what}"
         time.sleep(0.1)
-    return value
 
 
 def secret_file(test, text):
-    # Path of a file that every device may read.
-    with tempfile.NamedTemporaryFile("w", delete=False) as secret:
-        secret.write(text + "\n")
-    os.chmod(secret.name, 0o644)
-    test.addCleanup(os.unlink, secret.name)
+    secret = tempfile.NamedTemporaryFile("w")
+    test.addCleanup(secret.close)
+    print(text, file=secret, flush=True)
     return secret.name
 
 
@@ -48,10 +42,10 @@ def secret_file(test, text):
 class Mesh:
     counter = 0
 
-    def __init__(self, *arguments, prefix=()):
+    def __init__(self, *arguments):
         Mesh.counter += 1
         self.name = f"test-{os.getpid()}-{Mesh.counter}"
-        self.command = [*prefix, MESH, "--name", self.name]
+        self.command = [MESH, "--name", self.name]
         self.arguments = ["--build", BUILD, *arguments]
 
     def __enter__(self):
@@ -65,10 +59,10 @@ class Mesh:
         try:
             for name in self.names:
                 self.call("stop", name)
-            logs = {name: self.log(name) for name in self.names}
-            faulty = {name: log for name, log in logs.items() if kind or any(mark in log for mark in SANITIZER)}
-            for name, log in faulty.items():
-                print(f"---- {name}\n" + "\n".join(log.splitlines()[-60:]))
+            logs = [f"---- {name}\n{self.log(name)}" for name in self.names]
+            faulty = [log for log in logs if kind or any(mark in log for mark in SANITIZER)]
+            for log in faulty:
+                print(*log.splitlines()[:1], *log.splitlines()[-60:], sep="\n")
             assert kind or not faulty, "a sanitizer reports a fault"
         finally:
             self.call("down")
@@ -93,7 +87,8 @@ class Mesh:
         return self.call("logs", device).stdout
 
     def model(self, device="controller"):
-        return json.loads(self.exec(device, "cat", "/tmp/kv1905_datamodel.json").stdout or '{"kv1905": {"DeviceList": []}}')
+        text = self.exec(device, "cat", "/tmp/kv1905_datamodel.json").stdout
+        return json.loads(text or '{"kv1905": {"DeviceList": []}}')
 
     # What the viewer's JSON file holds of a device; None while it does not know it.
     def device_in(self, device, viewer="controller"):
@@ -102,13 +97,8 @@ class Mesh:
         return next((entry for entry in entries if entry["ID"].lower() == mac), None)
 
     def await_learnt(self, *agents, seconds=15):
-        def learnt():
-            entries = [self.device_in(agent) for agent in agents]
-            return all(entry and entry["SpeaksProtocol"] and entry["ModelName"] for entry in entries)
-        poll(learnt, seconds, f"configuration of {', '.join(agents)} at the controller")
-
-    def counters(self):
-        return {name: self.model(name)["kv1905"]["Counters"] for name in self.names}
+        for agent in agents:
+            poll(lambda: (self.device_in(agent) or {}).get("ModelName"), seconds, f"{agent}'s configuration")
 
 
 def dissect(path, *names, display_filter=""):
@@ -128,9 +118,8 @@ def dissect(path, *names, display_filter=""):
 # A capture file, read with tshark.
 class Capture:
     def __init__(self):
-        directory = tempfile.mkdtemp()
-        atexit.register(shutil.rmtree, directory)
-        self.path = os.path.join(directory, "mesh.pcap")
+        self.file = tempfile.NamedTemporaryFile(suffix=".pcap")
+        self.path = self.file.name
 
     def fields(self, display_filter, *names):
         return [tuple(row[name] for name in names) for row in dissect(self.path, *names, display_filter=display_filter)]
@@ -152,6 +141,14 @@ class MeshTest(unittest.TestCase):
         done = self.mesh.exec(device, "kcfg", *words)
         self.assertEqual(done.returncode, 0, done.stderr)
         return done.stdout.strip()
+
+    def lab(self, *words):
+        done = self.mesh.call(*words)
+        self.assertEqual(done.returncode, 0, f"{words}: {done.stderr}")
+
+    def rename(self, device, name):
+        # In the file that the plug-in reads its model name from.
+        self.mesh.exec(device, "sed", "-i", f"s/^ModelName=.*/ModelName={name}/", "/tmp/.kv1905_conf")
 
     def app(self, *words, status=0):
         # What the controller's tool prints.

@@ -5,7 +5,7 @@ import unittest
 
 from lab import ROOT, Capture, Mesh, MeshTest, poll, run
 
-SUCCESS, BAD_ARGUMENTS, REFUSED, NO_DEVICE, NO_DAEMON = 0, 2, 3, 4, 6
+SUCCESS, REFUSED = 0, 3
 
 
 class Operator(MeshTest):
@@ -18,9 +18,7 @@ class Operator(MeshTest):
             self.check_led()
             self.check_resets()
             self.check_reboots()
-            self.check_failures_on_this_side()
         capture.check(2, 3, 4, 5, 6, 7, 20, 21, 22, 23, 25, 26, 27, 32, 33, 35)
-        self.check_answers_leave_before_the_device_goes_down(capture)
         steps = run(ROOT / "tools" / "capture-to-scenario", capture.path, "--as", self.far).stdout
         self.assertIn(" LED_CTRL_REQ local 00 => LED_CTRL_RESP 00, *\n", steps)
 
@@ -30,13 +28,11 @@ class Operator(MeshTest):
         return self.kcfg("agent2", "get", "LED_CTRL.1.enable"), told
 
     def check_results(self):
-        # Every documented result code of an agent reaches the tool.
+        # From the agent's interfaces, from its plug-in, and from a device that was commanded by another.
         radio = self.far[:-2] + "20"
         for words, code in (
                 (("power", self.far, radio, "0103", "2"), 0),
-                (("power", self.far, radio, "0103", "3"), 2),
                 (("power", self.far, "00:00:00:00:00:00", "0103", "0"), 64),
-                (("power", self.far, radio, "0105", "2"), 1),
                 (("firmware", self.far, "1", "1", "u" * 1023), 16),
                 (("command", self.far, "2", self.near), 7),
                 (("command", self.far, "3", self.far, radio, "103", "0"), 0)):
@@ -48,7 +44,6 @@ class Operator(MeshTest):
         self.app("led", self.far, "0")
         poll(lambda: self.led() == ("0", "0"), 5, "LEDs that are off")
         poll(lambda: self.mesh.device_in("agent2")["LedStatus"] == "OFF", 5, "the LED state at the controller")
-        self.app("led", "00:00:00:00:00:00", "1", status=BAD_ARGUMENTS)
         self.app("query-power", self.far)
 
     def check_resets(self):
@@ -60,31 +55,11 @@ class Operator(MeshTest):
     # The controller requests the configuration of a device that restarted.
     def check_reboots(self):
         for name, words in (("First", ("reboot", self.far)), ("Second", ("command", self.far, "2", self.far))):
-            self.mesh.exec("agent2", "sed", "-i", f"s/^ModelName=.*/ModelName={name}/", "/tmp/.kv1905_conf")
+            self.rename("agent2", name)
             before = self.mesh.daemon("agent2")["pid"]
             self.app(*words)
             poll(lambda: self.mesh.daemon("agent2")["pid"] not in (before, None), 10, "the restart")
             poll(lambda: (self.mesh.device_in("agent2") or {}).get("ModelName") == name, 20, "the new configuration")
-
-    def check_failures_on_this_side(self):
-        self.assertIn("02:ee", self.app("reboot", "02:ee:ee:ee:ee:ee", status=NO_DEVICE).lower())
-        self.app("reboot", "nonsense", status=NO_DEVICE)
-        self.assertIn("nothing was sent", self.app("--timeout", "5", "command", self.far, "99", "w" * 1500, status=1))
-        self.mesh.exec("controller", "sed", "-i", "s/^ModelName=.*/ModelName=Posted/", "/tmp/.kv1905_conf")
-        self.app("post", "301", "/dev/null")
-        poll(lambda: self.mesh.device_in("controller")["ModelName"] == "Posted", 10, "the reloaded name")
-        self.mesh.call("stop", "controller")
-        self.app("reboot", self.far, status=NO_DAEMON)
-
-    # agent2 sends each answer first, then restarts and announces itself.
-    def check_answers_leave_before_the_device_goes_down(self, capture):
-        rows = capture.fields(f'eth.src == {self.far} && frame.interface_name contains "agent2"',
-                              "frame.time_epoch", "ieee1905.message_type", "kv1905.type")
-        answers = {number: [float(time) for time, _, kind in rows if kind == str(number)] for number in (5, 32)}
-        hellos = [float(time) for time, kind, _ in rows if kind == "0x0001"]
-        self.assertEqual(len(answers[5]), 1, "one reboot response; the remote reboot is answered as a command")
-        for answered in (answers[5][0], answers[32][-1]):
-            self.assertTrue(any(0 < hello - answered < 8 for hello in hellos), f"{answered} in {hellos}")
 
 
 if __name__ == "__main__":
