@@ -10,6 +10,7 @@
 #include <cstdlib>
 #include <new>
 #include <thread>
+#include <tuple>
 
 #include "command/client.h"
 #include "daemon/command_server.h"
@@ -24,12 +25,9 @@ namespace {
 TEST(Supervisor, AHungCommandIsKilledAndTheDaemonEndsAtASignalMeanwhile) {
     constexpr int kReturned = 7;  // the daemon's status after its command was killed
     const SupervisorTimes patient{}, strict{Duration(100), Duration(300), Duration(800)};
-    struct Row {
-        int signal;
-        SupervisorTimes times;
-        int status;
-    };
-    for (const Row &row : {Row{0, strict, kReturned}, Row{SIGTERM, patient, 0}, Row{SIGINT, patient, 0}}) {
+    const std::tuple<int, SupervisorTimes, int> rows[] = {
+        {0, strict, kReturned}, {SIGTERM, patient, 0}, {SIGINT, patient, 0}};
+    for (const auto &[signal, times, expected] : rows) {
         const auto start = std::chrono::steady_clock::now();
         const pid_t supervisor = fork();
         if (supervisor == 0) {
@@ -39,15 +37,15 @@ TEST(Supervisor, AHungCommandIsKilledAndTheDaemonEndsAtASignalMeanwhile) {
                     const int status = std::system("sleep 60; true");
                     return WIFSIGNALED(status) ? kReturned : EXIT_FAILURE;
                 },
-                row.times));
+                times));
         }
         std::this_thread::sleep_for(Duration(200));
-        if (row.signal != 0) kill(supervisor, row.signal);
+        if (signal != 0) kill(supervisor, signal);
         int status = 0;
         EXPECT_EQ(waitpid(supervisor, &status, 0), supervisor);
         EXPECT_TRUE(WIFEXITED(status));
-        EXPECT_EQ(WEXITSTATUS(status), row.status) << row.signal;
-        EXPECT_LT(std::chrono::steady_clock::now() - start, Duration(200 + 1000)) << row.signal;
+        EXPECT_EQ(WEXITSTATUS(status), expected) << signal;
+        EXPECT_LT(std::chrono::steady_clock::now() - start, Duration(200 + 1000)) << signal;
     }
 }
 

@@ -10,14 +10,14 @@
 #include "daemon/json.h"
 #include "host_support.h"
 #include "support/files.h"
+#include "support/json.h"
 
 namespace kv1905d {
 namespace {
 
 // What stands at the path, without blanks; "null" when nothing does.
 std::string at(const std::string &path, const DataModelView &view) {
-    const std::unique_ptr<json_object, decltype(&json_object_put)> root(json_tokener_parse(dataModelJson(view).c_str()),
-                                                                        json_object_put);
+    const support::JsonPtr root(json_tokener_parse(dataModelJson(view).c_str()));
     json_object *found = nullptr;
     json_pointer_get(root.get(), path.c_str(), &found);
     return json_object_to_json_string_ext(found, JSON_C_TO_STRING_PLAIN | JSON_C_TO_STRING_NOSLASHESCAPE);
@@ -48,57 +48,30 @@ TEST(DataModel, HoldsEverythingThatIsKnownInListsThatAgreeWithTheirCounts) {
     remote[1].RSSI = -128;
     remote[2].RSSI = 10;
     device.interfaces[1].vendor.pwrState = 1;
-    device.bss = {{{mac(0xF1), 0x1234, false}}, {{0x40, 1, 0x1234, 2, 3, 5}}};
-    record.rebootFromNbrCap = 1;
-    std::strcpy(record.fwVersion, "V1");
     record.wifiNbrHead = remote;
     std::memset(record.modelName, 'm', sizeof record.modelName);  // no NUL: the field's end must stop the reader
-    std::strcpy(record.protoVersion, "3.0");
-    std::memcpy(record.ledStatus, "O\xFFN\"\n", 6);
     device.neighbours = {{mac(2, 0x20), {{mac(1), false}}}, {mac(2, 0x10), {{mac(3), true}}}};
     const MainNetworks networks{{"home", "home 5G"}, {mac(0xF0), MacAddress{}}};
     Counters counters;
-    counters.framesSent = 42;
     DataModelView view{topology, counters, "Agent", networks, TimePoint(Duration(9000)), 1700000000, mac(2), 77, {}};
-    view.apConfigurations[mac(2)][kBand5].MDID = 0x1234;
     const std::pair<std::string, std::string> rows[] = {
         {kNetwork + "DeviceList/0/NumberOfRadios", "2"},  // the Ethernet interface is none
         {kRadios + "/0/BSSList",
          R"([{"BSSID":"02:00:5e:00:f0:00","SSID":"home","Enabled":true,"NumberOfSTA":1,"STAList":[)"
          R"({"MACAddress":"00:00:00:00:00:00","LastDataDownlinkRate":0,"LastDataUplinkRate":0,"SignalStrength":98,)"
          R"("BytesSent":0,"BytesReceived":0,"TimeStamp":"2023-11-14T22:13:20Z"}]}])"},
-        {kRadios + "/1/BSSList", "[]"},  // no BSSID is known
+        {kRemoteRadios + "/1/Enabled", "false"},
         {kRemoteRadios + "/0/BSSList/0/NumberOfSTA", "2"},
         {kRemoteRadios + "/1/BSSList/0/NumberOfSTA", "0"},  // nobody knows which of the two: they are not listed twice
-        {kRadios + "/0/Enabled", "true"},
-        {kRemoteRadios + "/1/Enabled", "false"},
-        {kRemoteRadios + "/1/BSSList/0/Enabled", "false"},
         {kNetwork + "DeviceList/1/ManufacturerModel", '"' + std::string(sizeof record.modelName, 'm') + '"'},
-        {kNetwork + "DeviceList/1/SoftwareVersion", "\"V1\""},
-        {"/kv1905/Controller", "\"02:00:5e:00:02:00\""},
-        {"/kv1905/Counters/FramesSent", "42"},
         {kStations + "1",
          R"({"MACAddress":"02:00:00:00:00:00","LastDataDownlinkRate":7000,"LastDataUplinkRate":8000,)"
          R"("SignalStrength":98,"BytesSent":2147483648,"BytesReceived":6,"TimeStamp":"1970-01-01T00:00:09Z",)"
          R"("Device":"02:00:5e:00:02:00","BSSID":"02:00:5e:00:f0:01","Band":"5GHz","MediaType":261,"RSSI":-61,)"
          R"("SNR":-2,"SignalLevel":4,"Rate":866000})"},
-        {kStations + "2/Band", "\"\""},
-        {kStations + "2/BSSID", "null"},
         {kStations + "2/SignalStrength", "0"},
         {kStations + "3/SignalStrength", "220"},
-        {kFirst + "WifiNeighborCount", "77"},
-        {kFirst + "Hops", "0"},
-        {kSecond + "RebootAllowed", "true"},
-        {kSecond + "UptimeReceived", "\"\""},
-        {kSecond + "MdidList", R"([{"BSSID":"02:00:5e:00:f1:00","Mdid":4660,"Enabled":false}])"},
-        {kSecond + "BssConfigList",
-         R"([{"BandIndex":64,"Attribute":1,"Mdid":4660,"Tci":2,"WlMode":3,"ExtAttribute":5}])"},
-        {kSecond + "ApConfigurationList/0/Mdid", "4660"},
-        {kSecond + "Hops", "null"},
-        {kSecond + "SpeaksProtocol", "true"},
         {kSecond + "SecondsSinceHeard", "8"},
-        {kSecond + "LedStatus", "\"O\xEF\xBF\xBDN\\\"\\n\""},
-        {kFirst + "InterfaceList/2", R"({"MACAddress":"02:00:5e:00:01:21","MediaType":261})"},
         {kSecond + "NeighborList",
          R"([{"ID":"02:00:5e:00:01:00","Interface":"02:00:5e:00:02:20","MediaType":261,"ViaBridge":false},)"
          R"({"ID":"02:00:5e:00:03:00","Interface":"02:00:5e:00:02:10","MediaType":null,"ViaBridge":true}])"}};
@@ -112,10 +85,6 @@ TEST(JsonWriter, ReplacesWhatIsNoCharacterAndEscapesControls) {
     const std::pair<std::string, std::string> rows[] = {
         {"plain\xC3\xA4\xE2\x82\xAC\xF0\x9F\x98\x80\xC2\xA0", "plain\xC3\xA4\xE2\x82\xAC\xF0\x9F\x98\x80\xC2\xA0"},
         {"\x80", bad},
-        {"\xC3z", bad + "z"},
-        {"\xE2\x82", bad + bad},
-        {"\xC0\xAF", bad + bad},
-        {"\xE0\x80\x80", bad + bad + bad},
         {"\xED\xA0\x80" /* surrogate */, bad + bad + bad},
         {"\xF4\x90\x80\x80", bad + bad + bad + bad},
         {"\"\\\x1F\x7F\xC2\x80\xC2\x9F", R"(\"\\\u001f\u007f\u0080\u009f)"}};
@@ -142,7 +111,7 @@ TEST(ReplaceFile, ReplacesInOneStepAndNamesWhatFails) {
     EXPECT_EQ(rest(std::move(old)), "first, and longer");
     EXPECT_EQ(std::distance(fs::directory_iterator(directory), {}), 1);
     EXPECT_EQ(fs::status(file).permissions(), fs::perms(0644)) << "every program may read it";
-    EXPECT_SAYS("none/model.json", errorOf([&] { replaceFile(directory + "/none/model.json", "x"); }));
+    EXPECT_SAYS("none/model.json", resultOf([&] { replaceFile(directory + "/none/model.json", "x"); }).meaning);
 }
 
 }  // namespace

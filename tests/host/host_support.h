@@ -5,8 +5,6 @@
 #include <sys/socket.h>
 
 #include <algorithm>
-#include <iterator>
-#include <sstream>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -29,12 +27,6 @@ inline Bytes fromHex(std::string_view text) {
     return bytes;
 }
 
-// The words of a line as it is typed.
-inline std::vector<std::string> wordsOf(const std::string &line) {
-    std::istringstream in(line);
-    return {std::istream_iterator<std::string>(in), {}};
-}
-
 inline Bytes prefix(const Bytes &bytes, size_t size) {
     return {bytes.begin(), bytes.begin() + static_cast<ptrdiff_t>(size)};
 }
@@ -50,25 +42,15 @@ inline bool takeFrame(const FileDescriptor &fd, Bytes &frame) {
     return size >= 0;
 }
 
-// What the call throws.
+// How a command ends with what the call throws.
 template <typename Call>
-std::string errorOf(const Call &call) {
+CommandResult resultOf(const Call &call) {
     try {
         call();
     } catch (const std::exception &error) {
-        return error.what();
+        return failureOf(error);
     }
-    return "(nothing thrown)";
-}
-
-template <typename Call>
-Status statusThrown(const Call &call) {
-    try {
-        call();
-    } catch (const std::exception &error) {
-        return failureOf(error).status;
-    }
-    return Status::Success;
+    return {};
 }
 
 }  // namespace kv1905d

@@ -28,81 +28,63 @@ MacAddress stackA(uint8_t device) {
 }
 const MacAddress kStackB{{0x02, 0x00, 0x5E, 0x98, 0x03, 0x00}};
 
-struct Row {
-    size_t frame;  // number in the capture
-    unsigned device;
-    int answer = -1;  // message type
-    bool relays = false;
-    size_t vendorTlvs = 0;
+// What came of the frames, by their numbers from 1.
+struct Outcome {
+    std::map<unsigned, Host> hosts;
+    std::map<size_t, int> answers;  // message types
+    std::vector<size_t> relayed, withVendorTlv;
 };
 
 // Feeds each frame to that device of ours; all of them are well formed.
-std::map<unsigned, Host> play(const std::string &name, const std::vector<Row> &rows) {
+Outcome play(const std::string &name, const std::vector<unsigned> &receivers) {
     const std::vector<Bytes> frames = readCapture(name);
-    std::map<unsigned, Host> hosts;
-    for (const auto &[number, device, answer, relays, vendorTlvs] : rows) {
-        SCOPED_TRACE(name + " frame " + std::to_string(number));
-        Host &host = hosts.try_emplace(device, device).first->second;
+    EXPECT_EQ(frames.size(), receivers.size());
+    Outcome outcome;
+    for (size_t number = 1; number <= receivers.size(); ++number) {
+        const unsigned device = receivers[number - 1];
+        Host &host = outcome.hosts.try_emplace(device, device).first->second;
         host.received.clear();
-        EXPECT_FALSE(host.refuses(0, frames.at(number - 1)));
-        const std::vector<Bytes> answers = host.sent(0);
-        EXPECT_EQ(answers.size(), answer >= 0);
-        for (const Bytes &each : answers)
-            EXPECT_EQ(each.at(16) << 8 | each.at(17), answer);
-        const std::vector<Bytes> others = host.sent(1);
-        EXPECT_EQ(std::ranges::count_if(others, [](const Bytes &each) { return each.front() == 0x01; }),
-                  relays);  // multicast
-        EXPECT_EQ(host.received.size(), vendorTlvs);
+        EXPECT_FALSE(host.refuses(0, frames.at(number - 1))) << name << " frame " << number;
+        for (const Bytes &answer : host.sent(0))
+            EXPECT_TRUE(outcome.answers.emplace(number, answer.at(16) << 8 | answer.at(17)).second);
+        for (const Bytes &other : host.sent(1))
+            if (other.front() == 0x01) outcome.relayed.push_back(number);  // multicast
+        outcome.withVendorTlv.insert(outcome.withVendorTlv.end(), host.received.size(), number);
     }
-    return hosts;
+    return outcome;
 }
 
 using Links = std::vector<Ieee1905Neighbours>;
 
-Links linksOf(const std::map<unsigned, Host> &hosts, unsigned at, const MacAddress &alMac) {
-    const Device *device = hosts.at(at).node->topology().find(alMac);
+Links linksOf(const Outcome &outcome, unsigned at, const MacAddress &alMac) {
+    const Device *device = outcome.hosts.at(at).node->topology().find(alMac);
     EXPECT_TRUE(device) << alMac.text();
     return device == nullptr ? Links{} : device->neighbours;
 }
 
 TEST(OtherStacks, TheirFramesAreUnderstood) {
-    const auto a = play("stack_a.pcap", {{1, 2},
-                                         {2, 2, kTopologyResponse},
-                                         {3, 2},
-                                         {4, 2, kLinkMetricResponse, false, 1},
-                                         {5, 2, kHigherLayerResponse},
-                                         {6, 1},
-                                         {7, 2, -1, true},
-                                         {8, 1},
-                                         {9, 3},
-                                         {10, 1, -1, true},
-                                         {11, 1, -1, true},
-                                         {12, 2, -1, true, 1},
-                                         {12, 1},  // its own
-                                         {13, 2, -1, true, 1},
-                                         {14, 2, -1, true, 1},
-                                         {15, 1, -1, true, 1},
-                                         {16, 2},
-                                         {17, 2},
-                                         {18, 2}});
+    const Outcome a = play("stack_a.pcap", {2, 2, 2, 2, 2, 1, 2, 1, 3, 1, 1, 2, 2, 2, 1, 2, 2, 2});
+    using Types = std::map<size_t, int>;
+    using Numbers = std::vector<size_t>;
+    EXPECT_EQ(a.answers, (Types{{2, kTopologyResponse}, {4, kLinkMetricResponse}, {5, kHigherLayerResponse}}));
+    EXPECT_EQ(a.relayed, (Numbers{7, 10, 11, 12, 13, 14, 15}));
+    EXPECT_EQ(a.withVendorTlv, (Numbers{4, 12, 13, 14, 15}));
     EXPECT_EQ(linksOf(a, 2, mac(2)), (Links{{mac(2, 0x10), {{stackA(3), false}}}}));
     EXPECT_EQ(linksOf(a, 2, stackA(1)), (Links{{mac(1, 0x10), {{mac(2), false}}}}));
     EXPECT_EQ(linksOf(a, 1, stackA(3)), (Links{{mac(3, 0x10), {{mac(2), false}}}}));
     EXPECT_EQ(linksOf(a, 1, stackA(2)), Links{});
     EXPECT_EQ(linksOf(a, 3, stackA(2)), (Links{{mac(2, 0x10), {{mac(1), false}}}, {mac(2, 0x11), {{mac(3), false}}}}));
-    const auto b = play("stack_b.pcap", {{1, 2},
-                                         {2, 2},
-                                         {3, 2, kTopologyResponse},
-                                         {4, 2, kLinkMetricResponse},
-                                         {5, 2, kHigherLayerResponse},
-                                         {6, 2, -1, true},
-                                         {7, 1},
-                                         {8, 2}});
+    const Outcome b = play("stack_b.pcap", {2, 2, 2, 2, 2, 2, 1, 2});
+    EXPECT_EQ(b.answers, (Types{{3, kTopologyResponse}, {4, kLinkMetricResponse}, {5, kHigherLayerResponse}}));
+    EXPECT_EQ(b.relayed, Numbers{6});
     EXPECT_EQ(linksOf(b, 2, mac(2)), (Links{{mac(2, 0x10), {{kStackB, false}}}}));
     EXPECT_EQ(linksOf(b, 1, kStackB), (Links{{mac(3, 0x10), {{mac(2), false}}}}));
 }
 
-const std::string kHeader = "02005E000100 02005E000200 893A 00 00 ", kLldp = "0180C200000E 02005E000200 88CC";
+const std::string kHeader = "02005E000100 02005E000200 893A 00 00 ", kLldp = "0180C200000E 02005E000200 88CC",
+                  kDiscovery =
+                      "0180C2000013 02005E000200 893A 00 00 0000 0001 00 80"
+                      "01 0006 02005E000200 02 0006 02005E000210 00 0000";
 
 TEST(OtherStacks, ANeighbourWithoutBridgeDiscoveriesIsBehindABridge) {
     Host host;
@@ -112,10 +94,7 @@ TEST(OtherStacks, ANeighbourWithoutBridgeDiscoveriesIsBehindABridge) {
               std::vector<Bytes>{fromHex("0180C200000E 02005E000100 88CC"
                                          "0207 04 02005E000100 0407 03 02005E000111 0602 00B4 0000")});
     for (const int seconds : {0, 60, 119})
-        host.receive(
-            0,
-            "0180C2000013" + kHeader.substr(12) + "0000 0001 00 80 01 0006 02005E000200 02 0006 02005E000210 00 0000",
-            kStart + std::chrono::seconds(seconds));
+        host.receive(0, kDiscovery, kStart + std::chrono::seconds(seconds));
     host.run(kStart + Duration(119999));
     EXPECT_FALSE(isBridged());
     host.run(kStart + Duration(120000));
@@ -138,8 +117,7 @@ TEST(OtherStacks, QueriesAreAnsweredInFull) {
     };
     host.config.name = "gateway";
     host.start(kStart);
-    host.receive(
-        1, "0180C2000013" + kHeader.substr(12) + "0000 0001 00 80 01 0006 02005E000200 02 0006 02005E000210 00 0000");
+    host.receive(1, kDiscovery);
     const std::string link = "02005E000100 02005E000200 02005E000111 02005E000210 0001";
     const std::string sent = "09 0029" + link + "00 00000001 00000007 0065 0064 0065",
                       received = "0A 0023" + link + "00000002 00000009 FF";
@@ -150,8 +128,6 @@ TEST(OtherStacks, QueriesAreAnsweredInFull) {
         {"0005 BEEF 00 80 08 0008 01 02005E000200 00", "0006 BEEF 00 80" + sent},
         {"0005 BEEF 00 80 08 0008 01 02005E000200 01", "0006 BEEF 00 80" + received},
         {"0005 BEEF 00 80 08 0008 01 02005E000300 02", "0006 BEEF 00 80 0C 0001 00"},
-        {"0005 BEEF 00 80", ""},
-        {"0005 BEEF 00 80 08 0002 01 02", ""},
         {"0005 BEEF 00 80 08 0002 00 03", ""},
         {"0005 BEEF 00 80 08 0007 00 00000000 02", ""},
         {"000D BEEF 00 80", "000E BEEF 00 80 01 0006 02005E000100 1A 0001 01" + model},
@@ -164,7 +140,7 @@ TEST(OtherStacks, QueriesAreAnsweredInFull) {
         if (!answer.empty()) expected = {fromHex("02005E000200 02005E000100 893A 00 00" + answer + "00 0000")};
         EXPECT_EQ(host.sent(1), expected) << query;
     }
-    EXPECT_EQ(host.node->counters().parseFailures, 4u);
+    EXPECT_EQ(host.node->counters().parseFailures, 2u);
     EXPECT_EQ(host.node->unhandled(), (std::map<uint16_t, uint64_t>{{0x8001, 1}}));
 }
 
