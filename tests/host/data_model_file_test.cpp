@@ -90,7 +90,7 @@ TEST(JsonWriter, ReplacesWhatIsNoCharacterAndEscapesControls) {
         {"\"\\\x1F\x7F\xC2\x80\xC2\x9F", R"(\"\\\u001f\u007f\u0080\u009f)"}};
     for (const auto &[text, written] : rows) {
         JsonWriter out;
-        out.object([&] { out.member("key", text); });
+        out.object([&, &value = text] { out.member("key", value); });
         EXPECT_EQ(out.take(), R"({"key": ")" + written + "\"}");
     }
 }
