@@ -122,7 +122,7 @@ void checkSent(const Bytes &value) {
                 kv::parseKvVendMsg(kv::ByteReader(value.data(), value.size()), &msg) == KV_RET_OK,
             "the plug-in's decoder accepts what the plug-in sends");
     if (type == VEND_MSG_TYPE_WIFI_STATE_RESP) {
-        return kv::freeWIFINeighborList(static_cast<WIFINeighborList *>(msg.payload));
+        return kv::freewifiMsgData(static_cast<WIFINeighborList *>(msg.payload));
     }
     std::free(msg.payload);
 }

@@ -1,4 +1,4 @@
-// Firmware: control requests, this device's upgrade state, and the controller's list of agents that upgrade.
+// Firmware: control requests and this device's upgrade state.
 #pragma once
 
 #include <cstdint>

@@ -12,9 +12,8 @@ namespace kv {
 
 using StationList = std::unique_ptr<WIFINeighborEntry, FreeLinked>;
 
-// Frees the entries that hang from the view, however many it counts, and the view: freewifiMsgData frees the same,
-// because a whole view counts all its entries. A null view is ignored.
-inline void freeWIFINeighborList(WIFINeighborList *list) {
+// Frees the entries of the view, which are as many as it counts or, after a failure, more. A null view is ignored.
+inline void freewifiMsgData(WIFINeighborList *list) {
     if (list != nullptr) {
         FreeLinked()(list->head);
         std::free(list);
@@ -22,7 +21,7 @@ inline void freeWIFINeighborList(WIFINeighborList *list) {
 }
 
 struct FreeStationView {
-    void operator()(WIFINeighborList *list) const { freeWIFINeighborList(list); }
+    void operator()(WIFINeighborList *list) const { freewifiMsgData(list); }
 };
 // A view that owns its entries.
 using OwnedStations = std::unique_ptr<WIFINeighborList, FreeStationView>;
