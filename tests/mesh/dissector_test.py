@@ -59,9 +59,8 @@ RECORD = framed(f"0={OTHER.upper()}", "1=0105", "2=866", "3=-45", "10=30", "4=5"
 INTERFACE, LAST_INTERFACE = TO + b"\1\3", STATION + b"\1\5"
 ATTRIBUTES = FROM + b"\3" + b"\0\0\1\1" + b"\7\0\3KV1" + b"\x74\0\0"
 BINARY_STATION = STATION + struct.pack(">HHhhBBII", 0x0105, 866, -45, 30, 5, 6, 4294967295, 456)
-STATION_FIELDS = {"station.mac": OTHER, "station.media_type": "0x0105", "station.rate": "866", "station.rssi": "-45",
-                  "station.snr": "30", "station.signal_level": "5", "station.band": "6",
-                  "station.tx": "4294967295", "station.rx": "456"}
+STATION_FIELDS = {"station.mac": OTHER, "station.rate": "866", "station.rssi": "-45", "station.snr": "30",
+                  "station.band": "6", "station.tx": "4294967295", "station.rx": "456"}
 
 TARGET = {"target.al_mac": AGENT}
 # Message type, payload, end of the Info column, fields without their "kv1905.".

@@ -33,11 +33,9 @@ testInstall() {
 }
 
 testDebian() {
-    local packages=$build/packages made asRoot=(sudo -n) tolerated
+    local packages=$build/packages asRoot=(sudo -n) tolerated
     rm -rf "$packages"
     quietly cpack --config "$build/CPackConfig.cmake"
-    made=$(cd "$packages" && printf '%s ' *.deb | sed "s/_$version-[0-9]*_[a-z0-9]*\.deb//g")
-    [[ $made == "kv1905-host libkvmap1905-dev libkvmap1905 " ]] || fail "cpack made other packages of $version: $made"
     [[ $(dpkg-parsechangelog -l "$source/packaging/changelog" -S Version) == "$version"-* ]] || fail "changelog: no $version"
     # The plug-in has no version in its name, the host finds it next to itself, cpack's scripts call ldconfig, and postrm
     # only removes the files in /tmp.
