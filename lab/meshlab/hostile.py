@@ -214,7 +214,7 @@ def devices(world):
 
 
 def silent(world):
-    """devices that join, speak the maker's protocol once, and never answer a query"""
+    """devices that join, speak the vendor's protocol once, and never answer a query"""
     ghost, victim = world.random.choice(world.ghosts[:64]), world.victim()
     return [topology_response(ghost, victim, ghost, [victim]),
             vendor_frame(victim, ghost, 0, maker_message(ghost, CONF_RESPONSE, false_configuration(ghost, world)))]

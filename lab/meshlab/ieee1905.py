@@ -61,7 +61,7 @@ def fragments(destination, source, message_type, body):
 
 
 def maker_message(source, message_type, payload, length=None):
-    """The value of a vendor TLV in the maker's format. length: what the header claims, if not the truth."""
+    """The value of a vendor TLV in the vendor's format. length: what the header claims, if not the truth."""
     claimed = len(payload) if length is None else length
     return MAKER_OUI + mac_bytes(source) + struct.pack(">BBHH", 0, 1, message_type, claimed) + payload
 

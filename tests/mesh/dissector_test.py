@@ -99,7 +99,7 @@ def wsc(attribute):
     return frame_of(b"\x10\x4A\0\1\x10\x10\x49" + u16(len(attribute)) + attribute, kind=9, tlv_type=0x11)
 
 
-# The same for what travels outside the maker's envelope.
+# The same for what travels outside the vendor's envelope.
 OTHERS = [
     (frame_of(MAKER_OUI + MDIDS, kind=3), "MDID 2 BSSs",
      {"bss.bssid": f"{AGENT},{OTHER}", "bss.mdid": "0x1234,0x0011", "bss.enabled": "1,0"}),

@@ -1,5 +1,5 @@
--- Shows the vendor protocol of libkvMAP1905.so in Wireshark and tshark (4.0 and later): the maker's and Intel's
--- messages and the BSS elements in IEEE 1905.1 vendor-specific TLVs, and the maker's extension of Wi-Fi Simple
+-- Shows the vendor protocol of libkvMAP1905.so in Wireshark and tshark (4.0 and later): the vendor's and Intel's
+-- messages and the BSS elements in IEEE 1905.1 vendor-specific TLVs, and the vendor's extension of Wi-Fi Simple
 -- Configuration.
 --
 -- Wireshark's own dissector reads the IEEE 1905.1 frame and puts fragments together; this one runs behind it, finds
@@ -654,7 +654,7 @@ local clientReport = {
     end,
 }
 
--- ---- The maker's messages: one row per type, as in plugin/message_catalogue.cpp. Reserved types have no layout.
+-- ---- The vendor's messages: one row per type, as in plugin/message_catalogue.cpp. Reserved types have no layout.
 
 local messageRows = {
     { 0, "CONF_QUERY", target },
@@ -839,7 +839,7 @@ local function decodeElement(cursor, tree, context)
     cursor:reportSurplus(tree, context, LENGTH, "element")
 end
 
--- ---- The maker's extension of Wi-Fi Simple Configuration: sub-elements of one BSS
+-- ---- The vendor's extension of Wi-Fi Simple Configuration: sub-elements of one BSS
 
 local subElements, subElementNames = byType({
     { 1, "BandIndex", bandIndex }, { 2, "Attribute", bssAttribute }, { 3, "MDID", mdid }, { 4, "TCI", tci },
@@ -910,7 +910,7 @@ local function reportNoOui(value, tree, context)
     value:reportShort(tree, context, "the OUI")
 end
 
--- In standard messages the maker's TLVs hold an element where they begin like one.
+-- In standard messages the vendor's TLVs hold an element where they begin like one.
 local function makersDecoder(value, cmduType)
     local isElement = cmduType ~= VENDOR_SPECIFIC_MESSAGE and value:remaining() > OUI_SIZE
         and elements[value.source:range(value.position + OUI_SIZE, 1):uint()] ~= nil
