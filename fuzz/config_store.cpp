@@ -17,29 +17,22 @@ constexpr char kDirectory[] = "/tmp/config", kConfig[] = "/tmp/config/kcfg.json"
 
 // Every instance is the same after writing and reading. Writing may fail, because an unknown member of the file, such
 // as an infinite number, cannot be written.
-void checkInstances(uint32_t object, size_t size) {
+template <typename Record>
+void checkInstances(uint32_t object) {
     KcfgInstanceIndex index = {};
     void *copy = nullptr, *again = nullptr;
     while (kcfgFeObjStructGetNextWithoutUpdate(object, &index, &copy) == 0) {
         kcfgFeObjStructSetWithoutApply(object, &index, copy, nullptr);
-        require(kcfgFeObjStructGetWithoutUpdate(object, &index, &again) == 0, "a structure can be read again");
-        require(std::memcmp(copy, again, size) == 0, "a structure is the same after writing and reading");
-        std::free(copy);
-        std::free(again);
         json_object *json = nullptr;
         require(kcfgFeObjJsonGet(object, &index, &json) == 0, "each instance is an object");
         kcfgFeObjJsonSetWithoutApply(object, &index, json, nullptr);
         json_object_put(json);
+        require(kcfgFeObjStructGetWithoutUpdate(object, &index, &again) == 0 &&
+                    std::memcmp(copy, again, sizeof(Record)) == 0,
+                "an instance is the same after writing and reading");
+        std::free(copy);
+        std::free(again);
     }
-}
-
-// A change keeps the other settings.
-void checkChange(const std::string &name, const std::optional<std::string> &value) {
-    std::map<std::string, std::string> expected = kvplatform::readSettings().values;
-    kvplatform::changeSetting(name, value);
-    expected.erase(name);
-    if (value) expected[name] = *value;
-    require(kvplatform::readSettings().values == expected, "a change is stored and keeps the other settings");
 }
 
 }  // namespace
@@ -56,16 +49,19 @@ void playInput(const Bytes &input) {
     if ((choice & 1) != 0) {
         const std::string name = text.substr(0, text.find('='));
         if (!kvplatform::isSettingName(name)) return;
-        checkChange(name, "=new value");
-        return checkChange(name, std::nullopt);
+        auto expected = kvplatform::readSettings().values;
+        kvplatform::changeSetting(name, expected[name] = "=new value");
+        require(kvplatform::readSettings().values == expected, "a change is stored and keeps the other settings");
+        kvplatform::changeSetting(name, std::nullopt);
+        expected.erase(name);
+        return require(kvplatform::readSettings().values == expected, "a removal keeps the other settings");
     }
-    if ((choice & 6) != 0) {
+    if ((choice & 6) != 0)
         kcfgFeReqSend((choice & 8) != 0 ? KCFG_REQ_PARTIAL_RESET_DEFAULT : KCFG_REQ_RESET_DEFAULT, nullptr, 0);
-    }
-    checkInstances(RDM_OID_NAT_INTF_SETTING, sizeof(RdmNatIntfSetting));
-    checkInstances(RDM_OID_LED_CTRL, sizeof(RdmLedCtrl));
-    checkInstances(RDM_OID_WIFI_RADIO, sizeof(RdmWifiRadio));
-    checkInstances(RDM_OID_SYNC_KEY_SOURCE, sizeof(RdmSyncKeySource));
+    checkInstances<RdmNatIntfSetting>(RDM_OID_NAT_INTF_SETTING);
+    checkInstances<RdmLedCtrl>(RDM_OID_LED_CTRL);
+    checkInstances<RdmWifiRadio>(RDM_OID_WIFI_RADIO);
+    checkInstances<RdmSyncKeySource>(RDM_OID_SYNC_KEY_SOURCE);
 }
 
 }  // namespace kvfuzz

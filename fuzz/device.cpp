@@ -25,7 +25,7 @@ namespace {
 
 using kvtest::Mac;
 
-std::optional<std::string> outputOfNext;  // of every command in the next step
+std::optional<std::string> nextOutput;  // of the next command
 
 struct Device : kvtest::ScriptedDevice {
     Device() {
@@ -39,7 +39,6 @@ struct Device : kvtest::ScriptedDevice {
     std::time_t now = kvtest::kScriptStart;
     Mac peer = kvtest::kAgent;  // sends the messages
     uint16_t msgId = 0x1000;    // of its messages; requests of the plug-in count from there
-    bool isPrepared = false;    // the step is a preparation of the next one
 };
 
 // The commands of the plug-in and their outputs: literal, or a pattern of harmless values.
@@ -58,7 +57,7 @@ constexpr const char *kCommands[][2] = {
 std::string run(const char *command) {
     for (const auto &[pattern, output] : kCommands) {
         if (std::strcmp(pattern, command) != 0 && fnmatch(pattern, command, FNM_EXTMATCH) != 0) continue;
-        const std::string text = outputOfNext.value_or(output);
+        const std::string text = std::exchange(nextOutput, std::nullopt).value_or(output);
         if (const char *file = std::strchr(command, '>')) kvtest::writeFile(file + 2, text);
         return text;
     }
@@ -121,17 +120,12 @@ void checkSent(const Bytes &value) {
     require(value.size() == kv::kEnvelopeLen ||
                 kv::parseKvVendMsg(kv::ByteReader(value.data(), value.size()), &msg) == KV_RET_OK,
             "the plug-in's decoder accepts what the plug-in sends");
-    if (type == VEND_MSG_TYPE_WIFI_STATE_RESP) {
+    if (type == VEND_MSG_TYPE_WIFI_STATE_RESP)
         return kv::freewifiMsgData(static_cast<WIFINeighborList *>(msg.payload));
-    }
     std::free(msg.payload);
 }
 
 void Device::check() {
-    if (!std::exchange(isPrepared, false)) {
-        kvtest::failure = {};
-        outputOfNext.reset();
-    }
     for (const auto &[mac, device] : host.devices)
         checkRecord(*device, mac == kvtest::kLocal);
     require(std::memchr(g_MainSSID, 0, 33) != nullptr && std::memchr(g_MainSSID + 33, 0, 33) != nullptr, "SSIDs end");
@@ -170,8 +164,8 @@ void playMessage(Device &device, const Step &step) {
 // The text of a report of stations.
 void playReport(Device &device, const Step &step) {
     const Bytes length = {static_cast<uint8_t>(step.body.size() >> 8), static_cast<uint8_t>(step.body.size())};
-    deliver(device,
-            kvtest::message(device.peer, VEND_MSG_TYPE_WIFI_CLIENT_MCAST2, join(device.peer, length, step.body)));
+    const Bytes payload = join(device.peer, length, step.body);
+    deliver(device, kvtest::message(device.peer, VEND_MSG_TYPE_WIFI_CLIENT_MCAST2, payload));
 }
 
 // A BSS of a neighbour's onboarding, from the vendor ID on. A BSS that was read is the same after writing and reading.
@@ -274,14 +268,10 @@ constexpr void (*kPlays[])(Device &, const Step &) = {
     playHost,
     playClock,
     playQueries,
-    [](Device &device, const Step &step) {
+    [](Device &, const Step &step) {
         kvtest::failure = {kvtest::kFailures[step.argument % 9], 1u + step.argument / 9 % 8};
-        device.isPrepared = true;
     },
-    [](Device &device, const Step &step) {
-        outputOfNext = step.text();
-        device.isPrepared = true;
-    },
+    [](Device &, const Step &step) { nextOutput = step.text(); },
     playCommand,
     playTool,
     playText};
@@ -289,7 +279,7 @@ constexpr void (*kPlays[])(Device &, const Step &) = {
 }  // namespace
 
 void playInput(const Bytes &input) {
-    outputOfNext.reset();
+    nextOutput.reset();
     kvtest::failure = {};
     Device device;
     playSteps(input, device, kPlays);
