@@ -80,6 +80,29 @@ class Line(MeshTest):
         self.assertIn(("0xc0,0xd0",), capture.fields("ieee1905.message_type == 0x0003", "kv1905.element.type"))
 
 
+# What devices of other stacks send and expect.
+class OtherStacks(MeshTest):
+    def test_queries_are_answered_and_links_are_direct(self):
+        capture = Capture()
+        with Mesh("--devices", "4", "--capture", capture.path) as mesh:
+            mesh.await_learnt("agent1", "agent2", "agent3")
+            peer, agent = ("controller", "peer"), mesh.al_mac("agent1")
+            links = mesh.exec(*peer, "ask-links", "--to", agent)
+            self.assertRegex(links.stdout, f"^09 {agent.replace(':', '')}.*\n0a", links.stderr)
+            identity = mesh.exec(*peer, "ask-identity", "--to", agent)
+            self.assertRegex(identity.stdout, "^01 .*\n1a 01\n15 [0-9a-f]{384}\n", identity.stderr)
+            searches = self.searches(capture)
+            mesh.exec(*peer, "--al-mac", mesh.al_mac("controller"), "renew")
+            poll(lambda: self.searches(capture) > searches, 10, "a search")
+        capture.check()
+        sent = [Counter(capture.fields(f"eth.type == {kind}", "frame.interface_name", "eth.src"))
+                for kind in ("0x88cc", "0x893a && ieee1905.message_type == 0")]
+        self.assertEqual(*sent)
+
+    def searches(self, capture):
+        return len(capture.fields("ieee1905.message_type == 0x0007", "frame.number"))
+
+
 class Ring(MeshTest):
     def test_a_ring_with_an_agent_without_the_plug_in_settles(self):
         capture = Capture()
