@@ -223,6 +223,7 @@ bool Onboarding::controllerSpeaksProtocol(TimePoint now) {
 void Onboarding::requestSettings(TimePoint now) {
     const auto offers = [](const Exchange &exchange) { return exchange.step == Step::Offer; };
     if (!controller_ || !actions_.requestSetting || std::any_of(exchanges_.begin(), exchanges_.end(), offers)) return;
+    if (!controllerSpeaksProtocol(now)) return;  // a renewal also ends its offers
     for (; nextSetting_ < kSettings && settingDue_ <= now; ++nextSetting_) {
         if (actions_.requestSetting(*controller_, nextSetting_) == 0) continue;
         settingDue_ = now + kRetryPause;

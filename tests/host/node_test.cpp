@@ -324,7 +324,10 @@ class Joining : public testing::Test, protected Party {
         receive(source, "0009 0001 00 80 11 003C 1022 0001" + std::string(type) + "103C 0001" + band + "101A 0010" +
                             nonce + "1039 0010 000102030405060708090A0B0C0D0E0F 1049 0006 0A61C4 010140 00 0000");
     }
-    static constexpr const char *kOne = "02005E000100", *kThree = "02005E000300";
+    void renew(const std::string &source) {
+        receive(source, "000A 0001 00 80 01 0006" + source + "0F 0001 00 10 0001 00 00 0000");
+    }
+    static constexpr const char *kOne = "02005E000100", *kThree = "02005E000300", *kForeign = "02005E000900";
 
     TimePoint now_ = kStart;
     std::string searchId_[2], nonce_;
@@ -364,9 +367,12 @@ TEST_F(Joining, OnlyTheFirstControllerThatAnswersASearchIsJoinedAndOnlyItsMatchi
 
 TEST_F(Joining, OffersNeedAVendorMessageEndAfterThreeAndBeginAgainWithARenewal) {
     const TimePoint joined = now_;
-    respond("02005E000900", searchId_[0], "00", "00");
-    auto types = sentUntil(joined + Duration(29900));
+    respond(kForeign, searchId_[0], "00", "00");
+    auto types = sentUntil(joined + Duration(29800));
     EXPECT_EQ(std::count(types.begin(), types.end(), kAutoconfigurationWsc), 0) << "anybody's, and never seen";
+    renew(kForeign);
+    sentUntil(joined + Duration(29900));
+    EXPECT_TRUE(requests.empty()) << "it does not know them, renewed or not";
     EXPECT_EQ(onboarding->controller(), mac(9));
     sentUntil(joined + Duration(30000));
     EXPECT_EQ(onboarding->controller(), std::nullopt);
@@ -377,7 +383,7 @@ TEST_F(Joining, OffersNeedAVendorMessageEndAfterThreeAndBeginAgainWithARenewal) 
     EXPECT_EQ(types, std::vector<uint16_t>(2 * 3, kAutoconfigurationWsc));
     for (const char *source : {kThree, kOne}) {
         EXPECT_TRUE(sentUntil(now_ + Duration(1000)).empty());
-        receive(source, "000A 0001 00 80 01 0006" + std::string(source) + "0F 0001 00 10 0001 00 00 0000");
+        renew(source);
     }
     types = sentUntil(now_ + Duration(1500));
     EXPECT_EQ(types, std::vector<uint16_t>(2, kAutoconfigurationSearch));
