@@ -25,6 +25,13 @@ namespace {
 // A device reports its stations in one burst: 2000 of them take some 130 full frames, 2.3 kB of kernel memory each.
 constexpr int kSocketBuffer = 4 << 20;  // bytes
 
+// The call that fills this program's timespec: on a 32-bit machine, the plain one has seconds of 32 bits.
+#ifdef SYS_clock_gettime64
+constexpr long kGetTime = SYS_clock_gettime64;
+#else
+constexpr long kGetTime = SYS_clock_gettime;
+#endif
+
 std::system_error failureOf(const std::string &interface, const char *step) {
     return support::systemError("interface " + interface, step);
 }
@@ -155,7 +162,7 @@ ReceivedFrame receiveFrame(int fd, std::span<uint8_t> buffer) {
     timespec received, now;
     std::memcpy(&received, CMSG_DATA(stamp), sizeof received);
     // The kernel's own clock, which wrote the stamp: a preloaded library may show this process another one.
-    syscall(SYS_clock_gettime, CLOCK_REALTIME, &now);
+    if (syscall(kGetTime, CLOCK_REALTIME, &now) != 0) clock_gettime(CLOCK_REALTIME, &now);
     return {size, Duration((now.tv_sec - received.tv_sec) * 1000 + (now.tv_nsec - received.tv_nsec) / 1'000'000)};
 }
 
