@@ -180,7 +180,7 @@ void Daemon::receiveVendorTlv(const VendorTlv &tlv) {
     observe({Direction::In, tlv.msgId, source, tlv.value});
     if (message.isForeign) return noteForeign(tlv, message.name);
     Device *device = node_->topology().find(tlv.source);
-    if (device != nullptr && !message.fault) device->sentVendorMessage = true;
+    if (device != nullptr && message.isVendors && !message.fault) device->sentVendorMessage = true;
     // The plug-in's own line about a message that it refuses does not contain the source.
     if (message.fault) {
         malformed_.log(KV_LOG_WARNING, EventLoop::now(), "%s: vendor message from %s: %s malformed: %s",

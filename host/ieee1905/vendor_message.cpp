@@ -245,6 +245,7 @@ VendorMessage read(const Family &family, ByteView body) {
         if (hasEnvelope) message.admission = Admission::Unknown;
     } else {
         if (hasEnvelope) message.admission = row->admission;
+        message.isVendors = family.oui == KV_VENDOR_OUI;
         for (const Part part : row->layout) {
             if (part != nullptr) part(payload);
         }

@@ -24,6 +24,7 @@ enum class Admission {
 struct VendorMessage {
     std::string name{};      // of the message type, or words for an unknown one
     bool isForeign = false;  // of an OUI that the plug-in does not handle
+    bool isVendors = false;  // of a type in the vendor's own set; Intel's is another
     Admission admission = Admission::Free;
     MacAddress subject{};                // the AL MAC that most payloads begin with; all zero in a shorter payload
     std::string words{};                 // what the message says; of a password, the length alone
