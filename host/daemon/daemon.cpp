@@ -25,7 +25,8 @@ namespace {
 constexpr int kFramesPerTurn = 64;  // read from one socket before the others have their turn
 constexpr size_t kMaxForeignLogged = 256;
 constexpr size_t kLargestFrame = 65536;  // bytes; larger than any interface delivers
-constexpr Duration kLongestWait{1000};   // of a frame in a socket; after a stall, what is newer matters more
+constexpr Duration kStatisticsLife{1000};
+constexpr Duration kLongestWait{1000};  // of a frame in a socket; after a stall, what is newer matters more
 
 // Gives a descriptor another socket, so that its number stays.
 void replaceSocket(FileDescriptor &fd, const FileDescriptor &fresh) {
@@ -98,7 +99,7 @@ NodeEvents Daemon::nodeEvents() {
         return onboarding_->receive(source, message, now);
     };
     events.vendorTlv = [this](const VendorTlv &tlv) { receiveVendorTlv(tlv); };
-    events.linkStatistics = [this](size_t port) { return interfaceStatistics(options_.interfaces[port]); };
+    events.linkStatistics = [this](size_t port) { return linkStatistics(port); };
     if (options_.trace) events.unhandled = printUnhandled;
     if (options_.plugin.empty()) return events;
     events.notification = [this](const MacAddress &alMac) { plugin_->polling().notified(alMac); };
@@ -263,6 +264,17 @@ void Daemon::checkLinks() {
         ports_[port].hasLink = hasLink;
         node_->linkChanged(port, hasLink, EventLoop::now());
     }
+}
+
+// Reading them costs five files, and anybody may ask.
+const LinkStatistics &Daemon::linkStatistics(size_t port) {
+    PortSocket &socket = ports_[port];
+    const TimePoint now = EventLoop::now();
+    if (socket.statisticsDue <= now) {
+        socket.statistics = interfaceStatistics(options_.interfaces[port]);
+        socket.statisticsDue = now + kStatisticsLife;
+    }
+    return socket.statistics;
 }
 
 void Daemon::announceConfiguration() {

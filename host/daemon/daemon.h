@@ -36,6 +36,8 @@ class Daemon {
         int index;            // of the interface
         bool hasLink = true;  // as of the last look
         EventLoop::Watch *watch = nullptr;
+        LinkStatistics statistics{};  // read again when they are due
+        TimePoint statisticsDue{};
     };
 
     NodeConfig openPorts();
@@ -52,6 +54,7 @@ class Daemon {
     void checkLinks();
     void followInterface(size_t port);
     void followBridge();
+    const LinkStatistics &linkStatistics(size_t port);
     void announceConfiguration();
     void writeDataModel();
     const char *role() const;
