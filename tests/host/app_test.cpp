@@ -37,7 +37,6 @@ TEST(CommandLine, NamesNumbersAndWordsThatLookLikeOptions) {
     const CommandLine led = parse({"led", "MAC", "2", "--json", "--watch", "--no-wait"});  // 2 is no command here
     EXPECT_EQ(led.arguments, (Words{"MAC", "2"}));
     EXPECT_TRUE(led.json && !led.run.wait && led.watch);
-    EXPECT_EQ(parse({"view", "--output", "f", "--help"}).arguments, (Words{"--output", "f", "--help"}));
 }
 
 // What the program prints and how it ends, while no daemon runs.

@@ -43,9 +43,9 @@ const MacAddress kSelf = mac(1), kController = mac(2), kStranger = mac(3);
 
 class GuardTest : public testing::Test {
   protected:
-    static Bytes message(unsigned type, const MacAddress &subject = kSelf, const char *oui = "024EA7") {
+    static Bytes message(unsigned type, const MacAddress &subject = kSelf) {
         // What the envelope says of its sender proves nothing.
-        Bytes bytes = fromHex(oui + std::string("02005E000200 0001 00 00 0006"));
+        Bytes bytes = fromHex("024EA7 02005E000200 0001 00 00 0006");
         bytes[12] = static_cast<uint8_t>(type);
         bytes.insert(bytes.end(), subject.bytes.begin(), subject.bytes.end());
         return bytes;
@@ -86,9 +86,6 @@ TEST_F(GuardTest, EveryTypeOfTheCatalogueHasARuleAndOnlyTheControllerAndThisDevi
         EXPECT_EQ(admits(any_, source, message(1), controller), source == kSelf);
     }
     EXPECT_EQ(strict_.refused(), refused);
-    EXPECT_TRUE(admits(strict_, kStranger, message(4, kSelf, "001122"))) << "another vendor's";
-    for (size_t size = 0; size <= 15; ++size)
-        EXPECT_EQ(admits(strict_, kStranger, prefix(message(4), size)), size < 15) << size;
 }
 
 TEST_F(GuardTest, AResultIsAdmittedOnceFromTheDeviceThatWasCommanded) {
@@ -174,6 +171,7 @@ TEST(AgentPolling, AsksNewAndChangedDevicesAtOnceAgentsEachRoundAndTheOthersSeld
         return queries;
     };
     polling.responded(kStranger, kNow);
+    EXPECT_EQ(queries, 0) << "an agent asks nobody";
     EXPECT_EQ(queriesAt(kNow), 0);
     isController = true;
     polling.responded(kStranger, kNow);
@@ -232,16 +230,16 @@ TEST(Daemon, FollowsItsLink) {
     await("/kv1905/NumberOfDevices", "2", &hello);
 
     // Of a station that is not here, a neighbour is told so.
-    const auto isSent = [&](const Bytes &part) {  // within a second and a half
+    const auto isSent = [&](const std::string &part) {  // within a second and a half
         for (const TimePoint end = EventLoop::now() + Duration(1500); EventLoop::now() < end;
              std::this_thread::sleep_for(Duration(5)))
             while (takeFrame(fd, frame))
-                if (std::search(frame.begin(), frame.end(), part.begin(), part.end()) != frame.end()) return true;
+                if (contains(frame, part)) return true;
         return false;
     };
     const Bytes rssi = fromHex("02005E000200 02005E0A0102");
     EXPECT_EQ(postCommand(kDefaultCommandSocket, {kCommandRssi, rssi}, kPatience).verdict, Verdict::UnknownStation);
-    EXPECT_TRUE(isSent(fromHex("02005E0A0102 0000 0000 0000 A6 00 64 0000")));
+    EXPECT_TRUE(isSent("02005E0A0102 0000 0000 0000 A6 00 64 0000"));
 
     // A link that goes takes its neighbours with it; one that comes is announced on at once.
     const Message discovery{kTopologyDiscovery, 2, false, {macTlv(kTlvAlMac, mac(2)), macTlv(kTlvMacAddress, mac(2))}};
@@ -249,17 +247,17 @@ TEST(Daemon, FollowsItsLink) {
     EXPECT_EQ(std::system("ip link set cable0 down"), 0);
     await("/kv1905/DeviceList/0/NeighborList/0/ID", "", nullptr);
     EXPECT_EQ(std::system("ip link set cable0 up"), 0);
-    EXPECT_TRUE(isSent(fromHex("893A 00 00 0000"))) << "a topology discovery";
+    EXPECT_TRUE(isSent("893A 00 00 0000")) << "a topology discovery";
 
     // Another interface of the same name is used, and another MAC announced.
     EXPECT_EQ(std::system("ip link del cable0 && ip link add cable0 type veth peer name cable1 && "
                           "ip link set cable0 address 02:00:5e:00:01:07 up && ip link set cable1 up"),
               0);
     fd = openPort("cable1");
-    EXPECT_TRUE(isSent(fromHex("02 0006 02005E000107")));
+    EXPECT_TRUE(isSent("02 0006 02005E000107"));
     await("/kv1905/DeviceList/0/NeighborList/0/Interface", "02:00:5e:00:01:07", &discovery);
     EXPECT_EQ(std::system("ip link set cable0 address 02:00:5e:00:01:08"), 0);
-    EXPECT_TRUE(isSent(fromHex("02 0006 02005E000108")));
+    EXPECT_TRUE(isSent("02 0006 02005E000108"));
     int status = 0;
     kill(child, SIGINT);
     EXPECT_EQ(waitpid(child, &status, 0), child);

@@ -95,7 +95,7 @@ TEST(JsonWriter, ReplacesWhatIsNoCharacterAndEscapesControls) {
     }
 }
 
-TEST(ReplaceFile, ReplacesInOneStepAndNamesWhatFails) {
+TEST(ReplaceFile, ReplacesInOneStep) {
     namespace fs = std::filesystem;
     const std::string directory = testing::TempDir() + "replaced", file = directory + "/model.json";
     fs::create_directory(directory);
@@ -111,7 +111,6 @@ TEST(ReplaceFile, ReplacesInOneStepAndNamesWhatFails) {
     EXPECT_EQ(rest(std::move(old)), "first, and longer");
     EXPECT_EQ(std::distance(fs::directory_iterator(directory), {}), 1);
     EXPECT_EQ(fs::status(file).permissions(), fs::perms(0644)) << "every program may read it";
-    EXPECT_SAYS("none/model.json", resultOf([&] { replaceFile(directory + "/none/model.json", "x"); }).meaning);
 }
 
 }  // namespace

@@ -27,6 +27,11 @@ inline Bytes fromHex(std::string_view text) {
     return bytes;
 }
 
+inline bool contains(const Bytes &bytes, const std::string &hex) {
+    const Bytes part = fromHex(hex);
+    return std::search(bytes.begin(), bytes.end(), part.begin(), part.end()) != bytes.end();
+}
+
 inline Bytes prefix(const Bytes &bytes, size_t size) {
     return {bytes.begin(), bytes.begin() + static_cast<ptrdiff_t>(size)};
 }

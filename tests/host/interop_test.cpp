@@ -81,10 +81,7 @@ TEST(OtherStacks, TheirFramesAreUnderstood) {
     EXPECT_EQ(linksOf(b, 1, kStackB), (Links{{mac(3, 0x10), {{mac(2), false}}}}));
 }
 
-const std::string kHeader = "02005E000100 02005E000200 893A 00 00 ", kLldp = "0180C200000E 02005E000200 88CC",
-                  kDiscovery =
-                      "0180C2000013 02005E000200 893A 00 00 0000 0001 00 80"
-                      "01 0006 02005E000200 02 0006 02005E000210 00 0000";
+const std::string kLldp = "0180C200000E 02005E000200 88CC";
 
 TEST(OtherStacks, ANeighbourWithoutBridgeDiscoveriesIsBehindABridge) {
     Host host;
@@ -135,7 +132,7 @@ TEST(OtherStacks, QueriesAreAnsweredInFull) {
     };
     for (const auto &[query, answer] : rows) {
         host.sent(0), host.sent(1);
-        host.receive(1, kHeader + query + "00 0000");
+        host.receive(1, kToNode + query + "00 0000");
         std::vector<Bytes> expected;
         if (!answer.empty()) expected = {fromHex("02005E000200 02005E000100 893A 00 00" + answer + "00 0000")};
         EXPECT_EQ(host.sent(1), expected) << query;

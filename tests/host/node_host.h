@@ -13,6 +13,11 @@ namespace kv1905d {
 
 inline constexpr TimePoint kStart{Duration(5000)};
 
+// Headers of frames of device 2, and its topology discovery.
+inline const std::string kToAll = "0180C2000013 02005E000200 893A 00 00",
+                         kToNode = "02005E000100 02005E000200 893A 00 00",
+                         kDiscovery = kToAll + "0000 0001 00 80 01 0006 02005E000200 02 0006 02005E000210 00 0000";
+
 // A node whose ports are socket pairs, where one write is one frame; the test holds the far ends.
 struct Host {
     explicit Host(unsigned device = 1, unsigned ports = 2) {
