@@ -19,6 +19,7 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <map>
 #include <optional>
 #include <sstream>
 #include <string>
@@ -60,9 +61,10 @@ struct Process {
 // The processes of a group but for its leader and the dead.
 std::vector<Process> commandsOf(pid_t leader) {
     std::vector<Process> commands;
-    std::error_code ignored;
-    for (const auto &entry : std::filesystem::directory_iterator("/proc", ignored)) {
-        std::ifstream file(entry.path() / "stat");
+    std::error_code error;  // ends the iteration
+    const std::filesystem::directory_iterator end;
+    for (std::filesystem::directory_iterator entry("/proc", error); entry != end; entry.increment(error)) {
+        std::ifstream file(entry->path() / "stat");
         std::string stat;
         if (!std::getline(file, stat)) continue;
         const size_t open = stat.find('('), close = stat.rfind(')');  // a name may hold both
@@ -93,14 +95,15 @@ class Supervisor {
     int watch() {
         while (!status_) {
             pollfd ready[] = {{signals_.get(), POLLIN, 0}, {heartbeats_.get(), POLLIN, 0}};
-            const bool isUrgent = stopAt_ || now() - lastBeat_ >= times_.name / 2;
-            const Duration wait = isUrgent ? Duration(50) : std::min(Duration(1000), times_.name / 2);
+            const Duration wait = stopAt_      ? Duration(50)
+                                  : isSilent() ? times_.name / 10
+                                               : std::min(Duration(1000), times_.name / 2);
             poll(ready, std::size(ready), static_cast<int>(wait.count()));
             readHeartbeats();
             readSignals();
             if (stopAt_) {
                 checkStop();
-            } else {
+            } else if (isSilent()) {
                 checkStall();
             }
         }
@@ -110,18 +113,21 @@ class Supervisor {
     bool isStopped() const { return stopAt_.has_value(); }
 
   private:
+    bool isSilent() const { return now() - lastBeat_ >= times_.name / 2; }
+
     void readHeartbeats() {
         char bytes[64];
         const ssize_t size = read(heartbeats_.get(), bytes, sizeof bytes);
         if (size == 0) heartbeats_ = FileDescriptor();  // the daemon is about to end
         if (size <= 0) return;
         if (bytes[size - 1] == 'e') {
-            stopAt_ = now() + kLongestEnd;
+            if (!stopAt_) stopAt_ = now() + kLongestEnd;
             return notify("STOPPING=1");
         }
         notify("READY=1\nWATCHDOG=1");
-        lastBeat_ = killedAt_ = now();
+        lastBeat_ = now();
         isNamed_ = false;
+        firstSeen_.clear();
     }
 
     void readSignals() {
@@ -145,28 +151,33 @@ class Supervisor {
     }
 
     void checkStall() {
-        const Duration silence = now() - lastBeat_;
-        if (!isNamed_ && silence >= times_.name) {
+        const TimePoint time = now();
+        const auto silence = static_cast<long>((time - lastBeat_) / std::chrono::seconds(1));
+        std::vector<Process> commands = commandsOf(daemon_);
+        if (!isNamed_ && time - lastBeat_ >= times_.name) {
             isNamed_ = true;
-            KV_HOST_LOG(KV_LOG_WARNING, "the daemon has not responded for %ld s; %s",
-                        static_cast<long>(silence / std::chrono::seconds(1)), namesOf(commandsOf(daemon_)).c_str());
+            KV_HOST_LOG(KV_LOG_WARNING, "the daemon has not responded for %ld s; %s", silence,
+                        namesOf(commands).c_str());
         }
-        if (now() - killedAt_ < times_.kill) return;
-        killedAt_ = now();
-        const std::vector<Process> commands = commandsOf(daemon_);
+        std::erase_if(commands, [&](const Process &command) {
+            return time - firstSeen_.try_emplace(command.pid, time).first->second < times_.kill;
+        });
         if (commands.empty()) return;
-        for (const Process &command : commands)
+        for (const Process &command : commands) {
             kill(command.pid, SIGKILL);
-        KV_HOST_LOG(KV_LOG_ERROR, "the daemon did not respond for %ld s; killed %s",
-                    static_cast<long>(silence / std::chrono::seconds(1)), namesOf(commands).c_str());
+            firstSeen_.erase(command.pid);
+        }
+        KV_HOST_LOG(KV_LOG_ERROR, "the daemon did not respond for %ld s; killed %s", silence,
+                    namesOf(commands).c_str());
     }
 
     pid_t daemon_;
     FileDescriptor heartbeats_, signals_;
     SupervisorTimes times_;
-    TimePoint lastBeat_ = now(), killedAt_ = now();
+    TimePoint lastBeat_ = now();
     bool isNamed_ = false;
-    std::optional<TimePoint> stopAt_;  // when a daemon that has to end is killed
+    std::map<pid_t, TimePoint> firstSeen_;  // the commands since the last beat
+    std::optional<TimePoint> stopAt_;       // when a daemon that has to end is killed
     std::optional<int> status_;
 };
 
@@ -190,6 +201,7 @@ void Heartbeat::write(char byte) const {
 }
 
 int supervise(const std::function<int(Heartbeat)> &daemon, const SupervisorTimes &times) {
+    std::signal(SIGCHLD, SIG_DFL);  // an inherited SIG_IGN hides how children end
     sigset_t handled, before;
     sigemptyset(&handled);
     for (const int number : {SIGTERM, SIGINT, SIGUSR1, SIGCHLD})

@@ -27,7 +27,7 @@ class Heartbeat {
 
 struct SupervisorTimes {
     Duration name{5000};   // without a heartbeat until the commands that run are named
-    Duration kill{10000};  // and until they are killed
+    Duration kill{10000};  // that one of them is seen to run until it is killed
     Duration stop{800};    // between SIGTERM and the end of a daemon that does not respond
 };
 
