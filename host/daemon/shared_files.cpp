@@ -3,26 +3,36 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdio>
+#include <cstring>
+#include <utility>
 
 #include "support/log.h"
 
 namespace kv1905d {
 namespace {
 
-constexpr const char *kWrittenByThePlugin[] = {"/tmp/1905ReturnValue", "/tmp/kv1905_IP", "/tmp/.kv1905_nvram_tmp",
-                                               "/tmp/kv1905_FWupgrade"};
+// Written by the plug-in.
+struct SharedFile {
+    const char *path;
+    bool isReported = false;  // that it cannot be removed
+} sharedFiles[] = {{"/tmp/1905ReturnValue"}, {"/tmp/kv1905_IP"}, {"/tmp/.kv1905_nvram_tmp"}, {"/tmp/kv1905_FWupgrade"}};
 
 }  // namespace
 
 void removePlantedFiles() {
-    for (const char *path : kWrittenByThePlugin) {
+    for (auto &[path, isReported] : sharedFiles) {
         struct stat facts {};
         if (lstat(path, &facts) != 0) continue;
         if (S_ISREG(facts.st_mode) && facts.st_uid == geteuid() && facts.st_nlink == 1) continue;
-        if (std::remove(path) == 0)
+        if (std::remove(path) == 0) {
             KV_HOST_LOG(KV_LOG_WARNING, "%s: of user %u and removed, because it is no file of this device's own", path,
                         facts.st_uid);
+        } else if (!std::exchange(isReported, true)) {
+            KV_HOST_LOG(KV_LOG_WARNING, "%s: of user %u and cannot be removed: %s", path, facts.st_uid,
+                        std::strerror(errno));
+        }
     }
 }
 
