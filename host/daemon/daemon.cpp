@@ -287,7 +287,7 @@ void Daemon::writeDataModel() {
     const time_t wallClock = std::time(nullptr);
     Counters counters = node_->counters();
     counters.framesLate = framesLate_;
-    counters.eventsFailed = loop_.failures();
+    counters.eventsFailed = loop_.failures() + failedCallbacks();
     counters.vendorTlvsForeign = foreignTlvs_;
     counters.vendorTlvsRefused = plugin_ ? plugin_->refused() : 0;
     const std::string text =

@@ -1,6 +1,7 @@
 #include "daemon/plugin.h"
 
 #include <algorithm>
+#include <chrono>
 #include <exception>
 
 #include "support/log.h"
@@ -10,6 +11,8 @@ namespace kv1905d {
 namespace {
 
 PluginHost *theHost = nullptr;
+uint64_t failures = 0;
+support::LogGate complaints;
 
 // The caller's frames know no exceptions: running out of memory is a failed callback to them.
 template <typename Result, typename Call>
@@ -17,7 +20,8 @@ Result guarded(Result failure, const Call &call) noexcept {
     try {
         return theHost == nullptr ? failure : call();
     } catch (const std::exception &error) {
-        KV_HOST_LOG(KV_LOG_ERROR, "callback failed: %s", error.what());
+        ++failures;
+        complaints.log(KV_LOG_ERROR, std::chrono::steady_clock::now(), "callback failed: %s", error.what());
         return failure;
     }
 }
@@ -45,6 +49,10 @@ PluginSymbols loadPlugin(const std::string &path) {
 #define KV_LOOK_UP(member, symbol_) library.symbol<decltype(PluginSymbols::member)>(#symbol_),
     return {KV_PLUGIN_SYMBOLS(KV_LOOK_UP)};
 #undef KV_LOOK_UP
+}
+
+uint64_t failedCallbacks() {
+    return failures;
 }
 
 void startPlugin(const PluginSymbols &plugin, PluginHost &host, const MacAddress &alMac, KvDevVendorData *local) {

@@ -3,6 +3,7 @@
 
 #include <kv1905/kvMAP1905.h>
 
+#include <cstdint>
 #include <string>
 
 #include "daemon/frame_sender.h"
@@ -55,6 +56,9 @@ struct PluginSymbols {
     KV_PLUGIN_SYMBOLS(KV_DECLARE_SYMBOL)
 #undef KV_DECLARE_SYMBOL
 };
+
+// Calls of the host that threw, since the start.
+uint64_t failedCallbacks();
 
 // All that the daemon uses. Throws like support::PluginLibrary.
 PluginSymbols loadPlugin(const std::string &path);
