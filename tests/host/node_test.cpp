@@ -1,8 +1,9 @@
 // Nodes that find one another, what they know of the network, and how an agent joins it.
+#include <cstdio>
 #include <cstdlib>
-#include <iomanip>
-#include <sstream>
+#include <fstream>
 
+#include "daemon/bss_extension.h"
 #include "daemon/onboarding.h"
 #include "node_host.h"
 
@@ -65,7 +66,10 @@ TEST_F(HostFrames, RelayedMulticastGoesOutOnEveryOtherPortOnceWithEverythingInIt
     EXPECT_EQ(sent(1), std::vector<Bytes>{fromHex("0180C2000013 02005E000100 893A 00 00 0004 0007 00 C0" + body)});
     EXPECT_EQ(std::get<MacAddress>(received.at(0)), mac(3)) << "the originator, not who forwarded it";
 
-    receive(0, kToAll + "0004 0008 00 80" + body);                                       // relay bit clear
+    receive(0, kToAll + "0004 0008 00 80" + body);  // relay bit clear
+    for (int i = 0; i < 2; ++i)
+        receive(0, kToNode + "0004 0009 00 C0" + body);
+    EXPECT_EQ(received.size(), 4u) << "unicast is never taken for a duplicate";
     receive(0, kToAll + "0004 000A 00 C0 0B 0003 024EA7 01 0006 02005E000100 00 0000");  // our own
     receive(0, kToAll + "0004 000B 00 C0 0B 0003 024EA7 01 0005 02005E0003 00 0000");    // malformed AL MAC
     EXPECT_TRUE(sent(1).empty());
@@ -93,9 +97,9 @@ TEST_F(HostFrames, ANeighbourIsGreetedSoonAndThenOnlyDiscoveriesAreSent) {
     receive(0, kDiscovery);
     EXPECT_EQ(count(0, kTopologyDiscovery, kStart, kStart + Duration(400)), 1u);
     receive(0, kResponse + "00 0000");
-    TimePoint now = kStart + Duration(3000);
-    counts(0, kStart, now);
+    counts(0, kStart, kStart + Duration(3000));
     std::map<int, size_t> total;
+    TimePoint now = kStart + Duration(3000);
     for (int minute = 0; minute < 60; ++minute, now += kInterval) {
         receive(0, kDiscovery, now);
         receive(0, "0180C200000E 02005E000200 88CC 0207 04 02005E000200 0407 03 02005E000210 0602 00B4 0000", now);
@@ -104,6 +108,8 @@ TEST_F(HostFrames, ANeighbourIsGreetedSoonAndThenOnlyDiscoveriesAreSent) {
     }
     EXPECT_EQ(total.size(), 1u);
     EXPECT_NEAR(static_cast<double>(total[kTopologyDiscovery]), 66, 7);
+    receive(0, kNotification, now);
+    EXPECT_EQ(count(0, kTopologyDiscovery, now, now + Duration(400)), 1u) << "it may have been restarted";
 }
 
 TEST_F(HostFrames, VendorMessagesReachTheOtherDeviceAndTheSenderItself) {
@@ -119,6 +125,11 @@ TEST_F(HostFrames, VendorMessagesReachTheOtherDeviceAndTheSenderItself) {
     EXPECT_TRUE(received.empty()) << "not while it is sending";
     run(kStart);
     EXPECT_EQ(received, decltype(received)(1, {mac(1), kValue, id}));
+    for (unsigned i = 0; i < 70000; ++i) {
+        id = 0;
+        node->sendVendor(Reach::Unicast, mac(1), kValue, &id, kStart);
+        ASSERT_NE(id, 0);
+    }
 }
 
 TEST_F(HostFrames, QueriesEndWithTheirAnswerOrAfterThreeAttempts) {
@@ -146,6 +157,7 @@ TEST_F(HostFrames, LinksLastSeventySecondsFromTheirLastDiscoveryAndEachPortHasIt
     run(kStart + kLifetime);
     EXPECT_EQ(linksOn(0), 0u);
     EXPECT_EQ(linksOn(1), 1u);
+    EXPECT_LE(run(kStart + kLifetime), kStart + kLifetime + Duration(50000)) << "when the next link ends";
     run(kStart + kLifetime + Duration(50000));
     EXPECT_EQ(linksOn(1), 0u);
 }
@@ -157,6 +169,10 @@ TEST_F(HostFrames, ChangesWithinASecondMakeOneNotification) {
     EXPECT_EQ(count(0, kTopologyNotification, kStart + Duration(10), kStart + Duration(999)), 0u);
     EXPECT_EQ(count(0, kTopologyNotification, kStart + Duration(1000), kStart + kLifetime - Duration(1)), 1u);
     EXPECT_EQ(count(0, kTopologyNotification, kStart + kLifetime, kStart + kLifetime), 1u) << "a device is gone";
+    const TimePoint later = kStart + kLifetime + Duration(1);
+    sent(1);
+    node->linkChanged(1, true, later);
+    EXPECT_EQ(count(1, kTopologyDiscovery, later, later), 1u);
 }
 
 TEST_F(HostFrames, BssElementsOfAReportAreKeptAndOnlyOtherVendorTlvsHandedOn) {
@@ -204,11 +220,13 @@ TEST(Topology, RemoteDevicesAgeAndFreeWhatThePluginHungIntoThem) {
     topology.local().neighbours = {{mac(1, 0x10), {{mac(2), false}}}};
     KvDevVendorData *record = topology.update(reportOf(2, {{mac(1), false}, {mac(3), false}}), kStart)->vendor.data();
     record->wifiNbrHead = static_cast<WIFINeighborEntry *>(std::calloc(1, sizeof(WIFINeighborEntry)));
+    record->wifiNbrHead->next = static_cast<WIFINeighborEntry *>(std::calloc(1, sizeof(WIFINeighborEntry)));
     record->security.secData = static_cast<uint8_t *>(std::malloc(4));
     topology.update(reportOf(3, {{mac(2), false}}), kStart + Duration(5000));
     topology.update(reportOf(4), kStart + Duration(5000));  // nobody's neighbour
     EXPECT_EQ(topology.hops(), (std::map<MacAddress, unsigned>{{mac(1), 0}, {mac(2), 1}, {mac(3), 2}}));
     EXPECT_EQ(topology.expire(kLifetime, kStart + kLifetime), std::vector<MacAddress>{mac(2)});
+    EXPECT_EQ(topology.findByAnyMac(mac(2, 0x10)), nullptr);
 }
 
 TEST(Topology, InterfacesBelongToTheFirstWhoReportedThem) {
@@ -226,6 +244,9 @@ TEST(Topology, InterfacesBelongToTheFirstWhoReportedThem) {
     EXPECT_EQ(topology.update(fewer, kStart), second);
     EXPECT_EQ(second->interfaces.at(0).vendor.pwrState, 2u);
     EXPECT_EQ(topology.findByAnyMac(mac(2, 0x10)), nullptr);
+    for (unsigned i = 1; i < 2000; ++i)
+        topology.update({{mac(0x80 + (i >> 8), i), {}}, {}, {}}, kStart);
+    EXPECT_EQ(topology.size(), Topology::kMaxDevices);
 }
 
 // A device that joins a network, or with the number 1 its controller.
@@ -298,10 +319,13 @@ class Joining : public testing::Test, protected Party {
         return types;
     }
     static std::string hexOf(const Bytes &frame, size_t start, size_t count) {
-        std::ostringstream text;
-        for (const uint8_t byte : ByteView(frame).subspan(start, count))
-            text << std::hex << std::setw(2) << std::setfill('0') << +byte;
-        return text.str();
+        std::string text;
+        for (const uint8_t byte : ByteView(frame).subspan(start, count)) {
+            char digits[3];
+            std::snprintf(digits, sizeof digits, "%02X", byte);
+            text += digits;
+        }
+        return text;
     }
     void respond(const std::string &source, const std::string &id, const char *role, const char *band) {
         receive(source, "0008" + id + "00 80 0F 0001" + role + "10 0001" + band + "00 0000");
@@ -349,6 +373,14 @@ TEST_F(Joining, OnlyTheFirstControllerThatAnswersASearchIsJoinedAndOnlyItsMatchi
     sentUntil(now_ + std::chrono::minutes(1));
     EXPECT_EQ(onboarding->controller(), std::nullopt) << "silent for too long";
     EXPECT_TRUE(learntOf(1).empty());
+    appear(kOne);
+    sentUntil(now_ + Duration(10000));
+    respond(kOne, searchId_[0], "00", "00");
+    sentUntil(now_);
+    answer(kOne, "05", "01", nonce_);
+    sentUntil(now_ + Duration(1000));
+    EXPECT_EQ(requests, (std::vector<int>{0, 0, 0, 1, 0, 1})) << "joined again";
+    EXPECT_EQ(node->counters().parseFailures, 0u);
 }
 
 TEST_F(Joining, OffersNeedAVendorMessageEndAfterThreeAndBeginAgainWithARenewal) {
@@ -383,10 +415,16 @@ TEST(Controller, MalformedMessagesAreCountedAndTeachNothing) {
     party.sent();
     for (const char *message : {
              "0000 0001 00 80 01 0006 02005E000200 00 0000",                         // discovery without a MAC address
+             "0000 0001 00 80 02 0006 02005E000210 00 0000",                         // ... an AL MAC
+             "0000 0001 00 80 01 0006 02005E000200 02 0005 02005E0002 00 0000",      // ... six bytes of it
              "0001 0001 00 C0 00 0000",                                              // notification without an AL MAC
              "0003 0001 00 80 03 0007 02005E000100 00 00 0000",                      // response in our name
+             "0004 0001 00 80 00 0000",                                              // vendor message without a TLV
              "0007 0001 00 80 0D 0001 00 0E 0001 00 00 0000",                        // Search without an AL MAC
+             "0007 0001 00 80 01 0006 02005E000200 0E 0001 00 00 0000",              // ... a role
              "0007 0001 00 80 01 0006 02005E000200 0D 0001 00 0E 0002 0000 000000",  // ... with a band too long
+             "0008 0001 00 80 0F 0001 00 00 0000",                                   // Response without a band
+             "0009 0001 00 80 00 0000",                                              // WSC without its TLV
          })
         EXPECT_TRUE(party.refuses(0, fromHex(kToAll + message))) << message;
 
@@ -400,6 +438,10 @@ TEST(Controller, MalformedMessagesAreCountedAndTeachNothing) {
     const Bytes m1 = fromHex(needed + "1049 0006 0A61C4 010180");
     for (size_t size = 0; size < m1.size(); ++size)
         EXPECT_EQ(refuses(prefix(m1, size)), size != fromHex(needed).size()) << size;
+    Bytes flood = fromHex(needed);
+    for (size_t i = 0; i <= kMaxWscAttributes; ++i)
+        flood.insert(flood.end(), {0x10, 0x03, 0, 0});
+    EXPECT_TRUE(refuses(flood));
     EXPECT_TRUE(refuses(fromHex(needed + "1049 0005 0A61C4 0101"))) << "refused by the plug-in";
     EXPECT_TRUE(refuses(fromHex(needed + "101A 0001 00"))) << "a short nonce";
     EXPECT_TRUE(refuses(fromHex("1022 0001 05" + needed.substr(12)))) << "M2 without a registrar nonce";
@@ -413,6 +455,23 @@ TEST(Controller, MalformedMessagesAreCountedAndTeachNothing) {
     const std::vector<Bytes> m2 = party.sent();
     ASSERT_EQ(m2.size(), 1u);
     EXPECT_TRUE(contains(m2[0], "101A 0010 000102030405060708090A0B0C0D0E0F 1039 0010"));
+    party.receive(0, kToAll + "0007 0002 00 80 01 0006 02005E000200 0D 0001 01 0E 0001 00 00 0000");
+    EXPECT_TRUE(party.sent().empty()) << "a Search for no registrar";
+}
+
+TEST(BssExtension, TellsAndReadsWithThePlugIn) {
+    std::ofstream("/data/nvram") << "wl0_mdid=4660\nwl1_mdid=17\n";
+    const PluginSymbols plugin = loadPlugin(kPlugin);
+    BssExtension extension(plugin, {{"wl0", {mac(1, 0x20), 0x0103, {}}}, {"wl1", {mac(1, 0x21), 0x0105, {}}}});
+    extension.refresh();
+    EXPECT_EQ(extension.topologyTlvs().at(1).value,
+              fromHex("024EA7 D0 0011 02 80 01 1234 0000 00 00 40 01 0011 0000 00 00"));
+    EXPECT_EQ(extension.attribute(kBand5), fromHex("1049 0014 0A61C4 010140 020101 03020011 04020000 070100"));
+    const auto bss = extension.readAttribute(fromHex("0A61C4 03021234 070105 010140"));  // out of order
+    ASSERT_TRUE(bss);
+    EXPECT_EQ(std::tuple(bss->MDID, bss->ExtAttribute, bss->BandIndex), std::tuple(0x1234, 5, 0x40));
+    for (const std::string bad : {"0101", "010140 02", "010140 0302", "010140 0701", "010240 01", "010140 FFFF"})
+        EXPECT_FALSE(extension.readAttribute(fromHex("0A61C4" + bad))) << bad;
 }
 
 }  // namespace
