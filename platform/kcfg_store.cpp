@@ -1,10 +1,13 @@
 #include "kcfg_store.h"
 
 #include <dlfcn.h>
+#include <fcntl.h>
 #include <json-c/json_tokener.h>
+#include <sys/stat.h>
 
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
@@ -140,9 +143,8 @@ JsonPtr readDefaults() {
 
 // Writes the LED setting into the device's configuration file, where that has one.
 void applyLeds(bool isOn) {
-    std::error_code missing;
-    const auto loaded = std::filesystem::last_write_time(kDeviceConfigPath, missing);
-    if (missing) return;
+    struct stat before {}, after {};
+    if (stat(kDeviceConfigPath, &before) != 0) return;
     std::string text = support::readFile(kDeviceConfigPath, kConfigLimit);
     const size_t at = ('\n' + text).find("\nLedEnable=");
     if (at == std::string::npos) return;
@@ -150,8 +152,9 @@ void applyLeds(bool isOn) {
     const size_t length = std::min(text.find('\n', at), text.size()) - at;
     if (text.compare(at, length, line) == 0) return;
     support::replaceFile(kDeviceConfigPath, text.replace(at, length, line), 0644, support::Durable::No);
-    const auto written = std::filesystem::last_write_time(kDeviceConfigPath);
-    std::filesystem::last_write_time(kDeviceConfigPath, std::max(written, loaded + std::chrono::seconds(1)));
+    if (stat(kDeviceConfigPath, &after) != 0 || after.st_mtime > before.st_mtime) return;
+    const timespec times[] = {{0, UTIME_OMIT}, {before.st_mtime + 1, 0}};
+    utimensat(AT_FDCWD, kDeviceConfigPath, times, 0);
 }
 
 JsonPtr emptyValue(const ConfigField &field) {

@@ -4,7 +4,6 @@
 #include <sys/stat.h>
 #include <utime.h>
 
-#include <filesystem>
 #include <fstream>
 #include <sstream>
 
@@ -27,7 +26,8 @@ std::string readFile(const std::string &path) {
 }
 
 bool exists(const std::string &path) {
-    return std::filesystem::is_regular_file(path);
+    struct stat facts {};  // not of the C++ library, whose times end in 2038 on 32-bit machines
+    return stat(path.c_str(), &facts) == 0 && S_ISREG(facts.st_mode);
 }
 
 }  // namespace kvtest
