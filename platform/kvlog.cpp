@@ -2,6 +2,8 @@
 #include <kv1905/kvlog.h>
 #include <limits.h>
 #include <stdarg.h>
+#include <sys/socket.h>
+#include <sys/un.h>
 #include <syslog.h>
 #include <time.h>
 #include <unistd.h>
@@ -100,19 +102,34 @@ std::string shortened(std::string line) {
     return line.substr(0, end).append(kEllipsis);
 }
 
+// The local time, in a format of strftime().
+std::string timeText(time_t seconds, const char *format) {
+    tm local = {};
+    localtime_r(&seconds, &local);
+    char text[32];
+    return {text, strftime(text, sizeof text, format, &local)};
+}
+
 std::string stamp() {
     timespec now = {};
-    tm local = {};
     clock_gettime(CLOCK_REALTIME, &now);
-    localtime_r(&now.tv_sec, &local);
-    char text[64];
-    const size_t length = strftime(text, sizeof text, "%F %T", &local);
-    snprintf(&text[length], sizeof text - length, ".%03ld ", now.tv_nsec / 1'000'000);
-    return std::string(text) + program_invocation_short_name + ' ';
+    char milliseconds[16];
+    snprintf(milliseconds, sizeof milliseconds, ".%03d ", static_cast<int>(now.tv_nsec / 1'000'000));
+    return timeText(now.tv_sec, "%F %T") + milliseconds + program_invocation_short_name + ' ';
+}
+
+// Writes to the log daemon. syslog() would wait for one that has stopped.
+void writeToSystemLog(int level, const std::string &line) {
+    static const int log = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
+    static support::LineOutput output(log);
+    constexpr sockaddr_un kAddress = {AF_UNIX, _PATH_LOG};
+    connect(log, reinterpret_cast<const sockaddr *>(&kAddress), sizeof kAddress);  // it may be a new one
+    output.write(shortened('<' + std::to_string(LOG_USER | level) + '>' + timeText(time(nullptr), "%b %e %T ") +
+                           program_invocation_short_name + ": " + line));
 }
 
 void writeLine(Target target, int level, const std::string &line) {
-    if (target == kToSyslog) return syslog(level, "%s", shortened(line).c_str());  // adds time and program by itself
+    if (target == kToSyslog) return writeToSystemLog(level, line);
     gStderr.write(shortened(stamp() + line));
 }
 

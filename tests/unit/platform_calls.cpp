@@ -2,26 +2,42 @@
 #include <kv1905/kos.h>
 #include <kv1905/kvlog.h>
 #include <kv1905/nvram.h>
+#include <sys/socket.h>
+#include <sys/syscall.h>
+#include <sys/un.h>
+#include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
-#include <cstdarg>
 #include <cstdio>
+#include <cstdlib>
 #include <fstream>
 #include <string>
 
-// Takes the C library's place, so that lines for the system log can be seen.
-extern "C" void syslog(int priority, const char *format, ...) {
-    va_list arguments;
-    va_start(arguments, format);
-    vdprintf(2, ("SYSLOG " + std::to_string(priority) + " " + format + "\n").c_str(), arguments);
-    va_end(arguments);
+constexpr sockaddr_un kLog = {AF_UNIX, "log"};
+
+// Takes the C library's place, so that lines for the system log arrive here.
+extern "C" int connect(int fd, const sockaddr *, socklen_t) {
+    return static_cast<int>(syscall(SYS_connect, fd, &kLog, sizeof kLog));
 }
 
 namespace {
 
 const std::string kLong(5000, 'x');
 
+// The socket of a log daemon, and the next line that waits there, if any.
+int openLog() {
+    const int fd = socket(AF_UNIX, SOCK_DGRAM | SOCK_NONBLOCK, 0);
+    return bind(fd, reinterpret_cast<const sockaddr *>(&kLog), sizeof kLog) == 0 ? fd : -1;
+}
+
+std::string nextLine(int fd) {
+    char line[8192];
+    return {line, static_cast<size_t>(std::max<ssize_t>(recv(fd, line, sizeof line, 0), 0))};
+}
+
 void log() {
+    const int daemon = openLog();
     kvMAP_syslog(KV_LOG_FACILITY_MSG, KV_LOG_DEBUG, "filtered");
     kvMAP_syslog(KV_LOG_FACILITY_MSG, KV_LOG_INFO, "a\nb\t\x7f\xc2\x9b~ \\x0a\n\n");
     kvMAP_syslog(KV_LOG_FACILITY_MSG, KV_LOG_ERROR, "%s", kLong.c_str());
@@ -33,6 +49,21 @@ void log() {
     kvMAP_log_setting(0, 0, KV_LOG_DEBUG);
     kvMAP_log_setting(0, 2, 7);
     kvlog(KV_LOG_ERROR, "some/file.c", 12, "work", "%d\n", 3);
+    std::fputs(nextLine(daemon).c_str(), stderr);
+}
+
+// A log daemon that does not read is not waited for.
+int logToStopped() {
+    constexpr int kLines = 2000;
+    const int daemon = openLog();
+    kvMAP_log_setting(0, 1, KV_LOG_INFO);
+    for (int i = 0; i < kLines; ++i)
+        kvMAP_syslog(1, KV_LOG_INFO, "line");
+    int received = 0;
+    while (!nextLine(daemon).empty())
+        ++received;
+    kvMAP_syslog(1, KV_LOG_INFO, "next");
+    return received + std::atoi(nextLine(daemon).c_str()) == kLines && !nextLine(daemon).empty() ? 0 : 1;
 }
 
 int print() {
@@ -67,5 +98,5 @@ int run() {
 
 int main(int, char **argv) {
     const std::string what = argv[1];
-    return what == "log" ? (log(), 0) : what == "print" ? print() : run();
+    return what == "log" ? (log(), 0) : what == "stopped" ? logToStopped() : what == "print" ? print() : run();
 }

@@ -15,7 +15,7 @@ alter() {
 calls() {
     $EMULATOR "$calls" "$1" >q 2>&1
     status=$?
-    sed -e 's/^.* platform_calls //' -e 's/x\{3900,4095\}\.\.\.$/X.../' q
+    sed -e 's/^\(<[0-9]*>\)\{0,1\}.* platform_calls:\{0,1\} /\1/' -e 's/x\{3900,4095\}\.\.\.$/X.../' q
     return $status
 }
 show() { grep -e x -e enable f | tr -d ' \n' && echo .; }
@@ -47,7 +47,8 @@ done <<'END'
 1 printf a=%1048566s >n; nvram set b=12345678 => nvram: n: write: File too large
 0 for w in a b c d; do for i in $(seq 40); do nvram set $w$i=x; done & done; wait; wc -l <n => 164
 # The library: escaped and cut lines, levels and targets of facilities, printed lines, commands, settings
-0 KV_LOG_LEVEL=x calls log => KV_LOG_LEVEL=x is not one of 0 1 2 3 4 5 6 7; using 6\nmsg info: a\\x0ab\\x09\\x7f\\xc2\\x9b~ \\x5cx0a\nmsg error: X...\nSYSLOG 7 apcfg debug: own level 7\n99 error: as the host's\nhost warning: log setting 0 2 7 ignored: want a facility from 0 to 15, a target 0 or 1 and a level from 0 to 7\nhost error: file.c:12 work: 3
+0 KV_LOG_LEVEL=x calls log => KV_LOG_LEVEL=x is not one of 0 1 2 3 4 5 6 7; using 6\nmsg info: a\\x0ab\\x09\\x7f\\xc2\\x9b~ \\x5cx0a\nmsg error: X...\n99 error: as the host's\nhost warning: log setting 0 2 7 ignored: want a facility from 0 to 15, a target 0 or 1 and a level from 0 to 7\nhost error: file.c:12 work: 3\n<15>apcfg debug: own level 7
+0 calls stopped =>
 0 calls print => print: === Start ===\nprint: 00 01 \nprint: name a\\x0ab\nmsg error: between\nprint: X...\nprint: unfinished
 0 calls run => out\nerr\nhost warning: cannot read the settings: /tmp: open: Is a directory\n0 3 137 -1
 # Radios
