@@ -125,8 +125,14 @@ class View(unittest.TestCase):
         self.assertRegex(self.browse(address).by_id("notice"), "Not refreshed.*model.json")
 
         port = int(address.rpartition(":")[2].rstrip("/"))
-        for _ in range(40):  # they say nothing, and nobody waits for them
+        for _ in range(100):  # they say nothing, and nobody waits for them
             self.addCleanup(socket.create_connection(("127.0.0.1", port)).close)
+        for line, header, status in (("HEAD / HTTP/1.1", "host: localhost ", 200), ("POST / HTTP/1.1", "", 405),
+                                     ("GET / HTTP/1.1", "", 403), ("GET / HTTP/1.1", "Host: evil.example", 403),
+                                     ("GET /x HTTP/1.1", "Host: localhost", 404), ("G" * 10000, "", 431)):
+            with socket.create_connection(("127.0.0.1", port)) as client:
+                client.sendall(f"{line}\r\n{header}\r\n\r\n{'body' * 9999}".encode())
+                self.assertIn(f" {status} ".encode(), client.recv(100), line[:30] + header)
         self.write([device(1, ModelName="KV-0-")])
         done = threading.Event()
 
