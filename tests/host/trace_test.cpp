@@ -26,20 +26,21 @@ TEST(Trace, TellsWhatMattersOfEachMessageAndWhatIsMissing) {
     const std::string target = "for 00:11:22:33:44:55";
     std::map<unsigned, std::string> words = {{1, "3 attributes"},
                                              {3, "1 interface"},
-                                             {6, target + " 1 interface power save"},
+                                             {6, target + " 1 interface on"},
                                              {7, "1 interface"},
                                              {9, "1 station"},
-                                             {20, "option 1"},
-                                             {33, target + " off"},
+                                             {20, "option 3"},
+                                             {33, target + " on"},
                                              {36, "1 station"},
                                              {34, "for 00:00:00:00:00:00 on"},
-                                             {77, "\"DE\""},
-                                             {69, "password of 2 bytes"},
+                                             {35, "255 (unknown)"},
+                                             {77, "\"E0/1\""},
+                                             {69, "password of 6 bytes"},
                                              {25, "\"2 00:11:22:33:44:55\""}};
     for (const kvtest::SampleMessage &sample : kvtest::kSampleMessages) {
         const Bytes payload = fromHex(sample.payload);
         std::string &expected = words[sample.type];
-        if (expected.empty()) expected = payload.size() == 1 ? "0 (success)" : target;
+        if (expected.empty()) expected = payload.size() == 1 ? "7 (not this device's AL MAC)" : target;
         const std::string whole = makerLine(sample.type, payload, payload.size());
         EXPECT_TRUE(whole.ends_with("0x1001: " + expected)) << whole;
         for (const size_t length : {payload.size() - 1, payload.size()}) {

@@ -6,7 +6,9 @@ import struct
 import sys
 import tempfile
 import unittest
+from itertools import zip_longest
 from pathlib import Path
+from xml.etree import ElementTree
 
 from lab import DISSECTOR, NOTES, ROOT, dissect, run
 
@@ -14,9 +16,10 @@ sys.path.insert(0, str(ROOT / "lab"))
 from meshlab.ieee1905 import (END, FLAG_LAST, MAKER_OUI, TLV_VENDOR, VENDOR_SPECIFIC, IntelHeader,  # noqa: E402
                               cmdu, ethernet, mac_bytes, maker_message, tlv)
 
-SENDER, AGENT, OTHER = "02:00:5e:00:01:00", "02:00:5e:00:03:00", "02:aa:bb:cc:dd:ee"
+SENDER, AGENT, OTHER = "66:77:88:99:aa:bb", "00:11:22:33:44:55", "02:aa:bb:cc:dd:ee"
 FROM, TO, STATION = map(mac_bytes, (SENDER, AGENT, OTHER))
 CONF_RESPONSE, POWER_REQUEST, CLIENT_REPORT = 1, 6, 36
+ENVELOPE_FIELDS = 4
 PCAP_HEADER = struct.pack("<IHHiIII", 0xA1B2C3D4, 2, 4, 0, 0, 65535, 1)
 
 
@@ -29,13 +32,18 @@ def frame_of(*values, kind=VENDOR_SPECIFIC, tlv_type=TLV_VENDOR):
 
 
 # A frame may be a pair (frame, bytes that the capture kept).
+def capture_of(frames):
+    file = tempfile.NamedTemporaryFile()
+    file.write(PCAP_HEADER)
+    for frame in frames:
+        frame, kept = frame if isinstance(frame, tuple) else (frame, len(frame))
+        file.write(struct.pack("<IIII", 0, 0, kept, len(frame)) + frame[:kept])
+    file.flush()
+    return file
+
+
 def dissect_frames(frames, *names):
-    with tempfile.NamedTemporaryFile() as file:
-        file.write(PCAP_HEADER)
-        for frame in frames:
-            frame, kept = frame if isinstance(frame, tuple) else (frame, len(frame))
-            file.write(struct.pack("<IIII", 0, 0, kept, len(frame)) + frame[:kept])
-        file.flush()
+    with capture_of(frames) as file:
         rows = dissect(file.name, "_ws.col.Info", *NOTES, *names)
     assert len(rows) == len(frames)
     return rows
@@ -54,37 +62,51 @@ def report(text, reporter=FROM):
     return reporter + u16(len(text)) + text
 
 
-RECORD = framed(f"0={OTHER.upper()}", "1=0105", "2=866", "3=-45", "10=30", "4=5", "5=4294967295", "6=456", "7=867",
-                "8=650", "9=6")
-INTERFACE, LAST_INTERFACE = TO + b"\1\3", STATION + b"\1\5"
-ATTRIBUTES = FROM + b"\3" + b"\0\0\1\1" + b"\7\0\3KV1" + b"\x74\0\0"
-BINARY_STATION = STATION + struct.pack(">HHhhBBII", 0x0105, 866, -45, 30, 5, 6, 4294967295, 456)
-STATION_FIELDS = {"station.mac": OTHER, "station.rate": "866", "station.rssi": "-45", "station.snr": "30",
-                  "station.band": "6", "station.tx": "4294967295", "station.rx": "456"}
+RECORD, INTERFACE = framed(f"0={OTHER.upper()}"), TO + b"\1\3"
 
-TARGET = {"target.al_mac": AGENT}
-# Message type, payload, end of the Info column, fields without their "kv1905.".
-MESSAGES = [
-    *((kind, TO, f" to {AGENT}", TARGET) for kind in (2, 4, 8, 22, 26, 70, 76)),
-    *((kind, b"\7", "_RESP 7 (not this device's AL MAC)", {"result": "7"}) for kind in (5, 21, 23, 27, 32, 35)),
-    (0, TO, f"CONF_QUERY to {AGENT}", {**TARGET, "al_mac": SENDER, "type": "0", "payload_len": "6"}),
-    (1, ATTRIBUTES, "CONF_RESP 3 attributes",
-     {"conf.attr.type": "0,7,116", "conf.attr.len": "1,3,0", "conf.reboot_cap": "1", "conf.model_name": "KV1"}),
-    (3, FROM + b"\2" + INTERFACE + b"\0" + LAST_INTERFACE + b"\2", "INTF_PWR_STATE_RESP 2 interfaces",
-     {"power.mac": f"{AGENT},{OTHER}", "power.media_type": "0x0103,0x0105", "power.state": "0,2"}),
-    (6, TO + b"\1" + INTERFACE + b"\2", f"INTF_PWR_CTRL_REQ to {AGENT} 1 interface off",
-     {**TARGET, "power.mac": AGENT, "power.requested": "2"}),
-    (7, b"\1" + LAST_INTERFACE + b"\x40", "INTF_PWR_CTRL_RESP 1 interface", {"power.mac": OTHER, "power.result": "64"}),
-    (9, b"\1" + BINARY_STATION, "WIFI_STATE_RESP 1 station", STATION_FIELDS),
-    (20, b"\1\0\0", "FW_CTRL_REQ option 1", {"firmware.option": "1", "firmware.len": "0"}),
-    (25, u16(2) + u16(5) + b"2 x\ty", 'COMMAND_REQ "2 x.y"', {"command.words": "2", "command.text": "2 x\\ty"}),
-    (33, TO + b"\0", f"LED_CTRL_REQ to {AGENT} off", {**TARGET, "led.option": "0"}),
-    (34, bytes(6) + b"\2", "LED_CTRL_MCAST to 00:00:00:00:00:00 on", {"led.option": "2"}),
-    (36, report(RECORD), "WIFI_CLIENT_MCAST2 1 station",
-     {**STATION_FIELDS, "station.tx_rate": "867", "station.rx_rate": "650"}),
-    (69, FROM + u16(3) + b"\1\2\3" + bytes(253), "SYNC_CTRL_PWD_RESP", {"password.scrambled": "01 02 03"}),
-    (77, FROM + b"\4E0/1", 'SYNC_CTRL_COUNTRY_BCN_RESP "E0/1"', {"sync.al_mac": SENDER, "country": "E0/1"}),
-]
+
+def messages(family):
+    header = (ROOT / "include" / "kv1905" / "vendor_messages.h").read_text()
+    table = re.search(rf"#define KV_{family}_MESSAGES\(X\)(.*?)\n\n", header, re.S)[1]
+    return {int(number, 0): name for name, number in re.findall(r"X\((\w+), (\w+)\)", table)}
+
+
+# Payloads by the names of their types.
+def samples():
+    text = re.sub("//.*", "", (ROOT / "tests" / "support" / "sample_messages.h").read_text())
+    text = re.sub(r"ZEROS_(\d+)", lambda size: f'"{"00" * int(size[1])}"', text)
+    return {name: bytes.fromhex("".join(re.findall('"(.*?)"', payload)))
+            for name, payload in re.findall(r"\{VEND_MSG_TYPE_(\w+),([^}]*)\}", text)}
+
+
+NAMES, SAMPLES = messages("VENDOR"), samples()
+INFO, TARGET = f" to {AGENT}", {"target.al_mac": AGENT}
+RADIO = {"power.mac": "02:00:00:00:00:05", "power.media_type": "0x0105"}
+STATION_FIELDS = {"station.media_type": "0x0105", "station.rssi": "-45", "station.snr": "30", "station.band": "6",
+                  "station.signal_level": "5"}
+# Of each sample its message type, the end of the Info column, and fields without their "kv1905.".
+MESSAGES = [(kind, SAMPLES[NAMES[kind]], info, fields) for kind, info, fields in (
+    *((kind, INFO, TARGET) for kind in (2, 4, 8, 22, 26, 70, 76)),
+    *((kind, "_RESP 7 (not this device's AL MAC)", {"result": "7"}) for kind in (5, 21, 23, 27, 32)),
+    (0, "CONF_QUERY" + INFO, {**TARGET, "al_mac": SENDER, "type": "0", "payload_len": "6"}),
+    (1, "CONF_RESP 3 attributes", {"conf.al_mac": SENDER, "conf.attr.type": "2,4,116", "conf.attr.len": "3,1,2",
+                                   "conf.fw_version": "1.0", "conf.fw_upgrade_status": "4", "conf.uptime": "77"}),
+    (3, "INTF_PWR_STATE_RESP 1 interface", {**RADIO, "power.al_mac": SENDER, "power.state": "2"}),
+    (6, f"INTF_PWR_CTRL_REQ{INFO} 1 interface on", {**TARGET, **RADIO, "power.requested": "0"}),
+    (7, "INTF_PWR_CTRL_RESP 1 interface", {**RADIO, "power.result": "0"}),
+    (9, "WIFI_STATE_RESP 1 station", {**STATION_FIELDS, "station.mac": "02:00:00:00:00:09", "station.rate": "866",
+                                      "station.tx": "123", "station.rx": "456"}),
+    (20, "FW_CTRL_REQ option 3", {"firmware.option": "3", "firmware.topo_option": "2", "firmware.url": "ab"}),
+    (25, f'COMMAND_REQ "2 {AGENT}"', {"command.words": "2", "command.text": f"2 {AGENT}"}),
+    (33, f"LED_CTRL_REQ{INFO} on", {**TARGET, "led.option": "255"}),
+    (34, "LED_CTRL_MCAST to 00:00:00:00:00:00 on", {"led.option": "1"}),
+    (35, "LED_CTRL_RESP 255 (unknown)", {"result": "255"}),
+    (36, "WIFI_CLIENT_MCAST2 1 station",
+     {**STATION_FIELDS, "station.mac": "aa:bb:cc:00:11:22", "station.rate": "65535", "station.tx": "123",
+      "station.rx": "4294967295", "station.tx_rate": "866", "station.rx_rate": "650"}),
+    (69, "SYNC_CTRL_PWD_RESP", {"sync.al_mac": SENDER, "password.scrambled": "74 67 66 76 6a 7a"}),
+    (77, 'SYNC_CTRL_COUNTRY_BCN_RESP "E0/1"', {"sync.al_mac": SENDER, "country": "E0/1"}),
+)]
 
 MDIDS = b"\xC0" + u16(19) + b"\2" + TO + u16(0x1234) + b"\1" + STATION + u16(17) + b"\0"
 CONFIGURATION = b"\xD0" + u16(9) + b"\1" + b"\x41\1\x12\x34\0\2\0\5"
@@ -108,6 +130,7 @@ OTHERS = [
     (frame_of(INTEL.message(0x6A, MEASURED)), f"RSSI_MEASUREMENT_NOTIFY of {OTHER} -61 dBm",
      {"intel.snr": "30", "intel.rx_rate": "650", "intel.tx_rate": "866", "intel.marker": "0x64"}),
     (wsc(EXTENSION), "AP configuration", {**BSS, "wsc.element.id": "1,2,3,4,7"}),
+    (frame_of(maker_message(SENDER, 25, b"\0\2\0\5" + b"2 x\ty")), 'COMMAND_REQ "2 x.y"', {"command.text": "2 x\\ty"}),
     (frame_of(maker_message("c0:00:19:02:00:00", 5, b"\0")), "REBOOT_RESP 0 (success)", {"element.type": ""}),
 ]
 
@@ -120,7 +143,7 @@ def maker_frame(kind, payload, length=None):
 FAULTS = [
     (maker_frame(13, b"ab"), {"unknown"}),
     (maker_frame(10, b""), {"refused"}),
-    ((maker_frame(CONF_RESPONSE, ATTRIBUTES), 50), {"capture"}),
+    ((maker_frame(CONF_RESPONSE, SAMPLES["CONF_RESP"]), 50), {"capture"}),
     (maker_frame(CONF_RESPONSE, FROM + b"\1\3\0\1a"), {"unknown"}),
     (maker_frame(CONF_RESPONSE, FROM + b"\1\7" + u16(129) + b"a" * 129), {"ignored"}),
     (maker_frame(POWER_REQUEST, TO + b"\x1F" + 31 * INTERFACE + b"\0"), {"refused"}),
@@ -142,18 +165,27 @@ class Tables(unittest.TestCase):
             (libraries / "plugins").symlink_to(DISSECTOR.parent)
             values = [line.split("\t") for line in run("tshark", "-G", "values", env={**os.environ, "HOME": home})
                       .stdout.splitlines() if "\tkv1905." in line]
-
-        def messages(family):
-            header = (ROOT / "include" / "kv1905" / "vendor_messages.h").read_text()
-            table = re.search(rf"#define KV_{family}_MESSAGES\(X\)(.*?)\n\n", header, re.S)[1]
-            return {int(number, 0): name for name, number in re.findall(r"X\((\w+), (\w+)\)", table)}
         results = re.findall(r'^ +\{(\d+), "(.+)"\},$', (ROOT / "host" / "result_names.h").read_text(), re.M)
-        for field, expected in (("type", messages("VENDOR")), ("intel.type", messages("INTEL")),
+        for field, expected in (("type", NAMES), ("intel.type", messages("INTEL")),
                                 ("result", {int(code): text for code, text in results})):
             shown = {int(row[2], 0): row[3] for row in values if row[1] == f"kv1905.{field}"}
             self.assertTrue(expected and shown == expected, f"{field}: {shown}, want {expected}")
         self.assertEqual({kind for kind, *_ in MESSAGES},
-                         {code for code, name in messages("VENDOR").items() if not name.startswith("RESERVED")})
+                         {code for code, name in NAMES.items() if not name.startswith("RESERVED")})
+
+    def test_the_protocol_page_lists_the_fields_and_sizes_of_each_payload(self):
+        rows = re.findall(r"^\| \d+ \| (\w+) \| (.*?) \|", (ROOT / "docs" / "protocol.md").read_text(), re.M)
+        listed = {name: re.sub(r" \(.*?\)|each: ", "", text).split(", ") for name, text in rows if name in SAMPLES}
+        with capture_of([maker_frame(kind, payload) for kind, payload, *_ in MESSAGES]) as file:
+            packets = ElementTree.fromstring(run("tshark", "-X", f"lua_script:{DISSECTOR}", "-r", file.name,
+                                                 "-T", "pdml").stdout)
+        for (kind, *_), packet in zip(MESSAGES, packets):
+            fields = [f"{item.get('name')[7:]} {item.get('size')}" for item in packet.iter("field")
+                      if item.get("name").startswith("kv1905.") and len(item) == 0][ENVELOPE_FIELDS:]
+            for text, field in zip_longest(listed[NAMES[kind]], fields):
+                if text and not text[-1].isdigit():
+                    break  # the rest is of any length
+                self.assertEqual(text, field, NAMES[kind])
 
 
 class Frames(unittest.TestCase):
@@ -186,7 +218,7 @@ class Frames(unittest.TestCase):
 
     # The last frame of a message shows all of it, whatever the order of its frames.
     def test_fragments(self):
-        messages = (CONF_RESPONSE, ATTRIBUTES), (POWER_REQUEST, TO + b"\0\2")
+        messages = (CONF_RESPONSE, SAMPLES["CONF_RESP"]), (POWER_REQUEST, TO + b"\0\2")
         whole = b"".join(tlv(TLV_VENDOR, maker_message(SENDER, *message)) for message in messages) + END
         rows = dissect_frames([ethernet(AGENT, SENDER, cmdu(VENDOR_SPECIFIC, 1, *fragment))
                                for fragment in ((whole[20:], 1, FLAG_LAST), (whole[:20], 0, 0))])

@@ -86,7 +86,7 @@ const std::regex kExceptions(
     "|query 1 receive (REBOOT|COMMAND|(PARTIAL_)?RESET_DEFAULT)_REQ.*: .*_RESP 10"
     "|query 2 receive INTF_PWR_CTRL_REQ.*: .*INTF_PWR_CTRL_RESP 01020000000005010510"
     // Without a key passwords are not scrambled.
-    "|kcfg 1 receive SYNC_CTRL_PWD_RE.*: .*(account.* = admin xx|0006736563726574)");
+    "|kcfg 1 receive SYNC_CTRL_PWD_RE.*: .*(account.* = admin tgfvjz|0006736563726574)");
 
 using Values = std::map<std::string, std::string>;
 

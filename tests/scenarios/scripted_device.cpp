@@ -188,7 +188,9 @@ void receive(ScriptedDevice &device, Words &in) {
     const Mac writer = in.accept("as") ? in.mac() : *device.sender;
     device.requestId = static_cast<uint16_t>(in.accept("id") ? in.number() : 0xBEEF);
     const bool hasLength = !in.accept("without-length");
-    device.host.receive(*device.sender, readValue(writer, in), device.requestId, hasLength);
+    const Bytes value = readValue(writer, in);
+    device.host.receive(*device.sender, value, device.requestId, hasLength);
+    device.received = Bytes(value.begin() + std::min<ptrdiff_t>(11, std::ssize(value)), value.end());
 }
 
 // ---- Calls

@@ -49,6 +49,7 @@ class ScriptedDevice {
     FakeHost host;
     std::optional<Mac> sender;  // of the message that the step receives
     uint16_t requestId = 0;
+    Bytes received;                 // of the last message, from the type on
     long result = 0;                // what the called function returned
     bool failureIsMissing = false;  // the injected failure of the step met no call
 
