@@ -5,8 +5,9 @@
 #include <algorithm>
 #include <cstdio>
 #include <ctime>
-#include <iterator>
 #include <map>
+#include <set>
+#include <utility>
 
 #include "command/client.h"
 #include "command/trace.h"
@@ -17,23 +18,41 @@ namespace {
 
 constexpr Duration kLookEvery{1000};  // at the data model
 
-// Devices by AL MAC, links by both ends: what they are called.
-using Parts = std::map<std::string, std::string>;
+// AL MACs of a link's devices; the second one is empty for a device.
+using Ends = std::pair<std::string, std::string>;
+// Devices or links: how people call them.
+using Parts = std::map<Ends, std::string>;
 
-Parts partsOf(const std::string &dataModel) {
+struct Picture {
+    std::map<std::string, std::string> names;  // of devices, by AL MAC
+    Parts devices, links;
+
+    std::string nameOf(const std::string &peer) const {
+        const auto found = names.find(peer);
+        return found == names.end() ? peer : found->second;
+    }
+};
+
+Picture pictureOf(const std::string &dataModel) {
     Network network(dataModel);
-    Parts parts;
+    Picture picture;
+    std::set<Ends> reported;
     forEach(member(network.data(), "DeviceList"), [&](json_object *device) {
         const std::string alMac = plain(member(device, "ID")), name = network.nameOf(alMac);
-        parts[alMac] = "device " + alMac + (name == alMac || name == "-" ? "" : " (" + name + ")");
-        forEach(member(device, "NeighborList"), [&](json_object *link) {
-            const std::string other = plain(member(link, "ID"));
-            parts[std::min(alMac, other) + std::max(alMac, other)] = "link between " +
-                                                                     network.nameOf(std::min(alMac, other)) + " and " +
-                                                                     network.nameOf(std::max(alMac, other));
-        });
+        picture.names[alMac] = name;
+        picture.devices[{alMac, ""}] = "device " + alMac + (name == alMac ? "" : " (" + name + ")");
+        forEach(member(device, "NeighborList"),
+                [&](json_object *link) { reported.emplace(alMac, plain(member(link, "ID"))); });
     });
-    return parts;
+    // A device that is cut off stays in the file for a while, and with it the links of its last report. So a link needs
+    // both ends; a device without a report is not in the file.
+    for (const auto &[one, other] : reported) {
+        const bool isWhole = !picture.names.contains(other) || reported.contains({other, one});
+        const Ends ends = std::minmax(one, other);
+        if (isWhole)
+            picture.links[ends] = "link between " + picture.nameOf(ends.first) + " and " + picture.nameOf(ends.second);
+    }
+    return picture;
 }
 
 std::string timeOfDay() {
@@ -48,9 +67,9 @@ class Printer {
   public:
     explicit Printer(bool json) : json_(json) {}
 
-    void message(const Event &event) const {
+    void message(const Event &event, const std::string &peer) const {
         const VendorMessage message = readVendorMessage(event.value);
-        if (!json_) return line(traceLine(event.direction, event.peer, event.msgId, message));
+        if (!json_) return line(traceLine(event.direction, peer, event.msgId, message));
         const support::JsonPtr object = newObject("message");
         add(object, "Direction", event.direction == Direction::In ? "in" : "out");
         add(object, "Message", message.name);
@@ -61,14 +80,16 @@ class Printer {
     }
 
     void changes(const Parts &from, const Parts &to, const char *change) const {
-        for (const auto &[key, text] : to) {
-            if (from.contains(key)) continue;
+        for (const auto &[ends, text] : to) {
+            if (from.contains(ends)) continue;
             if (!json_) {
                 line(text + " " + change);
                 continue;
             }
             const support::JsonPtr object = newObject(change);
             add(object, "Text", text);
+            add(object, "Device", ends.first);
+            if (!ends.second.empty()) add(object, "Neighbor", ends.second);
             print(object);
         }
     }
@@ -100,14 +121,17 @@ class Printer {
 void monitorNetwork(const std::string &dataModel, const RunOptions &options) {
     MonitorConnection connection(options.socket, options.timeout);
     const Printer printer(options.json);
-    Parts known = partsOf(dataModel);
+    Picture known = pictureOf(dataModel);
     auto look = std::chrono::steady_clock::now() + kLookEvery;
     for (;;) {
-        if (const std::optional<Event> event = connection.next(kLookEvery)) printer.message(*event);
+        if (const std::optional<Event> event = connection.next(kLookEvery))
+            printer.message(*event, known.nameOf(event->peer));
         if (std::chrono::steady_clock::now() < look) continue;
-        Parts now = partsOf(dataModel);
-        printer.changes(known, now, "appeared");
-        printer.changes(now, known, "disappeared");
+        Picture now = pictureOf(dataModel);
+        printer.changes(known.devices, now.devices, "appeared");
+        printer.changes(known.links, now.links, "appeared");
+        printer.changes(now.links, known.links, "disappeared");
+        printer.changes(now.devices, known.devices, "disappeared");
         known = std::move(now);
         look = std::chrono::steady_clock::now() + kLookEvery;
     }

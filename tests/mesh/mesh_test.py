@@ -137,7 +137,10 @@ class Lab(MeshTest):
             self.mesh = mesh
             self.await_hops({"KV-HOME": 0, "hall": 1, "attic": 2})
             self.assertEqual([each["MediaType"] for each in mesh.device_in("attic")["NeighborList"]], [0x0108])
+            self.lab("exec", "controller", "--", "sh", "-c", "kv1905App monitor >/tmp/seen 2>&1 &")
+            poll(lambda: " in " in self.seen(), 20, "messages at the monitor")
             self.lab("link", "down", "attic", "hall")
+            poll(lambda: "link between hall and attic disappeared" in self.seen(), 10, "the link's end at the monitor")
             self.lab("add", "garden", "--link", "attic")
             self.lab("link", "up", "attic", "hall")
             self.await_hops({"KV-HOME": 0, "hall": 1, "attic": 2, "garden": 3})
@@ -148,6 +151,9 @@ class Lab(MeshTest):
             os.kill(mesh.status()["supervisorPid"], signal.SIGKILL)
             poll(lambda: not run("pgrep", "-f", mesh.name).stdout, 10, "end of every process")
             self.assertEqual(mesh.call("status").returncode, 1)
+
+    def seen(self):
+        return self.mesh.exec("controller", "cat", "/tmp/seen").stdout
 
     def await_hops(self, wanted):
         def hops():
