@@ -1,8 +1,12 @@
 #include "help.h"
 
 #include <algorithm>
+#include <cctype>
+#include <cstring>
 #include <exception>
 #include <set>
+#include <utility>
+#include <vector>
 
 #include "arguments.h"
 #include "command_line.h"
@@ -55,26 +59,51 @@ constexpr const char *kFiles[][2] = {
 constexpr const char *kLogLevel[] = {
     "KV_LOG_LEVEL", "What the plug-in logs while it makes a command, 0 to 7 [4]. It does not change the daemon."};
 
-template <typename Add>
-void forEachDevice(Network &network, const Add &add) {
-    forEach(member(network.data(), "DeviceList"),
-            [&](json_object *device) { add(network.nameOf(plain(member(device, "ID")))); });
+using NamedMac = std::pair<std::string, std::string>;
+
+bool isPlainWord(const std::string &name) {
+    return std::all_of(name.begin(), name.end(),
+                       [](unsigned char c) { return std::isalnum(c) || std::strchr("._-", c); });
+}
+
+// Names that stand for one entry, and else its MAC. Names come from the network: a shell would run a part of some.
+std::set<std::string> wordsFor(const std::vector<NamedMac> &entries) {
+    std::multiset<std::string> names;
+    for (const auto &[name, mac] : entries)
+        names.insert(name);
+    std::set<std::string> words;
+    for (const auto &[name, mac] : entries)
+        words.insert(names.count(name) == 1 && isPlainWord(name) ? name : mac);
+    return words;
 }
 
 std::set<std::string> valuesOf(const Argument &argument, std::span<const std::string> before, Network &network) {
     std::set<std::string> values;
     for (const NamedNumber &word : argument.words)
         values.insert(word.text);
-    if (argument.kind == ArgumentKind::Device) forEachDevice(network, [&](const auto &name) { values.insert(name); });
-    if (argument.kind == ArgumentKind::Interface) {
-        json_object *device = network.device(network.alMacOf(before.back()));
-        forEach(member(device, "InterfaceList"),
-                [&](json_object *each) { values.insert(mediaName(member(each, "MediaType"))); });
+    std::vector<NamedMac> entries;
+    if (argument.kind == ArgumentKind::Device) {
+        forEach(member(network.data(), "DeviceList"), [&](json_object *device) {
+            const std::string alMac = plain(member(device, "ID"));
+            entries.emplace_back(network.nameOf(alMac), alMac);
+        });
+    } else if (argument.kind == ArgumentKind::Interface) {
+        for (json_object *each : network.interfacesOf(network.alMacOf(before.back())))
+            entries.emplace_back(mediaName(member(each, "MediaType")), plain(member(each, "MACAddress")));
     }
+    values.merge(wordsFor(entries));
     return values;
 }
 
-// Skips options; the words after a remote command's name are its own.
+// Whether the value of that option is the next word.
+bool isBeforeValue(const std::string &word) {
+    const auto isIt = [&](const OptionRow &row) {
+        return row.value != nullptr && row.value[0] != '[' && word == std::string("--") + row.name;
+    };
+    return std::any_of(optionRows().begin(), optionRows().end(), isIt);
+}
+
+// The words after a remote command's name are its own.
 std::set<std::string> following(const ToolCommand &command, std::span<const std::string> before, Network &network) {
     if (before.size() >= command.arguments.size()) return {};
     const Argument &argument = command.arguments[before.size()];
@@ -88,10 +117,11 @@ std::set<std::string> following(const ToolCommand &command, std::span<const std:
     return values;
 }
 
-std::string joined(const std::set<std::string> &words) {
+// Those that begin so, one a line.
+std::string linesOf(const std::set<std::string> &words, const std::string &start) {
     std::string text;
     for (const std::string &word : words)
-        text += word + "\n";
+        text += word.starts_with(start) ? word + "\n" : "";
     return text;
 }
 
@@ -150,14 +180,20 @@ std::string manualPage() {
 std::string completionScript(const std::string &shell) {
     if (shell == "zsh")
         return "#compdef kv1905App\n"
-               "_kv1905App() { compadd -- ${(f)\"$(kv1905App completion words \"${(@)words[2,CURRENT]}\" "
-               "2>/dev/null)\"}; }\n"
-               "compdef _kv1905App kv1905App\n";
+               "_kv1905App() {\n"
+               "    compadd -- ${(f)\"$(kv1905App completion words \"${(@)words[2,CURRENT]}\" 2>/dev/null)\"} || "
+               "_files\n"
+               "}\n"
+               "if (( $funcstack[(I)_kv1905App] )); then _kv1905App \"$@\"; else compdef _kv1905App kv1905App; fi\n";
+    // COMP_WORDS splits a MAC address at its colons, and only what follows the last one is replaced.
     return "# bash completion for kv1905App\n"
            "_kv1905App() {\n"
-           "    local words\n"
-           "    words=$(kv1905App completion words \"${COMP_WORDS[@]:1:COMP_CWORD}\" 2>/dev/null)\n"
-           "    mapfile -t COMPREPLY < <(compgen -W \"$words\" -- \"${COMP_WORDS[COMP_CWORD]}\")\n"
+           "    local given line=${COMP_LINE:0:COMP_POINT}\n"
+           "    read -ra given <<<\"$line\"\n"
+           "    [[ $line != *' ' ]] || given+=('')\n"
+           "    local word=${given[-1]}\n"
+           "    mapfile -t COMPREPLY < <(kv1905App completion words \"${given[@]:1}\" 2>/dev/null)\n"
+           "    [[ $word != *:* ]] || COMPREPLY=(\"${COMPREPLY[@]#\"${word%:*}:\"}\")\n"
            "}\n"
            "complete -o default -F _kv1905App kv1905App\n";
 }
@@ -165,9 +201,12 @@ std::string completionScript(const std::string &shell) {
 std::string wordsAfter(std::span<const std::string> words, Network &network) {
     std::set<std::string> values;
     std::vector<std::string> before;
+    bool isValue = false;
     for (const std::string &word : words.first(words.empty() ? 0 : words.size() - 1)) {
-        if (!word.starts_with('-')) before.push_back(word);
+        if (!isValue && !word.starts_with('-')) before.push_back(word);
+        isValue = !isValue && isBeforeValue(word);
     }
+    if (isValue) return "";  // the shell completes names of files
     const ToolCommand *command = before.empty() ? nullptr : findToolCommand(before.front());
     if (!words.empty() && words.back().starts_with('-')) {
         for (const OptionRow &option : optionRows())
@@ -178,7 +217,7 @@ std::string wordsAfter(std::span<const std::string> words, Network &network) {
     } else {
         values = following(*command, std::span(before).subspan(1), network);
     }
-    return joined(values);
+    return linesOf(values, words.empty() ? "" : words.back());
 }
 
 }  // namespace kv1905d

@@ -45,10 +45,10 @@ class Network {
     std::string alMacOf(const std::string &word);
     std::string interfaceOf(const std::string &alMac, const std::string &word);
     std::string mediaTypeOf(const std::string &alMac, const std::string &interface);
-
-  private:
+    // The objects of its interface list; empty when the device is unknown.
     std::vector<json_object *> interfacesOf(const std::string &alMac);
 
+  private:
     std::string path_;
     support::JsonPtr root_;
 };

@@ -47,7 +47,7 @@ struct Argument {
 
 inline constexpr NamedNumber kPowerWords[] = {{"on", "0"}, {"off", "2"}};
 inline constexpr NamedNumber kLedWords[] = {{"on", "1"}, {"off", "0"}};
-inline constexpr NamedNumber kFailedWords[] = {{"0", "0"}};
+inline constexpr NamedNumber kUpgradeSteps[] = {{"0", "0"}, {"2", "2"}, {"3", "3"}, {"4", "4"}, {"5", "5"}};
 inline constexpr NamedNumber kRemoteWords[] = {
     {"reboot", "2"}, {"power", "3"}, {"firmware", "9"}, {"reset", "10"}, {"partial-reset", "20"},
 };
@@ -82,8 +82,8 @@ inline constexpr Argument kFirmwareArguments[] = {
     {"URL", "at most 1023 characters", ArgumentKind::Text, 0, 1023},
 };
 inline constexpr Argument kResultArguments[] = {
-    {"RESULT", "0 (failed), 2 (download begun), 3 (downloaded), 4 (writing) or 5 (written)", ArgumentKind::Number, 2, 5,
-     kFailedWords},
+    {"RESULT", "0 (failed), 2 (download begun), 3 (downloaded), 4 (writing) or 5 (written)", ArgumentKind::Choice, 0, 0,
+     kUpgradeSteps},
 };
 inline constexpr Argument kLedArguments[] = {
     kDevice,

@@ -1,0 +1,2 @@
+#compdef kv1905App
+eval "$(kv1905App completion zsh)"
