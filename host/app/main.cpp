@@ -69,14 +69,19 @@ void requireDaemon(const std::string &socket) {
 }
 
 void showOnce(const CommandLine &line) {
-    if (line.file.empty()) requireDaemon(line.run.socket);
+    if (line.file.empty()) {
+        requireDaemon(line.run.socket);
+    } else if (access(line.file.c_str(), R_OK) != 0) {
+        throw Failure(Status::BadArguments, "--file " + line.file + ": " + std::strerror(errno));
+    }
     const std::string &path = line.file.empty() ? line.dataModel : line.file;
     const time_t now = std::time(nullptr);
     Network network(path);
     const std::string alMac = line.arguments.size() > 1 ? network.alMacOf(line.arguments[1]) : "";
     const std::string text = show(network, {line.arguments[0], alMac, line.json, now});
     const bool isLive = line.watch && !line.json && isatty(STDOUT_FILENO);
-    if (!line.json) printOut((isLive ? "\033[H\033[J" : "") + std::to_string(ageOf(path, now)) + " s ago:\n");
+    if (!line.json)
+        printOut(std::string(isLive ? "\033[H\033[J" : "") + "Data " + std::to_string(ageOf(path, now)) + " s old:\n");
     printOut(text);
     const std::string warning = line.file.empty() ? staleness(path, now) : "";
     if (!warning.empty()) std::fprintf(stderr, "kv1905App: warning: %s\n", warning.c_str());

@@ -7,6 +7,7 @@
 
 #include "app/command_line.h"
 #include "app/show.h"
+#include "daemon/command_server.h"
 #include "host_support.h"
 #include "view/view.h"
 
@@ -52,16 +53,23 @@ constexpr const char *kNames = R"({"kv1905":{"DeviceList":[
     {"ID":"02:00:5e:00:01:00","ModelName":"root","IpAddress":""},
     {"ID":"02:00:5e:00:02:00","ModelName":"twin","IpAddress":"192.0.2.2","InterfaceList":[
         {"MACAddress":"02:00:5e:00:02:21","MediaType":261},{"MACAddress":"02:00:5e:00:02:22","MediaType":261}]},
-    {"ID":"02:00:5e:00:03:00","ModelName":"twin","IpAddress":"192.0.2.3"}]}})";
+    {"ID":"02:00:5e:00:03:00","ModelName":"twin","IpAddress":"192.0.2.3"},
+    {"ID":"02:00:5e:00:04:00","ModelName":"`reboot`"}]}})";
 
 TEST(App, NamesWhatIsWrongAndWhatIsRight) {
     std::ofstream("/tmp/kv1905_datamodel.json") << kNames;
-    const std::string mac = kTarget + " ";
+    const std::string mac = kTarget + " ", radio = mac + "02:00:5e:00:02:21 ";
+    EXPECT_EQ(chmod("/tmp", 01777), 0);
+    const bool isRoot = seteuid(65534) == 0;  // nobody else can
+    const CommandServer foreign("/tmp/foreign.sock");
+    EXPECT_EQ(seteuid(getuid()), 0);
     const std::tuple<std::string, const char *, int> rows[] = {
         {"", "a command is missing; 'kv1905App help' lists the commands", 2},
         {"rebot", "unknown command 'rebot'; did you mean 'reboot'?", 2},
         {"--bogus", "unknown option '--bogus'; see kv1905App --help", 2},
+        {"--timeout", "a value is missing after '--timeout'; see kv1905App --help", 2},
         {"--timeout 0 show devices", "--timeout must be a number from 0.1 to 3600, not '0'", 2},
+        {"--watch 0 show devices", "--watch must be a number from 1 to 3600, not '0'", 2},
         {"led", "led: DEVICE is missing; usage: kv1905App led DEVICE on|off", 2},
         {"led " + mac + "maybe", "on|off must be on, off or a number from 0 (off) to 255, not 'maybe'", 2},
         {"led " + mac + "0x1", "a number from 0 (off) to 255, not '0x1'", 2},
@@ -73,14 +81,41 @@ TEST(App, NamesWhatIsWrongAndWhatIsRight) {
         {"power " + mac + "2.4GHz off", "no interface '2.4GHz' in twin, which has: 02:00:5e:00:02:21 (5GHz), ", 4},
         {"power 192.0.2.2 02:00:5e:00:02:29 off", "MEDIA-TYPE is missing: 02:00:5e:00:02:29 is no interface that", 2},
         {"power " + mac + mac + "01030 off", "MEDIA-TYPE must be 1 to 4 hexadecimal digits such as 0103", 2},
+        {"power " + mac, "INTERFACE is missing; usage: kv1905App power DEVICE INTERFACE [MEDIA-TYPE] on|off", 2},
+        {"power " + radio + "0105 256", "on|off must be on (0), off (2) or a number from 0 to 255, not '256'", 2},
+        {"firmware root 8 1 u", "OPTION must be a number from 1 to 7, not '8'", 2},
+        {"firmware root 1 256 u", "TOPOLOGY-OPTION must be a number from 0 to 255, not '256'", 2},
+        {"firmware-result 1", "RESULT must be 0 (failed), 2 (download begun), 3 (downloaded), 4 (writing) or 5", 2},
+        {"rssi root 02:00", "STATION-MAC must be a MAC address such as 02:00:5e:0a:01:01, not '02:00'", 2},
+        {"log 16 0", "FACILITY must be a number from 0 (all) to 15, not '16'", 2},
+        {"country ABCDE", "COUNTRY must be at most 4 letters, digits or '/', as agents accept", 2},
         {"country 'D;'", "COUNTRY must be at most 4 letters, digits or '/', as agents accept", 2},
         {"command " + mac + "led twin on", "not 'led'", 2},  // no command that agents run for others
+        {"command root", "COMMAND is missing; usage: kv1905App command DEVICE COMMAND [WORD...]", 2},
+        {"command root reboot", "DEVICE is missing; usage: kv1905App reboot DEVICE", 2},
+        {"command root '2 nobody " + std::string(40, 'x') + "'", "no device 'nobody' in the network", 4},
         {"post 999", "CODE must be one of 102 103 ", 2},
-        {"show device --file " + kModel, "DEVICE is missing; usage: kv1905App show device DEVICE", 2},
+        {"post 301 /tmp/none", "FILE /tmp/none: cannot be read", 2},
+        {"show nothing", "WHAT must be devices, device, stations, links, interfaces, counters or status", 2},
+        {"show devices root --file /tmp/kv1905_datamodel.json", "'show devices' takes no DEVICE", 2},
+        {"show devices --file /tmp/none", "--file /tmp/none: No such file or directory", 2},
+        {"show device --file /tmp/kv1905_datamodel.json", "DEVICE is missing; usage: kv1905App show device DEVICE", 2},
         {"show devices", "connect: No such file or directory; does kv1905d run?", 6},
+        {"monitor", "monitor: /tmp/kv1905d.sock: connect: No such file or directory; does kv1905d run?", 6},
+        {"reboot 192.0.2.9", "no device '192.0.2.9' in the network", 4},
+        {"reboot root", "reboot: /tmp/kv1905d.sock: connect: No such file or directory; does kv1905d run?", 6},
+        {"--socket " + std::string(200, 's') + " reboot root", "File name too long", 1},
+        {isRoot ? "--socket /tmp/foreign.sock reboot root" : "--version",
+         isRoot ? "of user 65534, who is neither root nor this user: Operation not permitted" : "kv1905App 1",
+         isRoot ? 7 : 0},
+        {"help rebot", "unknown command 'rebot'; did you mean 'reboot'?", 2},
         {"view --serve --port 65536", "65535", 2},
         {"view --serve --output f", "excludes", 2},
-        {"completion fish", "SHELL must be bash or zsh, not 'fish'", 2}};
+        {"completion fish", "SHELL must be bash or zsh, not 'fish'", 2},
+        // What a shell offers: no name that it would run, nor one of two devices.
+        {"completion words --socket f led ''", "02:00:5e:00:03:00\n02:00:5e:00:04:00\nroot\nstatus", 0},
+        {"completion words power " + radio, "02:00:5e:00:02:21\nstatus", 0},
+        {"completion words led root of", "off\nstatus", 0}};
     for (const auto &[words, message, status] : rows) {
         const std::string said = call(words);
         EXPECT_SAYS(message, said) << words;
