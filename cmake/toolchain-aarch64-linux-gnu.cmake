@@ -1,0 +1,5 @@
+# 64-bit ARM: newer gateways.
+set(CMAKE_SYSTEM_PROCESSOR aarch64)
+set(triplet aarch64-linux-gnu)
+set(qemu qemu-aarch64)
+include(${CMAKE_CURRENT_LIST_DIR}/debian_cross.cmake)

@@ -1,0 +1,5 @@
+# 32-bit MIPS, high byte first: older gateways. Debian has a compiler and a C library for it, in a directory of their own.
+set(CMAKE_SYSTEM_PROCESSOR mips)
+set(triplet mips-linux-gnu)
+set(qemu qemu-mips -L /usr/${triplet})
+include(${CMAKE_CURRENT_LIST_DIR}/debian_cross.cmake)
