@@ -169,8 +169,10 @@ def add_device(options):
         if options.link or options.model:
             raise UsageError(f"{name} was removed and comes back as it was; leave out --link and --model")
     else:
+        neighbour = options.link or next(iter(mesh.devices))
+        find_device(mesh.devices, neighbour)
         topology.add_device(name, options.model)
-        topology.add_link(options.link or next(iter(mesh.devices)), name, options.medium)
+        topology.add_link(neighbour, name, options.medium)
     return run_inside(mesh.pid, [sys.executable, str(SCRIPT), "join", name, plan_text(plan)], os.environ)
 
 

@@ -152,6 +152,9 @@ def read_topology(path):
             raise UsageError(f"{path}:{number}: {error}") from None
     if not topology.devices:
         raise UsageError(f"{path}: names no device")
+    unlinked = [name for name in topology.devices if not any(name in link[:2] for link in topology.links)]
+    if unlinked:
+        raise UsageError(f"{path}: {', '.join(unlinked)}: no link leads there")
     return topology
 
 
