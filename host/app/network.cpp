@@ -62,7 +62,8 @@ std::string mediaName(json_object *type) {
     if (!json_object_is_type(type, json_type_int)) return "-";
     if (number < 0x0100) return "Ethernet";
     const std::string band = bandName(bandOfMediaType(number));
-    return band.empty() ? "other" : band;
+    if (!band.empty()) return band;
+    return number < 0x0200 ? "Wi-Fi" : "other";  // of any band, as 802.11ax
 }
 
 std::string mediaDigits(json_object *type) {

@@ -15,7 +15,7 @@ json_object *member(json_object *object, const char *key);  // null when it is m
 // Text that cannot control a terminal: the file repeats what other devices sent. "-" for an empty or missing value.
 std::string plain(json_object *value);
 
-// "Ethernet", the band of a Wi-Fi interface, or "other", for an IEEE 1905.1 media type.
+// "Ethernet", the band of a Wi-Fi interface or "Wi-Fi", or "other", for an IEEE 1905.1 media type.
 std::string mediaName(json_object *type);
 std::string mediaDigits(json_object *type);  // four, hexadecimal
 
