@@ -21,14 +21,14 @@ set(CPACK_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS
 set(CPACK_PRE_BUILD_SCRIPTS ${PROJECT_SOURCE_DIR}/packaging/debian_files.cmake)
 
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
-set(CPACK_DEBIAN_PACKAGE_RELEASE 1)
+set(CPACK_DEBIAN_PACKAGE_SOURCE kv1905)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${CMAKE_LIBRARY_OUTPUT_DIRECTORY})
 if(CMAKE_CROSSCOMPILING AND CMAKE_CXX_LIBRARY_ARCHITECTURE)
   execute_process(COMMAND dpkg-architecture -t ${CMAKE_CXX_LIBRARY_ARCHITECTURE} -q DEB_HOST_ARCH
                   OUTPUT_VARIABLE CPACK_DEBIAN_PACKAGE_ARCHITECTURE OUTPUT_STRIP_TRAILING_WHITESPACE)
 endif()
-set(same_version "(= ${PROJECT_VERSION}-${CPACK_DEBIAN_PACKAGE_RELEASE})")
+set(same_version "(= ${PROJECT_VERSION})")
 
 # The plug-in takes the device's libkvplatform.so as gladly as the stand-in.
 set(CPACK_DEBIAN_PLUGIN_PACKAGE_NAME libkvmap1905)
@@ -41,7 +41,7 @@ platform library, for which kv1905-host has a stand-in.")
 
 set(CPACK_DEBIAN_DEV_PACKAGE_NAME libkvmap1905-dev)
 set(CPACK_DEBIAN_DEV_PACKAGE_SECTION libdevel)
-set(CPACK_DEBIAN_DEV_PACKAGE_DEPENDS "libkvmap1905 ${same_version}, kv1905-host ${same_version}")
+set(CPACK_DEBIAN_DEV_PACKAGE_DEPENDS "libkvmap1905 ${same_version}")
 set(CPACK_COMPONENT_DEV_DESCRIPTION "vendor protocol plug-in for IEEE 1905.1 daemons (development files)
 Headers, pkg-config data and an example for those who build the plug-in into
 their own daemon, or bring their own platform library.")

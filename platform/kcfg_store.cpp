@@ -27,9 +27,10 @@ constexpr int kDepthLimit = 16;  // levels of JSON
 constexpr const char *kDeviceConfigPath = "/tmp/.kv1905_conf";
 constexpr int kStyle = JSON_C_TO_STRING_PRETTY | JSON_C_TO_STRING_SPACED | JSON_C_TO_STRING_NOSLASHESCAPE;
 
-// Seen from the directory of the library or the command; the second for libexec/kv1905 and multi-arch lib/TRIPLET.
+// Seen from the directory of the library or the command: of a build tree, libexec/kv1905, lib/TRIPLET/kv1905.
 constexpr const char *kDefaultsNearby[] = {"../share/kv1905/kcfg_defaults.json",
-                                           "../../share/kv1905/kcfg_defaults.json"};
+                                           "../../share/kv1905/kcfg_defaults.json",
+                                           "../../../share/kv1905/kcfg_defaults.json"};
 
 // A file's content is no configuration.
 struct DamagedError : std::runtime_error {
