@@ -35,7 +35,7 @@ void setWatch(CommandLine &line, const std::string &value) {
 }
 
 constexpr OptionRow kRows[] = {
-    {"socket", "FILE", "The daemon's local socket [/tmp/kv1905d.sock]",
+    {"socket", "FILE", "The daemon's local socket [/run/kv1905d.sock, or the same name in /tmp]",
      [](CommandLine &line, const std::string &value) { line.run.socket = value; }},
     {"data-model", "FILE", "The daemon's JSON file [/tmp/kv1905_datamodel.json]",
      [](CommandLine &line, const std::string &value) { line.dataModel = value; }},

@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "command/client.h"
 #include "defaults.h"
 #include "result_file.h"
 #include "run.h"
@@ -22,7 +23,7 @@ struct CommandLine {
     bool wantsHelp = false;
     bool wantsVersion = false;
     std::optional<std::chrono::seconds> watch;  // between two tables of show
-    RunOptions run{kDefaultPlugin, kDefaultCommandSocket, kResultFile, std::chrono::seconds(10), true};
+    RunOptions run{kDefaultPlugin, usualSocketPath(), kResultFile, std::chrono::seconds(10), true};
 };
 
 struct OptionRow {

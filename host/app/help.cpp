@@ -54,7 +54,7 @@ std::string roffEntry(const std::string &term, const std::string &text) {
 constexpr const char *kFiles[][2] = {
     {"/tmp/1905ReturnValue", "Where the daemon leaves an agent's result."},
     {"/tmp/kv1905_datamodel.json", "The network as the daemon knows it; see --data-model."},
-    {"/tmp/kv1905d.sock", "The daemon's socket for commands; see --socket."},
+    {"/run/kv1905d.sock", "The daemon's socket for commands, or the same name in /tmp; see --socket."},
 };
 constexpr const char *kLogLevel[] = {
     "KV_LOG_LEVEL", "What the plug-in logs while it makes a command, 0 to 7 [4]. It does not change the daemon."};

@@ -11,6 +11,9 @@ namespace {
 
 constexpr size_t kLargestEvent = 70000;  // bytes: a TLV value has at most 65535
 
+constexpr const char *kSocketInRun = "/run/kv1905d.sock";
+constexpr const char *kSocketInTmp = "/tmp/kv1905d.sock";
+
 // A socket with a time limit reports EAGAIN or EINPROGRESS when the time is up.
 std::system_error failureOf(const std::string &path, const char *step) {
     return support::systemError(path, step, errno == EAGAIN || errno == EINPROGRESS ? ETIMEDOUT : errno);
@@ -37,6 +40,14 @@ Reply exchange(const support::FileDescriptor &fd, const std::string &path, const
 }
 
 }  // namespace
+
+std::string newSocketPath() {
+    return access("/run", W_OK) == 0 ? kSocketInRun : kSocketInTmp;
+}
+
+std::string usualSocketPath() {
+    return access(kSocketInRun, F_OK) == 0 ? kSocketInRun : kSocketInTmp;
+}
 
 ucred peerOf(const support::FileDescriptor &fd) {
     ucred peer{0, static_cast<uid_t>(-1), 0};

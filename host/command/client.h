@@ -18,6 +18,11 @@ namespace kv1905d {
 ucred peerOf(const support::FileDescriptor &fd);
 bool mayCommand(const ucred &peer);
 
+// Where a daemon of this user listens by default: in /run where it may write there, or else in /tmp, where any user may
+// be the first; and where a tool looks for it.
+std::string newSocketPath();
+std::string usualSocketPath();
+
 // All throw std::system_error that names the path.
 
 // A socket with more flags, such as SOCK_NONBLOCK, and the address of the path.

@@ -18,7 +18,6 @@
 
 namespace kv1905d {
 
-inline constexpr const char *kDefaultCommandSocket = "/tmp/kv1905d.sock";
 inline constexpr size_t kMaxCommandSize = 4096;  // bytes of one command buffer
 inline constexpr size_t kPostHeader = 8;         // bytes
 inline constexpr size_t kReplySize = 8;          // bytes

@@ -44,7 +44,9 @@ void declare(CLI::App &app, RawOptions &raw) {
         ->capture_default_str();
     app.add_flag("--no-plugin", raw.noPlugin, "Run without a plug-in, as an ordinary member of the network [false]");
     app.add_option("--data-model", raw.dataModel, "JSON file that shows the network")->capture_default_str();
-    app.add_option("--socket", raw.socket, "Local socket for operator commands")->capture_default_str();
+    app.add_option("--socket", raw.socket,
+                   "Local socket for operator commands [/run/kv1905d.sock, or the same name in /tmp where /run is not "
+                   "writable]");
     app.add_option("--discovery-interval", raw.discoveryInterval, "Seconds between topology discoveries")
         ->check(interval)
         ->capture_default_str();

@@ -238,7 +238,7 @@ TEST(Daemon, FollowsItsLink) {
         return false;
     };
     const Bytes rssi = fromHex("02005E000200 02005E0A0102");
-    EXPECT_EQ(postCommand(kDefaultCommandSocket, {kCommandRssi, rssi}, kPatience).verdict, Verdict::UnknownStation);
+    EXPECT_EQ(postCommand(usualSocketPath(), {kCommandRssi, rssi}, kPatience).verdict, Verdict::UnknownStation);
     EXPECT_TRUE(isSent("02005E0A0102 0000 0000 0000 A6 00 64 0000"));
 
     // A link that goes takes its neighbours with it; one that comes is announced on at once.
