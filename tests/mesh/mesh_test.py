@@ -3,8 +3,10 @@
 import os
 import re
 import signal
+import time
 import unittest
 from collections import Counter
+from pathlib import Path
 
 from lab import Capture, Mesh, MeshTest, poll, run, secret_file
 
@@ -101,6 +103,26 @@ class OtherStacks(MeshTest):
 
     def searches(self, capture):
         return len(capture.fields("ieee1905.message_type == 0x0007", "frame.number"))
+
+
+# The plug-in waits for its commands.
+class HungCommand(MeshTest):
+    def test_is_named_and_killed_and_delays_no_signal(self):
+        with Mesh("--devices", "2") as mesh:
+            mesh.await_learnt("agent1")
+            pid = mesh.daemon("agent1")["pid"]
+            mesh.exec("agent1", "sh", "-c", "printf '#!/bin/sh\nsleep 60\n' >/tmp/hung && chmod +x /tmp/hung && "
+                      "ln -sf /tmp/hung /.room/bin/ifconfig")  # the first in this device's PATH alone
+            os.kill(pid, signal.SIGUSR1)
+            poll(lambda: "killed commands: sh, ifconfig," in mesh.log("agent1"), 20, "the end of the command")
+            self.assertIn(" has not responded for 5 s; commands: sh, ifconfig,", mesh.log("agent1"))
+            asked = mesh.exec("controller", "peer", "ask-identity", "--to", mesh.al_mac("agent1"))
+            self.assertEqual(asked.returncode, 0, asked.stderr)
+            os.kill(pid, signal.SIGUSR1)
+            time.sleep(1)  # until the command hangs
+            os.kill(int(Path(f"/proc/{pid}/stat").read_text().split()[3]), signal.SIGTERM)  # its supervisor
+            poll(lambda: not Path(f"/proc/{pid}").exists(), 1, "the end of the daemon")
+            self.assertIn(" is killed; commands: sh, ifconfig,", mesh.log("agent1"))
 
 
 class Ring(MeshTest):
