@@ -1,9 +1,10 @@
 #!/usr/bin/env bash
-# packaging_test.sh api|install|debian BUILD LIBDIR VERSION: one test of what others receive.
+# packaging_test.sh api|install|debian|openwrt BUILD LIBDIR VERSION: one test of what others receive.
 #   api      the API pages are made without a warning
 #   install  cmake --install puts exactly the files of packaging/files.txt below $DESTDIR, and they work wherever it is
 #   debian   the packages install, work, and leave nothing when they are purged, on a copy of this machine in memory;
 #            exit status 77 without the right to make one
+#   openwrt  the package directory installs files that exist; its start script starts the daemon with options that it knows
 set -euo pipefail
 
 fail() {
@@ -108,6 +109,43 @@ testService() {
     done
     kill -TERM "$daemon"
     wait "$daemon" || fail "stopped by SIGTERM, the daemon ends with status $?: $(cat /tmp/daemon)"
+}
+
+testOpenwrt() {
+    local image=$stage/image words
+    mkdir "$image"
+    quietly env DESTDIR="$stage/root" cmake --install "$build" --prefix /usr
+    [[ $libdir == lib ]] || mv "$stage/root/usr/$libdir/kv1905" "$stage/root/usr/lib/"
+    touch "$stage/package.mk" "$stage/cmake.mk"
+    cat >"$stage/rules.mk" <<'MAKE'
+define BuildPackage
+all:: ; $(call Package/$(1)/install,$(IMAGE))
+endef
+MAKE
+    quietly make -C "$source/packaging/openwrt" TOPDIR="$stage" INCLUDE_DIR="$stage" IMAGE="$image" CP="cp -a" \
+        PKG_INSTALL_DIR="$stage/root" INSTALL_DIR="install -d" INSTALL_BIN=install INSTALL_CONF="install -m 600"
+
+    # OpenWrt's functions for settings and services, as far as the script calls them.
+    cat >"$stage/functions" <<'SH'
+setting() { sed -n "s/^[[:space:]]*$1 $2 '\(.*\)'$/\1/p" "$image/etc/config/kv1905"; }
+config_load() { [ "$1" = kv1905 ]; }
+config_get() { eval "$1='$(setting option "$3")'"; }
+config_get_bool() { config_get "$@"; }
+config_list_foreach() { for value in $(setting list "$2"); do "$3" "$value" "$4"; done; }
+procd_open_instance() { :; }
+procd_close_instance() { :; }
+procd_append_param() { [ "$1" != command ] || { shift && echo "$@"; }; }
+procd_set_param() { procd_append_param "$@"; }
+SH
+    export image
+    start() { busybox sh -euc ". '$stage/functions'; . '$image/etc/init.d/kv1905d'; start_service"; }
+    [[ -z $(start) ]] || fail "OpenWrt starts the daemon before it is enabled"
+    sed -i "s/enabled '0'/enabled '1'/" "$image/etc/config/kv1905"
+    read -ra words <<<"$(start | tr '\n' ' ')"
+    [[ ${words[*]} == "/usr/bin/kv1905d --interface lan1 --interface lan2 --bridge br-lan --settings-from controller" ]] ||
+        fail "OpenWrt starts ${words[*]}"
+    "$source/lab/room" --net -- "$build/bin/kv1905d" "${words[@]:1}" >"$log" 2>&1 || true
+    grep -q 'lan1: no such interface' "$log" || fail "the daemon does not understand its options: $(cat "$log")"
 }
 
 test=$1 build=$2 libdir=$3 version=$4
