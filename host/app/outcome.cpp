@@ -48,7 +48,11 @@ CommandResult failureOf(const std::exception &error) {
     if (const auto *failure = dynamic_cast<const Failure *>(&error)) return {failure->status, failure->what(), {}, {}};
     const auto *system = dynamic_cast<const std::system_error *>(&error);
     const Status status = system == nullptr ? Status::Failure : statusOf(system->code().value());
-    return {status, error.what() + std::string(status == Status::NoDaemon ? "; does kv1905d run?" : ""), {}, {}};
+    const bool isClosed = system != nullptr && system->code().value() == EACCES;
+    const char *hint = status == Status::NoDaemon ? "; does kv1905d run?"
+                       : isClosed                 ? "; only root and the daemon's user may do this"
+                                                  : "";
+    return {status, error.what() + std::string(hint), {}, {}};
 }
 
 void print(const CommandResult &result, const std::string &command, bool json) {

@@ -65,7 +65,8 @@ inline constexpr Argument kRssiArguments[] = {
 };
 inline constexpr Argument kPowerArguments[] = {
     kDevice,
-    {"INTERFACE", "an interface's MAC, or 2.4GHz or 5GHz where the device has one such radio", ArgumentKind::Interface},
+    {"INTERFACE", "an interface's MAC or the end of it, or 2.4GHz or 5GHz where the device has one such radio",
+     ArgumentKind::Interface},
     {"MEDIA-TYPE",
      "1 to 4 hexadecimal digits such as 0103; known for a listed interface",
      ArgumentKind::MediaType,
@@ -224,6 +225,9 @@ inline constexpr Note kNotes[] = {
     {"country", "Devices that join later request the setting of this device itself, which stays as it is."},
     {"command", "The DEVICE is repeated after COMMAND. Options of the tool go before the word 'command'."},
     {"rssi", "Devices do not answer this report; the tool prints the figures that were sent."},
+    {"completion",
+     "In bash: source <(kv1905App completion bash)\nIn zsh: eval \"$(kv1905App completion zsh)\"\n"
+     "The package kv1905-host installs both."},
     {"post", "Interfaces of one power request are answered one by one: the last result counts."},
 };
 
