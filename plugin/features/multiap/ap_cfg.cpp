@@ -113,13 +113,13 @@ constexpr int kRadios = 2;
 // Every parsed extension makes this call, hence no snprintf for a main BSS.
 template <size_t Size>
 const char *radioSetting(int radioIndex, unsigned bss, const char (&setting)[Size]) {
-    char name[Size + sizeof "wl0.15"];
-    name[0] = 'w';
-    name[1] = 'l';
+    char name[32] = "wl0";
     name[2] = static_cast<char>('0' + radioIndex);
-    size_t length = 3;
-    if (bss != 0) length += static_cast<size_t>(std::snprintf(name + length, sizeof ".15", ".%u", bss));
-    std::memcpy(name + length, setting, Size);
+    if (bss == 0) {
+        std::memcpy(name + 3, setting, Size);
+    } else {
+        std::snprintf(name + 3, sizeof name - 3, ".%u%s", bss, setting);
+    }
     return nvram_get(name);
 }
 
