@@ -47,8 +47,9 @@ void compare(const std::string &name, size_t bytes, const std::function<void()> 
         Bytes target(bytes);
         for (auto _ : state) {
             for (size_t i = 0; i < sizes.size(); ++i) {
-                blocks[i] = std::calloc(1, sizes[i]);
-                benchmark::DoNotOptimize(blocks[i]);
+                blocks[i] = std::malloc(sizes[i]);
+                benchmark::DoNotOptimize(blocks[i]);  // otherwise malloc and memset become calloc
+                std::memset(blocks[i], 0, sizes[i]);
             }
             std::memcpy(target.data(), source.data(), bytes);
             benchmark::DoNotOptimize(target.data());

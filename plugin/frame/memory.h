@@ -1,8 +1,9 @@
-// Owning pointers for blocks from calloc. Nothing here throws: running out of memory yields null.
+// Owning pointers for blocks from malloc. Nothing here throws: running out of memory yields null.
 #pragma once
 
 #include <cstddef>
 #include <cstdlib>
+#include <cstring>
 #include <memory>
 #include <type_traits>
 
@@ -19,7 +20,9 @@ using Owned = std::unique_ptr<T, FreeBlock>;
 template <typename T, typename Release = FreeBlock>
 std::unique_ptr<T, Release> allocateRecord() {
     static_assert(std::is_trivial_v<T>, "records are plain C data: zero bytes are their initial state");
-    return std::unique_ptr<T, Release>(static_cast<T *>(std::calloc(1, sizeof(T))));
+    void *record = std::malloc(sizeof(T));  // glibc's calloc does not use its cache of free blocks
+    if (record != nullptr) std::memset(record, 0, sizeof(T));
+    return std::unique_ptr<T, Release>(static_cast<T *>(record));
 }
 
 // Frees the records of a list that are linked by next.

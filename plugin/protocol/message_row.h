@@ -22,7 +22,7 @@ struct Dispatch {
     unsigned origin;
 };
 
-// Reads the payload, whose reader ends where the payload does, into a record from calloc and leaves it in
+// Reads the payload, whose reader ends where the payload does, into a record from the heap and leaves it in
 // msg.payload, which the receive entry frees. Returns the bytes consumed; 0 refuses the message, payload stays null.
 using PayloadDecoder = uint16_t (*)(ByteReader &payload, KvVendMsg &msg);
 

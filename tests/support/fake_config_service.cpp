@@ -34,7 +34,7 @@ std::span<uint8_t> recordOf(uint32_t object, const KcfgInstanceIndex &index) {
 int get(uint32_t object, const KcfgInstanceIndex &index, void **copy) {
     const std::span<uint8_t> record = recordOf(object, index);
     if (record.empty()) return -1;
-    *copy = std::malloc(record.size());
+    *copy = reallocarray(nullptr, 1, record.size());
     std::memcpy(*copy, record.data(), record.size());
     return 0;
 }

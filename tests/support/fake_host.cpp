@@ -25,9 +25,9 @@ Mac macAt(const void *bytes) {
 
 KvIntfList *newInterfaceList() {
     if (host->interfaces.empty()) return nullptr;
-    auto *list = new (std::malloc(sizeof(KvIntfList))) KvIntfList{0, nullptr};
+    auto *list = new (reallocarray(nullptr, 1, sizeof(KvIntfList))) KvIntfList{0, nullptr};
     for (auto each = host->interfaces.rbegin(); each != host->interfaces.rend(); ++each) {
-        list->head = new (std::malloc(sizeof(KvIntfEntry))) KvIntfEntry{list->head, {}, each->second};
+        list->head = new (reallocarray(nullptr, 1, sizeof(KvIntfEntry))) KvIntfEntry{list->head, {}, each->second};
         std::memcpy(list->head->mac, each->first.data(), KV_MAC_LEN);
         ++list->count;
     }

@@ -69,10 +69,16 @@ unsigned sleep(unsigned seconds) {
     return 0;
 }
 
+void *__real_malloc(size_t size);
 void *__real_calloc(size_t count, size_t size);
 std::FILE *__real_fopen(const char *path, const char *mode);
 std::FILE *__real_popen(const char *command, const char *mode);
 int __real_system(const char *command);
+
+// The tests' own C allocations are made by reallocarray.
+void *__wrap_malloc(size_t size) {
+    return kvtest::callFails("allocation") ? nullptr : __real_malloc(size);
+}
 
 void *__wrap_calloc(size_t count, size_t size) {
     return kvtest::callFails("allocation") ? nullptr : __real_calloc(count, size);

@@ -1,4 +1,4 @@
-// Lists of stations: WIFINeighborEntry records from calloc, linked by next.
+// Lists of stations: WIFINeighborEntry records from malloc, linked by next.
 #pragma once
 
 #include <cstdlib>
