@@ -122,8 +122,8 @@ void complete(const CommandLine &line, Network &network) {
 // Result 16 has several reasons; what the device reports about itself rules some of them out.
 void explain(CommandResult &result, const ToolCommand &command, Network &network) {
     if (result.code != KV_RET_ERR || command.permission == nullptr) return;
-    json_object *permission = member(network.device(result.target), command.permission);
-    if (permission == nullptr) return;
+    json_object *device = network.device(result.target), *permission = member(device, command.permission);
+    if (permission == nullptr || json_object_get_boolean(member(device, "SpeaksProtocol")) == 0) return;
     const bool isAllowed = json_object_get_boolean(permission) != 0;
     result.meaning = isAllowed ? "failed: the device reports that it allows such requests, so see its log"
                                : "not allowed: the device reports that it allows no such requests";

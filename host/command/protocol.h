@@ -96,7 +96,7 @@ struct VerdictRow {
 
 inline constexpr VerdictRow kVerdictRows[] = {
     {Verdict::Accepted, nullptr, Status::Success, "the daemon accepted the command"},
-    {Verdict::LocalTarget, "its target is this device", Status::BadArguments, "the target must be another device"},
+    {Verdict::LocalTarget, nullptr, Status::BadArguments, "the target must be another device"},
     {Verdict::NoTarget, nullptr, Status::BadArguments, "nothing was sent: the target is all zero"},
     {Verdict::UnknownTarget, "its target is not known", Status::NoDevice, "no such device in the network: "},
     {Verdict::NothingSent, nullptr, Status::Failure,
