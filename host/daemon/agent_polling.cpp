@@ -17,7 +17,7 @@ void AgentPolling::run(const Topology &topology, TimePoint now) {
         if (device->local) continue;
         Poll &poll = polls_[alMac];
         if (poll.due > now) continue;
-        if (actions_.isAgent(alMac) || ++poll.roundsSkipped >= kSilentAgentRounds) {
+        if (device->sentVendorMessage || ++poll.roundsSkipped >= kSilentAgentRounds) {
             query(alMac, poll, now);
         } else {
             poll.due = now + jittered(random_, interval_);

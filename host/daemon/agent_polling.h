@@ -12,13 +12,12 @@ namespace kv1905d {
 
 struct AgentPollingActions {
     std::function<bool()> isController;
-    std::function<bool(const MacAddress &)> isAgent;  // the device answered a vendor message before
     std::function<void(const MacAddress &)> query;
 };
 
 class AgentPolling {
   public:
-    static constexpr unsigned kSilentAgentRounds = 10;  // rounds per query of a device that never answered
+    static constexpr unsigned kSilentAgentRounds = 10;  // rounds per query of a device that sent no vendor message yet
 
     AgentPolling(Duration interval, uint32_t seed, AgentPollingActions actions)
         : interval_(interval), random_(seed), actions_(std::move(actions)) {}

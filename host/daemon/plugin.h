@@ -32,7 +32,6 @@ class PluginHost {
     X(tlvHandle, kvMAP1905_VendSpecTlv_handle)               \
     X(confQuerySend, kvMAP1905_ConfQuery_send)               \
     X(confRespSend, kvMAP1905_ConfRespMsg_send)              \
-    X(checkAgent, checkKovanAgent)                           \
     X(commandHandle, kvMAP1905_VendSpecCmd_handle)           \
     X(mdidInsert, kvMAP1905_TlvMDID_insert)                  \
     X(bssConfigInsert, kvMAP1905_TlvBss_Config_insert)       \

@@ -130,11 +130,6 @@ OnboardingActions PluginSide::onboardingActions() {
 AgentPollingActions PluginSide::pollingActions() {
     AgentPollingActions actions;
     actions.isController = [this] { return isController(); };
-    actions.isAgent = [this](const MacAddress &alMac) {
-        uint8_t isAgent = 0;
-        plugin_.checkAgent(alMac.bytes.data(), &isAgent);
-        return isAgent != 0;
-    };
     actions.query = [this](const MacAddress &alMac) { plugin_.confQuerySend(alMac.bytes.data(), 0); };
     return actions;
 }

@@ -158,11 +158,10 @@ TEST(DataModelWriter, KeepsASpacingByReasonThatGrowsWithTheTimeOfAWriteAndReturn
 
 TEST(AgentPolling, AsksNewAndChangedDevicesAtOnceAgentsEachRoundAndTheOthersSeldom) {
     constexpr Duration kRound{60000};
-    bool isController = false, isAgent = true;
+    bool isController = false;
     int queries = 0;
-    AgentPolling polling(kRound, 1,
-                         {[&] { return isController; }, [&](const MacAddress &) { return isAgent; },
-                          [&](const MacAddress &alMac) { queries += alMac == kStranger; }});
+    AgentPolling polling(
+        kRound, 1, {[&] { return isController; }, [&](const MacAddress &alMac) { queries += alMac == kStranger; }});
     Topology topology(kSelf, kNow);
     topology.update({{kStranger, {}}, {}, {}}, kNow);
     const auto queriesAt = [&](TimePoint now) {
@@ -180,8 +179,9 @@ TEST(AgentPolling, AsksNewAndChangedDevicesAtOnceAgentsEachRoundAndTheOthersSeld
     polling.responded(kStranger, kNow);
     EXPECT_EQ(queries, 2) << "a changed one";
     EXPECT_EQ(queriesAt(kNow + kRound * 5 / 6 - Duration(1)), 0);
+    topology.find(kStranger)->sentVendorMessage = true;
     EXPECT_EQ(queriesAt(kNow + kRound), 1);
-    isAgent = false;
+    topology.find(kStranger)->sentVendorMessage = false;
     int total = 0;
     for (unsigned round = 2; round < 2 + 2 * AgentPolling::kSilentAgentRounds; ++round)
         total += queriesAt(kNow + round * kRound);
