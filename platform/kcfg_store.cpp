@@ -7,7 +7,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
@@ -20,7 +19,6 @@ namespace kvplatform {
 namespace {
 
 constexpr mode_t kConfigMode = 0600;  // accounts hold passwords
-constexpr std::chrono::seconds kLockTimeout{2};
 constexpr int kDepthLimit = 16;  // levels of JSON
 // Written by the device's other components as well. Its readers load it again when its time, in whole seconds, has
 // changed.
@@ -165,7 +163,7 @@ JsonPtr emptyValue(const ConfigField &field) {
 }  // namespace
 
 ConfigStore::ConfigStore(Access access, Report report) : report_(report), path_(configPath()) {
-    if (access == Access::Change) lock_.emplace(path_ + ".lock", kLockTimeout);
+    if (access == Access::Change) lock_.emplace(path_ + ".lock");
     load();
 }
 

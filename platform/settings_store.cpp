@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <chrono>
 #include <cstdlib>
 #include <system_error>
 
@@ -15,7 +14,6 @@ namespace kvplatform {
 namespace {
 
 constexpr mode_t kNewStoreMode = 0600;  // settings hold pass phrases
-constexpr std::chrono::seconds kLockTimeout{2};
 
 bool isNameCharacter(char c) {
     return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '.' || c == '_' ||
@@ -69,7 +67,7 @@ Settings readSettings() {
 
 void changeSetting(const std::string &name, const std::optional<std::string> &value) {
     const std::string path = storePath();
-    const support::FileLock lock(path + ".lock", kLockTimeout);
+    const support::FileLock lock(path + ".lock");
     Settings settings = readSettings();
     if (value) {
         settings.values[name] = *value;

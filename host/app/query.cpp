@@ -74,7 +74,7 @@ constexpr Column kPowerColumns[] = {{"INTERFACE", "MACAddress"},
                                     {"NAME", "MediaType", mediaCell},
                                     {"MEDIA TYPE", "MediaType", digitsCell},
                                     {"POWER", "PowerState", powerCell}};
-constexpr Column kStationColumns[] = {{"STATION", "MACAddress"},    {"BAND", "Band"},
+constexpr Column kReportColumns[] = {{"STATION", "MACAddress"},    {"BAND", "Band"},
                                       {"SIGNAL dBm", "RSSI"},       {"SNR dB", "SNR"},
                                       {"LEVEL 0-5", "SignalLevel"}, {"RATE Mbit/s", "Rate", megabitsCell},
                                       {"BYTES SENT", "BytesSent"},  {"BYTES RECEIVED", "BytesReceived"}};
@@ -95,7 +95,7 @@ struct Query {
 
 constexpr Query kQueries[] = {
     {kCommandQueryPower, Direction::In, "INTF_PWR_STATE_RESP", kVendorEnvelope, readPower, kPowerColumns},
-    {kCommandQueryStations, Direction::In, "WIFI_STATE_RESP", kVendorEnvelope, readStations, kStationColumns},
+    {kCommandQueryStations, Direction::In, "WIFI_STATE_RESP", kVendorEnvelope, readStations, kReportColumns},
     {kCommandRssi, Direction::Out, "RSSI_MEASUREMENT_NOTIFY", kIntelEnvelope, readMeasurement, kMeasurementColumns},
 };
 

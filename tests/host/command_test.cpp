@@ -25,8 +25,8 @@ constexpr Duration kPatience{5000};
 
 // A daemon's end of the command socket in a process of its own. Device 1 is its own, device 2 the only other one. What
 // it was told is left in a file.
-struct Daemon {
-    explicit Daemon(const char *answer = "", CommandEffect effect = {1}) {
+struct AnsweringDaemon {
+    explicit AnsweringDaemon(const char *answer = "", CommandEffect effect = {1}) {
         unlink(kTold);
         if (child_ != 0) return;
         CommandActions actions;
@@ -47,7 +47,7 @@ struct Daemon {
         server_.start(loop, std::move(actions));
         loop.run();
     }
-    ~Daemon() {
+    ~AnsweringDaemon() {
         kill(child_, SIGKILL);
         waitpid(child_, nullptr, 0);
     }
@@ -97,7 +97,7 @@ TEST(CommandServer, TakesThePlaceOfADeadDaemonButOfNobodyElse) {
 
 TEST(CommandServer, TakesPostsOfItsOwnUserAndRootAlone) {
     if (geteuid() != 0) GTEST_SKIP() << "only root can become another user";
-    const Daemon daemon;
+    const AnsweringDaemon daemon;
     EXPECT_EQ(chmod(kSocket, 0666), 0);  // the file would stop the other user first
     EXPECT_EQ(seteuid(65534), 0);
     const Verdict verdict = postCommand(kSocket, {KV_CMD_UPDATE_DEVICE_INFO, {}}, kPatience).verdict;
@@ -116,12 +116,12 @@ TEST(CommandServer, IsNotAnotherUsersWhoseSocketRootReplaces) {
                 resultOf([] {
                     postCommand(kSocket, {KV_CMD_UPDATE_DEVICE_INFO, {}}, kPatience);
                 }).meaning);
-    const Daemon daemon;
+    const AnsweringDaemon daemon;
     EXPECT_EQ(postCommand(kSocket, {KV_CMD_UPDATE_DEVICE_INFO, {}}, kPatience).verdict, Verdict::Accepted);
 }
 
 TEST(CommandServer, OutlivesClientsThatAreSilentOrTalkNonsense) {
-    const Daemon daemon;
+    const AnsweringDaemon daemon;
     std::vector<FileDescriptor> silent;
     for (int i = 0; i < 20; ++i)
         silent.push_back(rawSocket(connect));
@@ -191,7 +191,7 @@ TEST(RunCommand, ReachesTheDaemonAndEndsWithAStatusAndItsMeaning) {
         {"firmware T 1 1 " + std::string(1024, 'u'), "", Status::BadArguments, "URL must be at most 1023", ""},
     };
     for (const auto &row : rows) {
-        const Daemon daemon(row.answer, row.effect);
+        const AnsweringDaemon daemon(row.answer, row.effect);
         const Bytes expected = fromHex(row.posted);
         const CommandResult outcome = outcomeOf(row.line, *row.answer != '\0' ? kPatience : Duration(100));
         EXPECT_EQ(outcome.status, row.status) << row.line << ": " << outcome.meaning;

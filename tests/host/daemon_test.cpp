@@ -18,14 +18,14 @@ namespace kv1905d {
 namespace {
 
 // The options of a daemon on `lo`.
-std::optional<Options> parse(std::vector<const char *> arguments) {
+std::optional<Options> daemonOptions(std::vector<const char *> arguments) {
     arguments.insert(arguments.begin(), {"kv1905d", "-i", "lo"});
     return parseOptions(static_cast<int>(arguments.size()), arguments.data());
 }
 
 TEST(Options, ValuesAndBadOnesNamedInOneLine) {
-    EXPECT_EQ(parse({})->alMac, (MacAddress{{0x02, 0, 0, 0, 0, 0}}));  // of lo's all-zero MAC
-    const auto full = parse({"--al-mac", "02:00:5E:00:01:00", "--radio", "wl0,02:00:5e:00:01:20,0x0103", "--radio",
+    EXPECT_EQ(daemonOptions({})->alMac, (MacAddress{{0x02, 0, 0, 0, 0, 0}}));  // of lo's all-zero MAC
+    const auto full = daemonOptions({"--al-mac", "02:00:5E:00:01:00", "--radio", "wl0,02:00:5e:00:01:20,0x0103", "--radio",
                              "wl1,02:00:5e:00:01:21,261"});
     EXPECT_EQ(full->alMac, mac(1));
     EXPECT_EQ(full->radios.at(1).facts.mediaType, 0x0105);
@@ -33,7 +33,7 @@ TEST(Options, ValuesAndBadOnesNamedInOneLine) {
                                   "--radio wl0,02:00:5e:00:01:20,0x103x", "--discovery-interval 0",
                                   "--settings-from strangers", "--config /no/such/file"}) {
         const std::string option = row.substr(0, row.find(' ')), value = row.substr(option.size() + 1);
-        const std::string text = resultOf([&] { parse({option.c_str(), value.c_str()}); }).meaning;
+        const std::string text = resultOf([&] { daemonOptions({option.c_str(), value.c_str()}); }).meaning;
         EXPECT_SAYS(value, text);
     }
 }
@@ -188,18 +188,18 @@ TEST(AgentPolling, AsksNewAndChangedDevicesAtOnceAgentsEachRoundAndTheOthersSeld
     EXPECT_EQ(total, 2);
 }
 
-constexpr const char *kModel = "/tmp/daemon_test.json";
-constexpr Duration kPatience{20000};
+constexpr const char *kModelFile = "/tmp/daemon_test.json";
+constexpr Duration kDaemonPatience{20000};
 
 std::string textAt(const char *path) {
-    const support::JsonPtr root(json_object_from_file(kModel));
+    const support::JsonPtr root(json_object_from_file(kModelFile));
     json_object *value = nullptr;
     return json_pointer_get(root.get(), path, &value) == 0 ? json_object_get_string(value) : "";
 }
 
 // Ends at SIGTERM.
 pid_t startDaemon() {
-    Options options = *parse({"--al-mac", "02:00:5e:00:01:00", "--plugin", kPlugin, "--data-model", kModel});
+    Options options = *daemonOptions({"--al-mac", "02:00:5e:00:01:00", "--plugin", kPlugin, "--data-model", kModelFile});
     options.interfaces = {"cable0"};
     const pid_t child = fork();
     if (child != 0) return child;
@@ -219,7 +219,7 @@ TEST(Daemon, FollowsItsLink) {
     Bytes frame;
     const pid_t child = startDaemon();
     const auto await = [&](const char *path, const std::string &text, const Message *repeated) {
-        for (const TimePoint deadline = EventLoop::now() + kPatience;
+        for (const TimePoint deadline = EventLoop::now() + kDaemonPatience;
              EventLoop::now() < deadline && textAt(path) != text;) {
             if (repeated != nullptr) send(*repeated);
             std::this_thread::sleep_for(Duration(5));
@@ -238,7 +238,7 @@ TEST(Daemon, FollowsItsLink) {
         return false;
     };
     const Bytes rssi = fromHex("02005E000200 02005E0A0102");
-    EXPECT_EQ(postCommand(usualSocketPath(), {kCommandRssi, rssi}, kPatience).verdict, Verdict::UnknownStation);
+    EXPECT_EQ(postCommand(usualSocketPath(), {kCommandRssi, rssi}, kDaemonPatience).verdict, Verdict::UnknownStation);
     EXPECT_TRUE(isSent("02005E0A0102 0000 0000 0000 A6 00 64 0000"));
 
     // A link that goes takes its neighbours with it; one that comes is announced on at once.

@@ -9,11 +9,11 @@ namespace {
 
 using Status = Reassembly::Status;
 
-constexpr TimePoint kStart{Duration(1000)};
+constexpr TimePoint kArrival{Duration(1000)};
 
 Reassembly::Result addFrame(Reassembly &reassembly, const Bytes &frame) {
     const std::optional<Fragment> fragment = parseFragment(frame);
-    return fragment ? reassembly.add(mac(1), *fragment, kStart) : Reassembly::Result{Status::Malformed, {}};
+    return fragment ? reassembly.add(mac(1), *fragment, kArrival) : Reassembly::Result{Status::Malformed, {}};
 }
 
 TEST(Cmdu, SingleFrames) {
@@ -97,16 +97,16 @@ TEST(Reassembly, OnlyFragmentsThatBelongTogetherMakeAMessage) {
         {part(0, false), 1, part(1, true, 9, true), Status::Waiting}};
     for (const auto &[first, sender, second, end] : rows) {
         Reassembly reassembly;
-        reassembly.add(mac(1), first, kStart);
-        EXPECT_EQ(reassembly.add(mac(sender), second, kStart).status, end);
+        reassembly.add(mac(1), first, kArrival);
+        EXPECT_EQ(reassembly.add(mac(sender), second, kArrival).status, end);
         EXPECT_EQ(reassembly.waiting() == 0, end != Status::Waiting);
     }
 }
 
 TEST(Reassembly, WhatIsNeverFinishedIsBoundedInTimeMessagesAndBytes) {
-    const TimePoint late = kStart + Reassembly::kLifetime;
+    const TimePoint late = kArrival + Reassembly::kLifetime;
     Reassembly reassembly;
-    reassembly.add(mac(1), part(0, false), kStart);
+    reassembly.add(mac(1), part(0, false), kArrival);
     EXPECT_EQ(reassembly.expire(late - Duration(1)), 0u);
     EXPECT_EQ(reassembly.expire(late), 1u);
     for (uint16_t id = 0; id < 200; ++id)
@@ -131,12 +131,12 @@ TEST(Reassembly, WhatIsNeverFinishedIsBoundedInTimeMessagesAndBytes) {
 
 TEST(DuplicateFilter, RemembersForItsLifetimeAndWithinItsBound) {
     DuplicateFilter filter;
-    EXPECT_TRUE(filter.enter({mac(1), kVendorSpecific, 7}, kStart));
-    EXPECT_TRUE(filter.enter({mac(1), kVendorSpecific, 7}, kStart + DuplicateFilter::kLifetime));
+    EXPECT_TRUE(filter.enter({mac(1), kVendorSpecific, 7}, kArrival));
+    EXPECT_TRUE(filter.enter({mac(1), kVendorSpecific, 7}, kArrival + DuplicateFilter::kLifetime));
     for (uint16_t id = 0; id < 20000; ++id)
-        filter.enter({mac(3), kVendorSpecific, id}, kStart + Duration(19000));
+        filter.enter({mac(3), kVendorSpecific, id}, kArrival + Duration(19000));
     EXPECT_EQ(filter.size(), DuplicateFilter::kMaxEntries);
-    EXPECT_FALSE(filter.enter({mac(3), kVendorSpecific, 19999}, kStart + Duration(19000)));
+    EXPECT_FALSE(filter.enter({mac(3), kVendorSpecific, 19999}, kArrival + Duration(19000)));
 }
 
 TEST(TopologyReport, IsReadAsItWasWrittenAndRefusedWhenItIsCutOrTooLarge) {

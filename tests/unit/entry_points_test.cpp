@@ -22,8 +22,6 @@ struct EntryPoints : testing::Test {
     FakeHost host;
 };
 
-}  // namespace
-
 TEST_F(EntryPoints, EachRegistrationCopiesItsOwnSlots) {
     const Kv1905BcmCbs before = g_kv1905_bcm_cbs;
     kvMAP1905_ApCfg_reg(nullptr);
@@ -108,3 +106,5 @@ TEST_F(EntryPoints, AReportThatContradictsItsRecordIsDumpedAndNotSent) {
     send(5, 13, "generate AlMac 00:11:22:33:44:00 is unequal to 00:11:22:33:44:55!!!\n");
     EXPECT_TRUE(host.sent.empty());
 }
+
+}  // namespace

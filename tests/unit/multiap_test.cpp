@@ -22,8 +22,6 @@ std::string outcome(int result, const KvBssInfo &bss) {
     return text;
 }
 
-}  // namespace
-
 TEST_F(MultiAp, BssConfigurationIsWrittenByteForByte) {
     struct {
         uint32_t count;
@@ -105,3 +103,5 @@ TEST_F(MultiAp, AVirtualBssBelongsToTheMainBssBefore) {
     nvram = {{"wl0_nband", "1"}, {"wl1_nband", "1"}, {"wl0_extattr", "6"}, {"wl1_extattr", "7"}};
     EXPECT_EQ(extAttributeOf(0x40), 6) << "the first radio of a band";
 }
+
+}  // namespace

@@ -69,8 +69,6 @@ class Tables : public testing::Test {
     kv::OutstandingQueries &queries_ = kv::outstandingQueries();
 };
 
-}  // namespace
-
 TEST_F(Tables, AMergeEqualsALinearSearch) {
     std::mt19937 random(5);
     std::vector<Station> expected;
@@ -141,3 +139,5 @@ TEST_F(Tables, AnIdleTurnOfTheMainLoopMakesNoSystemCall) {
     ASSERT_EQ(waitpid(child, &status, 0), child);
     EXPECT_EQ(status, 0) << "killed at a system call";
 }
+
+}  // namespace
