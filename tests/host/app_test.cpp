@@ -108,7 +108,6 @@ TEST(App, NamesWhatIsWrongAndWhatIsRight) {
         {isRoot ? "--socket /tmp/foreign.sock reboot root" : "--version",
          isRoot ? "of user 65534, who is neither root nor this user: Operation not permitted" : "kv1905App 1",
          isRoot ? 7 : 0},
-        {"help rebot", "unknown command 'rebot'; did you mean 'reboot'?", 2},
         {"view --serve --port 65536", "65535", 2},
         {"view --serve --output f", "excludes", 2},
         {"completion fish", "SHELL must be bash or zsh, not 'fish'", 2},
