@@ -47,26 +47,26 @@ typedef struct {
 
 /** One login account. */
 typedef struct {
-    char userName[256];
-    char password[256];
+    char userName[256]; /**< NUL-terminated */
+    char password[256]; /**< NUL-terminated, empty for none */
 } RdmNatIntfSetting;
 
 /** One radio's country. */
 typedef struct {
-    char ifName[32];
-    char countryCode[16];
-    char countryInBeacon[5];
+    char ifName[32];         /**< the radio's interface, such as "wl0" */
+    char countryCode[16];    /**< country of the radio */
+    char countryInBeacon[5]; /**< country in beacons, such as "E0/1" */
 } RdmWifiRadio;
 
-/** What the key of the settings sync is made from. */
+/** Source of the key that scrambles passwords. */
 typedef struct {
-    char key[257];
+    char key[257]; /**< NUL-terminated, empty for none */
 } RdmSyncKeySource;
 
 /** Service requests. */
 enum {
     KCFG_REQ_RESET_DEFAULT = 8,         /**< restore the factory defaults */
-    KCFG_REQ_PARTIAL_RESET_DEFAULT = 34 /**< the same, but for what "FactoryResetUnpurgedList" selects */
+    KCFG_REQ_PARTIAL_RESET_DEFAULT = 34 /**< the same, except for the objects in "FactoryResetUnpurgedList" */
 };
 
 /**

@@ -43,140 +43,138 @@ extern "C" {
 #define KV_RET_NOT_FOUND 7 /**< the AL MAC is not this device's, or not in the topology */
 #define KV_RET_ERR 16      /**< every other failure */
 
-#define KV_MAC_LEN 6
-#define KV_OUI_LEN 3
+#define KV_MAC_LEN 6 /**< bytes of a MAC address */
+#define KV_OUI_LEN 3 /**< bytes of an OUI */
 
 /** Size of the buffer that carries one encoded vendor-specific TLV value; larger messages are refused. */
 #define KV_VEND_MSG_BUFFER_LEN 1514
 
 /* ---- Records of the callback table ---- */
 
-/** A received vendor-specific TLV (IEEE 1905.1 TLV type 0x0B), as the host hands it to the receive entries. */
+/** A received vendor-specific TLV (IEEE 1905.1 TLV type 0x0B), as the host passes it to the receive entries. */
 typedef struct {
     uint8_t srcMac[KV_MAC_LEN]; /**< source of the message; for a relayed message the originator's AL MAC */
     const uint8_t *value;       /**< first byte of the TLV value, which starts with the OUI; the host's memory */
 } KvRecvVendTlv;
 
-/** One encoded vendor-specific TLV value on its way to the host's send slots. */
+/** One encoded vendor-specific TLV value, passed to the host's send slots. */
 typedef struct {
-    uint8_t dstMac[KV_MAC_LEN];
-    uint8_t *buffer; /**< the plug-in's memory, valid during the callback alone */
-    uint32_t length; /**< bytes in buffer */
+    uint8_t dstMac[KV_MAC_LEN]; /**< destination AL MAC */
+    uint8_t *buffer;            /**< the plug-in's memory, valid during the callback only */
+    uint32_t length;            /**< bytes in buffer */
 } KvVendMsgDest;
 
 /** Query codes of dmDataGet, with argument, second argument and result. */
 enum {
     DM_QUERY_DEVICE = 0,          /**< AL MAC, 0: KV_RET_ERR when no such device is in the topology, else anything */
-    DM_QUERY_ALMAC_BY_IFMAC = 1,  /**< interface MAC, uint8_t[6] to fill: KV_RET_ERR when nobody owns it, else 0 */
+    DM_QUERY_ALMAC_BY_IFMAC = 1,  /**< interface MAC, uint8_t[6] to fill: KV_RET_ERR if no device owns it, else 0 */
     DM_QUERY_DEV_VENDOR_DATA = 2, /**< AL MAC or null for the local device, 0: KvDevVendorData * or 0 */
     DM_QUERY_INTF_LIST = 3,       /**< AL MAC or null, 0: KvIntfList * or 0; the caller frees entries and head */
-    DM_QUERY_DEV_WIFI_NBR = 4     /**< as DM_QUERY_DEV_VENDOR_DATA; asked where the neighbour table is meant */
+    DM_QUERY_DEV_WIFI_NBR = 4     /**< as DM_QUERY_DEV_VENDOR_DATA, for access to the neighbour table */
 };
 
 /**
- * What the host does for the plug-in. A slot may be null; the plug-in then logs and fails the operation.
- * Message identifiers: the IEEE 1905.1 message identifier of the frame that carries the TLV. *msgId == 0 asks
- * the host to choose one and write it back; any other value is the identifier of the message being answered and
- * must be used unchanged. A null msgId means that any will do.
+ * Functions of the host. A slot may be null: the plug-in then logs and fails the operation.
+ * Message identifiers are those of the frame with the TLV. If *msgId is 0, the host chooses one and writes it back. Any
+ * other value is the identifier of the request and must be used unchanged. A null msgId means any identifier.
  */
 typedef struct {
-    /** Ask the topology database; see DM_QUERY_*. Pointers travel as uintptr_t. */
+    /** Queries the topology database, see DM_QUERY_*. Pointers are passed as uintptr_t. */
     uintptr_t (*dmDataGet)(uint32_t code, void *argument, uintptr_t argument2);
-    /** Rewrite the JSON data-model file, now or soon: every report of stations asks for it. 0 on success. */
+    /** Rewrites the JSON data-model file, now or soon. Called for every station report. Returns 0 on success. */
     int (*jsonDataModelWrite)(uint32_t unused);
-    /** Send the TLV value in a message of type 0x0004 to dest->dstMac. 0 when sent. */
+    /** Sends the TLV value in a message of type 0x0004 to dest->dstMac. Returns 0 if sent. */
     int (*vendMsgSend)(KvVendMsgDest *dest, uint16_t *msgId);
-    /** The same to the IEEE 1905.1 multicast address, neighbours only. */
+    /** Sends the TLV value to the IEEE 1905.1 multicast address, neighbours only. Returns 0 if sent. */
     int (*vendMcastMsgSend)(KvVendMsgDest *dest, uint16_t *msgId);
-    /** The same as relayed multicast: every device of the network receives it once. */
+    /** Sends the TLV value as relayed multicast: every device receives it once. Returns 0 if sent. */
     int (*vendRelayMcastMsgSend)(KvVendMsgDest *dest, uint16_t *msgId);
-    /** Post an operator command (code, buffer of size bytes) to the daemon; set in the command tool. */
+    /** Posts an operator command (code, buffer of size bytes) to the daemon. Set in the command tool. */
     int (*cmdSend)(uint32_t code, void *buffer, uint32_t size);
-    /** Written by kvMAP1905_ApCfg_reg for the host; the plug-in never calls it. */
+    /** Set by kvMAP1905_ApCfg_reg for the host. The plug-in never calls it. */
     int (*apCfgSet)(void *argument);
 } Kv1905BcmCbs;
 
-/** One interface of a device. Who asked for the list frees every entry and the head. */
+/** One interface of a device. The caller that requested the list frees every entry and the list itself. */
 typedef struct KvIntfEntry {
-    struct KvIntfEntry *next;
-    uint8_t mac[KV_MAC_LEN];
-    uint32_t mediaType; /**< IEEE 1905.1 media type in the low 16 bits */
+    struct KvIntfEntry *next; /**< next interface, or null */
+    uint8_t mac[KV_MAC_LEN];  /**< its MAC */
+    uint32_t mediaType;       /**< IEEE 1905.1 media type in the low 16 bits */
 } KvIntfEntry;
 
 /** The whole result of DM_QUERY_INTF_LIST. */
 typedef struct {
-    uint32_t count;
-    KvIntfEntry *head;
+    uint32_t count;    /**< entries */
+    KvIntfEntry *head; /**< first entry, or null */
 } KvIntfList;
 
 /* ---- Records inside the host's topology database ---- */
 
 /** One associated Wi-Fi station, or a station that another device reported. */
 typedef struct WIFINeighborEntry {
-    struct WIFINeighborEntry *next;
-    uint8_t mac[KV_MAC_LEN];
-    uint16_t mediaType;
-    uint16_t Rate;        /**< Mbit/s */
-    int16_t RSSI;         /**< dBm */
-    int16_t SNR;          /**< dB */
-    uint16_t signalLevel; /**< 0 to 5 */
-    uint32_t Tx;
-    uint32_t Rx;
-    uint16_t tx_rate;  /**< Mbit/s */
-    uint16_t rx_rate;  /**< Mbit/s */
-    uint32_t lastSeen; /**< seconds since the epoch; 0 in the local list */
-    uint8_t Band;      /**< 1 = 2.4 GHz, 6 = 5 GHz */
+    struct WIFINeighborEntry *next; /**< next station, or null */
+    uint8_t mac[KV_MAC_LEN];        /**< its MAC, or the AL MAC of its owner */
+    uint16_t mediaType;             /**< IEEE 1905.1 media type */
+    uint16_t Rate;                  /**< Mbit/s */
+    int16_t RSSI;                   /**< dBm */
+    int16_t SNR;                    /**< dB */
+    uint16_t signalLevel;           /**< 0 to 5 */
+    uint32_t Tx;                    /**< transmit counter as reported */
+    uint32_t Rx;                    /**< receive counter as reported */
+    uint16_t tx_rate;               /**< Mbit/s */
+    uint16_t rx_rate;               /**< Mbit/s */
+    uint32_t lastSeen;              /**< seconds since the epoch; 0 in the local list */
+    uint8_t Band;                   /**< 1 = 2.4 GHz, 6 = 5 GHz */
 } WIFINeighborEntry;
 
-/** A view of a list of stations: head and what hangs from it stay its owner's, unless a function says otherwise. */
+/** Non-owning view of a station list. The entries belong to the creator unless a function says otherwise. */
 typedef struct {
-    uint32_t count;
+    uint32_t count;          /**< entries */
     WIFINeighborEntry *head; /**< null when empty */
 } WIFINeighborList;
 
 /** Security configuration of a device. secData holds secLen bytes from malloc, owned by the record, or is null. */
 typedef struct {
-    uint32_t secType;
-    uint16_t secLen;
-    uint8_t *secData;
+    uint32_t secType; /**< type of the configuration */
+    uint16_t secLen;  /**< bytes in secData */
+    uint8_t *secData; /**< from malloc, or null */
 } SecurityConfig;
 
 /**
  * The plug-in's block in the host's device record. The host allocates it zero-filled and frees it, together with
- * security.secData and, for a remote device, the entries of wifiNbrHead. Texts that arrive longer than their
- * field are cut to it.
+ * security.secData and, for a remote device, the entries of wifiNbrHead. Received texts are cut to their field.
  */
 typedef struct {
     uint8_t cfgAttrCount;          /**< attributes of the last configuration response */
     uint8_t rebootFromNbrCap;      /**< non-zero: the controller may reboot or reset this device */
     uint8_t intfPwrCtrlFromNbrCap; /**< non-zero: the controller may switch its Wi-Fi interfaces' power */
-    char fwVersion[128];
-    char newFwVersion[128];
-    char newFwDate[128];
-    uint8_t auxStatus;       /**< configuration attribute 9, passed through unchanged */
-    uint8_t fwUpgradeStatus; /**< 0 none, 1 newer known, 2 downloading, 3 downloaded, 4 writing, 5 written */
-    char modelName[128];
-    char ipAddr[128];      /**< dotted text */
-    char opMode[32];       /**< "AP", "Repeater" or "Router" */
-    char buildNum[32];     /**< decimal text */
-    char protoVersion[32]; /**< empty for a device that never reported one */
-    char ledStatus[32];    /**< "ON" or "OFF" */
-    char appVersion[32];
-    char l2DevCtrl[32];
-    char wifiAutoCfg[32];
-    char wifiOnOff[32];
-    char fwUpgrade[32];
-    char ledOnOff[32];
-    char channel24G[16];
-    char channel5G[16];
-    char channelExtra[16];
-    uint32_t confFileMtime;    /**< seconds since the epoch */
-    uint32_t versionFileMtime; /**< seconds since the epoch */
-    char uptime[16];           /**< seconds, decimal text */
-    uint32_t uptimeRecvTime;   /**< seconds since the epoch */
-    uint32_t wifiNbrNum;       /**< entries of a remote device's table; the local device's are counted by WIFINbrNum */
+    char fwVersion[128];           /**< configuration attribute 2 */
+    char newFwVersion[128];        /**< attribute 5 */
+    char newFwDate[128];           /**< attribute 6 */
+    uint8_t auxStatus;             /**< configuration attribute 9, passed through unchanged */
+    uint8_t fwUpgradeStatus;       /**< 0 none, 1 newer known, 2 downloading, 3 downloaded, 4 writing, 5 written */
+    char modelName[128];           /**< attribute 7 */
+    char ipAddr[128];              /**< dotted text */
+    char opMode[32];               /**< "AP", "Repeater" or "Router" */
+    char buildNum[32];             /**< decimal text */
+    char protoVersion[32];         /**< empty for a device that never reported one */
+    char ledStatus[32];            /**< "ON" or "OFF" */
+    char appVersion[32];           /**< attribute 101 */
+    char l2DevCtrl[32];            /**< attribute 102 */
+    char wifiAutoCfg[32];          /**< attribute 103 */
+    char wifiOnOff[32];            /**< attribute 104 */
+    char fwUpgrade[32];            /**< attribute 105 */
+    char ledOnOff[32];             /**< attribute 106 */
+    char channel24G[16];           /**< attribute 13 */
+    char channel5G[16];            /**< attribute 14 */
+    char channelExtra[16];         /**< attribute 15 */
+    uint32_t confFileMtime;        /**< seconds since the epoch */
+    uint32_t versionFileMtime;     /**< seconds since the epoch */
+    char uptime[16];               /**< seconds, decimal text */
+    uint32_t uptimeRecvTime;       /**< seconds since the epoch */
+    uint32_t wifiNbrNum; /**< entries of a remote device's table; the local device's are counted by WIFINbrNum */
     WIFINeighborEntry *wifiNbrHead; /**< of the local device: the plug-in's own list, renewed by kvMAP1905_MainLoop */
-    SecurityConfig security;
+    SecurityConfig security;        /**< security configuration */
 } KvDevVendorData;
 
 /** The plug-in's block in the host's interface record. */
@@ -188,126 +186,138 @@ typedef struct {
 
 /** One message of the vendor's set (IEEE 1905.1 vendor-specific TLV, OUI 02:4E:A7). */
 typedef struct {
-    uint8_t oui[KV_OUI_LEN];
+    uint8_t oui[KV_OUI_LEN];   /**< 02:4E:A7 */
     uint8_t alMac[KV_MAC_LEN]; /**< AL MAC of the device that built the message */
-    uint8_t marker[2];         /**< 0x00 0x01 in every message sent; kept as received, never checked */
-    uint16_t msgType;
-    uint16_t payloadLen; /**< exact number of payload bytes on the wire */
-    void *payload;       /**< the type's payload record, or null */
+    uint8_t marker[2];         /**< 0x00 0x01 in every message sent; stored as received, never checked */
+    uint16_t msgType;          /**< VEND_MSG_TYPE_* */
+    uint16_t payloadLen;       /**< exact number of payload bytes on the wire */
+    void *payload;             /**< the type's payload record, or null */
 } KvVendMsg;
 
 /** Signal measurement of one station, the payload record of Intel's RSSI messages. */
 typedef struct {
-    uint8_t staMac[KV_MAC_LEN];
-    uint16_t rxRate10; /**< 100 kbit/s */
-    uint16_t txRate10; /**< 100 kbit/s */
-    uint8_t rssi;      /**< low 8 bits of the signed dBm value */
-    uint8_t snr;
+    uint8_t staMac[KV_MAC_LEN]; /**< the station's MAC */
+    uint16_t rxRate10;          /**< 100 kbit/s */
+    uint16_t txRate10;          /**< 100 kbit/s */
+    uint8_t rssi;               /**< low 8 bits of the signed dBm value */
+    uint8_t snr;                /**< dB */
 } KvRssiMeasurement;
 
 /** One message of Intel's set (IEEE 1905.1 vendor-specific TLV, OUI 00:03:47). */
 typedef struct {
-    uint8_t oui[KV_OUI_LEN];
-    uint8_t field3[4];
-    uint8_t field7[2];
-    uint8_t msgType;
-    uint8_t field10;
-    uint8_t field11[6];
-    uint8_t field18[2]; /**< wire order */
-    KvRssiMeasurement *payload;
+    uint8_t oui[KV_OUI_LEN];    /**< 00:03:47 */
+    uint8_t field3[4];          /**< passed through, like the other numbered fields */
+    uint8_t field7[2];          /**< bytes 7 and 8 */
+    uint8_t msgType;            /**< INTEL_MSG_TYPE_* */
+    uint8_t field10;            /**< byte 10 */
+    uint8_t field11[6];         /**< bytes 11 to 16 */
+    uint8_t field18[2];         /**< wire order */
+    KvRssiMeasurement *payload; /**< the measurement, or null */
 } KvIntelVendMsg;
 
 /* ---- Command buffers, which double as payload records; host byte order ---- */
 
-#define KV_MAX_INTF_PWR_ENTRIES 30
-#define KV_MAX_COMMAND_TEXT 2048
+#define KV_MAX_INTF_PWR_ENTRIES 30 /**< interfaces of one request */
+#define KV_MAX_COMMAND_TEXT 2048   /**< characters of a URL or command in its record */
 
-/** What is to be switched. */
+/** An interface to switch. */
 typedef struct {
     uint8_t mac[KV_MAC_LEN]; /**< all zero: every interface of this media type */
-    uint16_t mediaType;
+    uint16_t mediaType;      /**< IEEE 1905.1 media type */
 } KvIntfPwrCtrlEntry;
 
 /** Interface power control: command 103 and message type 6. */
 typedef struct {
-    uint8_t alMac[KV_MAC_LEN]; /**< the agent that is to act */
-    uint8_t count;             /**< entries in use, at most 30 */
-    uint8_t zero;
-    KvIntfPwrCtrlEntry entries[KV_MAX_INTF_PWR_ENTRIES];
+    uint8_t alMac[KV_MAC_LEN];                           /**< the requested agent */
+    uint8_t count;                                       /**< entries in use, at most 30 */
+    uint8_t zero;                                        /**< padding */
+    KvIntfPwrCtrlEntry entries[KV_MAX_INTF_PWR_ENTRIES]; /**< the interfaces */
     uint32_t pwrState; /**< IEEE 1905.1 power state; the wire carries its low 8 bits */
 } KvIntfPwrCtrlReq;
 
-/** Firmware control: command 109, message type 20. A URL beyond 1495 characters fits no message; agents take 1023. */
+/** Firmware control: command 109, message type 20. A URL of more than 1495 characters fits no message. Agents accept
+ * 1023. */
 typedef struct {
-    uint8_t alMac[KV_MAC_LEN];
-    uint16_t FWOption;     /**< 1 to 7, what the agent is to do; the wire carries its low 8 bits */
-    uint16_t FWTopoOption; /**< 0: no URL is carried; the wire carries its low 8 bits */
-    uint16_t FWURLcount;   /**< characters of FWURL */
-    char FWURL[KV_MAX_COMMAND_TEXT];
+    uint8_t alMac[KV_MAC_LEN];       /**< the requested agent */
+    uint16_t FWOption;               /**< 1 to 7, the requested action; the wire carries its low 8 bits */
+    uint16_t FWTopoOption;           /**< 0: no URL is carried; the wire carries its low 8 bits */
+    uint16_t FWURLcount;             /**< characters of FWURL */
+    char FWURL[KV_MAX_COMMAND_TEXT]; /**< not NUL-terminated when full */
 } KvFWCtrlReq;
 
 /** LED control: command 114 and message types 33 and 34. */
 typedef struct {
-    uint8_t alMac[KV_MAC_LEN];
-    uint16_t ledOption; /**< 0 off, any other value on */
+    uint8_t alMac[KV_MAC_LEN]; /**< the requested device, zero in type 34 */
+    uint16_t ledOption;        /**< 0 off, any other value on */
 } KvLedCtrlReq;
 
-/** Remote command: command 200 and message type 25. A text that does not fit is refused. */
+/** Remote command: command 200 and message type 25. Longer texts are refused. */
 typedef struct {
-    uint8_t alMac[KV_MAC_LEN];
-    uint16_t CommandDatacount; /**< words */
-    uint16_t CommandURLcount;  /**< characters of CommandURL */
-    char CommandURL[KV_MAX_COMMAND_TEXT];
+    uint8_t alMac[KV_MAC_LEN];            /**< the requested agent */
+    uint16_t CommandDatacount;            /**< words */
+    uint16_t CommandURLcount;             /**< characters of CommandURL */
+    char CommandURL[KV_MAX_COMMAND_TEXT]; /**< not NUL-terminated when full */
 } KvCommandReq;
 
 /* ---- Multi-AP extensions and settings sync ---- */
 
-#define KV_MAX_MDID_INTERFACES 15
+#define KV_MAX_MDID_INTERFACES 15 /**< BSSs of one list */
 
-/** One BSS of the host's list for the MDID TLV; the plug-in writes mdid alone. */
+/** One BSS of the host's list for the MDID TLV; the plug-in writes only mdid. */
 typedef struct {
-    uint8_t bssid[KV_MAC_LEN];
-    char ifname[16]; /**< NUL-terminated, such as "wl0.5" */
-    uint16_t mdid;   /**< mobility-domain identifier */
-    uint8_t enabled;
+    uint8_t bssid[KV_MAC_LEN]; /**< its BSSID */
+    char ifname[16];           /**< NUL-terminated, such as "wl0.5" */
+    uint16_t mdid;             /**< mobility-domain identifier */
+    uint8_t enabled;           /**< 1 if the BSS is up */
 } KvMdidInterface;
 
 /** The host's BSSs for the MDID TLV. */
 typedef struct {
-    uint32_t InterfaceNumberOfEntries; /**< at most 15; more is refused */
-    KvMdidInterface interfaces[KV_MAX_MDID_INTERFACES];
+    uint32_t InterfaceNumberOfEntries;                  /**< at most 15; more is refused */
+    KvMdidInterface interfaces[KV_MAX_MDID_INTERFACES]; /**< the BSSs */
 } KvMdidInterfaceList;
 
 /**
  * One BSS of the BSS configuration TLV; the host's list is a uint32_t count, then that many of these from offset 4.
  * BandIndex: the low four bits are the BSS on its radio (0 main, 1 to 15 virtual), 0x20, 0x40 and 0x80 name the band.
- * MDID: mobility-domain identifier. The other fields are the host's and are carried as they are, numbers big-endian.
+ * MDID: mobility-domain identifier. The other fields belong to the host and are passed through unchanged, numbers
+ * big-endian.
  */
 typedef struct {
-    uint8_t BandIndex, Attribute;
-    uint16_t MDID, TCI;
-    uint8_t WlMode, ExtAttribute;
+    uint8_t BandIndex;    /**< BSS on its radio, and band */
+    uint8_t Attribute;    /**< the host's */
+    uint16_t MDID;        /**< mobility-domain identifier */
+    uint16_t TCI;         /**< VLAN tag */
+    uint8_t WlMode;       /**< the host's */
+    uint8_t ExtAttribute; /**< the host's */
 } KvBssConfig;
 
-/** One BSS of the AP-configuration extension, as in KvBssConfig. WlMode, Channel and what follows do not travel. */
+/** One BSS of the AP-configuration extension, as in KvBssConfig. WlMode and the fields after ExtAttribute are not sent.
+ */
 typedef struct {
-    uint8_t BandIndex, Attribute;
-    uint16_t MDID, TCI;
-    uint8_t WlMode, ExtAttribute, Channel, ACS_Sideband, Bandwidth;
+    uint8_t BandIndex;    /**< BSS on its radio, and band */
+    uint8_t Attribute;    /**< the host's */
+    uint16_t MDID;        /**< mobility-domain identifier */
+    uint16_t TCI;         /**< VLAN tag */
+    uint8_t WlMode;       /**< the host's */
+    uint8_t ExtAttribute; /**< the host's */
+    uint8_t Channel;      /**< the host's */
+    uint8_t ACS_Sideband; /**< the host's */
+    uint8_t Bandwidth;    /**< the host's */
 } KvBssInfo;
 
-/** A password on its way, scrambled: message type 69. A longer one than 255 bytes is refused. */
+/** Scrambled password: message type 69. More than 255 bytes are refused. */
 typedef struct {
-    uint8_t alMac[KV_MAC_LEN];
-    uint16_t pwdLen;
-    uint8_t pwd[256]; /**< zero beyond pwdLen */
+    uint8_t alMac[KV_MAC_LEN]; /**< the controller's AL MAC */
+    uint16_t pwdLen;           /**< bytes of the password */
+    uint8_t pwd[256];          /**< zero beyond pwdLen */
 } SyncCtrlerPwdMsgData;
 
-/** A country-in-beacon text on its way: command 205 and message type 77. Longer ones are refused. */
+/** Country in beacons: command 205 and message type 77. Longer texts are refused. */
 typedef struct {
-    uint8_t alMac[KV_MAC_LEN];
-    uint8_t countryLen; /**< 0 to 4 */
-    char country[4];    /**< no terminator when it is full */
+    uint8_t alMac[KV_MAC_LEN]; /**< the controller's AL MAC */
+    uint8_t countryLen;        /**< 0 to 4 */
+    char country[4];           /**< no terminator when it is full */
 } SyncCtrlerCountryMsgData;
 
 /** Command codes between the command tool and kvMAP1905_VendSpecCmd_handle, with their buffers. */
@@ -452,10 +462,10 @@ extern KVMAP1905_API char FW_file_version_old[128]; /**< the plug-in does not re
 extern KVMAP1905_API char FW_file_version_new[128]; /**< the plug-in does not read it */
 extern KVMAP1905_API char FW_file_date[128];        /**< the plug-in does not read it */
 
-#define KV_FLAG_AUTO_ROLE_SELECT 0x1u
-#define KV_FLAG_AUTO_ROLE_SELECT_ONLY_WHEN_GW_FOUND 0x2u
-#define KV_FLAG_MODE_AP 0x4u
-#define KV_FLAG_MODE_REPEATER 0x8u
+#define KV_FLAG_AUTO_ROLE_SELECT 0x1u                    /**< autoRoleSelect is not 0 */
+#define KV_FLAG_AUTO_ROLE_SELECT_ONLY_WHEN_GW_FOUND 0x2u /**< autoRoleSelectOnlyWhenGwFound is not 0 */
+#define KV_FLAG_MODE_AP 0x4u                             /**< Mode is ap */
+#define KV_FLAG_MODE_REPEATER 0x8u                       /**< Mode is repeater */
 
 /**
  * @name Registration and data-model access
