@@ -58,7 +58,7 @@ int kcfgFeReqSend(uint32_t, const void *, uint32_t) {
     return -1;
 }
 
-// In the program's own symbol table before the C library's: no command runs, nobody sleeps.
+// Take precedence over the C library's: no command runs, no call sleeps.
 extern "C" int system(const char *) {
     return 0;
 }

@@ -30,7 +30,7 @@ if(CMAKE_CROSSCOMPILING AND CMAKE_CXX_LIBRARY_ARCHITECTURE)
 endif()
 set(same_version "(= ${PROJECT_VERSION})")
 
-# The plug-in takes the device's libkvplatform.so as gladly as the stand-in.
+# The plug-in accepts the device's libkvplatform.so as well as the stand-in.
 set(CPACK_DEBIAN_PLUGIN_PACKAGE_NAME libkvmap1905)
 set(CPACK_DEBIAN_PLUGIN_PACKAGE_SECTION libs)
 set(CPACK_DEBIAN_PLUGIN_PACKAGE_RECOMMENDS kv1905-host)

@@ -120,8 +120,7 @@ void checkSent(const Bytes &value) {
     require(value.size() == kv::kEnvelopeLen ||
                 kv::parseKvVendMsg(kv::ByteReader(value.data(), value.size()), &msg) == KV_RET_OK,
             "the plug-in's decoder accepts what the plug-in sends");
-    if (type == VEND_MSG_TYPE_WIFI_STATE_RESP)
-        return kv::freewifiMsgData(static_cast<WIFINeighborList *>(msg.payload));
+    if (type == VEND_MSG_TYPE_WIFI_STATE_RESP) return kv::freewifiMsgData(static_cast<WIFINeighborList *>(msg.payload));
     std::free(msg.payload);
 }
 
@@ -186,7 +185,7 @@ void playBss(Device &, const Step &step) {
 // Chooses the peer: a known device, or one that the host adds, removes or knows by an interface alone. The body sets
 // what this device may do.
 void playHost(Device &device, const Step &step) {
-    constexpr Mac kMacs[] = {kvtest::kAgent, kvtest::kLocal, kvtest::kStranger};
+    constexpr Mac kMacs[] = {kvtest::kAgent, kvtest::kLocal, kvtest::kUnknown};
     device.peer = kMacs[step.argument % std::size(kMacs)];
     device.msgId = static_cast<uint16_t>(0x1000 + step.argument / 4 % 8);
     const bool isKnown = device.host.devices.contains(device.peer);
@@ -208,7 +207,7 @@ void playClock(Device &device, const Step &step) {
     kvMAP1905_MainLoop();
 }
 
-// Reads the device's files and commands anew.
+// Reads the device's files and commands again.
 void load(Device &device) {
     KvMdidInterfaceList list = {2, {{{}, "wl0", 0, 0}, {{}, "wl0.5", 0, 0}}};
     uint8_t buffer[7 + 9 * 2];

@@ -42,13 +42,13 @@ inline constexpr uint8_t kMark[] = {0xF5, 0x5F, 0xA5};
 inline constexpr size_t kMaxSteps = 64;
 
 // Plays up to kMaxSteps steps on one object, which keeps its state in between and is checked after each.
-template <typename World, size_t kinds>
-void playSteps(const Bytes &all, World &world, void (*const (&plays)[kinds])(World &, const Step &)) {
+template <typename Fixture, size_t kinds>
+void playSteps(const Bytes &all, Fixture &fixture, void (*const (&plays)[kinds])(Fixture &, const Step &)) {
     auto from = all.begin();
     for (size_t count = 0; from != all.end() && count < kMaxSteps; ++count) {
         const auto to = std::search(from, all.end(), std::begin(kMark), std::end(kMark));
-        if (to - from >= 2) plays[*from % kinds](world, {from[1], Bytes(from + 2, to)});
-        world.check();
+        if (to - from >= 2) plays[*from % kinds](fixture, {from[1], Bytes(from + 2, to)});
+        fixture.check();
         from = to + (to == all.end() ? 0 : std::ssize(kMark));
     }
 }

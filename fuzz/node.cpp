@@ -38,7 +38,7 @@ void checkTrace(ByteView value) {
             "the trace is printable");
 }
 
-struct World {
+struct Fixture {
     void advance(Duration duration) {
         now += duration;
         require(node.run(now) > now, "the next run is later");
@@ -92,21 +92,21 @@ struct World {
 };
 
 // payload: everything after the Ethernet header.
-void deliver(World &world, size_t port, const MacAddress &to, size_t peer, const Bytes &payload) {
-    world.node.receive(port % 2, join(to.bytes, kPeers[peer % 4].bytes, Bytes{0x89, 0x3A}, payload), world.now);
+void deliver(Fixture &fixture, size_t port, const MacAddress &to, size_t peer, const Bytes &payload) {
+    fixture.node.receive(port % 2, join(to.bytes, kPeers[peer % 4].bytes, Bytes{0x89, 0x3A}, payload), fixture.now);
 }
 
 // The body holds the identifier and the TLVs of a message in one fragment, without the end of message.
 template <const MacAddress &to, uint8_t flags>
-void playMessage(World &world, const Step &step) {
+void playMessage(Fixture &fixture, const Step &step) {
     if (step.body.size() < 2) return;
     const Bytes head = {0, 0, 0, static_cast<uint8_t>(step.argument % 16), step.body[0], step.body[1], 0, flags};
-    deliver(world, step.argument / 64, to, step.argument / 16,
+    deliver(fixture, step.argument / 64, to, step.argument / 16,
             join(head, Bytes(step.body.begin() + 2, step.body.end()), Bytes(3)));
 }
 
 // A message is the same after writing and reading, in reverse order of its fragments too.
-void playCodec(World &world, const Step &step) {
+void playCodec(Fixture &fixture, const Step &step) {
     const ByteView body(step.body), bodies[] = {body.first(body.size() / 2), body.subspan(body.size() / 2)};
     const std::optional<std::vector<Tlv>> tlvs = decodeTlvs(bodies);
     if (!tlvs) return;
@@ -119,7 +119,7 @@ void playCodec(World &world, const Step &step) {
     for (const Bytes &frame : frames) {
         const std::optional<Fragment> fragment = parseFragment(frame);
         require(fragment && frame.size() <= kMaxFramePayload, "a written frame fits Ethernet and can be read");
-        result = reassembly.add(kOwn, *fragment, world.now);
+        result = reassembly.add(kOwn, *fragment, fixture.now);
     }
     const Message &read = result.message;
     require(read.type == sent.type && read.id == 7 && read.relay == sent.relay && read.tlvs == sent.tlvs,
@@ -133,35 +133,35 @@ void playCodec(World &world, const Step &step) {
 }
 
 // The index is the step's kind.
-constexpr void (*kPlays[])(World &, const Step &) = {
+constexpr void (*kPlays[])(Fixture &, const Step &) = {
     playMessage<kMulticastMac, 0x80>,
     playMessage<kMulticastMac, 0xC0>,
     playMessage<kOwn, 0x80>,
-    [](World &world, const Step &step) {
-        deliver(world, 0, (step.argument & 1) != 0 ? kMulticastMac : kOwn, step.argument / 2, step.body);
+    [](Fixture &fixture, const Step &step) {
+        deliver(fixture, 0, (step.argument & 1) != 0 ? kMulticastMac : kOwn, step.argument / 2, step.body);
     },
-    [](World &world, const Step &step) { world.node.receive(step.argument % 2, step.body, world.now); },
-    [](World &world, const Step &step) { world.advance(Duration(step.argument * 400)); },
-    [](World &world, const Step &step) {
-        world.node.linkChanged(step.argument % 2, (step.argument & 2) != 0, world.now);
+    [](Fixture &fixture, const Step &step) { fixture.node.receive(step.argument % 2, step.body, fixture.now); },
+    [](Fixture &fixture, const Step &step) { fixture.advance(Duration(step.argument * 400)); },
+    [](Fixture &fixture, const Step &step) {
+        fixture.node.linkChanged(step.argument % 2, (step.argument & 2) != 0, fixture.now);
     },
-    [](World &world, const Step &step) {
+    [](Fixture &fixture, const Step &step) {
         uint16_t id = 0;
         const auto reach = static_cast<Reach>(step.argument % 3);
-        world.node.sendVendor(reach, kPeers[step.argument / 3 % 4], step.body, &id, world.now);
+        fixture.node.sendVendor(reach, kPeers[step.argument / 3 % 4], step.body, &id, fixture.now);
     },
-    [](World &world, const Step &step) { world.checkDataModel(step.text()); },
-    [](World &world, const Step &step) { world.isController = (step.argument & 1) != 0; },
+    [](Fixture &fixture, const Step &step) { fixture.checkDataModel(step.text()); },
+    [](Fixture &fixture, const Step &step) { fixture.isController = (step.argument & 1) != 0; },
     playCodec};
 
 }  // namespace
 
 void playInput(const Bytes &input) {
-    World world;
-    playSteps(input, world, kPlays);
-    world.advance(Duration(3000));
-    world.check();
-    world.checkDataModel("a\xFF\x01\"");
+    Fixture fixture;
+    playSteps(input, fixture, kPlays);
+    fixture.advance(Duration(3000));
+    fixture.check();
+    fixture.checkDataModel("a\xFF\x01\"");
 }
 
 }  // namespace kvfuzz

@@ -105,7 +105,7 @@ KV_PLATFORM_API int kcfgFeObjStructSet(uint32_t object, KcfgInstanceIndex *index
     return structSet(__func__, object, index, value, options);
 }
 
-// Saving applies what the stand-in applies at all, the LEDs, so that both calls are the same.
+// Saving already applies the LEDs, the only object that the stand-in applies, so both calls are the same.
 KV_PLATFORM_API int kcfgFeObjStructSetWithoutApply(uint32_t object, KcfgInstanceIndex *index, void *value,
                                                    const char *options) {
     return structSet(__func__, object, index, value, options);

@@ -10,7 +10,7 @@ namespace support {
 
 inline constexpr int kLogFacilityHost = 0;
 
-// Writes one line per period and counts those it holds back: whoever sends us frames must not fill the log.
+// Writes one line per period and counts the suppressed ones, so that received frames cannot fill the log.
 class LogGate {
   public:
     using TimePoint = std::chrono::steady_clock::time_point;

@@ -33,7 +33,7 @@ std::string escaped(std::string_view json) {
     return out;
 }
 
-// The marks stand in the text in this order, each once. What replaces them is not looked at again.
+// Marks of the text in their order, each once. Replacements are not searched again.
 std::string filled(std::string_view text, std::initializer_list<Replacement> marks) {
     std::string out;
     for (const auto &[mark, value] : marks) {

@@ -8,13 +8,13 @@ const CARD = 320, COMPACT = 180, GAP_X = 36, GAP_Y = 22;  // px
 const LIST = 560;             // px, the widest card where columns do not fit
 const INDENT = 22;            // px, per hop, there
 const HANDLE = 42;            // px below a card's top, where its links meet it
-const CENTRE_WITHIN = 160;    // px that a card may stand below the first of those behind it
+const CENTRE_WITHIN = 160;    // px that a card may be below the first of its children
 const MANY_LEAVES = 6;        // more are set in several columns, where there are
 const MANY_DEVICES = 12;      // more are drawn compact until they are opened
 const MANY_STATIONS = 24;     // more, in all, start with their lists closed
 const LEVELS = 5;             // bars of a signal
 const QUALITY = ['weak', 'weak', 'fair', 'fair', 'good', 'good'];  // by signal level
-const TYPICAL = {good: 5, fair: 3, weak: 1};  // levels that stand for a quality
+const TYPICAL = {good: 5, fair: 3, weak: 1};  // levels that represent a quality
 const MEDIA = new Map([[0, 'Ethernet'], [1, 'Wi-Fi'], [2, 'power line'], [3, 'MoCA']]);  // by high byte
 const WIDE = true;            // a fact that takes a line of its own
 const FACTS = [
@@ -93,7 +93,7 @@ function roleOf(device, own) {
     return device.SpeaksProtocol === true ? 'Agent' : 'plain 1905.1';
 }
 
-// Both ends may tell of a link, and two devices may have several: it is drawn once.
+// Both ends may report a link, and two devices may have several: it is drawn once.
 function linkUp(devices) {
     const links = new Map();
     const add = (one, two, mediaType) => {
@@ -118,7 +118,7 @@ function linkUp(devices) {
     return [...links.values()];
 }
 
-// Shortest paths from this device; what no path leads to stands beside it.
+// Shortest paths from this device; devices without a path are placed next to it.
 function growTree(devices) {
     const roots = [];
     const reached = new Set();
@@ -198,7 +198,7 @@ function stationRow(station) {
         make('td', {class: 'figure'}, rate));
 }
 
-// Empty until somebody looks: thousands of rows that nobody sees cost time at every refresh.
+// Filled when opened: thousands of hidden rows cost time at every refresh.
 function fillStations(card) {
     if (!card.list.open) return card.rows.replaceChildren();
     card.rows.replaceChildren(...card.device.stations.filter(station => card.shows(station)).map(stationRow));
@@ -255,7 +255,7 @@ function fillCard(card, device) {
     fillStations(card);
 }
 
-// ---- Where everything stands
+// ---- Positions
 
 const map = $('map'), canvas = $('links');
 
@@ -266,7 +266,7 @@ function walk(devices, visit) {
     }
 }
 
-// Columns by distance. Many devices without others behind them share the free columns, a bus above each row of theirs.
+// Columns by distance. Many devices without children share the free columns, a bus above each row of theirs.
 function assignColumns(devices, column, columns) {
     for (const device of devices) {
         const leaves = device.children.filter(child => child.children.length === 0);
@@ -286,17 +286,17 @@ function assignColumns(devices, column, columns) {
 
 const tallest = row => Math.max(...row.map(device => device.height));
 
-// The height of all that is behind a device, and of it with the device.
+// The height of all children of a device, and of the device with them.
 function measure(device) {
     device.branches.forEach(measure);
     const heights = [...device.branches.map(branch => branch.block), ...device.rows.map(tallest)];
-    device.behind = heights.reduce((sum, height) => sum + height + GAP_Y, heights.length > 0 ? -GAP_Y : 0);
-    device.block = Math.max(device.height, device.behind);
+    device.below = heights.reduce((sum, height) => sum + height + GAP_Y, heights.length > 0 ? -GAP_Y : 0);
+    device.block = Math.max(device.height, device.below);
 }
 
 function stack(device, top) {
     device.y = top + Math.min((device.block - device.height) / 2, CENTRE_WITHIN);
-    let y = top + (device.block - device.behind) / 2;
+    let y = top + (device.block - device.below) / 2;
     for (const branch of device.branches) {
         stack(branch, y);
         y += branch.block + GAP_Y;
@@ -462,7 +462,7 @@ function draw(data) {
     const when = mesh.stamp.replace('T', ' ').replace('Z', ' UTC');
     say($('summary'), `${count(mesh.devices.size, 'device')}, ${count(mesh.stations, 'station')}${local}, as of ${when}`);
     warn(mesh.devices.size === 0 ? 'The file names no device.' : mesh.tellsLinks || mesh.devices.size === 1 ? '' :
-        'The file does not tell who is whose neighbour: only the links of this device itself are drawn.');
+        'The file does not contain the neighbours of other devices: only the links of this device are drawn.');
     search();
     layout();
 }

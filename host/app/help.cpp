@@ -66,7 +66,7 @@ bool isPlainWord(const std::string &name) {
                        [](unsigned char c) { return std::isalnum(c) || std::strchr("._-", c); });
 }
 
-// Names that stand for one entry, and else its MAC. Names come from the network: a shell would run a part of some.
+// Returns names of exactly one entry, otherwise its MAC. Names come from the network: a shell could run a part of one.
 std::set<std::string> wordsFor(const std::vector<NamedMac> &entries) {
     std::multiset<std::string> names;
     for (const auto &[name, mac] : entries)

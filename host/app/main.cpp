@@ -133,7 +133,7 @@ CommandResult runAndExplain(const CommandLine &line, Network &network) {
     CommandResult result = runCommand(*line.command, line.arguments, line.run);
     try {
         explain(result, *line.command, network);
-    } catch (const std::exception &) {  // the result stands without the file
+    } catch (const std::exception &) {  // the result is valid without the file
     }
     return result;
 }

@@ -24,7 +24,7 @@ inline constexpr size_t kReplySize = 8;          // bytes
 
 // Commands that the daemon runs itself; the plug-in never sees these codes, and its own are below 0x10000.
 enum OwnCommand : uint32_t {
-    kCommandRssi = 0x10001,           // AL MAC of the device to tell, MAC of a station of this device: 12 bytes
+    kCommandRssi = 0x10001,           // AL MAC of the receiver, MAC of a station of this device: 12 bytes
     kCommandQueryStations = 0x10002,  // AL MAC of the device to ask: 6 bytes
     kCommandQueryPower = 0x10003,     // the same
     kCommandMonitor = 0x10004,        // nothing

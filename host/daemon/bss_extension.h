@@ -18,7 +18,7 @@ class BssExtension {
     // `plugin` must outlive it. Radios beyond KV_MAX_MDID_INTERFACES are left out: the TLV holds no more.
     BssExtension(const PluginSymbols &plugin, const std::vector<Radio> &radios);
 
-    // Have the plug-in look up the MDIDs and build both TLVs anew. May run nvram. A TLV that it refuses is left out.
+    // Lets the plug-in look up the MDIDs and build both TLVs again. May run nvram. Omits a TLV that it refuses.
     void refresh();
 
     // Of the last refresh.

@@ -46,7 +46,7 @@ bool isRefused(const std::string &path) {
     return false;
 }
 
-// Removes the socket of a daemon that is gone, and as root that of any other user; throws when somebody listens, or
+// Removes the socket of a daemon that has ended, and as root that of any other user; throws when a process listens, or
 // when it is something else.
 void removeStale(const std::string &path) {
     struct stat facts {};

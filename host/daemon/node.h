@@ -39,7 +39,7 @@ struct NodeEvents {
     std::function<void(const MacAddress &)> topologyResponse;
     // An AP-autoconfiguration message, with the originator's AL MAC as far as we know; false when it is malformed.
     std::function<bool(const MacAddress &, const Message &, TimePoint)> autoconfiguration;
-    // A message that nobody handles arrived from that AL MAC.
+    // An unhandled message from that AL MAC was received.
     std::function<void(const MacAddress &, const Message &)> unhandled;
     // What the interface of that port counted.
     std::function<LinkStatistics(size_t)> linkStatistics;
@@ -87,7 +87,7 @@ class Node {
     Topology &topology() { return topology_; }
     const Topology &topology() const { return topology_; }
     const Counters &counters() const { return counters_; }
-    // Messages that nobody handles, by type.
+    // Unhandled messages, by type.
     const std::map<uint16_t, uint64_t> &unhandled() const { return unhandled_; }
     const NodeConfig &config() const { return config_; }
 

@@ -22,7 +22,7 @@ const SettingsGuard::Check SettingsGuard::kChecks[] = {
     {Admission::Command, &SettingsGuard::maySet, "it is not the controller"},
     {Admission::Command, &SettingsGuard::isAffordable, "there are too many"},
     {Admission::Request, &SettingsGuard::isAffordable, "there are too many"},
-    {Admission::Configuration, &SettingsGuard::isOfAnother, "nobody else knows this device's configuration"},
+    {Admission::Configuration, &SettingsGuard::isOfAnother, "another device sent this device's configuration"},
     {Admission::Configuration, &SettingsGuard::isAffordable, "there are too many"},
     {Admission::Stations, &SettingsGuard::isWithinShare, "it has more than its share of all stations"},
     {Admission::Result, &SettingsGuard::isAwaited, "it has no command to answer"},

@@ -107,7 +107,7 @@ class Supervisor {
                 checkStall();
             }
         }
-        kill(-daemon_, SIGKILL);  // what it leaves behind
+        kill(-daemon_, SIGKILL);  // its remaining commands
         return *status_;
     }
     bool isStopped() const { return stopAt_.has_value(); }

@@ -76,7 +76,7 @@ class Topology {
     // Null when unknown.
     Device *find(const MacAddress &alMac);
     const Device *find(const MacAddress &alMac) const;
-    // The device with that AL MAC or with an interface of that MAC; null when nobody owns it.
+    // Returns the device with that AL MAC or with an interface of that MAC; null if there is none.
     Device *findByAnyMac(const MacAddress &mac);
 
     // Enter what a device reported, or refresh it. Null when the database is full.

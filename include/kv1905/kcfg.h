@@ -2,7 +2,7 @@
  * @file
  * kcfg.h - the device's configuration library, as the plug-in calls it.
  *
- * The configuration service behind it holds the device's configuration data model as numbered objects with instances
+ * The configuration service holds the device's configuration data model as numbered objects with instances
  * and performs system-wide requests. A device brings its own implementation; libkvplatform.so is the development
  * stand-in. All calls are synchronous and run on the caller's thread.
  *

@@ -1,6 +1,6 @@
 """A wall clock of its own for a device: libfaketime shifts what its programs read, and the lab moves the shift.
 
-Timers run on the monotonic clock, which stays true, so a moved clock makes what is old look old and wakes nobody."""
+Timers use the monotonic clock, which is not moved: a moved clock changes ages, but wakes no process."""
 
 import os
 import subprocess

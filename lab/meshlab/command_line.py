@@ -30,7 +30,7 @@ def add_plan_options(parser):
                         help="devices whose daemon runs without the plug-in")
     parser.add_argument("--password-file", type=os.path.abspath, metavar="FILE",
                         help="its first line becomes every device's administrator password, encrypted as the device "
-                             "keeps it; a file, because command lines can be read by everybody")
+                             "keeps it; a file, because every user can read command lines")
     parser.add_argument("--stations", type=STATION_COUNT, default=0, metavar="N",
                         help="Wi-Fi stations that every device has from the start (default 0; see stations)")
     parser.add_argument("--settings-from", choices=("any", "controller"),

@@ -43,7 +43,7 @@ class Log:
         self._append(self._prefix(source) + text.encode() + b"\n")
 
     def follow(self, descriptor):
-        """Copies what arrives until nobody can write to the descriptor any more."""
+        """Copies the input until no process can write to the descriptor."""
         with open(descriptor, "rb") as lines:
             for line in lines:
                 self._append(line if STAMPED.match(line) else self._prefix("output") + line)

@@ -44,7 +44,7 @@ def run_inside(pid, command, environment):
     life, life_end = os.pipe()
     signal.signal(signal.SIGINT, signal.SIG_IGN)  # Ctrl-C is the command's to handle
     # The process that keeps the command becomes a child of the mesh's supervisor, which buries it when this process
-    # cannot: a dead process that nobody buries would hold up the end of the mesh.
+    # cannot: an unreaped zombie would block the end of the mesh.
     middle = os.fork()
     if middle == 0:
         if os.fork() == 0:

@@ -1,38 +1,38 @@
-"""What a hostile neighbour sends. An attack is a function that builds one burst: frames that go out one after another
+"""Attacks on a mesh. An attack is a function that builds one burst: frames that are sent one after another
 under one message identifier. The same seed builds the same bursts."""
 
 import random
 from dataclasses import dataclass, field
 
-from meshlab.ieee1905 import (END, FLAG_LAST, FLAG_RELAY, INTEL_OUI, MAKER_OUI, MULTICAST, RSSI_REQUEST, TLV_AL_MAC,
+from meshlab.ieee1905 import (END, FLAG_LAST, FLAG_RELAY, INTEL_OUI, VENDOR_OUI, MULTICAST, RSSI_REQUEST, TLV_AL_MAC,
                               TLV_DEVICE_INFORMATION, TLV_MAC_ADDRESS, TLV_NEIGHBOURS, TLV_VENDOR, TOPOLOGY_DISCOVERY,
                               TOPOLOGY_NOTIFICATION, TOPOLOGY_QUERY, TOPOLOGY_RESPONSE, VENDOR_SPECIFIC, IntelHeader, cmdu, ethernet,
-                              fragments, mac_bytes, maker_message, tlv, vendor_frame)
+                              fragments, mac_bytes, vendor_message, tlv, vendor_frame)
 
-MAX_VALUE = 16383  # bytes of a TLV that hosts still take
+MAX_VALUE = 16383  # bytes of a TLV that hosts accept
 REPORT, STATE_RESPONSE, CONF_RESPONSE = 36, 9, 1
 QUESTIONS = (0, 2, 8, 70, 76)  # configuration, power state, stations, password, country
 RESULTS = (5, 21, 23, 27, 32, 35)  # one byte each
-GHOSTS = 1024  # invented devices
+FAKES = 1024  # invented devices
 
 
 @dataclass
-class World:
-    """What an attacker on a device knows: the AL MACs that the device's own file lists."""
+class Network:
+    """AL MACs from the JSON file of the attacking device."""
     local: str
     controller: str
     victims: list  # every device but the local one
     random: random.Random
-    ghosts: list = field(default_factory=list)
+    fakes: list = field(default_factory=list)
 
     def __post_init__(self):
-        self.ghosts = [f"02:bd:{self.random.randrange(256):02x}:00:{n >> 8:02x}:{n & 255:02x}" for n in range(GHOSTS)]
+        self.fakes = [f"02:bd:{self.random.randrange(256):02x}:00:{n >> 8:02x}:{n & 255:02x}" for n in range(FAKES)]
 
     def victim(self):
         return self.random.choice(self.victims)
 
-    def ghost(self):
-        return self.random.choice(self.ghosts)
+    def fake(self):
+        return self.random.choice(self.fakes)
 
     def noise(self, count):
         return self.random.randbytes(count)
@@ -41,17 +41,17 @@ class World:
         return b"\x02\xbe" + self.noise(4)
 
     def false_station(self):
-        """One of few: told in true devices' names, they do not crowd out the true ones."""
+        """Returns one of 16, so that they do not displace real stations of the devices that they are reported for."""
         return b"\x02\xbe\xff\0\0" + bytes([self.random.randrange(16)])
 
 
-def read_world(model, seed):
+def read_network(model, seed):
     devices = model["kv1905"]["DeviceList"]
     local = next(device["ID"] for device in devices if device["Local"])
     victims = [device["ID"] for device in devices if not device["Local"]]
     if not victims:
         raise ValueError("the device's own file lists no other device yet")
-    return World(local, model["kv1905"]["Controller"] or victims[0], victims, random.Random(seed))
+    return Network(local, model["kv1905"]["Controller"] or victims[0], victims, random.Random(seed))
 
 
 # ---- The probe after a flood
@@ -71,8 +71,8 @@ def answers_to(frame, victim):
 # ---- What a sound message holds
 
 
-def state_record(station, world):
-    return station + b"\x01\x05" + world.noise(16)
+def state_record(station, network):
+    return station + b"\x01\x05" + network.noise(16)
 
 
 def report_payload(reporter, stations):
@@ -86,8 +86,8 @@ def conf_payload(subject, *attributes):
             b"".join(bytes([kind]) + len(value).to_bytes(2, "big") + value for kind, value in attributes))
 
 
-def false_configuration(subject, world):
-    return conf_payload(subject, (0, b"\0"), (7, b"<b>hostile</b>\n\x1b[2J" + world.noise(20)), (12, b"OFF"),
+def false_configuration(subject, network):
+    return conf_payload(subject, (0, b"\0"), (7, b"<b>hostile</b>\n\x1b[2J" + network.noise(20)), (12, b"OFF"),
                         (16, b"3.0"), (116, b"99999999"))
 
 
@@ -101,9 +101,9 @@ def multicast(source, originator, value):
     return relayed(source, originator, VENDOR_SPECIFIC, tlv(TLV_VENDOR, value))
 
 
-def discovery(ghost):
-    body = tlv(TLV_AL_MAC, mac_bytes(ghost)) + tlv(TLV_MAC_ADDRESS, mac_bytes(ghost)) + END
-    return ethernet(MULTICAST, ghost, cmdu(TOPOLOGY_DISCOVERY, 0, body))
+def discovery(fake):
+    body = tlv(TLV_AL_MAC, mac_bytes(fake)) + tlv(TLV_MAC_ADDRESS, mac_bytes(fake)) + END
+    return ethernet(MULTICAST, fake, cmdu(TOPOLOGY_DISCOVERY, 0, body))
 
 
 def topology_response(subject, victim, source, neighbours):
@@ -129,150 +129,150 @@ def settings(controller, target):
             (77, mac_bytes(controller) + b"\x02" + b"XX"))
 
 
-# ---- Attacks. The first line of each text is what --help tells.
+# ---- Attacks. --help prints the first line of each text.
 
 
-def malformed(world):
-    """vendor messages of every type that break off, of foreign makers, with noise in them"""
-    ghost, kind = world.ghost(), world.random.randrange(80)
-    whole = maker_message(ghost, kind, world.noise(world.random.randrange(5)))
-    value = world.random.choice((
-        whole, whole[:world.random.randrange(len(whole))], INTEL_OUI + world.noise(world.random.randrange(24)),
-        world.noise(3) + whole[3:], maker_message(ghost, 0xFF00 | kind, b""), MAKER_OUI))
-    return [vendor_frame(world.victim(), ghost, 0, value)]
+def malformed(network):
+    """vendor messages of every type that are cut off, of other vendors, or contain random bytes"""
+    fake, kind = network.fake(), network.random.randrange(80)
+    whole = vendor_message(fake, kind, network.noise(network.random.randrange(5)))
+    value = network.random.choice((
+        whole, whole[:network.random.randrange(len(whole))], INTEL_OUI + network.noise(network.random.randrange(24)),
+        network.noise(3) + whole[3:], vendor_message(fake, 0xFF00 | kind, b""), VENDOR_OUI))
+    return [vendor_frame(network.victim(), fake, 0, value)]
 
 
-def lengths(world):
-    """lies about lengths and counts: payloads, attributes, stations, records, TLVs"""
-    ghost = world.ghost()
-    mac, random_ = mac_bytes(ghost), world.random
+def lengths(network):
+    """wrong lengths and counts: payloads, attributes, stations, records, TLVs"""
+    fake = network.fake()
+    mac, random_ = mac_bytes(fake), network.random
     kind, payload, claimed = random_.choice((
         (0, mac, random_.choice((7, 0xFFFF))),
         (CONF_RESPONSE, mac + b"\xff" + b"\x07\0\x02ab", None),
-        (CONF_RESPONSE, mac + b"\x01" + b"\x07\xff\xff" + world.noise(900), None),
-        (3, mac + bytes([random_.randrange(31, 256)]) + world.noise(270), None),
-        (7, b"\xff" + world.noise(40), None),
-        (STATE_RESPONSE, b"\xff" + state_record(world.station(), world) * random_.randrange(60), None),
+        (CONF_RESPONSE, mac + b"\x01" + b"\x07\xff\xff" + network.noise(900), None),
+        (3, mac + bytes([random_.randrange(31, 256)]) + network.noise(270), None),
+        (7, b"\xff" + network.noise(40), None),
+        (STATE_RESPONSE, b"\xff" + state_record(network.station(), network) * random_.randrange(60), None),
         (REPORT, mac + b"\xff\xff" + b"024{0=02:00:00:00:00:01}", None),
         (REPORT, mac + b"\0\x12" + b"999{0=02:00:00:00}", None),
         (REPORT, mac + b"\0\x12" + b"-05{0=02:00:00:00}", None),
         (REPORT, mac + b"\0\x12" + b"001{0=02:00:00:00}", None),
         (20, b"\x01\xff\xff\x01" + b"u" * 64, None),
         (25, b"\0\0\xff\xff" + b"2 " * 40, None),
-        (69, mac + b"\xff\xff" + world.noise(256), None),
+        (69, mac + b"\xff\xff" + network.noise(256), None),
         (77, mac + b"\xff" + b"DE", None),
         (77, mac + b"\x04" + b"$(a)", None)))
-    value = maker_message(ghost, kind, payload, claimed)
+    value = vendor_message(fake, kind, payload, claimed)
     body = tlv(TLV_VENDOR, value, random_.choice((None, None, None, len(value) + 1, 0xFFFF, 2))) + END
-    return [ethernet(world.victim(), ghost, cmdu(VENDOR_SPECIFIC, 0, body))]
+    return [ethernet(network.victim(), fake, cmdu(VENDOR_SPECIFIC, 0, body))]
 
 
-def oversized(world):
+def oversized(network):
     """vendor messages of the largest sizes, in many frames"""
-    ghost = world.ghost()
-    size = world.random.choice((1400, 6121, MAX_VALUE - 15, MAX_VALUE, 30000))
-    stations = b"\xff" + b"".join(state_record(world.station(), world) for _ in range(255))
-    value = maker_message(ghost, STATE_RESPONSE, stations + bytes(max(size - len(stations), 0)))
-    return fragments(world.victim(), ghost, VENDOR_SPECIFIC, tlv(TLV_VENDOR, value) + END)
+    fake = network.fake()
+    size = network.random.choice((1400, 6121, MAX_VALUE - 15, MAX_VALUE, 30000))
+    stations = b"\xff" + b"".join(state_record(network.station(), network) for _ in range(255))
+    value = vendor_message(fake, STATE_RESPONSE, stations + bytes(max(size - len(stations), 0)))
+    return fragments(network.victim(), fake, VENDOR_SPECIFIC, tlv(TLV_VENDOR, value) + END)
 
 
-def unfinished(world):
-    """first, middle and last fragments of messages that never become whole"""
-    source = "02:bf:" + world.noise(4).hex(":")
-    flags = world.random.choice((0, 0, 0, FLAG_RELAY, FLAG_LAST))
-    return [ethernet(world.victim(), source, cmdu(VENDOR_SPECIFIC, 0, tlv(TLV_VENDOR, world.noise(1400)),
-                                                  fragment=world.random.choice((0, 1, 1, 2, 254, 255)), flags=flags))]
+def unfinished(network):
+    """first, middle and last fragments of messages that are never complete"""
+    source = "02:bf:" + network.noise(4).hex(":")
+    flags = network.random.choice((0, 0, 0, FLAG_RELAY, FLAG_LAST))
+    return [ethernet(network.victim(), source, cmdu(VENDOR_SPECIFIC, 0, tlv(TLV_VENDOR, network.noise(1400)),
+                                                  fragment=network.random.choice((0, 1, 1, 2, 254, 255)), flags=flags))]
 
 
-def sources(world):
-    """true devices' and the receiver's own addresses as Ethernet source"""
-    victim = world.victim()
-    source = world.random.choice((victim, victim[:-2] + "10", victim[:-2] + "11", world.controller, world.local,
-                                  world.victim(), world.victim()[:-2] + "10"))
-    kind, payload = world.random.choice(((CONF_RESPONSE, false_configuration(source, world)), (0, mac_bytes(victim)),
-                                         (REPORT, report_payload(source, [world.false_station()]))))
-    return [world.random.choice((vendor_frame(victim, source, 0, maker_message(source, kind, payload)),
-                                 topology_response(source, victim, source, [world.ghost()])))]
+def sources(network):
+    """addresses of real devices and of the receiver as Ethernet source"""
+    victim = network.victim()
+    source = network.random.choice((victim, victim[:-2] + "10", victim[:-2] + "11", network.controller, network.local,
+                                  network.victim(), network.victim()[:-2] + "10"))
+    kind, payload = network.random.choice(((CONF_RESPONSE, false_configuration(source, network)), (0, mac_bytes(victim)),
+                                         (REPORT, report_payload(source, [network.false_station()]))))
+    return [network.random.choice((vendor_frame(victim, source, 0, vendor_message(source, kind, payload)),
+                                 topology_response(source, victim, source, [network.fake()])))]
 
 
-def names(world):
-    """false configurations and stations of true devices, told in their and the receiver's own names"""
-    subject, sender = world.random.choice(world.victims + [world.local]), world.ghost()
-    kind, payload = world.random.choice((
-        (CONF_RESPONSE, false_configuration(subject, world)),
-        (REPORT, report_payload(subject, [world.false_station()])),
-        (STATE_RESPONSE, b"\x01" + state_record(world.false_station(), world))))
-    value = maker_message(subject, kind, payload)
-    return [world.random.choice((vendor_frame(world.victim(), sender, 0, value), multicast(sender, subject, value)))]
+def names(network):
+    """false configurations and stations in the names of real devices and of the receiver"""
+    subject, sender = network.random.choice(network.victims + [network.local]), network.fake()
+    kind, payload = network.random.choice((
+        (CONF_RESPONSE, false_configuration(subject, network)),
+        (REPORT, report_payload(subject, [network.false_station()])),
+        (STATE_RESPONSE, b"\x01" + state_record(network.false_station(), network))))
+    value = vendor_message(subject, kind, payload)
+    return [network.random.choice((vendor_frame(network.victim(), sender, 0, value), multicast(sender, subject, value)))]
 
 
-def devices(world):
+def devices(network):
     """devices that do not exist: discoveries, notifications, topology responses with many neighbours"""
-    ghost, victim = world.ghost(), world.victim()
-    return [world.random.choice((discovery(ghost), relayed(ghost, ghost, TOPOLOGY_NOTIFICATION, b""),
-                                 topology_response(ghost, victim, ghost, world.random.sample(world.ghosts, 150))))]
+    fake, victim = network.fake(), network.victim()
+    return [network.random.choice((discovery(fake), relayed(fake, fake, TOPOLOGY_NOTIFICATION, b""),
+                                 topology_response(fake, victim, fake, network.random.sample(network.fakes, 150))))]
 
 
-def silent(world):
-    """devices that join, speak the vendor's protocol once, and never answer a query"""
-    ghost, victim = world.random.choice(world.ghosts[:64]), world.victim()
-    return [topology_response(ghost, victim, ghost, [victim]),
-            vendor_frame(victim, ghost, 0, maker_message(ghost, CONF_RESPONSE, false_configuration(ghost, world)))]
+def silent(network):
+    """devices that join, send one vendor message, and never answer a query"""
+    fake, victim = network.random.choice(network.fakes[:64]), network.victim()
+    return [topology_response(fake, victim, fake, [victim]),
+            vendor_frame(victim, fake, 0, vendor_message(fake, CONF_RESPONSE, false_configuration(fake, network)))]
 
 
-def stations(world):
+def stations(network):
     """stations that do not exist, of devices that do not exist"""
-    ghost, victim = world.random.choice(world.ghosts[:128]), world.victim()
-    reported = [world.station() for _ in range(47)]
-    records = b"".join(state_record(world.station(), world) for _ in range(60))
-    return [relayed(ghost, ghost, TOPOLOGY_RESPONSE, topology_report(ghost, [])),
-            multicast(ghost, ghost, maker_message(ghost, REPORT, report_payload(ghost, reported))),
-            vendor_frame(victim, ghost, 0, maker_message(ghost, STATE_RESPONSE, b"\x3c" + records))]
+    fake, victim = network.random.choice(network.fakes[:128]), network.victim()
+    reported = [network.station() for _ in range(47)]
+    records = b"".join(state_record(network.station(), network) for _ in range(60))
+    return [relayed(fake, fake, TOPOLOGY_RESPONSE, topology_report(fake, [])),
+            multicast(fake, fake, vendor_message(fake, REPORT, report_payload(fake, reported))),
+            vendor_frame(victim, fake, 0, vendor_message(fake, STATE_RESPONSE, b"\x3c" + records))]
 
 
-def replay(world):
-    """one and the same message again and again, under one identifier and under many"""
-    subject = world.victims[0]
-    value = maker_message(subject, CONF_RESPONSE, conf_payload(subject, (16, b"3.0")))
-    return [multicast(world.local, subject, value)] * 4 + [vendor_frame(world.victim(), world.local, 0, value)] * 4
+def replay(network):
+    """the same message many times, with one identifier and with many"""
+    subject = network.victims[0]
+    value = vendor_message(subject, CONF_RESPONSE, conf_payload(subject, (16, b"3.0")))
+    return [multicast(network.local, subject, value)] * 4 + [vendor_frame(network.victim(), network.local, 0, value)] * 4
 
 
-def questions(world):
+def questions(network):
     """questions of devices that do not exist; some make the device run a program"""
-    ghost, victim = world.ghost(), world.victim()
-    return [vendor_frame(victim, ghost, 0, maker_message(ghost, world.random.choice(QUESTIONS), mac_bytes(victim)))]
+    fake, victim = network.fake(), network.victim()
+    return [vendor_frame(victim, fake, 0, vendor_message(fake, network.random.choice(QUESTIONS), mac_bytes(victim)))]
 
 
-def results(world):
-    """results of commands that nobody gave"""
-    ghost = world.ghost()
-    value = maker_message(ghost, world.random.choice(RESULTS), bytes([world.random.choice((0, 1, 7, 16, 64))]))
-    return [vendor_frame(world.victim(), ghost, 0, value)]
+def results(network):
+    """results of commands that were never sent"""
+    fake = network.fake()
+    value = vendor_message(fake, network.random.choice(RESULTS), bytes([network.random.choice((0, 1, 7, 16, 64))]))
+    return [vendor_frame(network.victim(), fake, 0, value)]
 
 
-def countries(world):
-    """countries of devices that do not exist; where nobody guards, each is stored and given to the driver"""
-    ghost = world.ghost()
-    value = maker_message(ghost, 77, mac_bytes(ghost) + b"\x02" + world.random.choice((b"XX", b"YY")))
-    return [vendor_frame(world.victim(), ghost, 0, value)]
+def countries(network):
+    """countries of devices that do not exist; without a guard each is stored and passed to the driver"""
+    fake = network.fake()
+    value = vendor_message(fake, 77, mac_bytes(fake) + b"\x02" + network.random.choice((b"XX", b"YY")))
+    return [vendor_frame(network.victim(), fake, 0, value)]
 
 
-def intel(world):
-    """Intel's signal requests, sound and broken"""
-    header = IntelHeader(world.noise(4), world.noise(2), world.noise(6), world.noise(2))
-    value = header.message(world.random.choice((RSSI_REQUEST, RSSI_REQUEST, 0x68, 0x6A, 0xFF)), world.station())
-    cut = world.random.choice((None, None, world.random.randrange(3, len(value))))
-    return [vendor_frame(world.victim(), world.ghost(), 0, value[:cut])]
+def intel(network):
+    """Intel signal requests, valid and cut off"""
+    header = IntelHeader(network.noise(4), network.noise(2), network.noise(6), network.noise(2))
+    value = header.message(network.random.choice((RSSI_REQUEST, RSSI_REQUEST, 0x68, 0x6A, 0xFF)), network.station())
+    cut = network.random.choice((None, None, network.random.randrange(3, len(value))))
+    return [vendor_frame(network.victim(), network.fake(), 0, value[:cut])]
 
 
-def strangers(world):
-    """sound requests that change a device, from strangers; where nobody guards, it changes"""
-    ghost, victim = world.ghost(), world.victim()
-    kind, payload = world.random.choice(settings(world.controller, victim))
-    value = maker_message(world.random.choice((ghost, world.controller)), kind, payload)
-    return [world.random.choice((vendor_frame(victim, ghost, 0, value), multicast(ghost, ghost, value)))]
+def commands(network):
+    """valid requests that change a device, from unknown devices; without a guard it changes"""
+    fake, victim = network.fake(), network.victim()
+    kind, payload = network.random.choice(settings(network.controller, victim))
+    value = vendor_message(network.random.choice((fake, network.controller)), kind, payload)
+    return [network.random.choice((vendor_frame(victim, fake, 0, value), multicast(fake, fake, value)))]
 
 
 ATTACKS = {attack.__name__: attack for attack in (
     malformed, lengths, oversized, unfinished, sources, names, devices, silent, stations, replay, questions, results,
-    countries, intel, strangers)}
+    countries, intel, commands)}

@@ -1,5 +1,5 @@
 """Builds and reads IEEE 1905.1 frames and the vendor messages in them. What is built may be as wrong as the caller
-wants it; what is read must be sound, or ValueError tells where it is not."""
+wants it; what is read must be valid, else ValueError names the place."""
 
 import struct
 from dataclasses import dataclass
@@ -12,8 +12,8 @@ TOPOLOGY_DISCOVERY, TOPOLOGY_NOTIFICATION, TOPOLOGY_QUERY, TOPOLOGY_RESPONSE, VE
 TLV_END, TLV_AL_MAC, TLV_MAC_ADDRESS, TLV_DEVICE_INFORMATION, TLV_NEIGHBOURS, TLV_VENDOR = 0, 1, 2, 3, 7, 11
 FLAG_LAST, FLAG_RELAY = 0x80, 0x40
 
-MAKER_OUI, INTEL_OUI = bytes.fromhex("024ea7"), bytes.fromhex("000347")
-MAX_BODY = 1492  # bytes of a frame behind the message's header
+VENDOR_OUI, INTEL_OUI = bytes.fromhex("024ea7"), bytes.fromhex("000347")
+MAX_BODY = 1492  # bytes of a frame after the message's header
 RSSI_REQUEST, RSSI_RESPONSE, RSSI_NOTIFICATION = 0x67, 0x68, 0x6A  # Intel's message types
 
 END = bytes(3)
@@ -34,7 +34,7 @@ def mac_text(octets):
 
 
 def tlv(kind, value, length=None):
-    """length: what the header claims, if not the truth."""
+    """length: the header's length if it is to be wrong."""
     return struct.pack(">BH", kind, len(value) if length is None else length) + value
 
 
@@ -53,22 +53,22 @@ def vendor_frame(destination, source, message_id, value, flags=FLAG_LAST):
 
 
 def fragments(destination, source, message_type, body):
-    """The frames of a message that is cut wherever a frame is full."""
+    """Returns the frames of a message, cut where a frame is full."""
     cuts = range(0, len(body), MAX_BODY)
     return [ethernet(destination, source, cmdu(message_type, 0, body[at:at + MAX_BODY], fragment=index,
                                                flags=FLAG_LAST if index == len(cuts) - 1 else 0))
             for index, at in enumerate(cuts)]
 
 
-def maker_message(source, message_type, payload, length=None):
-    """The value of a vendor TLV in the vendor's format. length: what the header claims, if not the truth."""
+def vendor_message(source, message_type, payload, length=None):
+    """The value of a vendor TLV in the vendor's format. length: the header's length if it is to be wrong."""
     claimed = len(payload) if length is None else length
-    return MAKER_OUI + mac_bytes(source) + struct.pack(">BBHH", 0, 1, message_type, claimed) + payload
+    return VENDOR_OUI + mac_bytes(source) + struct.pack(">BBHH", 0, 1, message_type, claimed) + payload
 
 
 @dataclass(frozen=True)
 class IntelHeader:
-    """Fields whose meaning is Intel's: an answer returns them as they came."""
+    """Fields defined by Intel: a response returns them unchanged."""
     field3: bytes
     field7: bytes
     field11: bytes
@@ -116,7 +116,7 @@ def parse_tlvs(data):
 
 @dataclass(frozen=True)
 class RssiMeasurement:
-    """What a 0x68 or 0x6A says of a station."""
+    """A station's measurement in a 0x68 or 0x6A."""
     message_type: int
     header: IntelHeader
     station: str

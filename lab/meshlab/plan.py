@@ -66,7 +66,7 @@ SHAPES = {
 @dataclass(frozen=True)
 class Medium:
     title: str
-    port: str  # how its interfaces are called, with their number behind
+    port: str  # prefix of its interfaces' names, before the number
     option: str  # what follows the interface's name in the daemon's option --interface
 
 

@@ -100,7 +100,7 @@ class StationFiles:
             raise MeshError(f"{band.path}: holds a line that no lab wrote; 'mesh stations set' replaces it") from None
 
     def write(self, stations):
-        """Each list is replaced as a whole, so that nobody reads half of one."""
+        """Replaces each list as a whole, so that no reader gets half of one."""
         for band in BANDS:
             draft = self._path(band).with_suffix(".new")
             draft.write_text("".join(station.line() for station in stations if station.band is band))
@@ -140,7 +140,7 @@ class Population:
         self.spread(sum(self._random.random() < self.RETURNS * seconds for _ in range(vacant)))
 
     def rejoined(self, station):
-        """The station at another device, which hears it anew and counts from 0."""
+        """Returns the station at another device, with counters from 0."""
         return replace(station, rssi=self._signal(), tx=0, rx=0)
 
     def _live_on(self, name, station, seconds):
@@ -160,7 +160,7 @@ class Population:
                        rx=(station.rx + int(up * volume / 8)) % COUNTER_SIZE)
 
     def _new_station(self, name):
-        """Its MAC tells where it came up first: the fourth byte is the device's number + 0x40."""
+        """Its MAC contains its first device: the fourth byte is the device's number + 0x40."""
         self._born[name] = self._born[name] % MAX_STATIONS + 1
         high, low = divmod(self._born[name], 256)
         band = self._random.choices(BANDS, (2, 3))[0]

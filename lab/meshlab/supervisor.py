@@ -19,7 +19,7 @@ START_SECONDS = 30.0  # bounds each step of `up`; a loaded machine with many dev
 # Between `up` and its supervisor: the byte that lets the mesh outlive `up`, and the line that says all daemons run.
 COMMIT = b"c"
 READY = "ready"
-PROGRESS = "progress: "  # in front of a line that tells how far it is
+PROGRESS = "progress: "  # prefix of a progress line
 
 
 def end_with(descriptor, commit=None):
@@ -52,7 +52,7 @@ def supervise(text):
     null = os.open(os.devnull, os.O_RDWR)
     for stream in (1, 2):
         os.dup2(null, stream)
-    while True:  # the first process of a PID namespace buries whatever its devices leave behind
+    while True:  # the first process of a PID namespace reaps what its devices leave
         try:
             os.wait()
         except ChildProcessError:
@@ -93,10 +93,10 @@ def start_device(name, plan):
 
 
 def await_state(keepers, state, meaning):
-    told = None
+    reported = None
 
     def is_reached():
-        nonlocal told
+        nonlocal reported
         for name, keeper in keepers.items():
             if keeper.poll() is not None:
                 raise MeshError(f"{name} could not be set up")
@@ -104,8 +104,8 @@ def await_state(keepers, state, meaning):
             if current.startswith(("exited", "signal")):
                 raise MeshError(f"{name}'s daemon did not start ({current}):\n{log_tail(keeper.pid)}")
         reached = sum(read_state(keeper.pid) == state for keeper in keepers.values())
-        if reached != told:
-            told = reached
+        if reached != reported:
+            reported = reached
             report(f"{reached} of {len(keepers)} {meaning}")
         return reached == len(keepers)
     try:

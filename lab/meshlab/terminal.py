@@ -6,7 +6,7 @@ import sys
 
 
 class Progress:
-    """show() replaces the line, clear() takes it away; both do nothing where nobody watches."""
+    """show() replaces the line, clear() removes it; both do nothing without a terminal."""
 
     def __init__(self, stream=sys.stderr):
         self._stream = stream

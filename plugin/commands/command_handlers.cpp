@@ -142,7 +142,7 @@ int handleLedCtrlCmd(const void *buffer) {
     KvLedCtrlReq request;
     readBuffer(buffer, request);
     if (isZeroMac(request.alMac)) {
-        return KV_RET_OK;  // for everybody: agents would only log it, so nothing is sent
+        return KV_RET_OK;  // for all devices: agents would only log it, so nothing is sent
     }
     if (const int missing = checkTarget(buffer); missing != KV_RET_OK) return missing;
     const bool isLocal = sameMac(request.alMac, getMAPAlMac());

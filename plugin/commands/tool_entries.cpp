@@ -200,8 +200,8 @@ int postRemoteCommand(int argc, char **argv) {
 }
 
 int postSyncCountryReq(int argc, char **) {
-    KvTargetData nobody = {};
-    return checkCount(kCountry, argc) ? post(KV_CMD_SYNC_COUNTRY_BCN_REQ, nobody) : kRefused;
+    KvTargetData unused = {};
+    return checkCount(kCountry, argc) ? post(KV_CMD_SYNC_COUNTRY_BCN_REQ, unused) : kRefused;
 }
 
 int postCountry(int argc, char **argv) {

@@ -37,7 +37,7 @@ bool isInTopology(const uint8_t *alMac);
 // Interfaces of a device, or null when the host knows none. alMac null: the local device.
 InterfaceList interfacesOf(const uint8_t *alMac);
 
-// AL MAC of the device that owns an interface MAC. 0 with alMacOut filled, KV_RET_ERR when nobody does.
+// Finds the AL MAC of an interface's owner. Returns 0 with alMacOut filled, KV_RET_ERR when there is none.
 int getalMacOfDevTableByIfMac(uint8_t *alMacOut, const uint8_t *ifMac);
 
 // Asks the host to rewrite its JSON data-model file, because a value that it shows may have changed.

@@ -32,7 +32,7 @@ using PayloadEncoder = int (*)(const KvVendMsg &msg, ByteWriter &payload);
 // Acts on a decoded message. 0 or KV_RET_ERR.
 using Handler = int (*)(const Dispatch &dispatch);
 
-// Sends a query again that nobody answered; attempts is the number of earlier sends. 0 or KV_RET_ERR.
+// Resends an unanswered query; attempts counts the earlier sends. Returns 0 or KV_RET_ERR.
 using QuerySender = int (*)(const uint8_t *alMac, uint8_t attempts);
 
 struct MessageRow {

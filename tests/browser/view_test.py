@@ -125,7 +125,7 @@ class View(unittest.TestCase):
         self.assertRegex(self.browse(address).by_id("notice"), "Not refreshed.*model.json")
 
         port = int(address.rpartition(":")[2].rstrip("/"))
-        for _ in range(100):  # they say nothing, and nobody waits for them
+        for _ in range(100):  # clients that send nothing and wait for nothing
             self.addCleanup(socket.create_connection(("127.0.0.1", port)).close)
         for line, header, status in (("HEAD / HTTP/1.1", "host: localhost ", 200), ("POST / HTTP/1.1", "", 405),
                                      ("GET / HTTP/1.1", "", 403), ("GET / HTTP/1.1", "Host: evil.example", 403),

@@ -60,7 +60,7 @@ TEST(App, NamesWhatIsWrongAndWhatIsRight) {
     std::ofstream("/tmp/kv1905_datamodel.json") << kNames;
     const std::string mac = kTarget + " ", radio = mac + "02:00:5e:00:02:21 ";
     EXPECT_EQ(chmod("/tmp", 01777), 0);
-    const bool isRoot = seteuid(65534) == 0;  // nobody else can
+    const bool isRoot = seteuid(65534) == 0;  // only root can
     const CommandServer foreign("/tmp/foreign.sock");
     EXPECT_EQ(seteuid(getuid()), 0);
     const std::tuple<std::string, const char *, int> rows[] = {

@@ -15,7 +15,7 @@
 namespace kv1905d {
 namespace {
 
-// What stands at the path, without blanks; "null" when nothing does.
+// Returns the value at the path without blanks, "null" if there is none.
 std::string at(const std::string &path, const DataModelView &view) {
     const support::JsonPtr root(json_tokener_parse(dataModelJson(view).c_str()));
     json_object *found = nullptr;
@@ -62,7 +62,7 @@ TEST(DataModel, HoldsEverythingThatIsKnownInListsThatAgreeWithTheirCounts) {
          R"("BytesSent":0,"BytesReceived":0,"TimeStamp":"2023-11-14T22:13:20Z"}]}])"},
         {kRemoteRadios + "/1/Enabled", "false"},
         {kRemoteRadios + "/0/BSSList/0/NumberOfSTA", "2"},
-        {kRemoteRadios + "/1/BSSList/0/NumberOfSTA", "0"},  // nobody knows which of the two: they are not listed twice
+        {kRemoteRadios + "/1/BSSList/0/NumberOfSTA", "0"},  // the radio is unknown, so they are not listed twice
         {kNetwork + "DeviceList/1/ManufacturerModel", '"' + std::string(sizeof record.modelName, 'm') + '"'},
         {kStations + "1",
          R"({"MACAddress":"02:00:00:00:00:00","LastDataDownlinkRate":7000,"LastDataUplinkRate":8000,)"

@@ -90,7 +90,7 @@ TEST(Reassembly, OnlyFragmentsThatBelongTogetherMakeAMessage) {
         {part(0, false), 1, part(1, true), Status::Complete},
         {part(2, true), 1, part(3, true), Status::Malformed},   // two different last ones
         {part(3, false), 1, part(2, true), Status::Malformed},  // the last before one that came
-        {part(2, true), 1, part(3, false), Status::Malformed},  // behind the last one
+        {part(2, true), 1, part(3, false), Status::Malformed},  // after the last one
         {part(1, true), 1, part(1, true), Status::Waiting},     // repeated
         {part(0, false), 2, part(1, true), Status::Waiting},
         {part(0, false), 1, part(1, true, 8), Status::Waiting},  // another message's
@@ -153,7 +153,7 @@ TEST(TopologyReport, IsReadAsItWasWrittenAndRefusedWhenItIsCutOrTooLarge) {
     EXPECT_EQ(report->neighbours.at(0).neighbours, (std::vector<Neighbour>{{mac(2), true}, {mac(3), false}}));
 
     for (size_t i = 0; i < whole.size(); ++i) {
-        const bool isList = i == 1;  // ends behind any entry
+        const bool isList = i == 1;  // may end after any entry
         for (size_t size = 0; size < whole[i].value.size(); ++size) {
             tlvs = whole;
             tlvs[i].value.resize(size);

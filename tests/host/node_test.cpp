@@ -13,7 +13,7 @@ namespace {
 constexpr Duration kInterval{60000}, kLifetime{70000};
 const Bytes kValue = fromHex("024EA7 0102030405");
 
-// The test is everybody else.
+// The test plays all other devices.
 class HostFrames : public testing::Test, protected Host {
   protected:
     HostFrames() {
@@ -43,7 +43,7 @@ class HostFrames : public testing::Test, protected Host {
 TEST_F(HostFrames, QueriesForThisDeviceAloneAreAnsweredUnderTheirIdentifier) {
     const std::pair<const char *, bool> rows[] = {
         {"02005E000900 02005E000200 893A", false}, {"02005E000100 02005E000200 0800", false},  // another protocol's
-        {"02005E000100 03005E000200 893A", false}, {"02005E000100 000000000000 893A", false},  // nobody's
+        {"02005E000100 03005E000200 893A", false}, {"02005E000100 000000000000 893A", false},  // of no device
         {"0180C2000013 02005E000100 893A", false},                                             // our own
         {"0180C2000013 02005E000111 893A", false}, {"02005E000100 02005E000200 893A", true},
         {"02005E000111 02005E000200 893A", true},  {"0180C2000013 02005E000200 893A", true},
@@ -223,7 +223,7 @@ TEST(Topology, RemoteDevicesAgeAndFreeWhatThePluginHungIntoThem) {
     record->wifiNbrHead->next = static_cast<WIFINeighborEntry *>(std::calloc(1, sizeof(WIFINeighborEntry)));
     record->security.secData = static_cast<uint8_t *>(std::malloc(4));
     topology.update(reportOf(3, {{mac(2), false}}), kStart + Duration(5000));
-    topology.update(reportOf(4), kStart + Duration(5000));  // nobody's neighbour
+    topology.update(reportOf(4), kStart + Duration(5000));  // no neighbour of any device
     EXPECT_EQ(topology.hops(), (std::map<MacAddress, unsigned>{{mac(1), 0}, {mac(2), 1}, {mac(3), 2}}));
     EXPECT_EQ(topology.expire(kLifetime, kStart + kLifetime), std::vector<MacAddress>{mac(2)});
     EXPECT_EQ(topology.findByAnyMac(mac(2, 0x10)), nullptr);
@@ -272,7 +272,7 @@ struct Party : Host {
         };
         onboarding = std::make_unique<Onboarding>(*node, actions, kStart);
     }
-    std::map<Band, int> learntOf(unsigned device) const {
+    std::map<Band, int> radiosOf(unsigned device) const {
         std::map<Band, int> indices;
         const auto known = onboarding->apConfigurations().find(mac(device));
         if (known == onboarding->apConfigurations().end()) return indices;
@@ -285,7 +285,7 @@ struct Party : Host {
     std::vector<int> requests;  // for settings; the first two fail
 };
 
-// Agent 2 alone; the test is controller 1, the other controller 3 and everybody else.
+// Agent 2 only; the test plays controller 1, the other controller 3 and all other devices.
 class Joining : public testing::Test, protected Party {
   protected:
     Joining() : Party(2) {
@@ -359,11 +359,11 @@ TEST_F(Joining, OnlyTheFirstControllerThatAnswersASearchIsJoinedAndOnlyItsMatchi
     answer(kOne, "05", "02", nonce_);
     answer(kOne, "04", "01", nonce_);  // M1: this device is no controller
     receive(kOne, "0007 0001 00 80 01 0006 02005E000100 0D 0001 00 0E 0001 00 00 0000");
-    EXPECT_TRUE(learntOf(1).empty() && learntOf(3).empty());
+    EXPECT_TRUE(radiosOf(1).empty() && radiosOf(3).empty());
     EXPECT_TRUE(sent().empty()) << "an agent answers no Search and no M1";
     EXPECT_TRUE(requests.empty()) << "settings only after M2";
     answer(kOne, "05", "01", nonce_);
-    EXPECT_EQ(learntOf(1), (std::map<Band, int>{{kBand24, 0x40}}));
+    EXPECT_EQ(radiosOf(1), (std::map<Band, int>{{kBand24, 0x40}}));
     sentUntil(now_ + Duration(1000));
     EXPECT_EQ(requests, std::vector<int>{0});
     sentUntil(now_ + Duration(800));
@@ -372,7 +372,7 @@ TEST_F(Joining, OnlyTheFirstControllerThatAnswersASearchIsJoinedAndOnlyItsMatchi
     EXPECT_EQ(requests, (std::vector<int>{0, 0, 0, 1})) << "two failed; none again when all were sent";
     sentUntil(now_ + std::chrono::minutes(1));
     EXPECT_EQ(onboarding->controller(), std::nullopt) << "silent for too long";
-    EXPECT_TRUE(learntOf(1).empty());
+    EXPECT_TRUE(radiosOf(1).empty());
     appear(kOne);
     sentUntil(now_ + Duration(10000));
     respond(kOne, searchId_[0], "00", "00");
@@ -446,12 +446,12 @@ TEST(Controller, MalformedMessagesAreCountedAndTeachNothing) {
     EXPECT_TRUE(refuses(fromHex(needed + "101A 0001 00"))) << "a short nonce";
     EXPECT_TRUE(refuses(fromHex("1022 0001 05" + needed.substr(12)))) << "M2 without a registrar nonce";
     EXPECT_FALSE(refuses(fromHex(needed + "1049 0004 00372A 00"))) << "another vendor's";
-    EXPECT_TRUE(party.learntOf(2).empty());
+    EXPECT_TRUE(party.radiosOf(2).empty());
     EXPECT_FALSE(refuses(m1));
-    EXPECT_EQ(party.learntOf(2), (std::map<Band, int>{{kBand24, 0x80}}));
+    EXPECT_EQ(party.radiosOf(2), (std::map<Band, int>{{kBand24, 0x80}}));
     party.sent();
     EXPECT_FALSE(refuses(fromHex(needed)));
-    EXPECT_TRUE(party.learntOf(2).empty()) << "its network is gone";
+    EXPECT_TRUE(party.radiosOf(2).empty()) << "its network is gone";
     const std::vector<Bytes> m2 = party.sent();
     ASSERT_EQ(m2.size(), 1u);
     EXPECT_TRUE(contains(m2[0], "101A 0010 000102030405060708090A0B0C0D0E0F 1039 0010"));

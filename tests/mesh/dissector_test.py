@@ -13,8 +13,8 @@ from xml.etree import ElementTree
 from lab import DISSECTOR, NOTES, ROOT, dissect, run
 
 sys.path.insert(0, str(ROOT / "lab"))
-from meshlab.ieee1905 import (END, FLAG_LAST, MAKER_OUI, TLV_VENDOR, VENDOR_SPECIFIC, IntelHeader,  # noqa: E402
-                              cmdu, ethernet, mac_bytes, maker_message, tlv)
+from meshlab.ieee1905 import (END, FLAG_LAST, VENDOR_OUI, TLV_VENDOR, VENDOR_SPECIFIC, IntelHeader,  # noqa: E402
+                              cmdu, ethernet, mac_bytes, vendor_message, tlv)
 
 SENDER, AGENT, OTHER = "66:77:88:99:aa:bb", "00:11:22:33:44:55", "02:aa:bb:cc:dd:ee"
 FROM, TO, STATION = map(mac_bytes, (SENDER, AGENT, OTHER))
@@ -123,34 +123,34 @@ def wsc(attribute):
 
 # The same for what travels outside the vendor's envelope.
 OTHERS = [
-    (frame_of(MAKER_OUI + MDIDS, kind=3), "MDID 2 BSSs",
+    (frame_of(VENDOR_OUI + MDIDS, kind=3), "MDID 2 BSSs",
      {"bss.bssid": f"{AGENT},{OTHER}", "bss.mdid": "0x1234,0x0011", "bss.enabled": "1,0"}),
-    (frame_of(MAKER_OUI + CONFIGURATION, kind=3), "BSS_CONFIG 1 BSS",
+    (frame_of(VENDOR_OUI + CONFIGURATION, kind=3), "BSS_CONFIG 1 BSS",
      {**BSS, "bss.band_index": "0x41", "bss.number": "1", "bss.wl_mode": "0"}),
     (frame_of(INTEL.message(0x6A, MEASURED)), f"RSSI_MEASUREMENT_NOTIFY of {OTHER} -61 dBm",
      {"intel.snr": "30", "intel.rx_rate": "650", "intel.tx_rate": "866", "intel.marker": "0x64"}),
     (wsc(EXTENSION), "AP configuration", {**BSS, "wsc.element.id": "1,2,3,4,7"}),
-    (frame_of(maker_message(SENDER, 25, b"\0\2\0\5" + b"2 x\ty")), 'COMMAND_REQ "2 x.y"', {"command.text": "2 x\\ty"}),
-    (frame_of(maker_message("c0:00:19:02:00:00", 5, b"\0")), "REBOOT_RESP 0 (success)", {"element.type": ""}),
+    (frame_of(vendor_message(SENDER, 25, b"\0\2\0\5" + b"2 x\ty")), 'COMMAND_REQ "2 x.y"', {"command.text": "2 x\\ty"}),
+    (frame_of(vendor_message("c0:00:19:02:00:00", 5, b"\0")), "REBOOT_RESP 0 (success)", {"element.type": ""}),
 ]
 
 
-def maker_frame(kind, payload, length=None):
-    return frame_of(maker_message(SENDER, kind, payload, length))
+def vendor_frame(kind, payload, length=None):
+    return frame_of(vendor_message(SENDER, kind, payload, length))
 
 
 # What is wrong, and the notes that say so; lengths have a test of their own.
 FAULTS = [
-    (maker_frame(13, b"ab"), {"unknown"}),
-    (maker_frame(10, b""), {"refused"}),
-    ((maker_frame(CONF_RESPONSE, SAMPLES["CONF_RESP"]), 50), {"capture"}),
-    (maker_frame(CONF_RESPONSE, FROM + b"\1\3\0\1a"), {"unknown"}),
-    (maker_frame(CONF_RESPONSE, FROM + b"\1\7" + u16(129) + b"a" * 129), {"ignored"}),
-    (maker_frame(POWER_REQUEST, TO + b"\x1F" + 31 * INTERFACE + b"\0"), {"refused"}),
-    (maker_frame(77, FROM + b"\4$(a)"), {"refused"}),
-    (maker_frame(CLIENT_REPORT, report(RECORD, TO)), {"refused"}),
-    (maker_frame(CLIENT_REPORT, report(b"009{0=}")), {"length"}),
-    (maker_frame(CLIENT_REPORT, report(framed("11=5", "-1=5"))), {"ignored"}),
+    (vendor_frame(13, b"ab"), {"unknown"}),
+    (vendor_frame(10, b""), {"refused"}),
+    ((vendor_frame(CONF_RESPONSE, SAMPLES["CONF_RESP"]), 50), {"capture"}),
+    (vendor_frame(CONF_RESPONSE, FROM + b"\1\3\0\1a"), {"unknown"}),
+    (vendor_frame(CONF_RESPONSE, FROM + b"\1\7" + u16(129) + b"a" * 129), {"ignored"}),
+    (vendor_frame(POWER_REQUEST, TO + b"\x1F" + 31 * INTERFACE + b"\0"), {"refused"}),
+    (vendor_frame(77, FROM + b"\4$(a)"), {"refused"}),
+    (vendor_frame(CLIENT_REPORT, report(RECORD, TO)), {"refused"}),
+    (vendor_frame(CLIENT_REPORT, report(b"009{0=}")), {"length"}),
+    (vendor_frame(CLIENT_REPORT, report(framed("11=5", "-1=5"))), {"ignored"}),
     (wsc(EXTENSION[:6] + b"\x03\1\0"), {"refused"}),
     (wsc(EXTENSION + b"\5\1\0"), {"unknown"}),
 ]
@@ -176,7 +176,7 @@ class Tables(unittest.TestCase):
     def test_the_protocol_page_lists_the_fields_and_sizes_of_each_payload(self):
         rows = re.findall(r"^\| \d+ \| (\w+) \| (.*?) \|", (ROOT / "docs" / "protocol.md").read_text(), re.M)
         listed = {name: re.sub(r" \(.*?\)|each: ", "", text).split(", ") for name, text in rows if name in SAMPLES}
-        with capture_of([maker_frame(kind, payload) for kind, payload, *_ in MESSAGES]) as file:
+        with capture_of([vendor_frame(kind, payload) for kind, payload, *_ in MESSAGES]) as file:
             packets = ElementTree.fromstring(run("tshark", "-X", f"lua_script:{DISSECTOR}", "-r", file.name,
                                                  "-T", "pdml").stdout)
         for (kind, *_), packet in zip(MESSAGES, packets):
@@ -190,7 +190,7 @@ class Tables(unittest.TestCase):
 
 class Frames(unittest.TestCase):
     def test_every_message_is_shown_without_a_complaint(self):
-        cases = [(maker_frame(kind, payload), info, fields) for kind, payload, info, fields in MESSAGES] + OTHERS
+        cases = [(vendor_frame(kind, payload), info, fields) for kind, payload, info, fields in MESSAGES] + OTHERS
         rows = dissect_frames([case[0] for case in cases], *{f"kv1905.{name}" for case in cases for name in case[2]})
         for (_, info, fields), row in zip(cases, rows):
             with self.subTest(info):
@@ -210,16 +210,16 @@ class Frames(unittest.TestCase):
         cases = []
         for kind, payload, _, _ in MESSAGES:
             surplus = "refused" if kind == CLIENT_REPORT else "ignored"
-            cases += [(kind, cut, "short", maker_frame(kind, payload[:cut])) for cut in range(len(payload))]
-            cases += [(kind, "surplus", surplus, maker_frame(kind, payload + b"\0")),
-                      (kind, "wrong length", "length", maker_frame(kind, payload, len(payload) + 1))]
+            cases += [(kind, cut, "short", vendor_frame(kind, payload[:cut])) for cut in range(len(payload))]
+            cases += [(kind, "surplus", surplus, vendor_frame(kind, payload + b"\0")),
+                      (kind, "wrong length", "length", vendor_frame(kind, payload, len(payload) + 1))]
         for (kind, what, expected, _), row in zip(cases, dissect_frames([frame for *_, frame in cases])):
             self.assertIn(expected, notes(row), f"type {kind}, {what}")
 
     # The last frame of a message shows all of it, whatever the order of its frames.
     def test_fragments(self):
         messages = (CONF_RESPONSE, SAMPLES["CONF_RESP"]), (POWER_REQUEST, TO + b"\0\2")
-        whole = b"".join(tlv(TLV_VENDOR, maker_message(SENDER, *message)) for message in messages) + END
+        whole = b"".join(tlv(TLV_VENDOR, vendor_message(SENDER, *message)) for message in messages) + END
         rows = dissect_frames([ethernet(AGENT, SENDER, cmdu(VENDOR_SPECIFIC, 1, *fragment))
                                for fragment in ((whole[20:], 1, FLAG_LAST), (whole[:20], 0, 0))])
         self.assertTrue(rows[1]["_ws.col.Info"].startswith("CONF_RESP 3 attributes, INTF_PWR_CTRL_REQ"), rows)

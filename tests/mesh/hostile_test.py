@@ -15,7 +15,7 @@ from meshlab.hostile import ATTACKS  # noqa: E402
 # Attacks, seconds, frames per second: what fills the table of devices; what then leaves memory alone; everything.
 MODEST = [name for name in ATTACKS if name not in ("oversized", "stations")]  # these fill the tables of stations
 FILL, MODEST_FLOOD, FLOOD = (["devices", "silent"], 4, 2500), (MODEST, 4, 3000), (list(ATTACKS), 11, 3000)
-HONEST = ("controller", "agent1", "agent3")  # the attacker is on agent2
+OTHERS = ("controller", "agent1", "agent3")  # the attacker is on agent2
 STATIONS = 5  # of every device
 OWN_DATA = ("ModelName", "FirmwareVersion", "Mode", "ProtocolVersion", "RebootAllowed")
 MEMORY_MARGIN, MOST_MEMORY = 2048, 256 << 10  # kB
@@ -45,7 +45,7 @@ class Hostile(MeshTest):
                 if row["Device"] == mac and row["MACAddress"].startswith("02:00:5e:")}
 
     def daemon_pids(self):
-        return {name: self.mesh.daemon(name)["pid"] for name in HONEST}
+        return {name: self.mesh.daemon(name)["pid"] for name in OTHERS}
 
     # The most that each daemon ever held, in kB; what it holds goes up and down with every JSON file.
     def memory(self):
@@ -75,7 +75,7 @@ class Hostile(MeshTest):
 
     def check_kept(self):
         self.assertEqual(self.daemon_pids(), self.pids, "no daemon ended")
-        for device in HONEST:
+        for device in OTHERS:
             self.assertEqual(self.settings_of(device), self.settings[device], device)
             self.assertEqual(self.own_data(device), self.data[device], device)
         for device in ("agent1", "agent3"):
@@ -100,17 +100,17 @@ class Hostile(MeshTest):
         poll(commanded, seconds, f"the LEDs of {device}")
         self.settings[device][0] = state
 
-    def test_a_flood_takes_nothing_from_honest_devices(self):
+    def test_other_devices_keep_working_during_a_flood(self):
         with Mesh("--devices", "4", "--shape", "tree", "--stations", str(STATIONS), "--settings-from", "controller",
                   "--password-file", secret_file(self, "Geheim 42!"), "--log-level", "3",
                   "--controller-args", "--query-interval 6") as self.mesh:
-            self.mesh.await_learnt("agent1", "agent2", "agent3")
+            self.mesh.await_known("agent1", "agent2", "agent3")
             self.pids = self.daemon_pids()
             poll(lambda: all(len(self.stations_of(name)) == STATIONS for name in ("agent1", "agent2", "agent3")), 20,
-                 "everybody's stations")
+                 "the stations of all devices")
             poll(lambda: self.settings_of("agent3")[3] == "DE", 10, "the controller's settings")
-            self.settings = {name: self.settings_of(name) for name in HONEST}
-            self.data = {name: self.own_data(name) for name in HONEST}
+            self.settings = {name: self.settings_of(name) for name in OTHERS}
+            self.data = {name: self.own_data(name) for name in OTHERS}
             self.stations = {name: self.stations_of(name) for name in ("agent1", "agent3")}
 
             self.flood(*FILL)
@@ -128,7 +128,7 @@ class Hostile(MeshTest):
         for _ in range(MOST_FLOODS):
             self.flood(*MODEST_FLOOD)
             levels.append(self.memory())
-            if all(levels[-1][device] <= levels[-2][device] + MEMORY_MARGIN for device in HONEST):
+            if all(levels[-1][device] <= levels[-2][device] + MEMORY_MARGIN for device in OTHERS):
                 return
         self.fail(f"memory grows with every flood: {levels}")
 

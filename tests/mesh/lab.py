@@ -96,7 +96,7 @@ class Mesh:
         entries = self.model(viewer)["kv1905"]["DeviceList"]
         return next((entry for entry in entries if entry["ID"].lower() == mac), None)
 
-    def await_learnt(self, *agents, seconds=15):
+    def await_known(self, *agents, seconds=15):
         for agent in agents:
             poll(lambda: (self.device_in(agent) or {}).get("ModelName"), seconds, f"{agent}'s configuration")
 

@@ -22,7 +22,7 @@ class Line(MeshTest):
         with Mesh("--devices", "3", "--password-file", secret_file(self, PASSWORD), "--capture", capture.path,
                   "--log-level", "7") as mesh:
             self.mesh = mesh
-            mesh.await_learnt("agent1", "agent2")
+            mesh.await_known("agent1", "agent2")
             self.check_attributes()
             self.check_settings()
             self.check_push()
@@ -87,7 +87,7 @@ class OtherStacks(MeshTest):
     def test_queries_are_answered_and_links_are_direct(self):
         capture = Capture()
         with Mesh("--devices", "4", "--capture", capture.path) as mesh:
-            mesh.await_learnt("agent1", "agent2", "agent3")
+            mesh.await_known("agent1", "agent2", "agent3")
             peer, agent = ("controller", "peer"), mesh.al_mac("agent1")
             links = mesh.exec(*peer, "ask-links", "--to", agent)
             self.assertRegex(links.stdout, f"^09 {agent.replace(':', '')}.*\n0a", links.stderr)
@@ -109,7 +109,7 @@ class OtherStacks(MeshTest):
 class HungCommand(MeshTest):
     def test_is_named_and_killed_and_delays_no_signal(self):
         with Mesh("--devices", "2") as mesh:
-            mesh.await_learnt("agent1")
+            mesh.await_known("agent1")
             pid = mesh.daemon("agent1")["pid"]
             mesh.exec("agent1", "sh", "-c", "printf '#!/bin/sh\nsleep 60\n' >/tmp/hung && chmod +x /tmp/hung && "
                       "ln -sf /tmp/hung /.room/bin/ifconfig")  # the first in this device's PATH alone
@@ -129,11 +129,11 @@ class Ring(MeshTest):
     def test_a_ring_with_an_agent_without_the_plug_in_settles(self):
         capture = Capture()
         with Mesh("--devices", "5", "--shape", "ring", "--no-plugin", "agent2", "--capture", capture.path) as mesh:
-            mesh.await_learnt("agent1", "agent3", "agent4", seconds=40)
+            mesh.await_known("agent1", "agent3", "agent4", seconds=40)
             for viewer in mesh.names:
                 poll(lambda: len(mesh.model(viewer)["kv1905"]["DeviceList"]) == 5, 40, f"all devices at {viewer}")
-            stranger = mesh.device_in("agent2")
-            self.assertEqual((stranger["SpeaksProtocol"], stranger["AttributeCount"]), (False, 0))
+            device = mesh.device_in("agent2")
+            self.assertEqual((device["SpeaksProtocol"], device["AttributeCount"]), (False, 0))
             poll(lambda: self.is_quiet(mesh), 30, "quiet links")
             self.assertTrue(any(mesh.model(name)["kv1905"]["Counters"]["DuplicatesDropped"] for name in mesh.names),
                             "a loop brings relayed messages twice, and the second is dropped")

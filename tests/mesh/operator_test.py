@@ -9,10 +9,10 @@ SUCCESS, REFUSED = 0, 3
 
 
 class Operator(MeshTest):
-    def test_an_operators_round(self):
+    def test_operator_commands(self):
         capture = Capture()
         with Mesh("--devices", "3", "--capture", capture.path) as mesh:
-            mesh.await_learnt("agent1", "agent2")
+            mesh.await_known("agent1", "agent2")
             self.mesh, self.far, self.near = mesh, mesh.al_mac("agent2"), mesh.al_mac("agent1")
             self.check_results()
             self.check_led()
@@ -23,9 +23,9 @@ class Operator(MeshTest):
         self.assertIn(" LED_CTRL_REQ local 00 => LED_CTRL_RESP 00, *\n", steps)
 
     def led(self):
-        """As the configuration service has it, and as the plug-in will read it."""
-        told = self.mesh.exec("agent2", "sed", "-n", "s/^LedEnable=//p", "/tmp/.kv1905_conf").stdout.strip()
-        return self.kcfg("agent2", "get", "LED_CTRL.1.enable"), told
+        """Returns the LED state of the configuration service and of the plug-in's file."""
+        reported = self.mesh.exec("agent2", "sed", "-n", "s/^LedEnable=//p", "/tmp/.kv1905_conf").stdout.strip()
+        return self.kcfg("agent2", "get", "LED_CTRL.1.enable"), reported
 
     def check_results(self):
         # From the agent's interfaces, from its plug-in, and from a device that was commanded by another.

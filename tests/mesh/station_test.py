@@ -13,7 +13,7 @@ class Stations(MeshTest):
     def test_stations_over_a_mesh(self):
         capture = Capture()
         with Mesh("--devices", "3", "--movable-clock", "--capture", capture.path) as mesh:
-            mesh.await_learnt("agent1", "agent2")
+            mesh.await_known("agent1", "agent2")
             self.mesh = mesh
             self.check_roaming()
             self.check_query()

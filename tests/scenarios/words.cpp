@@ -65,9 +65,9 @@ void misread(const std::string &fault, const std::string &word) {
 const std::map<std::string, Mac> &namedMacs() {
     static const std::map<std::string, Mac> macs = {{"local", kLocal},
                                                     {"agent", kAgent},
-                                                    {"stranger", kStranger},
+                                                    {"unknown", kUnknown},
                                                     {"zero", {}},
-                                                    {"everybody", {0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF}},
+                                                    {"broadcast", {0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF}},
                                                     {"radio24", {2, 0, 0, 0, 0, 0x24}},
                                                     {"radio5", {2, 0, 0, 0, 0, 5}}};
     return macs;

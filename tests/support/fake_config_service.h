@@ -1,4 +1,4 @@
-// A configuration service behind the calls of kcfg.h: objects in memory.
+// Implements the calls of kcfg.h with objects in memory.
 #pragma once
 
 #include <vector>

@@ -1,4 +1,4 @@
-// A host behind the callback table: knows devices, records what is sent, and fails on demand.
+// A host that implements the callback table: knows devices, records what is sent, and fails on demand.
 #pragma once
 
 #include <array>
@@ -18,7 +18,7 @@ using Bytes = std::vector<uint8_t>;
 
 inline constexpr Mac kLocal = {0x00, 0x11, 0x22, 0x33, 0x44, 0x55};
 inline constexpr Mac kAgent = {0x66, 0x77, 0x88, 0x99, 0xAA, 0xBB};
-inline constexpr Mac kStranger = {0x02, 0xEE, 0xEE, 0xEE, 0xEE, 0xEE};
+inline constexpr Mac kUnknown = {0x02, 0xEE, 0xEE, 0xEE, 0xEE, 0xEE};
 
 template <typename Range>
 void append(Bytes &bytes, const Range &more) {

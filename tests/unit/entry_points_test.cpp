@@ -98,7 +98,7 @@ TEST_F(EntryPoints, AReportThatContradictsItsRecordIsDumpedAndNotSent) {
         const KvVendMsg msg = kv::makeVendMsg(VEND_MSG_TYPE_WIFI_CLIENT_MCAST2, payloadLen, &record);
         EXPECT_EQ(kvMAP1905_VenderSpecRelayMcastMsg_send(&msg, nullptr), KV_RET_ERR);
         EXPECT_EQ(logCount(kPrint, line), 1u) << line;
-        EXPECT_EQ(logCount(kPrint, "11 "), 1u) << "the record as it lies in memory";
+        EXPECT_EQ(logCount(kPrint, "11 "), 1u) << "the record as stored in memory";
     };
     send(5, 17, "generate dataLen(5) is unequal to (17-8)!!!\n");
     send(1301, 1309, "generate dataLen(1301) is unequal to (1309-8)!!!\n");

@@ -2,7 +2,7 @@
 -- messages and the BSS elements in IEEE 1905.1 vendor-specific TLVs, and the vendor's extension of Wi-Fi Simple
 -- Configuration.
 --
--- Wireshark's own dissector reads the IEEE 1905.1 frame and puts fragments together; this one runs behind it, finds
+-- Wireshark's own dissector reads the IEEE 1905.1 frame and puts fragments together; this one runs after it, finds
 -- the TLVs through its fields and adds a tree of its own. Fragments that do not add up to a message are not shown.
 --
 -- Install: copy or link this file into ~/.local/lib/wireshark/plugins, or start tshark with -X lua_script:kv1905.lua.
@@ -15,7 +15,7 @@ local END_TLV, VENDOR_SPECIFIC_TLV = 0x00, 0x0B
 local TLV_HEADER_SIZE = 3
 local CMDU_TLVS = 6 -- offset of the first TLV from the message type
 local OUI_SIZE = 3
-local MAKER_OUI, INTEL_OUI, WSC_VENDOR_ID = "\x02\x4E\xA7", "\x00\x03\x47", "\x0A\x61\xC4"
+local VENDOR_OUI, INTEL_OUI, WSC_VENDOR_ID = "\x02\x4E\xA7", "\x00\x03\x47", "\x0A\x61\xC4"
 local WSC_VENDOR_EXTENSION, WSC_HEADER_SIZE = 0x1049, 4
 
 -- ---- Expert notes: errors are what receivers refuse, warnings what they cut, skip or do not know.
@@ -57,7 +57,7 @@ function Context:summary()
     return table.concat(self.words, " ") .. (self.isFaulty and " [malformed]" or "")
 end
 
--- ---- The one way to read bytes: a bounded cursor over [position, stop) of a Tvb, whose failure stays.
+-- ---- All bytes are read through a bounded cursor over [position, stop) of a Tvb. A failure is permanent.
 
 local Cursor = {}
 Cursor.__index = Cursor
@@ -97,7 +97,7 @@ function Cursor:isCaptureCut()
     return self.stop == self.source:len() and self.source:reported_len() > self.stop
 end
 
--- Notes that the bytes end before what was to come. Bytes that the capture left out are nobody's fault.
+-- Notes that the bytes end too early. Bytes that the capture left out are no error.
 function Cursor:reportShort(tree, context, what)
     self.failed = true
     if self:isCaptureCut() then
@@ -107,7 +107,7 @@ function Cursor:reportShort(tree, context, what)
     end
 end
 
--- Notes a length that says more than there is.
+-- Notes a length that exceeds the bytes.
 function Cursor:checkLength(tree, context, claimed, what)
     if claimed > self:remaining() and not self:isCaptureCut() then
         context:note(tree, LENGTH, ("%s %d, but %d bytes are there"):format(what, claimed, self:remaining()))
@@ -116,7 +116,7 @@ end
 
 function Cursor:reportSurplus(tree, context, note, where)
     if not self.failed and self:remaining() > 0 then
-        context:note(tree, note, ("%d bytes behind the end of the %s"):format(self:remaining(), where))
+        context:note(tree, note, ("%d bytes after the end of the %s"):format(self:remaining(), where))
     end
 end
 
@@ -142,8 +142,8 @@ function Scalar:__call(cursor, tree, context)
     if self.keep ~= nil then
         context[self.keep] = value
     end
-    if self.tell ~= nil then
-        context:say(self.tell(value))
+    if self.word ~= nil then
+        context:say(self.word(value))
     end
     local fault = self.fault and self.fault(value, context)
     if fault then
@@ -152,12 +152,12 @@ function Scalar:__call(cursor, tree, context)
     return value, self.isMac and value or ("%s %s"):format(self.label, value)
 end
 
--- options: names (texts of values), base, keep (the context's field that keeps the value), tell (value -> word for the
+-- options: names (texts of values), base, keep (the context's field that keeps the value), word (value -> word for the
 -- Info column), fault (value, context -> why receivers refuse it, or nil)
 local function scalar(kind, size, read, name, label, options)
     options = options or {}
     local element = { size = size, read = read, label = label }
-    element.keep, element.tell, element.fault = options.keep, options.tell, options.fault
+    element.keep, element.word, element.fault = options.keep, options.word, options.fault
     if kind == "ether" then
         element.isMac = true
         element.field = newField(kind, name, label)
@@ -239,7 +239,7 @@ local function printable(text)
     return (text:gsub("[^\32-\126]", "."))
 end
 
--- Adds count bytes as text, cut by nobody but the cursor. fault: as in scalar, of the text.
+-- Adds count bytes as text. fault: as in scalar, of the text.
 local function addText(field, label, count, cursor, tree, context, fault)
     local range = cursor:take(count)
     if range == nil then
@@ -291,8 +291,8 @@ local firmwareStates = {
 local function asTarget(address) return "to " .. address end
 local function asResult(code) return ("%d (%s)"):format(code, results[code] or "unknown") end
 
-local target = { mac("target.al_mac", "AL MAC of the asked device", { tell = asTarget }) }
-local result = { u8("result", "Result", { names = results, tell = asResult }) }
+local target = { mac("target.al_mac", "AL MAC of the requested device", { word = asTarget }) }
+local result = { u8("result", "Result", { names = results, word = asResult }) }
 
 -- Configuration attributes: type, name, kind.
 local attributeRows = {
@@ -386,21 +386,21 @@ local powerControlRequest = {
     target[1],
     list(interfaceCount, interfaceField, interfaces, { interfaceMac, interfaceMedia }),
     u8("power.requested", "Requested power state",
-        { names = powerStates, tell = function(state) return (powerStates[state] or tostring(state)):lower() end }),
+        { names = powerStates, word = function(state) return (powerStates[state] or tostring(state)):lower() end }),
 }
 local powerControlResponse = {
     list(interfaceCount, interfaceField, interfaces,
         { interfaceMac, interfaceMedia, u8("power.result", "Result", { names = interfaceResults }) }),
 }
 
--- Firmware control: a length of 0 stands for no topology option and no URL.
+-- Firmware control: a length of 0 means no topology option and no URL.
 local FIRMWARE_URL_LIMIT = 1023
 local firmwareLength = u16("firmware.len", "Length of topology option and URL")
 local firmwareTopology = u8("firmware.topo_option", "Topology option")
 local firmwareUrl = newField("string", "firmware.url", "URL")
 
 local firmwareRequest = {
-    u8("firmware.option", "Option", { tell = function(option) return "option " .. option end }),
+    u8("firmware.option", "Option", { word = function(option) return "option " .. option end }),
     function(cursor, tree, context)
         local length = firmwareLength(cursor, tree, context)
         if length == nil or length == 0 or firmwareTopology(cursor, tree, context) == nil then
@@ -429,7 +429,7 @@ local commandRequest = {
 
 local ledRequest = {
     target[1],
-    u8("led.option", "LED option", { tell = function(option) return option == 0 and "off" or "on" end }),
+    u8("led.option", "LED option", { word = function(option) return option == 0 and "off" or "on" end }),
 }
 
 -- Settings sync
@@ -520,14 +520,14 @@ local function parseMac(text)
     return #octets == 6 and table.concat(octets, ":") or nil
 end
 
--- The number that a text begins with, behind an optional sign, and whether the text is nothing else; 0 without any.
+-- The number that a text begins with, after an optional sign, and whether the text is nothing else; 0 without any.
 local function parseNumber(text, numberBase)
-    local sign, digits, behind = text:match(numberBase == 16 and "^([+-]?)(%x+)(.*)$" or "^([+-]?)(%d+)(.*)$")
+    local sign, digits, rest = text:match(numberBase == 16 and "^([+-]?)(%x+)(.*)$" or "^([+-]?)(%d+)(.*)$")
     if digits == nil then
         return 0, false
     end
     local value = tonumber(digits, numberBase)
-    return sign == "-" and -value or value, behind == ""
+    return sign == "-" and -value or value, rest == ""
 end
 
 -- Adds the value of a text field. Returns the MAC when it is one.
@@ -704,7 +704,7 @@ local envelope = {
     u16("type", "Message type", {
         names = messageNames,
         keep = "type",
-        tell = function(type) return messageNames[type] or ("type %d"):format(type) end,
+        word = function(type) return messageNames[type] or ("type %d"):format(type) end,
     }),
     u16("payload_len", "Payload length", { keep = "payloadLength" }),
 }
@@ -740,13 +740,13 @@ end
 -- ---- Intel's messages. What the numbered fields mean is Intel's.
 
 local asStation = function(address) return "of " .. address end
-local rssiStation = mac("intel.station", "Station MAC", { tell = asStation })
+local rssiStation = mac("intel.station", "Station MAC", { word = asStation })
 local rssiMeasurement = {
     rssiStation,
     bytes(2, "intel.zero", "Zero"),
     u16("intel.rx_rate", "Rx rate (0.1 Mbit/s)"),
     u16("intel.tx_rate", "Tx rate (0.1 Mbit/s)"),
-    i8("intel.rssi", "RSSI (dBm)", { tell = function(rssi) return rssi .. " dBm" end }),
+    i8("intel.rssi", "RSSI (dBm)", { word = function(rssi) return rssi .. " dBm" end }),
     i8("intel.snr", "SNR (dB)"),
     u8("intel.marker", "Marker", { base = base.HEX, names = { [0x00] = "Response", [0x64] = "Notification" } }),
     bytes(2, "intel.zero2", "Zero"),
@@ -763,7 +763,7 @@ local intelEnvelope = {
         names = intelNames,
         base = base.HEX,
         keep = "type",
-        tell = function(type) return intelNames[type] or ("Intel type 0x%02x"):format(type) end,
+        word = function(type) return intelNames[type] or ("Intel type 0x%02x"):format(type) end,
     }),
     u8("intel.field10", "Field 10"),
     bytes(6, "intel.field11", "Field 11"),
@@ -788,7 +788,7 @@ local function decodeIntel(cursor, tree, context)
     context:note(tree, UNKNOWN, ("Type 0x%02x is not among the plug-in's"):format(context.type))
 end
 
--- ---- Elements that ride in standard messages: MDIDs and BSS configuration
+-- ---- Elements in standard messages: MDIDs and BSS configuration
 
 local bssField = newField("none", "bss", "BSS")
 local bssBands = { [4] = "2.4 GHz", [2] = "5 GHz", [1] = "band 4" }
@@ -910,8 +910,8 @@ local function reportNoOui(value, tree, context)
     value:reportShort(tree, context, "the OUI")
 end
 
--- In standard messages the vendor's TLVs hold an element where they begin like one.
-local function makersDecoder(value, cmduType)
+-- In standard messages the vendor's TLVs may contain an element.
+local function vendorDecoder(value, cmduType)
     local isElement = cmduType ~= VENDOR_SPECIFIC_MESSAGE and value:remaining() > OUI_SIZE
         and elements[value.source:range(value.position + OUI_SIZE, 1):uint()] ~= nil
     return isElement and decodeElement or decodeMessage
@@ -922,15 +922,15 @@ local function showVendorTlv(value, claimed, cmduType, root)
         return show(value, claimed, 0, reportNoOui, root)
     end
     local oui = value.source:range(value.position, OUI_SIZE):raw()
-    if oui == MAKER_OUI then
-        return show(value, claimed, OUI_SIZE, makersDecoder(value, cmduType), root)
+    if oui == VENDOR_OUI then
+        return show(value, claimed, OUI_SIZE, vendorDecoder(value, cmduType), root)
     elseif oui == INTEL_OUI then
         return show(value, claimed, OUI_SIZE, decodeIntel, root)
     end
     return nil
 end
 
--- Walks the TLVs itself, because Wireshark's dissector gives up where a length lies. Senders may end every fragment of
+-- Reads the TLVs itself, because Wireshark's dissector stops at a wrong length. Senders may end every fragment of
 -- a message, so in reassembled bytes an end is not the end.
 local function showTlvs(cursor, isReassembled, cmduType, root, summaries)
     while cursor:remaining() >= TLV_HEADER_SIZE do

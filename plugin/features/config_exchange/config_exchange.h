@@ -10,7 +10,7 @@ namespace kv {
 // Controller: ask an agent; retry is the number of earlier attempts. 0 or KV_RET_ERR.
 int sendConfQuery(const uint8_t *alMac, uint8_t retry);
 
-// Agent: answer source under its msgId, or tell everybody by relayed multicast when mcast is 1. 0 or KV_RET_ERR.
+// Agent: responds to source under its msgId, or sends by relayed multicast when mcast is 1. Returns 0 or KV_RET_ERR.
 int sendConfResp(const KvRecvVendTlv *source, uint16_t msgId, uint8_t mcast);
 
 int handleConfQueryMsg(const KvRecvVendTlv *source, uint16_t msgId);

@@ -1,6 +1,6 @@
 // Payloads of LED control and remote commands. Both responses are the shared result payload.
 //
-// LED, 7 bytes:      0  6  AL MAC of the agent, all zero for everybody     6  1  0 off, any other value on
+// LED, 7 bytes:      0  6  AL MAC of the agent, all zero for all        6  1  0 off, any other value on
 // Command:           0  2  words, big-endian       2  2  characters, big-endian       4     text, no terminator
 #pragma once
 

@@ -42,7 +42,7 @@ int kvAddWIFINeighbor(const WIFINeighborEntry *entry);  // 1, 0 when memory runs
 
 // One line of a station file, rates in kbit/s.
 struct StationLine {
-    char mac[21];  // one character more than a token may have, to tell that it is too long
+    char mac[21];  // one character more than a token may have, to detect a longer one
     int rate;
     int rssi;
     int snr;

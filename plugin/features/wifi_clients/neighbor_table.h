@@ -19,8 +19,8 @@ int kvUpdateWiFiNbr(KvDevVendorData *devData, const WIFINeighborList *list);
 // when the device is not in the topology.
 int mergeReport(const uint8_t *alMac, const WIFINeighborList *list);
 
-// Finds the AL MAC of the device whose table a message from source belongs to. KV_RET_ERR when nobody owns source, or
-// when it is this device: its list is the driver's, no message changes it.
+// Finds the AL MAC of the device whose table a message from source belongs to. KV_RET_ERR when no device owns source,
+// or when it is this device: its list is the driver's, no message changes it.
 int findReporter(const KvRecvVendTlv *source, uint8_t *alMac);
 
 // Every 10 seconds: drops what no report has refreshed for more than 600 seconds from the tables of the registered
