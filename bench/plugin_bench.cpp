@@ -1,5 +1,6 @@
 // What the plug-in costs: each message type received and sent, stations by the thousand, and an idle turn of the main
-// loop. Each is shown with its floor of the same run: the same heap blocks allocated and freed, the same bytes copied.
+// loop. Each is shown with its baseline of the same run: the same heap blocks allocated and freed, the same bytes
+// copied.
 #include <benchmark/benchmark.h>
 
 #include <cstdio>
@@ -22,7 +23,7 @@ namespace {
 
 using kvbench::Bytes;
 
-const std::string kFloor = "/floor";
+const std::string kBaseline = "/baseline";
 
 // Both sides of a comparison: the work itself, and its blocks and copies without any logic.
 void compare(const std::string &name, size_t bytes, const std::function<void()> &work, double stations = 0) {
@@ -41,7 +42,7 @@ void compare(const std::string &name, size_t bytes, const std::function<void()> 
         }
         finish(state);
     });
-    const auto floor = [=](benchmark::State &state) {
+    const auto baseline = [=](benchmark::State &state) {
         std::vector<void *> blocks(sizes.size());
         const Bytes source(bytes);
         Bytes target(bytes);
@@ -59,7 +60,7 @@ void compare(const std::string &name, size_t bytes, const std::function<void()> 
         }
         finish(state);
     };
-    benchmark::RegisterBenchmark((name + kFloor).c_str(), floor);
+    benchmark::RegisterBenchmark((name + kBaseline).c_str(), baseline);
 }
 
 void receive(const Bytes &value) {
@@ -231,7 +232,7 @@ void benchStations(size_t count) {
         stations);
 }
 
-// ---- Output: the usual table, then each work against its floor
+// ---- Output: the usual table, then each work against its baseline
 
 class Ratios : public benchmark::ConsoleReporter {
   public:
@@ -250,12 +251,12 @@ class Ratios : public benchmark::ConsoleReporter {
 
     void Finalize() override {
         ConsoleReporter::Finalize();
-        std::printf("\n%-52s %12s %12s %8s %8s\n", "against its floor", "ns", "floor ns", "ratio", "blocks");
+        std::printf("\n%-52s %12s %12s %8s %8s\n", "against its baseline", "ns", "baseline ns", "ratio", "blocks");
         for (const auto &[name, time] : times_) {
-            const auto floor = times_.find(name + kFloor);
-            if (floor != times_.end()) {
-                std::printf("%-52s %12.1f %12.1f %8.2f %8.0f\n", name.c_str(), time, floor->second,
-                            floor->second > 0 ? time / floor->second : 0, blocks_[name]);
+            const auto baseline = times_.find(name + kBaseline);
+            if (baseline != times_.end()) {
+                std::printf("%-52s %12.1f %12.1f %8.2f %8.0f\n", name.c_str(), time, baseline->second,
+                            baseline->second > 0 ? time / baseline->second : 0, blocks_[name]);
             }
         }
         for (const char *work :

@@ -47,7 +47,7 @@ int main(int argc, char **argv) {
     plugin.kvMAP1905_DevIntfDm_init(&ethernet, 0x0001); /* IEEE 802.3ab, gigabit */
     plugin.kvMAP1905_param_update();
 
-    /* A controller asks for our configuration: OUI, its AL MAC, marker, type 0, 6 bytes of payload: our AL MAC. */
+    /* A controller requests our configuration: OUI, its AL MAC, marker, type 0, 6 bytes of payload: our AL MAC. */
     const uint8_t value[] = {0x02, 0x4e, 0xa7, 0x02, 0x00, 0x5e, 0x00, 0x01, 0x00, 0x00, 0x01,
                              0x00, 0x00, 0x00, 0x06, 0x02, 0x00, 0x5e, 0x00, 0x02, 0x00};
     const KvRecvVendTlv tlv = {{0x02, 0x00, 0x5e, 0x00, 0x01, 0x00}, value};

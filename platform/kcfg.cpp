@@ -140,7 +140,7 @@ KV_PLATFORM_API int kcfgFeReqSend(uint32_t request, const void *, uint32_t lengt
         if (!partial && request != KCFG_REQ_RESET_DEFAULT) {
             throw std::invalid_argument("no such request " + std::to_string(request));
         }
-        if (length != 0) throw std::invalid_argument("a reset takes no payload");
+        if (length != 0) throw std::invalid_argument("a reset has no payload");
         ConfigStore::reset(partial, logLine);
         return kOk;
     });

@@ -72,7 +72,7 @@ JsonPtr parse(const std::string &text) {
     const json_tokener_error error = json_tokener_get_error(tokener.get());
     const size_t end = json_tokener_get_parse_end(tokener.get());
     if (error == json_tokener_success && end == text.size()) return root;
-    if (error == json_tokener_success && !root) throw std::bad_alloc();  // the parser's way to report it
+    if (error == json_tokener_success && !root) throw std::bad_alloc();  // reported like this by the parser
     const char *reason = error == json_tokener_continue  ? "the text ends too early"
                          : error == json_tokener_success ? "unexpected text after the end"
                                                          : json_tokener_error_desc(error);
@@ -142,7 +142,8 @@ JsonPtr readDefaults() {
 
 // Writes the LED setting into the device's configuration file, where that has one.
 void applyLeds(bool isOn) {
-    struct stat before {}, after {};
+    struct stat before {
+    }, after{};
     if (stat(kDeviceConfigPath, &before) != 0) return;
     std::string text = support::readFile(kDeviceConfigPath, kConfigLimit);
     const size_t at = ('\n' + text).find("\nLedEnable=");

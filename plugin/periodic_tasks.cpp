@@ -15,7 +15,7 @@ namespace kv {
 
 namespace {
 
-// The host is asked for a JSON write while its stamp is older than this.
+// A JSON write is requested while the host's stamp is older than this.
 constexpr double kJsonStampAge = 2.0;  // seconds, exclusive
 
 struct PeriodicTask {

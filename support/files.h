@@ -41,7 +41,7 @@ FileDescriptor openRegular(const std::string &path);
 // Reads a regular file of at most `limit` bytes; EFBIG beyond.
 std::string readFile(const std::string &path, size_t limit);
 
-// Locks a file of its own against other processes. The file is created where it is missing, for its owner alone, and
+// Locks a separate file against other processes. The file is created where it is missing, for its owner alone, and
 // stays.
 class FileLock {
   public:

@@ -1,4 +1,4 @@
-// Text of others, made safe to show: it can neither start a line of its own nor control a terminal.
+// Makes foreign text safe to print: it can neither start a new line nor control a terminal.
 #pragma once
 
 #include <string>

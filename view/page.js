@@ -16,7 +16,7 @@ const LEVELS = 5;             // bars of a signal
 const QUALITY = ['weak', 'weak', 'fair', 'fair', 'good', 'good'];  // by signal level
 const TYPICAL = {good: 5, fair: 3, weak: 1};  // levels that represent a quality
 const MEDIA = new Map([[0, 'Ethernet'], [1, 'Wi-Fi'], [2, 'power line'], [3, 'MoCA']]);  // by high byte
-const WIDE = true;            // a fact that takes a line of its own
+const WIDE = true;            // a fact with its own line
 const FACTS = [
     ['Firmware', device => text(device.FirmwareVersion) + (isText(device.BuildNumber) ? `, build ${device.BuildNumber}` : '') +
         (isText(device.NewFirmwareVersion) ? ` (${device.NewFirmwareVersion} is available)` : ''), WIDE],
@@ -259,10 +259,10 @@ function fillCard(card, device) {
 
 const map = $('map'), canvas = $('links');
 
-function walk(devices, visit) {
+function traverse(devices, visit) {
     for (const device of devices) {
         visit(device);
-        walk(device.children, visit);
+        traverse(device.children, visit);
     }
 }
 
@@ -372,7 +372,7 @@ function pathIndented(near, far, isBranch) {
 function layout() {
     const room = map.clientWidth;
     const all = [];
-    walk(mesh.roots, device => all.push(Object.assign(device, {isOnBus: false})));
+    traverse(mesh.roots, device => all.push(Object.assign(device, {isOnBus: false})));
     const deepest = Math.max(0, ...all.map(device => device.depth));
     const fitting = width => Math.floor((room + GAP_X) / (width + GAP_X));
     const isCompact = all.length > MANY_DEVICES || (fitting(CARD) <= deepest && fitting(COMPACT) > deepest);
@@ -451,7 +451,7 @@ function draw(data) {
         cards.delete(id);
     }
     let before = canvas;
-    walk(mesh.roots, device => {
+    traverse(mesh.roots, device => {
         const card = cards.get(device.id) ?? newCard(isOpen);
         cards.set(device.id, card);
         fillCard(card, device);

@@ -28,7 +28,7 @@ namespace {
 using Clock = std::chrono::steady_clock;
 using support::FileDescriptor;
 
-constexpr const char *kAddress = "127.0.0.1";  // the page shows the whole network to anybody who asks
+constexpr const char *kAddress = "127.0.0.1";  // every client can read the whole network
 constexpr size_t kMostConnections = 64;
 constexpr size_t kLongestRequest = 8192;         // bytes; a body is never read
 constexpr std::chrono::seconds kPatience{2};     // for a request and its answer
@@ -48,7 +48,7 @@ std::string modelOrNull(const std::string &path) {
     try {
         return modelText(path);
     } catch (const std::exception &) {
-        return "null";  // the page asks again and shows the failure
+        return "null";  // the page tries again and shows the failure
     }
 }
 

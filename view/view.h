@@ -18,7 +18,7 @@ struct ViewOptions {
     bool json = false;             // failures as JSON
 };
 
-// Nothing when help or version was asked for and printed. Throws Failure.
+// Returns nothing after printing help or version. Throws Failure.
 std::optional<ViewOptions> parseViewOptions(int argc, char **argv);
 
 // The page with its style and script in it, and places for what differs; and what it may load and run. Made by the
@@ -41,7 +41,7 @@ void writeView(const std::string &dataModel, const std::string &output);
 // name was made to lead here must not read the mesh.
 bool isLoopbackHost(std::string_view host);
 
-// Serve the page and the file's data on 127.0.0.1 until the process is ended; port 0 takes a free one. Throws Failure.
+// Serve the page and the file's data on 127.0.0.1 until the process is ended; port 0: a free one. Throws Failure.
 void serveView(const std::string &dataModel, uint16_t port);
 
 }  // namespace kv1905d

@@ -76,7 +76,7 @@ size_t distance(const std::string &a, const std::string &b) {
     return row.back();
 }
 
-// "; did you mean 'reboot'?", or a way to find the right one.
+// Returns "; did you mean 'reboot'?" or a hint at the help.
 std::string hintFor(const std::string &word) {
     const auto isCloser = [&word](const ToolCommand &a, const ToolCommand &b) {
         return distance(word, a.name) < distance(word, b.name);

@@ -95,7 +95,7 @@ void showAll(const CommandLine &line) {
     }
 }
 
-// The page is a program of its own next to this one.
+// The page is a separate program next to this one.
 [[noreturn]] void runView(const CommandLine &line) {
     const std::string program = std::filesystem::read_symlink("/proc/self/exe").parent_path() / "kv1905-view";
     std::vector<std::string> words{"kv1905-view", "--data-model", line.dataModel};

@@ -12,7 +12,7 @@ namespace kv1905d {
 
 namespace {
 
-// Terminals obey U+007F to U+009F, which json-c passes through.
+// Terminals interpret U+007F to U+009F, which json-c passes through.
 std::string withoutControls(std::string_view json) {
     std::string out;
     for (size_t at = 0; at < json.size(); ++at) {

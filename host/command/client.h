@@ -13,7 +13,7 @@
 
 namespace kv1905d {
 
-// The process at the other end of a connected socket. One of root or of the own user may give commands and be given
+// The peer process of a connected socket. One of root or of the own user may give commands and be given
 // some.
 ucred peerOf(const support::FileDescriptor &fd);
 bool mayCommand(const ucred &peer);

@@ -22,10 +22,10 @@ inline constexpr size_t kMaxCommandSize = 4096;  // bytes of one command buffer
 inline constexpr size_t kPostHeader = 8;         // bytes
 inline constexpr size_t kReplySize = 8;          // bytes
 
-// Commands that the daemon runs itself; the plug-in never sees these codes, and its own are below 0x10000.
+// Commands that the daemon runs itself; the plug-in never receives these codes, and its own are below 0x10000.
 enum OwnCommand : uint32_t {
     kCommandRssi = 0x10001,           // AL MAC of the receiver, MAC of a station of this device: 12 bytes
-    kCommandQueryStations = 0x10002,  // AL MAC of the device to ask: 6 bytes
+    kCommandQueryStations = 0x10002,  // AL MAC of the queried device: 6 bytes
     kCommandQueryPower = 0x10003,     // the same
     kCommandMonitor = 0x10004,        // nothing
 };
@@ -107,7 +107,7 @@ inline constexpr VerdictRow kVerdictRows[] = {
     {Verdict::Malformed, "it is malformed", Status::Failure,
      "the daemon does not understand this tool; are both of one version?"},
     {Verdict::NotPermitted, "that user may not post", Status::NotPermitted,
-     "the daemon takes commands from its own user and root alone"},
+     "the daemon accepts commands of its own user and of root only"},
     {Verdict::UnknownStation, nullptr, Status::NoDevice,
      "sent without figures: that station is not associated with this device"},
 };

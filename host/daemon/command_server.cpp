@@ -126,7 +126,7 @@ void CommandServer::acceptClient() {
     if (!fd.valid() && (errno == EMFILE || errno == ENFILE)) return refuseClient();
     if (!fd.valid()) return;
     if (clients_.size() >= kMaxClients) {
-        end(clients_.front(), "gives way to a newer connection");
+        end(clients_.front(), "replaced by a newer connection");
     }
     Client &client = clients_.emplace_back();
     client.server = this;

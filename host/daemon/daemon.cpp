@@ -141,7 +141,7 @@ void Daemon::run() {
     loop_.onSignal(SIGUSR1, [this] { announceConfiguration(); });
     for (size_t port = 0; port < ports_.size(); ++port) {
         ports_[port].watch = &loop_.watch(ports_[port].fd.get(), [this, port] {
-            readFrames(port);  // also takes a pending error off the socket
+            readFrames(port);  // also clears a pending error of the socket
             schedule();
         });
     }
@@ -266,7 +266,7 @@ void Daemon::checkLinks() {
     }
 }
 
-// Reading them costs five files, and anybody may ask.
+// Reading them costs five files, and any device may request them.
 const LinkStatistics &Daemon::linkStatistics(size_t port) {
     PortSocket &socket = ports_[port];
     const TimePoint now = EventLoop::now();

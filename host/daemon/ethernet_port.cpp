@@ -143,7 +143,7 @@ FileDescriptor openPort(const std::string &interface) {
     addMembership(fd.get(), index, PACKET_MR_MULTICAST, kLldpMac, interface, "join the LLDP group");
     // Unicast goes to AL MACs, which no hardware filter knows.
     addMembership(fd.get(), index, PACKET_MR_PROMISC, {}, interface, "become promiscuous");
-    // ETH_P_ALL listeners see a bridge port's frames before the bridge takes them; those of one EtherType do not.
+    // ETH_P_ALL listeners receive a bridge port's frames before the bridge does; those of one EtherType do not.
     bindTo(fd.get(), index, ETH_P_ALL, interface);
     return fd;
 }

@@ -27,7 +27,7 @@ bool isPlain(char c) {
     return c >= ' ' && c <= '~' && c != '"' && c != '\\';
 }
 
-// Terminals obey U+0080 to U+009F as well, which are two bytes in UTF-8: C2 and the code.
+// Terminals interpret U+0080 to U+009F as well, which are two bytes in UTF-8: C2 and the code.
 bool isControl(std::string_view character) {
     const auto last = static_cast<uint8_t>(character.back());
     return character.size() == 1 ? last < 0x20 || last == 0x7F : character[0] == '\xC2' && last < 0xA0;

@@ -33,7 +33,7 @@ class Neighbourhood {
     // These return whether report() changed.
     // Enters a bridge discovery; one of an unknown neighbour is ignored, because the next one comes in time.
     bool announceDirect(size_t port, const MacAddress &alMac, const MacAddress &mac, TimePoint now);
-    // Forgets neighbours that were silent, and marks those without bridge discoveries.
+    // Removes neighbours that were silent, and marks those without bridge discoveries.
     bool age(TimePoint now);
     bool forgetPort(size_t port);
 

@@ -198,7 +198,7 @@ bool Node::handleDiscovery(const Received &received) {
         linksChanged(received.now);
         discoverSoon(received.port, received.now);
     }
-    if (isNew || topology_.find(received.originator) == nullptr) ask(received.originator, received.now);
+    if (isNew || topology_.find(received.originator) == nullptr) queueTopologyQuery(received.originator, received.now);
     return true;
 }
 
@@ -213,7 +213,7 @@ bool Node::handleNotification(const Received &received) {
     // A neighbour that was restarted does not know us any more, although we still know it.
     for (const size_t port : neighbours_.portsOf(received.originator))
         discoverSoon(port, received.now);
-    ask(received.originator, received.now);
+    queueTopologyQuery(received.originator, received.now);
     return true;
 }
 
@@ -244,7 +244,7 @@ bool Node::handleResponse(const Received &received) {
     device->nextKeepAlive = received.now + config_.discoveryInterval / 2;
     for (const Ieee1905Neighbours &link : report->neighbours) {
         for (const Neighbour &neighbour : link.neighbours) {
-            if (topology_.find(neighbour.alMac) == nullptr) ask(neighbour.alMac, received.now);
+            if (topology_.find(neighbour.alMac) == nullptr) queueTopologyQuery(neighbour.alMac, received.now);
         }
     }
     if (events_.topologyResponse) events_.topologyResponse(device->alMac);
@@ -339,7 +339,7 @@ void Node::keepAlive(TimePoint now) {
     for (const auto &[alMac, device] : topology_.devices()) {
         if (device->local || device->nextKeepAlive > now) continue;
         device->nextKeepAlive = now + config_.discoveryInterval / 4;
-        if (neighbours_.portsOf(alMac).empty()) ask(alMac, now);
+        if (neighbours_.portsOf(alMac).empty()) queueTopologyQuery(alMac, now);
     }
 }
 
@@ -374,7 +374,7 @@ void Node::discoverSoon(size_t port, TimePoint now) {
     discoveryDue_[port] = std::min(discoveryDue_[port], now + randomDuration(random_, kSoonEarliest, kSoonLatest));
 }
 
-void Node::ask(const MacAddress &alMac, TimePoint now) {
+void Node::queueTopologyQuery(const MacAddress &alMac, TimePoint now) {
     if (alMac == config_.alMac || alMac.isGroup() || alMac.isZero()) return;
     if (queries_.size() < kMaxPendingQueries) queries_.try_emplace(alMac, PendingQuery{0, now});
 }

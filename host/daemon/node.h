@@ -70,7 +70,7 @@ class Node {
     void macChanged(size_t port, const MacAddress &mac, TimePoint now);
 
     /*
-     * Send a vendor-specific TLV value in a message of its own. `destination` counts for Reach::Unicast alone: an AL
+     * Sends a vendor-specific TLV value in a separate message. `destination` counts for Reach::Unicast only: an AL
      * MAC or an interface MAC of a known device; a message to this device itself arrives with the next run().
      * msgId: null, or 0 to have an identifier chosen and written back, or the identifier to use.
      * False when no interface accepted the message.
@@ -96,7 +96,7 @@ class Node {
         unsigned sent = 0;
         TimePoint due{};
     };
-    // One received message on its way through the handlers.
+    // One received message for the handlers.
     struct Received {
         const Message &message;
         size_t port;
@@ -130,7 +130,7 @@ class Node {
                   TimePoint now, const char *reason);
     void complainOfLost(TimePoint now);
 
-    void ask(const MacAddress &alMac, TimePoint now);
+    void queueTopologyQuery(const MacAddress &alMac, TimePoint now);
     void sendDueQueries(TimePoint now);
     void keepAlive(TimePoint now);
     void age(TimePoint now);

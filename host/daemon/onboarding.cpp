@@ -119,7 +119,7 @@ bool Onboarding::handleWsc(const MacAddress &source, const Message &message, Tim
     }
     const Band band = bandOf(&BandRow::rfBands, wsc->message.bands);
     if (band == kBandOther || node_.topology().find(source) == nullptr)
-        return true;  // a device that is new to us asks again
+        return true;  // a device that is new to us requests it again
     const bool isOffer = actions_.isController() && wsc->message.type == kWscM1;
     Exchange *answered = isOffer ? nullptr : offerOf(source, wsc->message);
     if (!isOffer && answered == nullptr) return true;

@@ -96,7 +96,7 @@ class Onboarding {
     std::optional<MacAddress> controller_;
     TimePoint joined_{};
     bool controllerSeen_ = false;   // in the topology since we joined
-    bool silenceReported_ = false;  // of a controller that does not speak the protocol
+    bool silenceReported_ = false;  // of a controller without the protocol
     int nextSetting_ = 0;           // to be requested; kSettings when all were
     TimePoint settingDue_{};
 };

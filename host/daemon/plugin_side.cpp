@@ -25,7 +25,7 @@ void freeInterfaceList(KvIntfList *list) {
     std::free(list);
 }
 
-// A list of its own for the plug-in, which frees it. Null when memory runs out.
+// Returns a copy for the plug-in, which frees it. Null when memory runs out.
 KvIntfList *newInterfaceList(const Device &device) {
     auto *list = static_cast<KvIntfList *>(std::calloc(1, sizeof(KvIntfList)));
     if (list == nullptr) return nullptr;

@@ -9,8 +9,8 @@
 #include <optional>
 
 #include "daemon/topology.h"
-#include "ieee1905/vendor_message.h"
 #include "daemon/vendor_tlv.h"
+#include "ieee1905/vendor_message.h"
 #include "support/log.h"
 
 namespace kv1905d {
@@ -36,7 +36,7 @@ class SettingsGuard {
     // All remote devices' stations together; the local list is the driver's. Each costs some kilobytes when the JSON
     // file is made.
     static constexpr size_t kMaxStations = 16384;
-    // A result is admitted once, within this time after its command. The oldest of too many commands is forgotten.
+    // A result is admitted once, within this time after its command. The oldest of too many commands is removed.
     static constexpr Duration kResultWait{60000};
     static constexpr size_t kMaxCommands = 256;
 

@@ -58,7 +58,7 @@ struct Process {
     std::string name;
 };
 
-// The processes of a group but for its leader and the dead.
+// Returns the processes of a group except its leader and zombies.
 std::vector<Process> commandsOf(pid_t leader) {
     std::vector<Process> commands;
     std::error_code error;  // ends the iteration
@@ -185,7 +185,7 @@ class Supervisor {
     throw std::system_error(errno, std::generic_category(), step);
 }
 
-// As a shell or systemd sees it, the daemon is this process.
+// For a shell or systemd, this process is the daemon.
 void endBySignal(int number) {
     const rlimit noCore{0, 0};  // the daemon has left one
     setrlimit(RLIMIT_CORE, &noCore);

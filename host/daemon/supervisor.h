@@ -10,7 +10,7 @@
 
 namespace kv1905d {
 
-// Reports to the supervisor that the daemon is alive. Does nothing without a pipe.
+// Reports to the supervisor that the daemon is responsive. Does nothing without a pipe.
 class Heartbeat {
   public:
     Heartbeat() = default;

@@ -14,7 +14,7 @@ constexpr size_t kMaxFragments = 256;
 constexpr uint8_t kFlagLast = 0x80;
 constexpr uint8_t kFlagRelay = 0x40;
 
-// Walks bodies one after another and keeps what a body leaves unfinished for the next one.
+// Reads bodies one after another and keeps an unfinished TLV of one for the next.
 class TlvDecoder {
   public:
     bool add(ByteView body) {

@@ -12,7 +12,7 @@ namespace kv1905d {
 
 inline constexpr uint16_t kEtherType = 0x893A;
 inline constexpr size_t kMaxFramePayload = 1500;  // bytes after the Ethernet header
-inline constexpr size_t kMaxTlvValue = 16383;     // bytes; longer values are refused on both ways
+inline constexpr size_t kMaxTlvValue = 16383;     // bytes; longer values are neither sent nor accepted
 
 enum MessageType : uint16_t {
     kTopologyDiscovery = 0x0000,
@@ -85,7 +85,7 @@ struct Fragment {
 std::optional<Fragment> parseFragment(ByteView payload);
 
 /*
- * The TLVs in the bodies of all fragments, in order. Both ways to cut a message are understood: at TLV boundaries, with
+ * The TLVs in the bodies of all fragments, in order. Both fragmentation styles are read: at TLV boundaries, with
  * an end of message in every fragment or in the last alone, and at any byte. Bytes after an end of message
  * are ignored. Nothing when a TLV or the message does not end.
  */

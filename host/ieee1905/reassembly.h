@@ -12,9 +12,9 @@ namespace kv1905d {
 
 class Reassembly {
   public:
-    static constexpr size_t kMaxMessages = 64;            // unfinished ones; the oldest gives way
+    static constexpr size_t kMaxMessages = 64;            // unfinished ones; the oldest is evicted
     static constexpr size_t kMaxMessageBytes = 64 << 10;  // of one message; a larger one is malformed
-    static constexpr size_t kMaxBytes = 512 << 10;        // of all unfinished ones; the oldest gives way
+    static constexpr size_t kMaxBytes = 512 << 10;        // of all unfinished ones; the oldest is evicted
     static constexpr Duration kLifetime{3000};            // from the first fragment that came
 
     enum class Status { Waiting, Complete, Malformed };
@@ -34,10 +34,10 @@ class Reassembly {
     // Take one fragment from the Ethernet address `source`, in any order; a repeated one is ignored.
     Result add(const MacAddress &source, const Fragment &fragment, TimePoint now);
 
-    // Forget what is older than kLifetime. Returns how many messages that were.
+    // Removes messages older than kLifetime and returns their number.
     size_t expire(TimePoint now);
 
-    // Messages that gave way to newer ones since the start.
+    // Messages evicted since the start.
     uint64_t evicted() const { return evicted_; }
     // The last one given up since the last call; nothing when there was none.
     std::optional<Lost> takeLost() { return std::exchange(lost_, std::nullopt); }

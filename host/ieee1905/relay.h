@@ -11,8 +11,8 @@ namespace kv1905d {
 
 class DuplicateFilter {
   public:
-    // The oldest gives way. More than the sockets of a ring of busy devices hold: a message that returns after its
-    // entry gave way would circulate permanently.
+    // The oldest is evicted. More than the sockets of a ring of busy devices buffer: a message that returns after its
+    // entry was evicted would circulate permanently.
     static constexpr size_t kMaxEntries = 16384;
     static constexpr Duration kLifetime{3000};
 

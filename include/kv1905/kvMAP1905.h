@@ -428,7 +428,7 @@ extern KVMAP1905_API uint8_t controller;
 /** Time of the last registration, seconds since the epoch; the plug-in only writes it. */
 extern KVMAP1905_API uint32_t g_timeStamp;
 /** Time of the last JSON data-model write, seconds since the epoch; written by the host. While it is more than
- * 2 seconds old, every kvMAP1905_MainLoop asks for a write. */
+ * 2 seconds old, every kvMAP1905_MainLoop requests a write. */
 extern KVMAP1905_API uint32_t data_model_time_stamp;
 /** 01:80:C2:00:00:13. */
 extern KVMAP1905_API const uint8_t I5_MCAST_MAC_ADDRESS[KV_MAC_LEN];
@@ -444,7 +444,8 @@ extern KVMAP1905_API char g_MainSSID[66];
 extern KVMAP1905_API uint8_t g_MainBSSID[12];
 
 /** Stations that are associated with this device: how many. Only read by the host; renewed from the
- * driver's station files every 10 seconds by kvMAP1905_MainLoop, so pointers into the list live until the next call. */
+ * driver's station files every 10 seconds by kvMAP1905_MainLoop, so pointers into the list are valid until the next
+ * call. */
 extern KVMAP1905_API uint32_t WIFINbrNum;
 /** The first of them. */
 extern KVMAP1905_API WIFINeighborEntry *WIFINeighborHead;
@@ -552,7 +553,7 @@ KVMAP1905_API void kvMAP1905_DeviceDm_update(KvDevVendorData *dev);
 KVMAP1905_API void kvMAP1905_DevIntfDm_init(KvIntfVendorData *intf, uint32_t mediaType);
 
 /**
- * Reports whether a device speaks the vendor's protocol.
+ * Reports whether a device supports the vendor protocol.
  * @param alMac    6 bytes
  * @param isKovan  receives 1 or 0
  * @retval 0           isKovan is set

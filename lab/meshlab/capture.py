@@ -27,7 +27,7 @@ FRAME_FILTER = ((0x28, 0, 0, 12), (0x15, 1, 0, ETH_P_1905), (0x15, 0, 1, ETH_P_L
 
 
 def open_tap(interface):
-    """A packet socket that sees every 1905 frame in and out of the interface, even if it is a bridge port."""
+    """A packet socket for every 1905 frame in and out of the interface, even if it is a bridge port."""
     tap = socket.socket(socket.AF_PACKET, socket.SOCK_RAW | socket.SOCK_NONBLOCK, 0)
     code = ctypes.create_string_buffer(b"".join(struct.pack("HBBI", *step) for step in FRAME_FILTER))
     tap.setsockopt(socket.SOL_SOCKET, SO_ATTACH_FILTER,

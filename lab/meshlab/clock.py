@@ -1,4 +1,4 @@
-"""A wall clock of its own for a device: libfaketime shifts what its programs read, and the lab moves the shift.
+"""A separate wall clock for a device: libfaketime shifts what its programs read, and the lab moves the shift.
 
 Timers use the monotonic clock, which is not moved: a moved clock changes ages, but wakes no process."""
 

@@ -25,7 +25,7 @@ def enter_namespaces(pid, *kinds):
 
 
 def run_in_network(pid, command, text=""):
-    """The output of a command of this machine that sees the network of pid."""
+    """Returns the output of a command of this machine in the network of pid."""
     return subprocess.run(command, preexec_fn=pid and (lambda: enter_namespaces(pid, "user", "net")), input=text,
                           text=True, stdout=subprocess.PIPE, check=True).stdout
 

@@ -86,7 +86,7 @@ class DeadlineError(MeshError):
 
 
 def plan_text(options):
-    """What `up` was asked for, as one word for the command lines of the supervisor and the devices."""
+    """The plan of `up`, as one word for the command lines of the supervisor and the devices."""
     return json.dumps({name: value for name, value in vars(options).items() if name != "function"})
 
 

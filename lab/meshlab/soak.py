@@ -13,7 +13,7 @@ RULE = f"""\
 A series is what one daemon process showed from its start to its end. It is judged when it holds {MIN_SAMPLES} samples:
   memory       the last quarter's mean is at most {MEMORY_SLACK:.0%} of the second quarter's, or {MEMORY_SLACK_KB} kB more
   descriptors  the last quarter's most is at most {DESCRIPTOR_SLACK} above the second quarter's most
-  children     no child process is there in two samples running, dead or alive"""
+  children     no child process, zombies included, exists in two consecutive samples"""
 
 
 @dataclass(frozen=True)

@@ -1,4 +1,4 @@
-"""The ancestor of a mesh: starts the devices, links them, and takes them with it when it ends."""
+"""The ancestor of a mesh: starts the devices, links them, and ends them when it ends."""
 
 import json
 import os

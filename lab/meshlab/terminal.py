@@ -1,4 +1,4 @@
-"""What a person sees of long work: a line that stays in place on a terminal; elsewhere output stays plain."""
+"""Progress of long work: one line that is rewritten on a terminal; elsewhere plain output."""
 
 import os
 import shutil

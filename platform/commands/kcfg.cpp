@@ -92,7 +92,7 @@ std::string textOf(json_object *value) {
     return json_object_to_json_string_ext(value, kJsonStyle);
 }
 
-// A text's bytes are escaped: a value can neither start a line of its own nor control a terminal.
+// A text's bytes are escaped: a value can neither start a new line nor control a terminal.
 void printMembers(const ConfigObject &object, size_t number, json_object *instance) {
     json_object_object_foreach(instance, name, value) {
         printf("%s.%zu.%s=%s\n", object.name, number, support::escaped(name).c_str(),

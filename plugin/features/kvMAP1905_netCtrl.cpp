@@ -33,7 +33,7 @@ void selectWhatSurvives() {
     json_object *copy = nullptr;
     const int result = kcfgFeObjJsonGet(RDM_OID_FACTORY_RESET, &index, &copy);
     const JsonObject object(copy);
-    // json-c aborts when it is asked to add a member to anything but an object.
+    // json-c aborts when a member is added to anything but an object.
     if (result != 0 || !json_object_is_type(object.get(), json_type_object)) return;
     json_object *value = json_object_new_int(kKeepOnPartialReset);
     if (value == nullptr || json_object_object_add(object.get(), kUnpurgedList, value) != 0) {

@@ -25,7 +25,7 @@ enum : uint8_t {
     kPowerByMediaUnavailable = 64,
 };
 
-// The states that an interface can be asked for: IEEE 1905.1's 0 on, 1 power save, 2 off.
+// Requested states of an interface, as in IEEE 1905.1: 0 on, 1 power save, 2 off.
 inline constexpr uint32_t kHighestPowerState = 2;
 
 // Accepts or refuses a power state. No radio is switched on this device.

@@ -36,7 +36,7 @@ uintptr_t queryDataModel(uint32_t code, const void *argument, uintptr_t argument
         LOG_DEVICE(KV_LOG_ERROR, "NULL registar function\n");
         return 0;
     }
-    // The slot takes a plain pointer for every code; no query writes through it.
+    // The slot has a non-const pointer for every code; no query writes through it.
     return g_kv1905_bcm_cbs.dmDataGet(code, const_cast<void *>(argument), argument2);
 }
 

@@ -40,7 +40,7 @@ InterfaceList interfacesOf(const uint8_t *alMac);
 // Finds the AL MAC of an interface's owner. Returns 0 with alMacOut filled, KV_RET_ERR when there is none.
 int getalMacOfDevTableByIfMac(uint8_t *alMacOut, const uint8_t *ifMac);
 
-// Asks the host to rewrite its JSON data-model file, because a value that it shows may have changed.
+// Requests a rewrite of the host's JSON data-model file, because a value in it may have changed.
 int writeJsonDataModel();
 
 }  // namespace kv

@@ -24,7 +24,7 @@ int updateDeviceConfig(KvDevVendorData *dev);
 // Loads the version file; without one, "1.0" and five times "0". KV_RET_ERR when the file cannot be opened.
 int readDevVersionFile(KvDevVendorData *dev);
 
-// Refreshes the three channel fields from wl and asks for a JSON write when one changed. Returns 0.
+// Refreshes the three channel fields from wl and requests a JSON write when one changed. Returns 0.
 int getDeviceChannel(KvDevVendorData *dev);
 
 // The periodic refresh: getDeviceChannel on the local record. Returns its result, or 0 when there is no record.

@@ -3,7 +3,7 @@
 //   LOG_DEVICE(KV_LOG_ERROR, "NULL registar function\n");            Device 02:.., NULL registar function
 //   LOG_MSG(KV_LOG_DEBUG, "send config query to " KV_MAC "\n", KV_MAC_BYTES(alMac));
 //
-// They are macros because the prefix must join the format at compile time, where -Wformat still sees the whole of it.
+// They are macros because the prefix must join the format at compile time, where -Wformat checks the whole format.
 #pragma once
 
 #include "frame/identity.h"

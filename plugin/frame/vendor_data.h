@@ -1,4 +1,4 @@
-// The plug-in's records inside the host's devices and interfaces, and the small questions asked of them.
+// The plug-in's records inside the host's devices and interfaces, and accessors.
 #pragma once
 
 #include <cstddef>

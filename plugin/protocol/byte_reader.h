@@ -1,4 +1,4 @@
-// The one way to read wire data: a bounded big-endian cursor.
+// Bounds-checked big-endian reader. All wire data is read through it.
 #pragma once
 
 #include <cstddef>

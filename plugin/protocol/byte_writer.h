@@ -1,4 +1,4 @@
-// The one way to write wire data: a bounded big-endian cursor.
+// Bounds-checked big-endian writer. All wire data is written through it.
 #pragma once
 
 #include <cstddef>

@@ -46,7 +46,7 @@ struct MessageRow {
 // Null for a code that is not in the catalogue.
 const MessageRow *findMessageRow(uint16_t type);
 
-// Fits a handler that takes some of (source, msgId, msg, origin), in this order, into a row.
+// Adapts a handler with some of the parameters (source, msgId, msg, origin), in this order, to a row.
 template <auto Function>
 int handledBy(const Dispatch &d) {
     using F = decltype(Function);

@@ -80,7 +80,7 @@ void OutstandingQueries::resendDue(std::time_t now) {
     }
 }
 
-// The sender records the new send as an entry of its own; the old one is occupied until then.
+// The sender records the new send as a separate entry; the old one is occupied until then.
 void OutstandingQueries::resend(size_t index) {
     KvVendQueryEntry &entry = entries_[index];
     ++entry.retry;

@@ -10,7 +10,7 @@
 namespace kv {
 
 struct KvVendQueryEntry {
-    uint8_t alMac[KV_MAC_LEN];  // the device asked; all zero: the entry is free
+    uint8_t alMac[KV_MAC_LEN];  // the queried device; all zero: the entry is free
     uint16_t msgId;             // the query's message identifier
     uint16_t vendMsgType;       // the query's type; its answer's is one more
     uint8_t retry;              // earlier sends

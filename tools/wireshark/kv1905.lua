@@ -3,7 +3,7 @@
 -- Configuration.
 --
 -- Wireshark's own dissector reads the IEEE 1905.1 frame and puts fragments together; this one runs after it, finds
--- the TLVs through its fields and adds a tree of its own. Fragments that do not add up to a message are not shown.
+-- the TLVs through its fields and adds its own tree. Fragments without a complete message are not shown.
 --
 -- Install: copy or link this file into ~/.local/lib/wireshark/plugins, or start tshark with -X lua_script:kv1905.lua.
 -- Try:     tshark -r mesh.pcap -Y 'kv1905.conf.model_name contains "KV" || kv1905.station.rssi < -80'
@@ -892,7 +892,7 @@ local reassembledField = Field.new("ieee1905.fragments")
 local fragmentField = Field.new("ieee1905.fragment.data")
 local wscTypeField = Field.new("wps.type")
 
--- A tree of its own for a value, whose bytes from prefix on are decoded. claimed: its length as its header says.
+-- A separate tree for a value, whose bytes from prefix on are decoded. claimed: its length as its header says.
 -- Returns the value's words for the Info column.
 local function show(value, claimed, prefix, decode, root)
     local tree = root:add(kv1905, value:rest())

@@ -7,7 +7,7 @@
 
 namespace kv {
 
-// Controller: ask an agent; retry is the number of earlier attempts. 0 or KV_RET_ERR.
+// Controller: queries an agent; retry counts the earlier attempts. Returns 0 or KV_RET_ERR.
 int sendConfQuery(const uint8_t *alMac, uint8_t retry);
 
 // Agent: responds to source under its msgId, or sends by relayed multicast when mcast is 1. Returns 0 or KV_RET_ERR.

@@ -1,4 +1,4 @@
-// How every device-control request is answered: with a result of its own type, or as a remote command's result.
+// Responses to device-control requests: a result of the request's type, or of a remote command.
 #pragma once
 
 #include <cstdint>
@@ -17,7 +17,7 @@ int sendResultMsg(const KvRecvVendTlv *source, uint16_t msgId, uint16_t response
 // The same as VEND_MSG_TYPE_COMMAND_RESP; also KV_RET_ERR when the result it sent is not 0.
 int sendCommandRespMsg(const KvRecvVendTlv *source, uint16_t msgId, uint32_t result);
 
-// The result byte of a decoded response, and its way to the command tool.
+// The result byte of a decoded response, and its report to the command tool.
 uint32_t resultOf(const KvVendMsg *msg);
 void reportResult(uint32_t result);
 

@@ -21,7 +21,7 @@ int handleFWCtrlRespMsg(uint16_t msgId, KvVendMsg *msg);
 // One step of a local upgrade: FW_STATE_*; other values do nothing. Returns 0.
 int setKvFWresult(int32_t result);
 
-// Publishes a status in the local record; asks for a JSON write when it changed. Returns 0.
+// Publishes a status in the local record; requests a JSON write when it changed. Returns 0.
 int updateKvFWUpgradeStatus(int32_t status);
 
 // Records that a newer firmware is known (result 1). KV_RET_ERR without a local record.

@@ -7,7 +7,7 @@
 
 namespace kv {
 
-// Controller: ask an agent; tracked and sent again like a configuration query. 0 or KV_RET_ERR.
+// Controller: queries an agent; tracked and resent like a configuration query. Returns 0 or KV_RET_ERR.
 int sendIntfPwrStateQuery(const uint8_t *alMac, uint8_t retry);
 
 int handleIntfPwrStateQueryMsg(const KvRecvVendTlv *source, uint16_t msgId);

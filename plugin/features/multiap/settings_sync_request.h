@@ -1,4 +1,4 @@
-// The request that starts both settings syncs: an agent asks its controller for the password or the country.
+// The request that starts both settings syncs: an agent requests the password or the country of its controller.
 #pragma once
 
 #include <cstdint>
@@ -7,7 +7,7 @@ namespace kv {
 
 enum { kSyncPassword = 0, kSyncCountry = 1 };
 
-// command: what to ask for. 0 when the request was handed to the host; no answer is awaited or asked for again.
+// command: the requested setting. Returns 0 when the request was passed to the host; it is never resent.
 int sendSyncCtrlSettingReq(const uint8_t *alMac, int command);
 
 }  // namespace kv

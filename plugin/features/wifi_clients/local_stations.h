@@ -28,7 +28,7 @@ class LocalStations {
 
     WIFINeighborEntry *tail_ = nullptr;   // null when the list is empty
     KvDevVendorData *record_ = nullptr;   // the local device's; looked up once, valid permanently
-    WIFINeighborEntry *shown_ = nullptr;  // the list that the host sees, when it is no longer the current one
+    WIFINeighborEntry *shown_ = nullptr;  // the list that the host reads, if it is no longer the current one
 };
 
 LocalStations &localStations();
@@ -54,7 +54,7 @@ struct StationLine {
     unsigned short standard;
 };
 
-// Checks the line's MAC and appends the station to the local list; scratch is filled on the way. band: 2 or 5.
+// Checks the line's MAC and appends the station to the local list; scratch is filled. band: 2 or 5.
 void kvWriteWIFINbrInfo(WIFINeighborEntry *scratch, const char *macText, uint16_t mediaType, const StationLine &line,
                         int band);
 

@@ -29,7 +29,7 @@ void dropStaleStations(KvDevVendorData &dev, uint32_t now) {
 }
 
 // Merges one report into a table. Reports repeat the order of the table, so that each search begins after the station
-// that was found last: a known station costs one step, a new one a walk along the table.
+// that was found last: a known station costs one step, a new one a search of the table.
 class Merge {
   public:
     Merge(KvDevVendorData &dev, uint32_t now) : dev_(dev), now_(now), next_(&dev.wifiNbrHead), end_(next_) {}

@@ -15,7 +15,7 @@ inline constexpr uint32_t kMaxTableStations = 8192;
 // table may grow. 0, or 16 without a record or a list, or when memory runs out: what was merged before then stays.
 int kvUpdateWiFiNbr(KvDevVendorData *devData, const WIFINeighborList *list);
 
-// Merges what a device reported into its table, which is registered for ageing, and asks for a JSON write. KV_RET_ERR
+// Merges what a device reported into its table, which is registered for ageing, and requests a JSON write. KV_RET_ERR
 // when the device is not in the topology.
 int mergeReport(const uint8_t *alMac, const WIFINeighborList *list);
 

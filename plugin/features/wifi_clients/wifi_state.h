@@ -1,4 +1,4 @@
-// Wi-Fi state: a controller asks an agent for its stations, the agent answers in chunks.
+// Wi-Fi state: a controller requests an agent's stations, the agent responds in several messages.
 #pragma once
 
 #include <cstdint>
