@@ -37,7 +37,7 @@ struct ConfigObject {
     const char *name;
     const char *meaning;
     std::span<const ConfigField> fields;
-    size_t structSize;  // 0: the object is JSON alone
+    size_t structSize;  // 0: the object exists only as JSON
     bool single;        // exactly one instance, which an all-zero index addresses as well
     unsigned keptBy;    // kKeep* bits, each of which keeps the object in a partial reset
 };

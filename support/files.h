@@ -41,8 +41,8 @@ FileDescriptor openRegular(const std::string &path);
 // Reads a regular file of at most `limit` bytes; EFBIG beyond.
 std::string readFile(const std::string &path, size_t limit);
 
-// Locks a separate file against other processes. The file is created where it is missing, for its owner alone, and
-// stays.
+// Locks a separate file against other processes. The file is created where it is missing, readable by its owner only,
+// and stays.
 class FileLock {
   public:
     // Waits at most `timeout`; ETIMEDOUT after that.

@@ -1,5 +1,5 @@
 # Puts the page's parts into OUTPUT, a C++ source: cmake -DSOURCE=directory -DOUTPUT=file -P embed.cmake
-# The policy admits the style and the script by their hashes alone, so nothing else in the page can run.
+# The policy admits the style and the script only by their hashes, so nothing else in the page can run.
 set(base64 ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/)
 
 # The file's SHA-256 as a content security policy spells it: base64, which takes three hexadecimal digits at a time.

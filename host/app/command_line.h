@@ -37,7 +37,7 @@ std::span<const OptionRow> optionRows();
 // By name or number. Throws Failure with a hint.
 const ToolCommand &commandNamed(const std::string &name);
 
-// The command is null when the line has none, which --help and --version alone allow. Throws Failure.
+// The command is null when the line has none, allowed only with --help and --version. Throws Failure.
 CommandLine parseCommandLine(int argc, char **argv);
 
 }  // namespace kv1905d

@@ -41,7 +41,7 @@ struct Argument {
     ArgumentKind kind;
     uint32_t lowest = 0;  // of a number, or of a text's length
     uint32_t highest = 0;
-    std::span<const NamedNumber> words = {};  // accepted as well; of a choice, alone
+    std::span<const NamedNumber> words = {};  // accepted as well; the only ones of a choice
     ArgumentCount count = ArgumentCount::One;
 };
 
@@ -160,7 +160,7 @@ struct ToolCommand {
     Completion completion = Completion::Accepted;
     const char *permission = nullptr;        // the device's field in the JSON file: whether it allows this
     std::span<const Meaning> meanings = {};  // of results beyond the common ones
-    const char *limit = nullptr;             // which the plug-in alone checks
+    const char *limit = nullptr;             // checked only by the plug-in
 };
 
 inline constexpr ToolCommand kToolCommands[] = {
@@ -224,7 +224,7 @@ inline constexpr Note kNotes[] = {
      "Agents of this build fetch no firmware and answer every request with result 16."},
     {"country", "Devices that join later request the setting of this device itself, which stays as it is."},
     {"command", "The DEVICE is repeated after COMMAND. Options of the tool go before the word 'command'."},
-    {"rssi", "Devices do not answer this report; the tool prints the figures that were sent."},
+    {"rssi", "Devices do not answer this report; the tool prints the values that were sent."},
     {"completion",
      "In bash: source <(kv1905App completion bash)\nIn zsh: eval \"$(kv1905App completion zsh)\"\n"
      "The package kv1905-host installs both."},

@@ -83,7 +83,7 @@ enum class Verdict : uint32_t {
     NoPlugin,
     Malformed,
     NotPermitted,
-    UnknownStation,  // run and sent, without figures: that station is not associated with this device
+    UnknownStation,  // run and sent, without values: that station is not associated with this device
 };
 
 // The meaning of a verdict at both ends.
@@ -109,7 +109,7 @@ inline constexpr VerdictRow kVerdictRows[] = {
     {Verdict::NotPermitted, "that user may not post", Status::NotPermitted,
      "the daemon accepts commands of its own user and of root only"},
     {Verdict::UnknownStation, nullptr, Status::NoDevice,
-     "sent without figures: that station is not associated with this device"},
+     "sent without values: that station is not associated with this device"},
 };
 
 constexpr const VerdictRow &rowOf(Verdict verdict) {

@@ -73,7 +73,7 @@ Bytes BssExtension::attribute(Band band) const {
 
 std::optional<KvBssInfo> BssExtension::readAttribute(ByteView value) const {
     // The reader without a length gets zeros after the attribute: they are no sub-element, so it stops there. The other
-    // one is called last, because it alone checks the bounds and reads sub-elements in any order.
+    // one is called last, because only it checks the bounds and reads sub-elements in any order.
     constexpr size_t padding = 4;
     Bytes padded(value.begin(), value.end());
     padded.resize(padded.size() + padding);

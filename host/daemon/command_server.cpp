@@ -117,7 +117,7 @@ void CommandServer::refuseClient() {
     spare_ = support::FileDescriptor();
     { const support::FileDescriptor refused(accept4(fd_.get(), nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC)); }
     spare_ = support::FileDescriptor(fcntl(fd_.get(), F_DUPFD_CLOEXEC, 0));
-    complaints_.log(KV_LOG_WARNING, TimePoint(Duration(uv_now(handle_.loop))), "%s: no descriptor for a client",
+    problemLog_.log(KV_LOG_WARNING, TimePoint(Duration(uv_now(handle_.loop))), "%s: no descriptor for a client",
                     path_.c_str());
 }
 
@@ -154,11 +154,11 @@ void CommandServer::serve(Client &client) {
         const Reply reply = answer(client, packet);
         if (const char *reason = rowOf(reply.verdict).logged) {
             const std::optional<Post> post = parsePost(packet);
-            complain(client, (post ? "command " + std::to_string(post->code) : "post") + " refused: " + reason);
+            logProblem(client, (post ? "command " + std::to_string(post->code) : "post") + " refused: " + reason);
         }
         const Bytes answer = encodeReply(reply);
         if (send(client.fd.get(), answer.data(), answer.size(), MSG_NOSIGNAL) < 0) {
-            complain(client, "did not wait for the reply");
+            logProblem(client, "did not wait for the reply");
         }
         if (client.isMonitor) return;
     }
@@ -182,16 +182,16 @@ void CommandServer::publish(const Event &event) {
     }
 }
 
-void CommandServer::complain(const Client &client, const std::string &what) {
+void CommandServer::logProblem(const Client &client, const std::string &what) {
     const ucred peer = peerOf(client.fd);
-    complaints_.log(KV_LOG_WARNING, TimePoint(Duration(uv_now(handle_.loop))), "%s: process %d of user %u: %s",
+    problemLog_.log(KV_LOG_WARNING, TimePoint(Duration(uv_now(handle_.loop))), "%s: process %d of user %u: %s",
                     path_.c_str(), peer.pid, peer.uid, what.c_str());
 }
 
-void CommandServer::end(Client &client, const char *complaint) {
+void CommandServer::end(Client &client, const char *reason) {
     auto *handle = reinterpret_cast<uv_handle_t *>(&client.handle);
     if (uv_is_closing(handle)) return;
-    if (complaint != nullptr) complain(client, complaint);
+    if (reason != nullptr) logProblem(client, reason);
     uv_close(handle, [](uv_handle_t *closed) {
         auto *gone = static_cast<Client *>(closed->data);
         gone->server->clients_.remove_if([gone](const Client &each) { return &each == gone; });

@@ -62,8 +62,8 @@ class CommandServer {
     void refuseClient();
     void serve(Client &client);
     Reply answer(Client &client, ByteView packet);
-    void complain(const Client &client, const std::string &what);
-    void end(Client &client, const char *complaint = nullptr);
+    void logProblem(const Client &client, const std::string &what);
+    void end(Client &client, const char *reason = nullptr);
 
     std::string path_;
     support::FileDescriptor fd_;
@@ -72,7 +72,7 @@ class CommandServer {
     ino_t fileNumber_ = 0;
     uv_poll_t handle_{};
     CommandActions actions_;
-    support::LogGate complaints_;
+    support::LogGate problemLog_;
     std::list<Client> clients_;  // those whose handle is still closing included
 };
 

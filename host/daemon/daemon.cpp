@@ -216,7 +216,7 @@ void Daemon::everySecond() {
     heartbeat_.beat();
     try {
         checkLinks();
-    } catch (const std::system_error &error) {  // an interface that has just vanished; the next look is soon
+    } catch (const std::system_error &error) {  // an interface that was just removed; the next check follows
         links_.log(KV_LOG_WARNING, EventLoop::now(), "%s", error.what());
     }
     if (plugin_) plugin_->everySecond(EventLoop::now());

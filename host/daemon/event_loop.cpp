@@ -34,7 +34,7 @@ void EventLoop::call(uv_loop_t *loop, const Callback &callback) noexcept {
     } catch (const std::exception &error) {
         auto *self = static_cast<EventLoop *>(loop->data);
         ++self->failures_;
-        self->complaints_.log(KV_LOG_ERROR, now(), "event dropped: %s", error.what());
+        self->errorLog_.log(KV_LOG_ERROR, now(), "event dropped: %s", error.what());
     }
 }
 

@@ -12,7 +12,7 @@
 namespace kv1905d {
 
 // Every function that can fail throws std::system_error that names the step.
-// What a callback throws ends that callback alone: libuv's frames know no exceptions.
+// An exception ends only its callback: it must not pass through libuv.
 class EventLoop {
   public:
     using Callback = std::function<void()>;
@@ -69,7 +69,7 @@ class EventLoop {
 
     uv_loop_t loop_{};
     uint64_t failures_ = 0;
-    support::LogGate complaints_;
+    support::LogGate errorLog_;
     std::list<Signal> signals_;  // lists, because libuv holds addresses
     std::list<Timer> timers_;
     std::list<Watch> watches_;

@@ -9,7 +9,7 @@ namespace {
 
 enum ExitStatus { kDone = 0, kFailed = 1, kBadOption = 2 };
 
-int complain(const std::exception &error, ExitStatus status) {
+int reportError(const std::exception &error, ExitStatus status) {
     std::fprintf(stderr, "kv1905d: %s\n", error.what());
     return status;
 }
@@ -29,8 +29,8 @@ int main(int argc, char **argv) {
         if (!options) return kDone;
         return kv1905d::supervise([&](kv1905d::Heartbeat heartbeat) { return run(*options, std::move(heartbeat)); });
     } catch (const kv1905d::BadOption &error) {
-        return complain(error, kBadOption);
+        return reportError(error, kBadOption);
     } catch (const std::exception &error) {
-        return complain(error, kFailed);
+        return reportError(error, kFailed);
     }
 }

@@ -15,7 +15,7 @@ namespace {
 constexpr Duration kNotificationSpacing{1000};
 constexpr Duration kQuerySpacing{1000};
 constexpr unsigned kQueryAttempts = 3;
-// How soon a newcomer's discovery is answered: spread, so that many neighbours do not answer in step.
+// Delay of the response to a new device's discovery: random, so that many neighbours do not respond at once.
 constexpr Duration kSoonEarliest{50};
 constexpr Duration kSoonLatest{400};
 
@@ -72,17 +72,17 @@ void Node::receive(size_t port, ByteView frame, TimePoint now) {
     }
     if (source.isGroup() || source.isZero() || !fragment) {
         ++counters_.framesDropped;
-        return complain(port, source, source, {}, now, fragment ? "no device has that address" : "no valid header");
+        return logDropped(port, source, source, {}, now, fragment ? "no device has that address" : "no valid header");
     }
 
     fragment->port = port;
     counters_.reassemblyTimeouts += reassembly_.expire(now);
     const Reassembly::Result result = reassembly_.add(source, *fragment, now);
     counters_.reassemblyEvictions = reassembly_.evicted();
-    complainOfLost(now);
+    logAbandoned(now);
     if (result.status == Reassembly::Status::Malformed) {
         ++counters_.parseFailures;
-        complain(port, source, source, fragment->type, now, "a TLV or fragment does not fit");
+        logDropped(port, source, source, fragment->type, now, "a TLV or fragment does not fit");
     }
     if (result.status == Reassembly::Status::Complete) handle(result.message, port, source, multicast, now);
 }
@@ -159,21 +159,21 @@ void Node::forward(const Received &received) {
 
 void Node::reject(const Received &received, const char *reason) {
     ++counters_.parseFailures;
-    complain(received.port, received.source, received.originator, received.message.type, received.now, reason);
+    logDropped(received.port, received.source, received.originator, received.message.type, received.now, reason);
 }
 
-void Node::complain(size_t port, const MacAddress &source, const MacAddress &originator, std::optional<uint16_t> type,
-                    TimePoint now, const char *reason) {
+void Node::logDropped(size_t port, const MacAddress &source, const MacAddress &originator, std::optional<uint16_t> type,
+                      TimePoint now, const char *reason) {
     char what[32] = "frame";
     if (type) std::snprintf(what, sizeof what, "message 0x%04x", *type);
     const std::string builder = originator == source ? "" : ", built by " + originator.text();
-    complaints_.log(KV_LOG_WARNING, now, "%s: %s from %s%s dropped: %s", config_.ports[port].name.c_str(), what,
-                    source.text().c_str(), builder.c_str(), reason);
+    dropLog_.log(KV_LOG_WARNING, now, "%s: %s from %s%s dropped: %s", config_.ports[port].name.c_str(), what,
+                 source.text().c_str(), builder.c_str(), reason);
 }
 
-void Node::complainOfLost(TimePoint now) {
+void Node::logAbandoned(TimePoint now) {
     const std::optional<Reassembly::Lost> lost = reassembly_.takeLost();
-    if (lost) complain(lost->port, lost->source, lost->source, lost->type, now, lost->reason);
+    if (lost) logDropped(lost->port, lost->source, lost->source, lost->type, now, lost->reason);
 }
 
 // ---- Handlers: false when the message is malformed and must not be looked at any further
@@ -236,8 +236,8 @@ bool Node::handleResponse(const Received &received) {
     queries_.erase(report->device.alMac);
     Device *device = topology_.update(*report, received.now);
     if (device == nullptr) {
-        complain(received.port, received.source, report->device.alMac, received.message.type, received.now,
-                 "too many devices are known");
+        logDropped(received.port, received.source, report->device.alMac, received.message.type, received.now,
+                   "too many devices are known");
         return true;
     }
     device->port = received.port;
@@ -307,7 +307,7 @@ bool Node::handleHigherLayerQuery(const Received &received) {
 TimePoint Node::run(TimePoint now) {
     receiveFromSelf();
     counters_.reassemblyTimeouts += reassembly_.expire(now);
-    complainOfLost(now);
+    logAbandoned(now);
     age(now);
     keepAlive(now);
     for (size_t port = 0; port < config_.ports.size(); ++port) {

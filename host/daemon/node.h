@@ -126,9 +126,9 @@ class Node {
     void forward(const Received &received);
     void reject(const Received &received, const char *reason);
     // type: of the message; nothing when that is not known.
-    void complain(size_t port, const MacAddress &source, const MacAddress &originator, std::optional<uint16_t> type,
-                  TimePoint now, const char *reason);
-    void complainOfLost(TimePoint now);
+    void logDropped(size_t port, const MacAddress &source, const MacAddress &originator, std::optional<uint16_t> type,
+                    TimePoint now, const char *reason);
+    void logAbandoned(TimePoint now);
 
     void queueTopologyQuery(const MacAddress &alMac, TimePoint now);
     void sendDueQueries(TimePoint now);
@@ -166,7 +166,7 @@ class Node {
     std::vector<TimePoint> discoveryDue_;  // per port
     TimePoint notificationDue_;            // TimePoint::max() when there is nothing to notify
     TimePoint earliestNotification_{};
-    support::LogGate complaints_;
+    support::LogGate dropLog_;
 };
 
 }  // namespace kv1905d

@@ -9,7 +9,7 @@
  *   kept per device and band          <----   WSC M2 with the vendor extension
  *   settings requests of the plug-in  ---->   once per join
  *
- * Reduced against the standard: M1 and M2 carry the nonces, the band and the vendor extension alone. There is no
+ * Reduced against the standard: M1 and M2 carry the nonces, the band and the vendor extension only. There is no
  * Diffie-Hellman exchange, so nothing here is secret or proven, and no radio is configured by it. Other registrars
  * cannot read such an M1, so it waits for a vendor message of the controller.
  */

@@ -40,7 +40,7 @@ void declare(CLI::App &app, RawOptions &raw) {
                    "Wi-Fi interface to announce: IFNAME,MAC,MEDIATYPE, for example wl0,02:00:00:00:00:01,0x0103; "
                    "may be repeated [none]")
         ->allow_extra_args(false);
-    app.add_option("--plugin", raw.plugin, "Plug-in library; a name without slash is found beside the program")
+    app.add_option("--plugin", raw.plugin, "Plug-in library; a name without slash is found next to the program")
         ->capture_default_str();
     app.add_flag("--no-plugin", raw.noPlugin, "Run without a plug-in, as an ordinary member of the network [false]");
     app.add_option("--data-model", raw.dataModel, "JSON file that shows the network")->capture_default_str();
@@ -54,14 +54,14 @@ void declare(CLI::App &app, RawOptions &raw) {
         ->check(interval)
         ->capture_default_str();
     app.add_option("--settings-from", raw.settingsFromText,
-                   "Whose messages may reboot, reset, switch or configure this device: those of any device, or of the "
-                   "controller alone, which a device with a --radio finds by itself")
+                   "Devices that may reboot, reset, switch or configure this one: any, or only its controller, which a "
+                   "device with a --radio searches for")
         ->check(CLI::IsMember(kSettingsFrom))
         ->capture_default_str();
     app.add_flag(
         "--trace", raw.trace,
         "Print every vendor message in and out on standard output, one a line; passwords are left out [false]");
-    app.set_config("--config", "", "Read options from this TOML or INI file; the command line wins [none]");
+    app.set_config("--config", "", "Read options from this TOML or INI file; the command line takes precedence [none]");
     app.allow_config_extras(CLI::config_extras_mode::error);
     app.set_version_flag("--version", std::string("kv1905d ") + KV1905_VERSION);
 }

@@ -12,7 +12,7 @@ namespace {
 
 PluginHost *theHost = nullptr;
 uint64_t failures = 0;
-support::LogGate complaints;
+support::LogGate errorLog;
 
 // The caller's frames know no exceptions: running out of memory is a failed callback to them.
 template <typename Result, typename Call>
@@ -21,7 +21,7 @@ Result guarded(Result failure, const Call &call) noexcept {
         return theHost == nullptr ? failure : call();
     } catch (const std::exception &error) {
         ++failures;
-        complaints.log(KV_LOG_ERROR, std::chrono::steady_clock::now(), "callback failed: %s", error.what());
+        errorLog.log(KV_LOG_ERROR, std::chrono::steady_clock::now(), "callback failed: %s", error.what());
         return failure;
     }
 }

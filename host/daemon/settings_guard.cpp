@@ -13,7 +13,7 @@ struct SettingsGuard::Request {
 struct SettingsGuard::Check {
     Admission admission;
     bool (SettingsGuard::*passes)(const Request &);
-    const char *complaint;
+    const char *reason;
 };
 
 const SettingsGuard::Check SettingsGuard::kChecks[] = {
@@ -38,7 +38,7 @@ bool SettingsGuard::admits(const VendorTlv &tlv, const VendorMessage &message,
         if ((this->*check.passes)({tlv, message.subject, controller, topology, now})) continue;
         ++refused_;
         refusals_.log(KV_LOG_WARNING, now, "%s: %s from %s refused: %s", tlv.interface.c_str(), message.name.c_str(),
-                      tlv.source.text().c_str(), check.complaint);
+                      tlv.source.text().c_str(), check.reason);
         return false;
     }
     return true;

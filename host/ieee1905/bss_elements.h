@@ -37,7 +37,7 @@ struct BssElements {
 bool isBssElement(ByteView value);
 
 // Read the value into its list. False, with nothing changed, when it is one of the two and malformed: shorter or longer
-// than its length or its count says. Any other value is left alone.
+// than its length or its count says. Any other value is left unchanged.
 bool readBssElement(ByteView value, BssElements &elements);
 
 }  // namespace kv1905d

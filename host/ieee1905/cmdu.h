@@ -86,7 +86,7 @@ std::optional<Fragment> parseFragment(ByteView payload);
 
 /*
  * The TLVs in the bodies of all fragments, in order. Both fragmentation styles are read: at TLV boundaries, with
- * an end of message in every fragment or in the last alone, and at any byte. Bytes after an end of message
+ * an end of message in every fragment or only in the last, and at any byte. Bytes after an end of message
  * are ignored. Nothing when a TLV or the message does not end.
  */
 std::optional<std::vector<Tlv>> decodeTlvs(std::span<const ByteView> bodies);

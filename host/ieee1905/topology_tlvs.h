@@ -63,9 +63,9 @@ Tlv deviceIdentificationTlv(std::string_view name, std::string_view manufacturer
 // The contents of a topology response.
 struct TopologyReport {
     DeviceInformation device;
-    std::vector<MacAddress> bridge;  // interfaces that are bridged with one another; written alone
+    std::vector<MacAddress> bridge;  // interfaces that are bridged with one another; only written
     std::vector<Ieee1905Neighbours> neighbours;
-    BssElements bss{};  // read alone: the plug-in writes its TLVs
+    BssElements bss{};  // only read: the plug-in writes its TLVs
 };
 
 // Nothing when the device information is missing, a known TLV is malformed or a bound is exceeded.

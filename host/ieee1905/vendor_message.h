@@ -27,8 +27,8 @@ struct VendorMessage {
     bool isVendors = false;  // of a type in the vendor's own set; Intel's is another
     Admission admission = Admission::Free;
     MacAddress subject{};                // the AL MAC that most payloads begin with; all zero in a shorter payload
-    std::string words{};                 // what the message says; of a password, the length alone
-    std::optional<std::string> fault{};  // what does not fit the layout; of known types alone
+    std::string words{};                 // summary of the message; of a password, only the length
+    std::optional<std::string> fault{};  // first violation of the layout; only of known types
 };
 
 // `value`: that of a vendor-specific TLV, its OUI first.

@@ -19,7 +19,7 @@ struct WscMessage {
     uint8_t type = 0;   // kWscM1 or kWscM2
     uint8_t bands = 0;  // RF bands
     WscNonce enrolleeNonce{};
-    WscNonce registrarNonce{};  // M2 alone
+    WscNonce registrarNonce{};  // only in M2
 };
 
 // extension: a whole vendor extension attribute, put last; may be empty.

@@ -680,9 +680,9 @@ KVMAP1905_API int kvMAP1905_WifiStateQuery_send(const uint8_t *alMac, uint8_t re
  * @param destination  AL MAC of the receiver
  * @param msg          the host sets payload (null is refused), its staMac, field11 and field18; the function fills in
  *                     the rest, payload included when the station is known
- * @retval 0           sent with the station's figures
- * @retval 1           the station is not in the list; sent with the payload's own figures
- * @retval KV_RET_ERR  the list is empty (sent with the payload's own figures), or nothing could be sent
+ * @retval 0           sent with the measured values
+ * @retval 1           the station is not in the list; sent with the caller's values
+ * @retval KV_RET_ERR  the list is empty (sent with the caller's values), or nothing could be sent
  */
 KVMAP1905_API int kvMAP1905_RssiMeasurementNotify_send(const uint8_t *destination, KvIntelVendMsg *msg);
 

@@ -34,9 +34,9 @@ def add_plan_options(parser):
     parser.add_argument("--stations", type=STATION_COUNT, default=0, metavar="N",
                         help="Wi-Fi stations that every device has from the start (default 0; see stations)")
     parser.add_argument("--settings-from", choices=("any", "controller"),
-                        help="whose messages may change a device (default: the daemon's, see kv1905d --help)")
+                        help="devices that may change another one (default: the daemon's, see kv1905d --help)")
     parser.add_argument("--log-level", type=number(0, 7), default=5, metavar="0..7",
-                        help="highest level that daemons log (default 5); a flood fills logs, which take memory")
+                        help="highest level that daemons log (default 5); a flood fills logs, which use memory")
     parser.add_argument("--movable-clock", action="store_true",
                         help="let 'clock' move devices' wall clocks; needs the Debian package faketime")
     parser.add_argument("--daemon-args", type=shell_words, default="", metavar="ARGS",
@@ -49,7 +49,7 @@ def command_parser():
     parser = argparse.ArgumentParser(
         prog="mesh", description="A mesh of 1905 devices on one machine: controller, agent1, agent2, ...",
         epilog="exit status: 0 done, 1 failed, 2 wrong command line; exec: the command's own")
-    parser.add_argument("--name", type=mesh_name, default="default", help="which mesh, where several are up")
+    parser.add_argument("--name", type=mesh_name, default="default", help="name of the mesh, if several are up")
     verbs = parser.add_subparsers(dest="verb", required=True, metavar="COMMAND")
 
     def add(verb, function, text, **more):
@@ -70,7 +70,7 @@ def command_parser():
     add("shell", commands.shell, "start a shell on a device").add_argument("device", metavar="DEVICE")
     logs = add("logs", commands.logs, "print the log of a device's daemon")
     logs.add_argument("device", metavar="DEVICE")
-    logs.add_argument("-f", "--follow", action="store_true", help="go on with what is added")
+    logs.add_argument("-f", "--follow", action="store_true", help="print further lines as they are added")
     capture = add("capture", commands.capture, "record the 1905 frames on every link until Ctrl-C",
                   epilog="The file is pcapng whatever its name, one interface per link; direction and time are the "
                          "kernel's, seen from the device named first.")
@@ -84,20 +84,20 @@ def command_parser():
     join = add("add", commands.add_device, "add a device, and restart its neighbour's daemon; or one that was removed")
     join.add_argument("device", metavar="DEVICE")
     join.add_argument("--link", metavar="NEIGHBOUR", help="device it is linked with (default the first)")
-    join.add_argument("--medium", choices=MEDIA, default="ethernet", help="of that link (default ethernet)")
+    join.add_argument("--medium", choices=MEDIA, default="ethernet", help="medium of the link (default ethernet)")
     join.add_argument("--model", help="model name that it announces (default its name)")
     add("remove", commands.remove_device, "remove a device and its links").add_argument("device", metavar="DEVICE")
     add_link_commands(add("link", None, "cut, restore or impair the link of two devices"))
     view = add("view", commands.view, "serve the mesh as a web page of this machine until Ctrl-C")
     view.add_argument("device", metavar="DEVICE", nargs="?", help="whose view of the mesh (default the first device's)")
     view.add_argument("--port", type=number(0, 65535), default=1905, help="of 127.0.0.1, 0 for any (default 1905)")
-    add_station_commands(add("stations", None, "make up the Wi-Fi stations that a device's driver lists"))
+    add_station_commands(add("stations", None, "set the Wi-Fi stations in the lists of a device's driver"))
     return parser
 
 
 def add_link_commands(parser):
     verbs = parser.add_subparsers(dest="action", required=True, metavar="ACTION")
-    for action, text in (("down", "take the carrier away"), ("up", "bring the carrier back"),
+    for action, text in (("down", "remove the carrier"), ("up", "restore the carrier"),
                          ("set", "lose and delay frames in both directions; both 0 for neither")):
         command = verbs.add_parser(action, help=text, description=f"{text[0].upper()}{text[1:]}.")
         command.set_defaults(function=commands.change_link)
@@ -113,22 +113,22 @@ def add_station_commands(parser):
     def add(action, function, text):
         command = verbs.add_parser(action, help=text, description=f"{text[0].upper()}{text[1:]}.")
         command.set_defaults(function=function)
-        command.add_argument("--seed", type=int, default=0, help="the same seed makes the same figures (default 0)")
+        command.add_argument("--seed", type=int, default=0, help="the same seed makes the same values (default 0)")
         return command
 
-    populate = add("set", commands.set_stations, "give a device these stations instead of those it has")
+    populate = add("set", commands.set_stations, "replace the stations of a device")
     populate.add_argument("device", metavar="DEVICE")
     populate.add_argument("--count", type=STATION_COUNT, required=True, metavar="N")
     move = add("move", commands.move_station, "let a station roam from one device to another")
     for name, kind in (("mac", mac_address), ("source", str), ("target", str)):
         move.add_argument(name, type=kind, metavar={"source": "FROM", "target": "TO"}.get(name, "MAC"))
     run = add("run", commands.run_stations,
-              "let stations come, leave, roam and drift until Ctrl-C, instead of those the devices have")
-    run.add_argument("--count", type=STATION_COUNT, default=40, metavar="N", help="of all devices (default 40)")
+              "let stations join, leave, roam and change their signal until Ctrl-C, instead of the present ones")
+    run.add_argument("--count", type=STATION_COUNT, default=40, metavar="N", help="number on all devices (default 40)")
     run.add_argument("--period", type=SECONDS, default=2.0, metavar="S",
                      help="between two states of the lists (default 2)")
     run.add_argument("--seconds", type=SECONDS, metavar="S", help="stop after so many seconds")
-    run.add_argument("--devices", type=names, metavar="DEVICE[,..]", help="where they are (default everywhere)")
+    run.add_argument("--devices", type=names, metavar="DEVICE[,..]", help="their devices (default all)")
 
 
 def parse_command(arguments):
@@ -147,6 +147,6 @@ def parse_command(arguments):
     if unknown:
         command_parser().error(f"unrecognized arguments: {' '.join(unknown)}")
     if command and options.verb != "exec":
-        raise UsageError(f"{options.verb} takes no command after --")
+        raise UsageError(f"{options.verb} has no command after --")
     options.command = command
     return options

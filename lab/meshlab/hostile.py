@@ -6,8 +6,8 @@ from dataclasses import dataclass, field
 
 from meshlab.ieee1905 import (END, FLAG_LAST, FLAG_RELAY, INTEL_OUI, VENDOR_OUI, MULTICAST, RSSI_REQUEST, TLV_AL_MAC,
                               TLV_DEVICE_INFORMATION, TLV_MAC_ADDRESS, TLV_NEIGHBOURS, TLV_VENDOR, TOPOLOGY_DISCOVERY,
-                              TOPOLOGY_NOTIFICATION, TOPOLOGY_QUERY, TOPOLOGY_RESPONSE, VENDOR_SPECIFIC, IntelHeader, cmdu, ethernet,
-                              fragments, mac_bytes, vendor_message, tlv, vendor_frame)
+                              TOPOLOGY_NOTIFICATION, TOPOLOGY_QUERY, TOPOLOGY_RESPONSE, VENDOR_SPECIFIC, IntelHeader, cmdu,
+                              ethernet, fragments, mac_bytes, tlv, vendor_frame, vendor_message)
 
 MAX_VALUE = 16383  # bytes of a TLV that hosts accept
 REPORT, STATE_RESPONSE, CONF_RESPONSE = 36, 9, 1
@@ -238,7 +238,7 @@ def replay(network):
 
 
 def questions(network):
-    """questions of devices that do not exist; some make the device run a program"""
+    """queries from devices that do not exist; for some the device runs a program"""
     fake, victim = network.fake(), network.victim()
     return [vendor_frame(victim, fake, 0, vendor_message(fake, network.random.choice(QUESTIONS), mac_bytes(victim)))]
 

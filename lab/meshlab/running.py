@@ -1,4 +1,4 @@
-"""Finds meshes that are up, through /proc alone."""
+"""Finds meshes that are up, through /proc."""
 
 import argparse
 import os

@@ -1,4 +1,4 @@
-"""What a long run watches of each daemon, and when it calls it level."""
+"""Values of each daemon in a long run, and the rule for a level series."""
 
 import os
 from dataclasses import dataclass, field
@@ -10,7 +10,7 @@ MEMORY_SLACK_KB = 1024
 DESCRIPTOR_SLACK = 2  # a command's pipe or a tool's connection may be open just then
 
 RULE = f"""\
-A series is what one daemon process showed from its start to its end. It is judged when it holds {MIN_SAMPLES} samples:
+A series is the values of one daemon process from its start to its end. It is evaluated if it has {MIN_SAMPLES} samples:
   memory       the last quarter's mean is at most {MEMORY_SLACK:.0%} of the second quarter's, or {MEMORY_SLACK_KB} kB more
   descriptors  the last quarter's most is at most {DESCRIPTOR_SLACK} above the second quarter's most
   children     no child process, zombies included, exists in two consecutive samples"""

@@ -1,4 +1,4 @@
-"""Wi-Fi stations as a device's driver would list them: made up, but with figures that fit each other."""
+"""Wi-Fi stations as a device's driver would list them: invented, with consistent values."""
 
 import random
 from dataclasses import dataclass, replace

@@ -42,7 +42,7 @@ void printReport(const std::string &text) {
     fprintf(stderr, "kcfg: %s\n", text.c_str());
 }
 
-// Digits alone.
+// Parses a text of digits only.
 std::optional<unsigned> parseNumber(std::string_view text) {
     unsigned number = 0;
     const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);

@@ -56,7 +56,7 @@ inline bool isShellSafe(const char *text) {
     return c != text && *c == '\0';
 }
 
-// A country code: the same, but letters, digits and / alone, and it may be empty.
+// A country code: the same, but letters, digits and / only, and it may be empty.
 inline bool isCountryText(const char *text) {
     return *text == '\0' || (isShellSafe(text) && std::strpbrk(text, "._:-") == nullptr);
 }

@@ -36,7 +36,7 @@ class ByteReader {
         return high << 16 | low;
     }
 
-    // Copies count bytes; leaves destination alone when fewer remain.
+    // Copies count bytes; leaves destination unchanged when fewer remain.
     void copyTo(void *destination, size_t count) {
         const uint8_t *source = position_;
         if (advance(count) && count > 0) std::memcpy(destination, source, count);

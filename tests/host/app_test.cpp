@@ -25,7 +25,7 @@ CommandLine parse(std::vector<std::string> words) {
     return parseCommandLine(static_cast<int>(words.size()), argv.data());
 }
 
-TEST(CommandLine, NamesNumbersAndWordsThatLookLikeOptions) {
+TEST(CommandLine, AcceptsNamesNumbersAndDashes) {
     for (const ToolCommand &row : kToolCommands) {
         EXPECT_EQ(parse({row.name}).command, &row);
         EXPECT_EQ(parse({"--json", *row.number != '\0' ? row.number : row.name}).command, &row);
@@ -56,7 +56,7 @@ constexpr const char *kNames = R"({"kv1905":{"DeviceList":[
     {"ID":"02:00:5e:00:03:00","ModelName":"twin","IpAddress":"192.0.2.3"},
     {"ID":"02:00:5e:00:04:00","ModelName":"`reboot`"}]}})";
 
-TEST(App, NamesWhatIsWrongAndWhatIsRight) {
+TEST(App, ReportsErrorsWithAHint) {
     std::ofstream("/tmp/kv1905_datamodel.json") << kNames;
     const std::string mac = kTarget + " ", radio = mac + "02:00:5e:00:02:21 ";
     EXPECT_EQ(chmod("/tmp", 01777), 0);
@@ -123,7 +123,7 @@ TEST(App, NamesWhatIsWrongAndWhatIsRight) {
     unlink("/tmp/kv1905_datamodel.json");
 }
 
-TEST(Show, TablesAndListsOfWhatTheFileSays) {
+TEST(Show, PrintsTablesAndLists) {
     std::ofstream(kModel) << R"({"kv1905":{"Role":"Agent","Counters":{"FramesSent":42},
         "DeviceList":[{"ID":"02:00:5e:00:02:00","ModelName":"a\u001b[2Jb","Hops":null},
         {"ID":"D","ModelName":"near","Mode":"\u009b\u007f\u00e9","NeighborList":[
@@ -162,7 +162,7 @@ TEST(Show, TablesAndListsOfWhatTheFileSays) {
     unlink(kModel.c_str());
 }
 
-TEST(ViewPage, WhatTheNetworkSaysEndsNoScriptAndFillsNoOtherPlace) {
+TEST(ViewPage, EscapesTextsOfTheNetwork) {
     const std::string hostile = viewPage("{\"a\":\"</script>&<!--\xE2\x80\xA8{{source}}{{model}}\"}", kViewDataPath);
     EXPECT_SAYS("\\u003c/script\\u003e\\u0026\\u003c!--\\u2028{{source}}{{model}}", hostile);
     EXPECT_SAYS("data-source=\"/data.json\"", hostile);
@@ -170,7 +170,7 @@ TEST(ViewPage, WhatTheNetworkSaysEndsNoScriptAndFillsNoOtherPlace) {
     EXPECT_EQ(viewPage("{}", "").find("connect-src"), std::string::npos);
 }
 
-TEST(ViewServer, AnswersToLoopbackNamesAlone) {
+TEST(ViewServer, AcceptsOnlyLoopbackNames) {
     for (const char *host : {"127.0.0.1", "127.0.0.1:1905", "localhost", "localhost:80"})
         EXPECT_TRUE(isLoopbackHost(host)) << host;
     for (const char *host :

@@ -22,7 +22,7 @@
 namespace kv1905d {
 namespace {
 
-TEST(Supervisor, AHungCommandIsKilledAndTheDaemonEndsAtASignalMeanwhile) {
+TEST(Supervisor, KillsHungCommandAndEndsOnSignal) {
     constexpr int kReturned = 7;  // the daemon's status after its command was killed
     const SupervisorTimes patient{}, strict{Duration(100), Duration(300), Duration(800)};
     const std::tuple<int, SupervisorTimes, int> rows[] = {
@@ -49,7 +49,7 @@ TEST(Supervisor, AHungCommandIsKilledAndTheDaemonEndsAtASignalMeanwhile) {
     }
 }
 
-TEST(SharedFiles, LinksAndForeignFilesAreRemovedAndTheDevicesOwnStay) {
+TEST(SharedFiles, RemovesLinksAndForeignFiles) {
     const struct {
         const char *command;
         bool stays;
@@ -66,7 +66,7 @@ TEST(SharedFiles, LinksAndForeignFilesAreRemovedAndTheDevicesOwnStay) {
     }
 }
 
-TEST(EventLoop, OutlivesWhatACallbackThrows) {
+TEST(EventLoop, SurvivesCallbackException) {
     EventLoop loop;
     int calls = 0;
     loop.addTimer([&] {
@@ -94,7 +94,7 @@ TEST(CommandServer, RefusesAClientWhenNoDescriptorIsLeft) {
     EXPECT_EQ(recv(client.get(), &byte, 1, MSG_DONTWAIT), 0) << "its connection is closed";
 }
 
-TEST(LineOutput, DropsLinesWhileAPipeIsFullAndCountsThem) {
+TEST(LineOutput, CountsLinesDroppedAtAFullPipe) {
     int ends[2];
     ASSERT_EQ(pipe2(ends, O_CLOEXEC | O_NONBLOCK), 0);
     const support::FileDescriptor reader(ends[0]), writer(ends[1]);

@@ -27,7 +27,7 @@ const std::string kNetwork = "/wfa-dataelements:Network/", kRadios = kNetwork + 
                   kRemoteRadios = kNetwork + "DeviceList/1/RadioList", kFirst = "/kv1905/DeviceList/0/",
                   kSecond = "/kv1905/DeviceList/1/", kStations = "/kv1905/StationList/";
 
-TEST(DataModel, HoldsEverythingThatIsKnownInListsThatAgreeWithTheirCounts) {
+TEST(DataModel, ContainsAllFieldsAndMatchingCounts) {
     Topology topology(mac(1), TimePoint(Duration(0)));
     WIFINeighborEntry own{}, remote[3];
     own.Band = 1;
@@ -80,7 +80,7 @@ TEST(DataModel, HoldsEverythingThatIsKnownInListsThatAgreeWithTheirCounts) {
     record.wifiNbrHead = nullptr;
 }
 
-TEST(JsonWriter, ReplacesWhatIsNoCharacterAndEscapesControls) {
+TEST(JsonWriter, ReplacesInvalidUtf8AndEscapesControls) {
     const std::string bad = "\xEF\xBF\xBD";
     const std::pair<std::string, std::string> rows[] = {
         {"plain\xC3\xA4\xE2\x82\xAC\xF0\x9F\x98\x80\xC2\xA0", "plain\xC3\xA4\xE2\x82\xAC\xF0\x9F\x98\x80\xC2\xA0"},
@@ -95,7 +95,7 @@ TEST(JsonWriter, ReplacesWhatIsNoCharacterAndEscapesControls) {
     }
 }
 
-TEST(ReplaceFile, ReplacesInOneStep) {
+TEST(ReplaceFile, IsAtomic) {
     namespace fs = std::filesystem;
     const std::string directory = testing::TempDir() + "replaced", file = directory + "/model.json";
     fs::create_directory(directory);

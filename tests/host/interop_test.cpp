@@ -62,7 +62,7 @@ Links linksOf(const Outcome &outcome, unsigned at, const MacAddress &alMac) {
     return device == nullptr ? Links{} : device->neighbours;
 }
 
-TEST(OtherStacks, TheirFramesAreUnderstood) {
+TEST(OtherStacks, CapturedFramesAreDecoded) {
     const Outcome a = play("stack_a.pcap", {2, 2, 2, 2, 2, 1, 2, 1, 3, 1, 1, 2, 2, 2, 1, 2, 2, 2});
     using Types = std::map<size_t, int>;
     using Numbers = std::vector<size_t>;
@@ -83,7 +83,7 @@ TEST(OtherStacks, TheirFramesAreUnderstood) {
 
 const std::string kLldp = "0180C200000E 02005E000200 88CC";
 
-TEST(OtherStacks, ANeighbourWithoutBridgeDiscoveriesIsBehindABridge) {
+TEST(OtherStacks, MissingBridgeDiscoveryMeansBridge) {
     Host host;
     const auto isBridged = [&] { return host.node->topology().local().neighbours.at(0).neighbours.at(0).viaBridge; };
     host.run(kStart);
@@ -107,7 +107,7 @@ TEST(OtherStacks, ANeighbourWithoutBridgeDiscoveriesIsBehindABridge) {
     EXPECT_FALSE(isBridged());
 }
 
-TEST(OtherStacks, QueriesAreAnsweredInFull) {
+TEST(OtherStacks, ResponsesContainAllTlvs) {
     Host host;
     host.events.linkStatistics = [](size_t port) {
         return LinkStatistics{7, 1, 9, 2, static_cast<uint16_t>(port + 100)};

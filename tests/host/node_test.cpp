@@ -40,7 +40,7 @@ class HostFrames : public testing::Test, protected Host {
     }
 };
 
-TEST_F(HostFrames, QueriesForThisDeviceAloneAreAnsweredUnderTheirIdentifier) {
+TEST_F(HostFrames, AnswersOnlyQueriesForThisDevice) {
     const std::pair<const char *, bool> rows[] = {
         {"02005E000900 02005E000200 893A", false}, {"02005E000100 02005E000200 0800", false},  // another protocol's
         {"02005E000100 03005E000200 893A", false}, {"02005E000100 000000000000 893A", false},  // of no device
@@ -58,7 +58,7 @@ TEST_F(HostFrames, QueriesForThisDeviceAloneAreAnsweredUnderTheirIdentifier) {
     EXPECT_EQ(received.size(), 3u * 2) << "vendor TLVs beside the malformed one";
 }
 
-TEST_F(HostFrames, RelayedMulticastGoesOutOnEveryOtherPortOnceWithEverythingInIt) {
+TEST_F(HostFrames, RelaysMulticastOnceToOtherPorts) {
     const std::string body = "0B 0004 024EA7 01 7F 0002 ABCD 01 0006 02005E000300 00 0000";
     receive(0, kToAll + "0004 0007 00 C0" + body);
     receive(1, kToAll + "0004 0007 00 C0" + body);
@@ -75,7 +75,7 @@ TEST_F(HostFrames, RelayedMulticastGoesOutOnEveryOtherPortOnceWithEverythingInIt
     EXPECT_TRUE(sent(1).empty());
 }
 
-TEST_F(HostFrames, AFarDeviceIsAskedBeforeItIsForgotten) {
+TEST_F(HostFrames, QueriesADistantDeviceBeforeRemoval) {
     receive(1, kToNode + "0003 0001 00 80 03 0010 02005E000300 01 02005E000320 0103 00 00 0000");
     run(kStart + kInterval / 2);
     const std::vector<Bytes> asked = sent(1);
@@ -93,7 +93,7 @@ TEST_F(HostFrames, AFarDeviceIsAskedBeforeItIsForgotten) {
 const std::string kNotification = kToAll + "0001 0001 00 C0 01 0006 02005E000200 00 0000";
 const std::string kResponse = kToNode + "0003 0001 00 80 03 0010 02005E000200 01 02005E000210 0001 00";
 
-TEST_F(HostFrames, ANeighbourIsGreetedSoonAndThenOnlyDiscoveriesAreSent) {
+TEST_F(HostFrames, NewNeighbourCausesOneEarlyDiscovery) {
     receive(0, kDiscovery);
     EXPECT_EQ(count(0, kTopologyDiscovery, kStart, kStart + Duration(400)), 1u);
     receive(0, kResponse + "00 0000");
@@ -112,7 +112,7 @@ TEST_F(HostFrames, ANeighbourIsGreetedSoonAndThenOnlyDiscoveriesAreSent) {
     EXPECT_EQ(count(0, kTopologyDiscovery, now, now + Duration(400)), 1u) << "it may have been restarted";
 }
 
-TEST_F(HostFrames, VendorMessagesReachTheOtherDeviceAndTheSenderItself) {
+TEST_F(HostFrames, DeliversVendorMessagesToPeerAndSelf) {
     receive(0, kResponse + "00 0000");
     uint16_t id = 0x4711;
     EXPECT_FALSE(node->sendVendor(Reach::Unicast, mac(2), Bytes(kMaxTlvValue + 1), &id, kStart));
@@ -132,7 +132,7 @@ TEST_F(HostFrames, VendorMessagesReachTheOtherDeviceAndTheSenderItself) {
     }
 }
 
-TEST_F(HostFrames, QueriesEndWithTheirAnswerOrAfterThreeAttempts) {
+TEST_F(HostFrames, QueryEndsAfterResponseOrThreeAttempts) {
     receive(0, kNotification);
     EXPECT_EQ(count(0, kTopologyQuery, kStart, kStart + Duration(900)), 1u);
     EXPECT_EQ(count(0, kTopologyQuery, kStart + Duration(1000), kStart + Duration(9000)), 2u);
@@ -145,7 +145,7 @@ TEST_F(HostFrames, QueriesEndWithTheirAnswerOrAfterThreeAttempts) {
     EXPECT_EQ(count(0, kTopologyQuery, later + Duration(900), later + Duration(9000)), 0u);
 }
 
-TEST_F(HostFrames, LinksLastSeventySecondsFromTheirLastDiscoveryAndEachPortHasItsOwn) {
+TEST_F(HostFrames, LinkExpires70SecondsAfterDiscovery) {
     receive(0, kToNode + kDiscovery.substr(kToAll.size()));
     EXPECT_EQ(linksOn(0), 0u) << "unicast says nothing about the link";
     receive(0, kDiscovery);
@@ -162,7 +162,7 @@ TEST_F(HostFrames, LinksLastSeventySecondsFromTheirLastDiscoveryAndEachPortHasIt
     EXPECT_EQ(linksOn(1), 0u);
 }
 
-TEST_F(HostFrames, ChangesWithinASecondMakeOneNotification) {
+TEST_F(HostFrames, CombinesChangesIntoOneNotification) {
     receive(0, kResponse + "00 0000");
     node->linkChanged(1, true, kStart + Duration(10));
     node->linkChanged(1, true, kStart + Duration(500));
@@ -175,7 +175,7 @@ TEST_F(HostFrames, ChangesWithinASecondMakeOneNotification) {
     EXPECT_EQ(count(1, kTopologyDiscovery, later, later), 1u);
 }
 
-TEST_F(HostFrames, BssElementsOfAReportAreKeptAndOnlyOtherVendorTlvsHandedOn) {
+TEST_F(HostFrames, KeepsBssElementsAndPassesOtherVendorTlvs) {
     const std::string elements = "0B 0010 024EA7 C0 000A 01 02005E000220 1234 01 0B 0006 024EA7 0001 02";
     receive(0, kResponse + elements + "00 0000");
     ASSERT_TRUE(find(2));
@@ -186,7 +186,7 @@ TEST_F(HostFrames, BssElementsOfAReportAreKeptAndOnlyOtherVendorTlvsHandedOn) {
     EXPECT_EQ(received.size(), 3u) << "in a vendor message they are none";
 }
 
-TEST_F(HostFrames, WithABridgeUnicastLeavesByItAndItsPortsAreReported) {
+TEST_F(HostFrames, SendsUnicastThroughABridge) {
     config.bridgeFd = near[1].get();
     start(kStart);
     receive(0, kToNode + "0002 BEEF 00 80 00 0000");
@@ -194,7 +194,7 @@ TEST_F(HostFrames, WithABridgeUnicastLeavesByItAndItsPortsAreReported) {
     EXPECT_TRUE(contains(sent(1).at(0), "04 000E 01 02 02005E000110 02005E000111"));
 }
 
-TEST_F(HostFrames, AFloodOfNeighboursAndStrangersIsBounded) {
+TEST_F(HostFrames, LimitsNeighboursAndDevices) {
     for (int i = 1000; i < 4000; ++i) {
         const std::string address = "02AA0000" + std::to_string(i);
         const std::string tlvs = "01 0006" + address + "02 0006" + address + "00 0000";
@@ -213,7 +213,7 @@ TopologyReport reportOf(unsigned device, const std::vector<Neighbour> &neighbour
 }
 
 // Leaks and double frees are the sanitizer's to find.
-TEST(Topology, RemoteDevicesAgeAndFreeWhatThePluginHungIntoThem) {
+TEST(Topology, AgedDeviceFreesPluginData) {
     WIFINeighborEntry own{};
     Topology topology(mac(1), kStart);
     topology.local().vendor.data()->wifiNbrHead = &own;  // the plug-in's: must not be freed
@@ -229,7 +229,7 @@ TEST(Topology, RemoteDevicesAgeAndFreeWhatThePluginHungIntoThem) {
     EXPECT_EQ(topology.findByAnyMac(mac(2, 0x10)), nullptr);
 }
 
-TEST(Topology, InterfacesBelongToTheFirstWhoReportedThem) {
+TEST(Topology, InterfaceBelongsToFirstReporter) {
     Topology topology(mac(1), kStart);
     Device *second = topology.update(reportOf(2), kStart);
     second->interfaces[1].vendor.pwrState = 2;
@@ -343,7 +343,7 @@ class Joining : public testing::Test, protected Party {
     std::string searchId_[2], nonce_;
 };
 
-TEST_F(Joining, OnlyTheFirstControllerThatAnswersASearchIsJoinedAndOnlyItsMatchingM2Counts) {
+TEST_F(Joining, AcceptsFirstControllerAndItsM2) {
     respond(kOne, searchId_[1], "00", "00");  // the other band's identifier
     respond(kOne, searchId_[0], "00", "01");
     respond(kOne, searchId_[0], "01", "00");  // no registrar
@@ -383,7 +383,7 @@ TEST_F(Joining, OnlyTheFirstControllerThatAnswersASearchIsJoinedAndOnlyItsMatchi
     EXPECT_EQ(node->counters().parseFailures, 0u);
 }
 
-TEST_F(Joining, OffersNeedAVendorMessageEndAfterThreeAndBeginAgainWithARenewal) {
+TEST_F(Joining, SendsM1AfterVendorMessageAndOnRenewal) {
     const TimePoint joined = now_;
     respond(kForeign, searchId_[0], "00", "00");
     auto types = sentUntil(joined + Duration(29800));
@@ -409,7 +409,7 @@ TEST_F(Joining, OffersNeedAVendorMessageEndAfterThreeAndBeginAgainWithARenewal) 
     EXPECT_NEAR(static_cast<double>(types.size()), 2 * 70, 20) << "they back off";
 }
 
-TEST(Controller, MalformedMessagesAreCountedAndTeachNothing) {
+TEST(Controller, CountsAndIgnoresMalformedMessages) {
     Party party(1);
     party.receive(0, kResponse + "00 0000");
     party.sent();
@@ -459,7 +459,7 @@ TEST(Controller, MalformedMessagesAreCountedAndTeachNothing) {
     EXPECT_TRUE(party.sent().empty()) << "a Search for no registrar";
 }
 
-TEST(BssExtension, TellsAndReadsWithThePlugIn) {
+TEST(BssExtension, WritesAndReadsThroughThePlugin) {
     std::ofstream("/data/nvram") << "wl0_mdid=4660\nwl1_mdid=17\n";
     const PluginSymbols plugin = loadPlugin(kPlugin);
     BssExtension extension(plugin, {{"wl0", {mac(1, 0x20), 0x0103, {}}}, {"wl1", {mac(1, 0x21), 0x0105, {}}}});

@@ -22,7 +22,7 @@ std::string vendorLine(unsigned type, const Bytes &payload, size_t length) {
     return lineOf(value);
 }
 
-TEST(Trace, TellsWhatMattersOfEachMessageAndWhatIsMissing) {
+TEST(Trace, DescribesEachMessageAndMissingBytes) {
     const std::string target = "for 00:11:22:33:44:55";
     std::map<unsigned, std::string> words = {{1, "3 attributes"},
                                              {3, "1 interface"},
@@ -50,7 +50,7 @@ TEST(Trace, TellsWhatMattersOfEachMessageAndWhatIsMissing) {
     }
 }
 
-TEST(Trace, ShowsWhatDoesNotFitAndNothingThatATerminalWouldObey) {
+TEST(Trace, ReportsFaultsAndEscapesControls) {
     const std::string envelope = "024EA7 66778899AABB 0001 ";
     const std::string rssi = "000347 01020304 0506 68 00 112233445566 00 0708 0000 020000000001 0000 ";
     const std::tuple<std::string, std::string, std::string> rows[] = {

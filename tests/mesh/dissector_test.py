@@ -189,7 +189,7 @@ class Tables(unittest.TestCase):
 
 
 class Frames(unittest.TestCase):
-    def test_every_message_is_shown_without_a_complaint(self):
+    def test_every_message_is_shown_without_a_note(self):
         cases = [(vendor_frame(kind, payload), info, fields) for kind, payload, info, fields in MESSAGES] + OTHERS
         rows = dissect_frames([case[0] for case in cases], *{f"kv1905.{name}" for case in cases for name in case[2]})
         for (_, info, fields), row in zip(cases, rows):

@@ -12,7 +12,7 @@ from lab import ROOT, Mesh, MeshTest, poll, secret_file
 sys.path.insert(0, str(ROOT / "lab"))
 from meshlab.hostile import ATTACKS  # noqa: E402
 
-# Attacks, seconds, frames per second: what fills the table of devices; what then leaves memory alone; everything.
+# Attacks, seconds, frames per second: fill the table of devices; keep memory level; all attacks.
 MODEST = [name for name in ATTACKS if name not in ("oversized", "stations")]  # these fill the tables of stations
 FILL, MODEST_FLOOD, FLOOD = (["devices", "silent"], 4, 2500), (MODEST, 4, 3000), (list(ATTACKS), 11, 3000)
 OTHERS = ("controller", "agent1", "agent3")  # the attacker is on agent2

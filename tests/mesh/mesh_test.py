@@ -112,7 +112,7 @@ class HungCommand(MeshTest):
             mesh.await_known("agent1")
             pid = mesh.daemon("agent1")["pid"]
             mesh.exec("agent1", "sh", "-c", "printf '#!/bin/sh\nsleep 60\n' >/tmp/hung && chmod +x /tmp/hung && "
-                      "ln -sf /tmp/hung /.room/bin/ifconfig")  # the first in this device's PATH alone
+                      "ln -sf /tmp/hung /.room/bin/ifconfig")  # the first only in this device's PATH
             os.kill(pid, signal.SIGUSR1)
             poll(lambda: "killed commands: sh, ifconfig," in mesh.log("agent1"), 20, "the end of the command")
             self.assertIn(" has not responded for 5 s; commands: sh, ifconfig,", mesh.log("agent1"))

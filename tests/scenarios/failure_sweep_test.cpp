@@ -136,7 +136,7 @@ std::vector<std::string> faultsOf(const Values &before, const Played &clean, con
 
 }  // namespace
 
-TEST(FailureSweep, AFailureDoesNoHarmAndTheNextCallWorks) {
+TEST(FailureSweep, RecoversFromEveryFailedCall) {
     std::vector<std::string> steps(std::begin(kSteps), std::end(kSteps));
     for (const SampleMessage &sample : kSampleMessages)
         steps.push_back(std::string("receive ") + kvVendorMessageName(sample.type) + " " + sample.payload);

@@ -127,7 +127,7 @@ std::string playStep(ScriptedDevice &device, const std::string &line) try {
 
 }  // namespace
 
-TEST(Scenarios, HaveTheOutcomesThatTheyName) {
+TEST(Scenarios, OutcomesMatch) {
     std::set<Bytes> received;  // and not malformed
     for (const auto &entry : std::filesystem::directory_iterator(KV_SOURCE_DIRECTORY "/tests/scenarios")) {
         std::unique_ptr<ScriptedDevice> device;
@@ -154,7 +154,7 @@ TEST(Scenarios, HaveTheOutcomesThatTheyName) {
 }
 
 // A message is shorter than its length field says, or has the right length field and too few bytes for its type.
-TEST(Scenarios, RefuseEveryShorterMessage) {
+TEST(Scenarios, ShorterMessagesAreMalformed) {
     ScriptedDevice device;
     for (const SampleMessage &sample : kSampleMessages) {
         const Bytes payload = fromHex(sample.payload), whole = message(kAgent, sample.type, payload);

@@ -60,7 +60,7 @@ void resetFiles() {
     std::filesystem::create_directory(kDirectory);
 }
 
-TEST(Configuration, ARecordKeepsItsBytesAndRefusesWhatDoesNotFit) {
+TEST(Configuration, RecordKeepsBytesAndRejectsLongValues) {
     resetFiles();
     KcfgInstanceIndex second = {1, {2}};
     RdmNatIntfSetting account = {};
@@ -82,7 +82,7 @@ TEST(Configuration, ARecordKeepsItsBytesAndRefusesWhatDoesNotFit) {
     EXPECT_EQ(shell("kcfg get nat_intf_setting.2.userName"), "user\n");
 }
 
-TEST(Configuration, InterruptedWriterLeavesOldOrNew) {
+TEST(Configuration, InterruptedWriteLeavesOldOrNewFile) {
     for (const std::string before : {"kcfg reset", "printf { >f"}) {
         // fsync, rename, fsync of the directory; before them a damaged file is renamed
         for (int step = 1, last = before == "kcfg reset" ? 3 : 4; step <= last; step++) {

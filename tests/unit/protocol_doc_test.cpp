@@ -24,7 +24,7 @@ std::string fileText(const std::string &path) {
 
 }  // namespace
 
-TEST(ProtocolDocument, ListsWhatTheCodeHas) {
+TEST(ProtocolDocument, TablesMatchCode) {
     std::multiset<std::string> documented, coded = {"0 mac"};
     const std::string document = fileText("docs/protocol.md");
     for (const auto &row : rowsOf(document, std::regex(R"(\n\| (0x\w+|\d+) \| (\w+) \|)")))
