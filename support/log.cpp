@@ -19,7 +19,7 @@ void LogGate::log(int level, TimePoint now, const char *format, ...) {
     std::vsnprintf(line, sizeof line, format, values);
     va_end(values);
     const unsigned held = std::exchange(held_, 0);
-    const std::string suffix = held == 0 ? "" : " (" + std::to_string(held) + " more lines held back)";
+    const std::string suffix = held == 0 ? "" : " (" + std::to_string(held) + " similar lines suppressed)";
     KV_HOST_LOG(level, "%s%s", line, suffix.c_str());
 }
 

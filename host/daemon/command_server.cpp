@@ -51,7 +51,7 @@ bool isRefused(const std::string &path) {
 void removeStale(const std::string &path) {
     struct stat facts {};
     if (lstat(path.c_str(), &facts) == 0 && !S_ISSOCK(facts.st_mode)) {
-        throw std::runtime_error(path + ": is no socket and stays; remove it or choose another --socket");
+        throw std::runtime_error(path + ": exists and is not a socket; remove it or choose another --socket");
     }
     const bool isForeign = geteuid() == 0 && facts.st_uid != 0;
     if (!isForeign && !isRefused(path)) {

@@ -22,7 +22,7 @@ namespace kv1905d {
 
 struct NodeConfig {
     MacAddress alMac;
-    std::string name{};  // for people
+    std::string name{};  // for log lines
     std::vector<Port> ports;
     std::vector<LocalInterface> radios;  // reported to others, not used for frames
     int bridgeFd = -1;                   // sends into the bridge that the ports belong to; -1 when there is none
@@ -30,7 +30,7 @@ struct NodeConfig {
     uint32_t seed = 1;
 };
 
-// What the node reports to its owner. Each may be empty.
+// Callbacks to the owner. Each may be empty.
 struct NodeEvents {
     std::function<void(const VendorTlv &)> vendorTlv;
     // A known device announced a change.
@@ -49,7 +49,7 @@ struct NodeEvents {
 
 class Node {
   public:
-    // Bounds of what is kept about others; more is refused.
+    // Limits on state about other devices; the excess is refused.
     static constexpr size_t kMaxPendingQueries = 256;
     static constexpr size_t kMaxUnhandledTypes = 64;  // counted one by one
     static constexpr size_t kMaxToSelf = 16;          // messages to this device itself that run() has not delivered yet

@@ -1,6 +1,5 @@
-// Decides which vendor messages may reach the plug-in. The protocol proves nothing about a sender, so without
-// a guard any device of the network may reboot this one, give it a password, replace its known configuration, forge the
-// results of its commands or keep it busy.
+// Filters vendor messages for the plug-in. The protocol has no authentication: without the filter any device can reboot
+// this one, set its password, replace its known configuration, forge the results of its commands or overload it.
 #pragma once
 
 #include <algorithm>

@@ -1,4 +1,4 @@
-// Which relayed multicast messages were seen already.
+// Filters relayed multicast messages that were received before.
 #pragma once
 
 #include <deque>

@@ -27,7 +27,7 @@ int requestReset(uint32_t request) {
     return KV_RET_OK;
 }
 
-// Best effort: without the object the reset goes on with the service's own selection.
+// Best effort. If the object is missing, the reset continues and the service applies its own selection.
 void selectWhatSurvives() {
     KcfgInstanceIndex index = {};
     json_object *copy = nullptr;

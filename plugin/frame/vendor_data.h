@@ -33,8 +33,8 @@ void updateDevice(KvDevVendorData *dev);
 // Reloads the local files that changed since they were last loaded into dev.
 void initDevConfig(KvDevVendorData *dev, bool isController);
 
-// Fills sec from getSecurityConfig, which fills in nothing on this device: type 0 without data. A block that the record
-// held is not freed. On failure sec stays as it was.
+// Fills sec from getSecurityConfig, here always type 0 without data. A former block of the record is not freed. On
+// failure sec is unchanged.
 int initSecurityConfig(SecurityConfig *sec);
 int getSecurityConfig(SecurityConfig *sec);
 
