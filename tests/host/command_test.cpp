@@ -72,7 +72,7 @@ FileDescriptor rawSocket(int (*join)(int, const sockaddr *, socklen_t)) {
     return fd;
 }
 
-TEST(CommandServer, TakesThePlaceOfADeadDaemonButOfNobodyElse) {
+TEST(CommandServer, ReplacesOnlyAnEndedDaemonsSocket) {
     {
         const CommandServer live(kSocket);
         struct stat facts {};
@@ -95,7 +95,7 @@ TEST(CommandServer, TakesThePlaceOfADeadDaemonButOfNobodyElse) {
     EXPECT_EQ(unlink(kSocket), 0);
 }
 
-TEST(CommandServer, TakesPostsOfItsOwnUserAndRootAlone) {
+TEST(CommandServer, AcceptsOnlyItsUserAndRoot) {
     if (geteuid() != 0) GTEST_SKIP() << "only root can become another user";
     const AnsweringDaemon daemon;
     EXPECT_EQ(chmod(kSocket, 0666), 0);  // the file would stop the other user first
@@ -106,7 +106,7 @@ TEST(CommandServer, TakesPostsOfItsOwnUserAndRootAlone) {
     EXPECT_TRUE(told(1).empty());
 }
 
-TEST(CommandServer, IsNotAnotherUsersWhoseSocketRootReplaces) {
+TEST(CommandServer, RootReplacesAnotherUsersSocket) {
     if (geteuid() != 0) GTEST_SKIP() << "only root can become another user";
     EXPECT_EQ(chmod("/tmp", 01777), 0);
     EXPECT_EQ(seteuid(65534), 0);
@@ -120,7 +120,7 @@ TEST(CommandServer, IsNotAnotherUsersWhoseSocketRootReplaces) {
     EXPECT_EQ(postCommand(kSocket, {KV_CMD_UPDATE_DEVICE_INFO, {}}, kPatience).verdict, Verdict::Accepted);
 }
 
-TEST(CommandServer, OutlivesClientsThatAreSilentOrTalkNonsense) {
+TEST(CommandServer, SurvivesSilentAndMalformedClients) {
     const AnsweringDaemon daemon;
     std::vector<FileDescriptor> silent;
     for (int i = 0; i < 20; ++i)
@@ -139,7 +139,7 @@ TEST(CommandServer, OutlivesClientsThatAreSilentOrTalkNonsense) {
     EXPECT_GE(std::count_if(silent.begin(), silent.end(), ended), 12) << "the oldest give way";
 }
 
-TEST(ResultFile, OnlyACompleteLineCountsForOneToolAtATime) {
+TEST(ResultFile, AcceptsOneCompleteLine) {
     const std::pair<const char *, int> rows[] = {{"00\n", 0}, {"10\n", 16}, {"", -1},      {"00", -1},
                                                  {"0\n", -1}, {"0g\n", -1}, {"000\n", -1}, {"00\n\n", -1}};
     for (const auto &[text, value] : rows) {
@@ -169,7 +169,7 @@ CommandResult outcomeOf(const std::string &line, Duration timeout) {
     }
 }
 
-TEST(RunCommand, ReachesTheDaemonAndEndsWithAStatusAndItsMeaning) {
+TEST(RunCommand, ReturnsStatusAndMeaning) {
     const struct {
         std::string line;
         const char *answer;  // which the daemon's plug-in writes; empty: no answer comes
@@ -187,7 +187,7 @@ TEST(RunCommand, ReachesTheDaemonAndEndsWithAStatusAndItsMeaning) {
         {"query-power T", "024EA7 02005E000200 0001 0003 0010 02005E000200 01 02005E000220 0103 02", Status::Success,
          "02:00:5e:00:02:20  2.4GHz  0103        off\n", "02005E000200"},
         {"reboot T", "", Status::Failure, "nothing was sent: it fits no message", "02005E000200", {0}},
-        {"rssi T T", "", Status::NoDevice, "sent without figures", "02005E000200", {1, 1}},
+        {"rssi T T", "", Status::NoDevice, "sent without values", "02005E000200", {1, 1}},
         {"firmware T 1 1 " + std::string(1024, 'u'), "", Status::BadArguments, "URL must be at most 1023", ""},
     };
     for (const auto &row : rows) {

@@ -23,10 +23,10 @@ std::optional<Options> daemonOptions(std::vector<const char *> arguments) {
     return parseOptions(static_cast<int>(arguments.size()), arguments.data());
 }
 
-TEST(Options, ValuesAndBadOnesNamedInOneLine) {
+TEST(Options, AcceptsValuesAndReportsBadOnes) {
     EXPECT_EQ(daemonOptions({})->alMac, (MacAddress{{0x02, 0, 0, 0, 0, 0}}));  // of lo's all-zero MAC
-    const auto full = daemonOptions({"--al-mac", "02:00:5E:00:01:00", "--radio", "wl0,02:00:5e:00:01:20,0x0103", "--radio",
-                             "wl1,02:00:5e:00:01:21,261"});
+    const auto full = daemonOptions({"--al-mac", "02:00:5E:00:01:00", "--radio", "wl0,02:00:5e:00:01:20,0x0103",
+                                     "--radio", "wl1,02:00:5e:00:01:21,261"});
     EXPECT_EQ(full->alMac, mac(1));
     EXPECT_EQ(full->radios.at(1).facts.mediaType, 0x0105);
     for (const std::string row : {"-i no-such-if", "--al-mac 01:00:5e:00:01:00", "--radio wl0,02:00:5e:00:01:20,0x0001",
@@ -39,7 +39,7 @@ TEST(Options, ValuesAndBadOnesNamedInOneLine) {
 }
 
 constexpr TimePoint kNow{Duration(5000)};
-const MacAddress kSelf = mac(1), kController = mac(2), kStranger = mac(3);
+const MacAddress kSelf = mac(1), kController = mac(2), kUnknown = mac(3);
 
 class GuardTest : public testing::Test {
   protected:
@@ -63,12 +63,12 @@ class GuardTest : public testing::Test {
     SettingsGuard any_{SettingsFrom::Any}, strict_{SettingsFrom::Controller};
 };
 
-TEST_F(GuardTest, EveryTypeOfTheCatalogueHasARuleAndOnlyTheControllerAndThisDeviceChangeThisDevice) {
+TEST_F(GuardTest, RejectsSettingsFromOthersAndTypesWithoutRule) {
     const std::set<unsigned> changing{4, 6, 20, 22, 25, 26, 33, 34, 69, 77};
     const std::set<unsigned> results{5, 7, 21, 23, 27, 32, 35};
     const std::tuple<MacAddress, std::optional<MacAddress>, bool> rows[] = {
         // source, controller, whether it may
-        {kController, kController, true}, {kStranger, kController, false},
+        {kController, kController, true}, {kUnknown, kController, false},
         {kSelf, kController, true},       {kController, std::nullopt, false},  // not found yet
         {kController, kSelf, false},      {kSelf, kSelf, true},                // at the controller itself
     };
@@ -79,8 +79,8 @@ TEST_F(GuardTest, EveryTypeOfTheCatalogueHasARuleAndOnlyTheControllerAndThisDevi
             const bool isSound =
                 source == kSelf || (row != nullptr && row->handle != nullptr && !results.contains(type));
             const bool admitted = isSound && (may || !changing.contains(type));
-            EXPECT_EQ(admits(strict_, source, message(type, kStranger), controller), admitted) << type;
-            EXPECT_EQ(admits(any_, source, message(type, kStranger), controller), isSound) << type;
+            EXPECT_EQ(admits(strict_, source, message(type, kUnknown), controller), admitted) << type;
+            EXPECT_EQ(admits(any_, source, message(type, kUnknown), controller), isSound) << type;
             refused += !admitted;
         }
         EXPECT_EQ(admits(any_, source, message(1), controller), source == kSelf);
@@ -88,30 +88,30 @@ TEST_F(GuardTest, EveryTypeOfTheCatalogueHasARuleAndOnlyTheControllerAndThisDevi
     EXPECT_EQ(strict_.refused(), refused);
 }
 
-TEST_F(GuardTest, AResultIsAdmittedOnceFromTheDeviceThatWasCommanded) {
-    any_.sent(kStranger, 7, readVendorMessage(message(33)), kNow);
-    any_.sent(kStranger, 8, readVendorMessage(message(0)), kNow);  // no command
-    any_.sent(kStranger, 9, readVendorMessage(message(4)), kNow - SettingsGuard::kResultWait);
-    const std::tuple<MacAddress, uint16_t, bool> rows[] = {{kController, 7, false}, {kStranger, 6, false},
-                                                           {kStranger, 8, false},   {kStranger, 9, false},
-                                                           {kStranger, 7, true},    {kStranger, 7, false}};
+TEST_F(GuardTest, AdmitsOneResultPerCommand) {
+    any_.sent(kUnknown, 7, readVendorMessage(message(33)), kNow);
+    any_.sent(kUnknown, 8, readVendorMessage(message(0)), kNow);  // no command
+    any_.sent(kUnknown, 9, readVendorMessage(message(4)), kNow - SettingsGuard::kResultWait);
+    const std::tuple<MacAddress, uint16_t, bool> rows[] = {{kController, 7, false}, {kUnknown, 6, false},
+                                                           {kUnknown, 8, false},    {kUnknown, 9, false},
+                                                           {kUnknown, 7, true},     {kUnknown, 7, false}};
     for (const auto &[source, msgId, admitted] : rows)
         EXPECT_EQ(admits(any_, source, message(35), kController, kNow, msgId), admitted) << msgId;
 }
 
-TEST_F(GuardTest, WhatCostsTimeGetsASecondAndThenAQuarterOfTheTimeAndTheControllerHasItsOwn) {
+TEST_F(GuardTest, LimitsTimePerSource) {
     constexpr Duration kCost{10};
     int admitted = 0;
     for (TimePoint at = kNow; at < kNow + Duration(8000); at += Duration(10)) {
         for (const unsigned type : {70u, 77u, 4u, 1u}) {
-            if (!admits(any_, kStranger, message(type, kController), kController, at)) continue;
+            if (!admits(any_, kUnknown, message(type, kController), kController, at)) continue;
             any_.charge(kCost, at);
             ++admitted;
         }
     }
     EXPECT_NEAR(admitted, 100 + 800 / 4, 5);
     EXPECT_TRUE(admits(any_, kController, message(70), kController, kNow + Duration(8000)));
-    EXPECT_TRUE(admits(any_, kStranger, message(36, kStranger), kController, kNow)) << "costs next to nothing";
+    EXPECT_TRUE(admits(any_, kUnknown, message(36, kUnknown), kController, kNow)) << "costs next to nothing";
 }
 
 TEST_F(GuardTest, OnceManyStationsAreKnownNobodyGetsMoreThanAnEvenShare) {
@@ -119,19 +119,22 @@ TEST_F(GuardTest, OnceManyStationsAreKnownNobodyGetsMoreThanAnEvenShare) {
     topology_.local().vendor.data()->wifiNbrNum = kMost;  // the driver's own list does not count
     const std::tuple<uint32_t, uint32_t, MacAddress, bool> rows[] = {
         // stations of the controller and the stranger, who tells of more, whether it may
-        {30, kMost - 31, kStranger, true},           {30, kMost - 30, kStranger, false},
-        {30, kMost - 30, kController, true},         {kMost / 2 - 1, kMost - 30, kController, true},
-        {kMost / 2, kMost - 30, kController, false}, {30, kMost - 30, mac(9) /* unknown */, false},
+        {30, kMost - 31, kUnknown, true},
+        {30, kMost - 30, kUnknown, false},
+        {30, kMost - 30, kController, true},
+        {kMost / 2 - 1, kMost - 30, kController, true},
+        {kMost / 2, kMost - 30, kController, false},
+        {30, kMost - 30, mac(9) /* unknown */, false},
     };
     for (const auto &[honest, greedy, source, admitted] : rows) {
         stationsOf(kController) = honest;
-        stationsOf(kStranger) = greedy;
+        stationsOf(kUnknown) = greedy;
         for (const unsigned type : {9u, 36u})
             EXPECT_EQ(admits(any_, source, message(type, source)), admitted) << honest << ", " << greedy;
     }
 }
 
-TEST(DataModelWriter, KeepsASpacingByReasonThatGrowsWithTheTimeOfAWriteAndReturnsItsLastResult) {
+TEST(DataModelWriter, SpacesWritesByReasonAndCost) {
     using enum DataModelWriter::Reason;
     TimePoint now = kNow;
     int writes = 0;
@@ -156,32 +159,32 @@ TEST(DataModelWriter, KeepsASpacingByReasonThatGrowsWithTheTimeOfAWriteAndReturn
     EXPECT_EQ(writer.run(), kNow + DataModelWriter::kChangeSpacing + 5 * took);
 }
 
-TEST(AgentPolling, AsksNewAndChangedDevicesAtOnceAgentsEachRoundAndTheOthersSeldom) {
+TEST(AgentPolling, QueriesNewDevicesAtOnceAndOthersByInterval) {
     constexpr Duration kRound{60000};
     bool isController = false;
     int queries = 0;
     AgentPolling polling(
-        kRound, 1, {[&] { return isController; }, [&](const MacAddress &alMac) { queries += alMac == kStranger; }});
+        kRound, 1, {[&] { return isController; }, [&](const MacAddress &alMac) { queries += alMac == kUnknown; }});
     Topology topology(kSelf, kNow);
-    topology.update({{kStranger, {}}, {}, {}}, kNow);
+    topology.update({{kUnknown, {}}, {}, {}}, kNow);
     const auto queriesAt = [&](TimePoint now) {
         queries = 0;
         polling.run(topology, now);
         return queries;
     };
-    polling.responded(kStranger, kNow);
+    polling.responded(kUnknown, kNow);
     EXPECT_EQ(queries, 0) << "an agent asks nobody";
     EXPECT_EQ(queriesAt(kNow), 0);
     isController = true;
-    polling.responded(kStranger, kNow);
+    polling.responded(kUnknown, kNow);
     EXPECT_EQ(queries, 1) << "a new device";
-    polling.notified(kStranger);
-    polling.responded(kStranger, kNow);
+    polling.notified(kUnknown);
+    polling.responded(kUnknown, kNow);
     EXPECT_EQ(queries, 2) << "a changed one";
     EXPECT_EQ(queriesAt(kNow + kRound * 5 / 6 - Duration(1)), 0);
-    topology.find(kStranger)->sentVendorMessage = true;
+    topology.find(kUnknown)->sentVendorMessage = true;
     EXPECT_EQ(queriesAt(kNow + kRound), 1);
-    topology.find(kStranger)->sentVendorMessage = false;
+    topology.find(kUnknown)->sentVendorMessage = false;
     int total = 0;
     for (unsigned round = 2; round < 2 + 2 * AgentPolling::kSilentAgentRounds; ++round)
         total += queriesAt(kNow + round * kRound);
@@ -199,14 +202,15 @@ std::string textAt(const char *path) {
 
 // Ends at SIGTERM.
 pid_t startDaemon() {
-    Options options = *daemonOptions({"--al-mac", "02:00:5e:00:01:00", "--plugin", kPlugin, "--data-model", kModelFile});
+    Options options =
+        *daemonOptions({"--al-mac", "02:00:5e:00:01:00", "--plugin", kPlugin, "--data-model", kModelFile});
     options.interfaces = {"cable0"};
     const pid_t child = fork();
     if (child != 0) return child;
     _exit(static_cast<int>(resultOf([&] { Daemon(options).run(); }).status));
 }
 
-TEST(Daemon, FollowsItsLink) {
+TEST(Daemon, ReopensAReplacedInterface) {
     const char *const cable = "ip link add cable0 up type veth peer name cable1 && ip link set cable1 up";
     ASSERT_EQ(std::system(cable), 0);
     FileDescriptor fd = openPort("cable1");

@@ -16,7 +16,7 @@ Reassembly::Result addFrame(Reassembly &reassembly, const Bytes &frame) {
     return fragment ? reassembly.add(mac(1), *fragment, kArrival) : Reassembly::Result{Status::Malformed, {}};
 }
 
-TEST(Cmdu, SingleFrames) {
+TEST(Cmdu, DecodesSingleFrames) {
     const std::pair<const char *, Status> rows[] = {
         {"00 FF 0002 1234 00 80 00 0000 07 FFFF 01", Status::Complete},  // reserved byte, bytes after the end
         {"01 00 0002 1234 00 80 00 0000", Status::Malformed},            // other version
@@ -36,7 +36,7 @@ TEST(Cmdu, SingleFrames) {
     EXPECT_EQ(encodeMessage(message), std::vector<Bytes>{frame});
 }
 
-TEST(Cmdu, EncodedMessagesComeBackFromFramesInReverseOrder) {
+TEST(Cmdu, DecodesFramesInReverseOrder) {
     const std::pair<std::vector<size_t>, size_t> rows[] = {
         // sizes of TLV values, frames
         {{1486}, 1},        // header, TLV and end of message fill the frame
@@ -64,7 +64,7 @@ TEST(Cmdu, EncodedMessagesComeBackFromFramesInReverseOrder) {
 }
 
 // Bodies of a message cut by others.
-TEST(Cmdu, BothCutStylesAreRead) {
+TEST(Cmdu, DecodesFragmentsCutAtTlvOrByte) {
     const Bytes whole = fromHex("0B 0003 024EA7 01 0006 02005E000100 7F 0014" + std::string(40, '0') + "00 0000");
     const std::vector<Tlv> expected{{0x0B, fromHex("024EA7")}, {0x01, fromHex("02005E000100")}, {0x7F, Bytes(20)}};
     const auto check = [&](size_t cut, size_t padding) {
@@ -84,7 +84,7 @@ Fragment part(uint8_t index, bool last, uint16_t id = 9, bool relay = false) {
     return {kVendorSpecific, id, index, last, relay, last ? end : body};
 }
 
-TEST(Reassembly, OnlyFragmentsThatBelongTogetherMakeAMessage) {
+TEST(Reassembly, JoinsOnlyFragmentsOfOneMessage) {
     const std::tuple<Fragment, unsigned, Fragment, Status> rows[] = {
         // the second one with its sender
         {part(0, false), 1, part(1, true), Status::Complete},
@@ -103,7 +103,7 @@ TEST(Reassembly, OnlyFragmentsThatBelongTogetherMakeAMessage) {
     }
 }
 
-TEST(Reassembly, WhatIsNeverFinishedIsBoundedInTimeMessagesAndBytes) {
+TEST(Reassembly, LimitsUnfinishedMessages) {
     const TimePoint late = kArrival + Reassembly::kLifetime;
     Reassembly reassembly;
     reassembly.add(mac(1), part(0, false), kArrival);
@@ -129,7 +129,7 @@ TEST(Reassembly, WhatIsNeverFinishedIsBoundedInTimeMessagesAndBytes) {
     EXPECT_EQ(accepted(60, 100), Reassembly::kMaxMessageBytes / large.size());
 }
 
-TEST(DuplicateFilter, RemembersForItsLifetimeAndWithinItsBound) {
+TEST(DuplicateFilter, LimitsTimeAndEntries) {
     DuplicateFilter filter;
     EXPECT_TRUE(filter.enter({mac(1), kVendorSpecific, 7}, kArrival));
     EXPECT_TRUE(filter.enter({mac(1), kVendorSpecific, 7}, kArrival + DuplicateFilter::kLifetime));
@@ -139,7 +139,7 @@ TEST(DuplicateFilter, RemembersForItsLifetimeAndWithinItsBound) {
     EXPECT_FALSE(filter.enter({mac(3), kVendorSpecific, 19999}, kArrival + Duration(19000)));
 }
 
-TEST(TopologyReport, IsReadAsItWasWrittenAndRefusedWhenItIsCutOrTooLarge) {
+TEST(TopologyReport, RoundTripsAndRejectsCutOrLargeReports) {
     const std::vector<Tlv> whole{
         {kTlvDeviceInformation, fromHex("02005E000100 02 02005E000110 0001 00 02005E000120 0103 02 AABB")},
         {kTlvIeee1905Neighbours, fromHex("02005E000110 02005E000200 80 02005E000300 00")},
@@ -166,7 +166,7 @@ TEST(TopologyReport, IsReadAsItWasWrittenAndRefusedWhenItIsCutOrTooLarge) {
     EXPECT_FALSE(parseDeviceInformation(fromHex("01005E000100 00"))) << "a group's MAC";
 }
 
-TEST(BssElements, AreReadInTheirExactLengthAlone) {
+TEST(BssElements, RejectsWrongLength) {
     BssElements elements;
     for (const char *hex :
          {"024EA7 C0 0013 02 02005E000220 1234 01 02005E000221 0011 00", "024EA7 D0 0009 01 40 01 1234 0002 03 05"}) {

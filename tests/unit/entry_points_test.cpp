@@ -22,7 +22,7 @@ struct EntryPoints : testing::Test {
     FakeHost host;
 };
 
-TEST_F(EntryPoints, EachRegistrationCopiesItsOwnSlots) {
+TEST_F(EntryPoints, RegistrationCopiesSlotsByFlag) {
     const Kv1905BcmCbs before = g_kv1905_bcm_cbs;
     kvMAP1905_ApCfg_reg(nullptr);
     Kv1905BcmCbs tool = {};
@@ -42,7 +42,7 @@ TEST_F(EntryPoints, EachRegistrationCopiesItsOwnSlots) {
     EXPECT_EQ(notes, (std::vector<std::string>{"logs 2.7 Enter.\n"}));
 }
 
-TEST_F(EntryPoints, UnusualArgumentsAreHandled) {
+TEST_F(EntryPoints, RejectsNullAndUnusualArguments) {
     KvRecvVendTlv tlv = {};
     KvBssInfo bss = {};
     KvMdidInterfaceList mdids = {};
@@ -89,7 +89,7 @@ TEST_F(EntryPoints, UnusualArgumentsAreHandled) {
     EXPECT_EQ(kv::initSecurityConfig(&ofHost), KV_RET_OK) << "a block of the host is not freed";
 }
 
-TEST_F(EntryPoints, AReportThatContradictsItsRecordIsDumpedAndNotSent) {
+TEST_F(EntryPoints, DumpsAndRejectsInconsistentReport) {
     kv::KvWifiClientMsg record = {};
     std::memcpy(record.alMac, kLocal.data(), kLocal.size());
     const auto send = [&](uint16_t dataLen, uint16_t payloadLen, const std::string &line) {

@@ -22,7 +22,7 @@ std::string outcome(int result, const KvBssInfo &bss) {
     return text;
 }
 
-TEST_F(MultiAp, BssConfigurationIsWrittenByteForByte) {
+TEST_F(MultiAp, BssConfigurationBytes) {
     struct {
         uint32_t count;
         KvBssConfig bss[2];
@@ -39,7 +39,7 @@ TEST_F(MultiAp, BssConfigurationIsWrittenByteForByte) {
     EXPECT_EQ(length, 23u);
 }
 
-TEST_F(MultiAp, ExtensionIsWrittenByteForByte) {
+TEST_F(MultiAp, ExtensionBytes) {
     const KvBssInfo bss = {0x40, 0x01, 0x1234, 0x0002, 4, 0x05, 7, 8, 9};
     uint8_t buffer[30] = {};
     EXPECT_EQ(kvMAP1905_ApCfg_fill(buffer, 3, &bss), 24);
@@ -47,7 +47,7 @@ TEST_F(MultiAp, ExtensionIsWrittenByteForByte) {
               fromHex("000000 10 49 00 14 0A 61 C4 01 01 40 02 01 01 03 02 12 34 04 02 00 02 07 01 05 000000"));
 }
 
-TEST_F(MultiAp, ExtensionIsReadWithAndWithoutItsLength) {
+TEST_F(MultiAp, ParsesExtensionWithAndWithoutLength) {
     nvram = {{"wl0_nband", "1"}, {"wl0_extattr", "119"}};
     const std::string all = "01 01 40 02 01 01 03 02 12 34 04 02 00 02";
     const struct {
@@ -84,7 +84,7 @@ TEST_F(MultiAp, ExtensionIsReadWithAndWithoutItsLength) {
     }
 }
 
-TEST_F(MultiAp, AVirtualBssBelongsToTheMainBssBefore) {
+TEST_F(MultiAp, VirtualBssBelongsToPrecedingMainBss) {
     nvram = {
         {"wl0_nband", "2"}, {"wl1_nband", "1"}, {"wl1.2_extattr", "9"}, {"wl0.2_extattr", "265"}, {"wl1_extattr", "3"}};
     constexpr uint8_t kAsBefore = 4;

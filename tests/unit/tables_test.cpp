@@ -69,7 +69,7 @@ class Tables : public testing::Test {
     kv::OutstandingQueries &queries_ = kv::outstandingQueries();
 };
 
-TEST_F(Tables, AMergeEqualsALinearSearch) {
+TEST_F(Tables, MergeMatchesLinearSearch) {
     std::mt19937 random(5);
     std::vector<Station> expected;
     for (int round = 0; round < 100; ++round) {
@@ -86,7 +86,7 @@ TEST_F(Tables, AMergeEqualsALinearSearch) {
     }
 }
 
-TEST_F(Tables, AFullStationTableIsRefreshedAndAdmitsNoStation) {
+TEST_F(Tables, FullStationTableUpdatesAndRejectsNewStations) {
     setClock(1'000'000);
     std::vector<Station> all(kv::kMaxTableStations + 2);
     std::generate(all.begin(), all.end(), [n = uint16_t{0}]() mutable { return Station(n++, 1); });
@@ -105,7 +105,7 @@ TEST_F(Tables, AFullStationTableIsRefreshedAndAdmitsNoStation) {
     EXPECT_EQ(stations(), (std::vector<Station>{{0, 2}, {7, 1}, {0xFFFF, 2}})) << "old stations are removed";
 }
 
-TEST_F(Tables, AFullQueryTableForgetsTheOldestAndTheLowestAmongEquals) {
+TEST_F(Tables, FullQueryTableReplacesOldestThenLowest) {
     fillQueries([](size_t i) -> std::time_t { return i == 20 || i == 30 ? 0 : 1; });
     for (const size_t forgotten : {20u, 30u, 0u}) {
         queries_.add(kAgent.data(), 0x77, 0, 1, kStart + 1);
@@ -116,7 +116,7 @@ TEST_F(Tables, AFullQueryTableForgetsTheOldestAndTheLowestAmongEquals) {
     EXPECT_EQ(queries_.at(0).msgId, 0x78) << "a clock that stepped back overwrites the first entry";
 }
 
-TEST_F(Tables, AResendInAFullQueryTableLosesNoQuery) {
+TEST_F(Tables, ResendKeepsOtherQueriesOfAFullTable) {
     fillQueries([](size_t i) { return static_cast<std::time_t>(i); });
     EXPECT_EQ(resendAt(kStart + 6), 1u) << "only entry 0 is due";
     EXPECT_EQ(queries_.at(0).msgId, 0x1000);
@@ -125,7 +125,7 @@ TEST_F(Tables, AResendInAFullQueryTableLosesNoQuery) {
     EXPECT_EQ(resendAt(kStart + 300), kQueries - 1) << "device 0 has been asked three times";
 }
 
-TEST_F(Tables, AnIdleTurnOfTheMainLoopMakesNoSystemCall) {
+TEST_F(Tables, IdleMainLoopMakesNoSystemCall) {
     setClock(kStart);
     data_model_time_stamp = static_cast<uint32_t>(kStart);
     kvMAP1905_MainLoop();  // what is due at first
