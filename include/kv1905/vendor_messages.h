@@ -76,7 +76,11 @@ enum { KV_VENDOR_MESSAGES(KV_VENDOR_MESSAGE_NUMBER) VEND_MSG_TYPE_LIMIT };
 /** INTEL_MSG_TYPE_RSSI_MEASUREMENT_REQ and so on. */
 enum { KV_INTEL_MESSAGES(KV_INTEL_MESSAGE_NUMBER) };
 
-/** Name of a message type of the vendor OUI, such as "CONF_QUERY"; null for a number without a message. */
+/**
+ * Returns the name of a message type of the vendor OUI.
+ * @param type  type number
+ * @return name such as "CONF_QUERY", null for a number without a message
+ */
 static inline const char *kvVendorMessageName(unsigned type) {
     switch (type) {
         KV_VENDOR_MESSAGES(KV_MESSAGE_NAME)
@@ -85,7 +89,11 @@ static inline const char *kvVendorMessageName(unsigned type) {
     }
 }
 
-/** Name of a message type of Intel's OUI; null for a number without a message. */
+/**
+ * Returns the name of a message type of Intel's OUI.
+ * @param type  type number
+ * @return name, null for a number without a message
+ */
 static inline const char *kvIntelMessageName(unsigned type) {
     switch (type) {
         KV_INTEL_MESSAGES(KV_MESSAGE_NAME)
