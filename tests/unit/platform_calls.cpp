@@ -15,29 +15,26 @@
 #include <string>
 
 constexpr sockaddr_un kLog = {AF_UNIX, "log"};
+const auto *const gLogName = reinterpret_cast<const sockaddr *>(&kLog);
+const int gLogDaemon = socket(AF_UNIX, SOCK_DGRAM | SOCK_NONBLOCK, 0);
 
 // Takes the C library's place, so that lines for the system log arrive here.
 extern "C" int connect(int fd, const sockaddr *, socklen_t) {
-    return static_cast<int>(syscall(SYS_connect, fd, &kLog, sizeof kLog));
+    bind(gLogDaemon, gLogName, sizeof kLog);  // at the first line
+    return static_cast<int>(syscall(SYS_connect, fd, gLogName, sizeof kLog));
 }
 
 namespace {
 
 const std::string kLong(5000, 'x');
 
-// The socket of a log daemon, and the next line that waits there, if any.
-int openLog() {
-    const int fd = socket(AF_UNIX, SOCK_DGRAM | SOCK_NONBLOCK, 0);
-    return bind(fd, reinterpret_cast<const sockaddr *>(&kLog), sizeof kLog) == 0 ? fd : -1;
-}
-
-std::string nextLine(int fd) {
+// The next line that waits for the log daemon, if any.
+std::string nextLine() {
     char line[8192];
-    return {line, static_cast<size_t>(std::max<ssize_t>(recv(fd, line, sizeof line, 0), 0))};
+    return {line, static_cast<size_t>(std::max<ssize_t>(recv(gLogDaemon, line, sizeof line, 0), 0))};
 }
 
 void log() {
-    const int daemon = openLog();
     kvMAP_syslog(KV_LOG_FACILITY_MSG, KV_LOG_DEBUG, "filtered");
     kvMAP_syslog(KV_LOG_FACILITY_MSG, KV_LOG_INFO, "a\nb\t\x7f\xc2\x9b~ \\x0a\n\n");
     kvMAP_syslog(KV_LOG_FACILITY_MSG, KV_LOG_ERROR, "%s", kLong.c_str());
@@ -49,21 +46,19 @@ void log() {
     kvMAP_log_setting(0, 0, KV_LOG_DEBUG);
     kvMAP_log_setting(0, 2, 7);
     kvlog(KV_LOG_ERROR, "some/file.c", 12, "work", "%d\n", 3);
-    std::fputs(nextLine(daemon).c_str(), stderr);
+    std::fputs(nextLine().c_str(), stderr);
 }
 
 // A log daemon that does not read is not waited for.
 int logToStopped() {
-    constexpr int kLines = 2000;
-    const int daemon = openLog();
+    int missing = 2000;
     kvMAP_log_setting(0, 1, KV_LOG_INFO);
-    for (int i = 0; i < kLines; ++i)
+    for (int i = 0; i < missing; ++i)
         kvMAP_syslog(1, KV_LOG_INFO, "line");
-    int received = 0;
-    while (!nextLine(daemon).empty())
-        ++received;
+    while (!nextLine().empty())
+        --missing;
     kvMAP_syslog(1, KV_LOG_INFO, "next");
-    return received + std::atoi(nextLine(daemon).c_str()) == kLines && !nextLine(daemon).empty() ? 0 : 1;
+    return std::atoi(nextLine().c_str()) - missing;
 }
 
 int print() {
