@@ -91,7 +91,7 @@ TEST(CommandServer, ReplacesOnlyAnEndedDaemonsSocket) {
     rawSocket(bind);  // a daemon that was killed leaves its file
     { const CommandServer successor(kSocket); }
     std::ofstream(kSocket) << "somebody's file";
-    EXPECT_SAYS("no socket", resultOf([] { CommandServer server(kSocket); }).meaning);
+    EXPECT_SAYS("not a socket", resultOf([] { CommandServer server(kSocket); }).meaning);
     EXPECT_EQ(unlink(kSocket), 0);
 }
 
