@@ -19,22 +19,22 @@
 namespace kv1905d {
 namespace {
 
-constexpr const char *kTold = "/tmp/told";
+constexpr const char *kReceived = "/tmp/received";
 constexpr const char *kSocket = "/tmp/command_test.sock";
 constexpr Duration kPatience{5000};
 
 // A daemon's end of the command socket in a process of its own. Device 1 is its own, device 2 the only other one. What
-// it was told is left in a file.
+// it received is left in a file.
 struct AnsweringDaemon {
     explicit AnsweringDaemon(const char *answer = "", CommandEffect effect = {1}) {
-        unlink(kTold);
+        unlink(kReceived);
         if (child_ != 0) return;
         CommandActions actions;
         actions.find = [](const MacAddress &alMac) {
             return alMac == mac(1) ? Presence::Local : alMac == mac(2) ? Presence::Known : Presence::Unknown;
         };
         actions.run = [=, this](uint32_t, void *buffer) {
-            std::ofstream(kTold).write(static_cast<char *>(buffer), kMaxCommandSize);
+            std::ofstream(kReceived).write(static_cast<char *>(buffer), kMaxCommandSize);
             if (std::string_view(answer).starts_with("024EA7")) {
                 server_.publish({Direction::In, 7, mac(3).text(), {}});
                 server_.publish({Direction::In, 7, mac(2).text(), fromHex(answer)});
@@ -57,8 +57,8 @@ struct AnsweringDaemon {
 };
 
 // So many bytes of it; none when nothing came.
-Bytes told(size_t size) {
-    std::ifstream file(kTold);
+Bytes received(size_t size) {
+    std::ifstream file(kReceived);
     Bytes bytes(std::istreambuf_iterator<char>(file), {});
     bytes.resize(std::min(size, bytes.size()));
     return bytes;
@@ -103,7 +103,7 @@ TEST(CommandServer, AcceptsOnlyItsUserAndRoot) {
     const Verdict verdict = postCommand(kSocket, {KV_CMD_UPDATE_DEVICE_INFO, {}}, kPatience).verdict;
     EXPECT_EQ(seteuid(0), 0);
     EXPECT_EQ(verdict, Verdict::NotPermitted);
-    EXPECT_TRUE(told(1).empty());
+    EXPECT_TRUE(received(1).empty());
 }
 
 TEST(CommandServer, RootReplacesAnotherUsersSocket) {
@@ -132,7 +132,7 @@ TEST(CommandServer, SurvivesSilentAndMalformedClients) {
         takeFrame(client, message);
         EXPECT_EQ(parseReply(message)->verdict, Verdict::Malformed);
     }
-    EXPECT_TRUE(told(1).empty());
+    EXPECT_TRUE(received(1).empty());
     EXPECT_EQ(postCommand(kSocket, {KV_CMD_UPDATE_DEVICE_INFO, {}}, kPatience).verdict, Verdict::Accepted);
     char byte = 0;
     const auto ended = [&](const FileDescriptor &fd) { return recv(fd.get(), &byte, 1, MSG_DONTWAIT) == 0; };
@@ -196,7 +196,7 @@ TEST(RunCommand, ReturnsStatusAndMeaning) {
         const CommandResult outcome = outcomeOf(row.line, *row.answer != '\0' ? kPatience : Duration(100));
         EXPECT_EQ(outcome.status, row.status) << row.line << ": " << outcome.meaning;
         EXPECT_SAYS(row.meaning, outcome.meaning + outcome.text);
-        EXPECT_EQ(told(std::max<size_t>(expected.size(), 1)), expected) << row.line;
+        EXPECT_EQ(received(std::max<size_t>(expected.size(), 1)), expected) << row.line;
     }
     EXPECT_EQ(outcomeOf("reboot T", kPatience).status, Status::NoDaemon);
     CommandActions ready;

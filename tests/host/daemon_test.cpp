@@ -126,11 +126,11 @@ TEST_F(GuardTest, OnceManyStationsAreKnownNobodyGetsMoreThanAnEvenShare) {
         {kMost / 2, kMost - 30, kController, false},
         {30, kMost - 30, mac(9) /* unknown */, false},
     };
-    for (const auto &[honest, greedy, source, admitted] : rows) {
-        stationsOf(kController) = honest;
-        stationsOf(kUnknown) = greedy;
+    for (const auto &[few, many, source, admitted] : rows) {
+        stationsOf(kController) = few;
+        stationsOf(kUnknown) = many;
         for (const unsigned type : {9u, 36u})
-            EXPECT_EQ(admits(any_, source, message(type, source)), admitted) << honest << ", " << greedy;
+            EXPECT_EQ(admits(any_, source, message(type, source)), admitted) << few << ", " << many;
     }
 }
 
