@@ -17,7 +17,7 @@ std::string manualPage();  // for man, in section 1
 // A script for "bash" or "zsh", which calls the tool for wordsAfter().
 std::string completionScript(const std::string &shell);
 
-// What may take the place of the last of the words, one a line; empty when nothing is known.
+// Returns completions for the last of the words, one a line; empty when none is known.
 std::string wordsAfter(std::span<const std::string> words, Network &network);
 
 }  // namespace kv1905d

@@ -1,5 +1,5 @@
-// Where the daemon's plug-in leaves an agent's answer, one file for all commands of this machine. It does not say whose
-// answer it is: one that comes after its tool gave up is taken for the next command's.
+// The file with an agent's result, written by the daemon's plug-in; one for all commands of this machine. It does not
+// name its sender: a result received after its tool ended counts for the next command.
 #pragma once
 
 #include <cstdint>

@@ -21,13 +21,13 @@ class BssExtension {
     // Lets the plug-in look up the MDIDs and build both TLVs again. May run nvram. Omits a TLV that it refuses.
     void refresh();
 
-    // Of the last refresh.
+    // Set by the last refresh().
     const std::vector<Tlv> &topologyTlvs() const { return tlvs_; }
     const BssElements &elements() const { return elements_; }
 
     // The vendor extension attribute for the main BSS of that band; empty when no radio is on it.
     Bytes attribute(Band band) const;
-    // Read a received one from its vendor ID on. Nothing when it is malformed.
+    // Reads a received attribute from its vendor ID on. Nothing when it is malformed.
     std::optional<KvBssInfo> readAttribute(ByteView value) const;
 
   private:

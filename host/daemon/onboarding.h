@@ -43,8 +43,7 @@ class Onboarding {
     // `node` must outlive it; its first radio of each band takes part.
     Onboarding(Node &node, OnboardingActions actions, TimePoint now);
 
-    // Take a Search, Response, WSC or Renew message. False when it is malformed; other devices then learn nothing of
-    // us.
+    // Handles a Search, Response, WSC or Renew message. False when it is malformed; no response is sent then.
     bool receive(const MacAddress &source, const Message &message, TimePoint now);
 
     // Do what is due; call about once a second.

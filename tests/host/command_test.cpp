@@ -136,7 +136,7 @@ TEST(CommandServer, SurvivesSilentAndMalformedClients) {
     EXPECT_EQ(postCommand(kSocket, {KV_CMD_UPDATE_DEVICE_INFO, {}}, kPatience).verdict, Verdict::Accepted);
     char byte = 0;
     const auto ended = [&](const FileDescriptor &fd) { return recv(fd.get(), &byte, 1, MSG_DONTWAIT) == 0; };
-    EXPECT_GE(std::count_if(silent.begin(), silent.end(), ended), 12) << "the oldest give way";
+    EXPECT_GE(std::count_if(silent.begin(), silent.end(), ended), 12) << "the oldest are closed";
 }
 
 TEST(ResultFile, AcceptsOneCompleteLine) {

@@ -31,7 +31,7 @@ TEST(Options, AcceptsValuesAndReportsBadOnes) {
     EXPECT_EQ(full->radios.at(1).facts.mediaType, 0x0105);
     for (const std::string row : {"-i no-such-if", "--al-mac 01:00:5e:00:01:00", "--radio wl0,02:00:5e:00:01:20,0x0001",
                                   "--radio wl0,02:00:5e:00:01:20,0x103x", "--discovery-interval 0",
-                                  "--settings-from strangers", "--config /no/such/file"}) {
+                                  "--settings-from others", "--config /no/such/file"}) {
         const std::string option = row.substr(0, row.find(' ')), value = row.substr(option.size() + 1);
         const std::string text = resultOf([&] { daemonOptions({option.c_str(), value.c_str()}); }).meaning;
         EXPECT_SAYS(value, text);
@@ -114,11 +114,11 @@ TEST_F(GuardTest, LimitsTimePerSource) {
     EXPECT_TRUE(admits(any_, kUnknown, message(36, kUnknown), kController, kNow)) << "costs next to nothing";
 }
 
-TEST_F(GuardTest, OnceManyStationsAreKnownNobodyGetsMoreThanAnEvenShare) {
+TEST_F(GuardTest, LimitsStationsPerReporter) {
     constexpr uint32_t kMost = SettingsGuard::kMaxStations;
     topology_.local().vendor.data()->wifiNbrNum = kMost;  // the driver's own list does not count
     const std::tuple<uint32_t, uint32_t, MacAddress, bool> rows[] = {
-        // stations of the controller and the stranger, who tells of more, whether it may
+        // stations of the controller and the unknown device, which reports more; whether it is admitted
         {30, kMost - 31, kUnknown, true},
         {30, kMost - 30, kUnknown, false},
         {30, kMost - 30, kController, true},
@@ -173,7 +173,7 @@ TEST(AgentPolling, QueriesNewDevicesAtOnceAndOthersByInterval) {
         return queries;
     };
     polling.responded(kUnknown, kNow);
-    EXPECT_EQ(queries, 0) << "an agent asks nobody";
+    EXPECT_EQ(queries, 0) << "an agent sends no query";
     EXPECT_EQ(queriesAt(kNow), 0);
     isController = true;
     polling.responded(kUnknown, kNow);
@@ -233,7 +233,7 @@ TEST(Daemon, ReopensAReplacedInterface) {
     const Message hello{kTopologyResponse, 1, false, topologyReportTlvs({{mac(2), {}}, {}, {}})};
     await("/kv1905/NumberOfDevices", "2", &hello);
 
-    // Of a station that is not here, a neighbour is told so.
+    // For a station that is not here, the neighbour receives a report without rates.
     const auto isSent = [&](const std::string &part) {  // within a second and a half
         for (const TimePoint end = EventLoop::now() + Duration(1500); EventLoop::now() < end;
              std::this_thread::sleep_for(Duration(5)))
@@ -245,7 +245,7 @@ TEST(Daemon, ReopensAReplacedInterface) {
     EXPECT_EQ(postCommand(usualSocketPath(), {kCommandRssi, rssi}, kDaemonPatience).verdict, Verdict::UnknownStation);
     EXPECT_TRUE(isSent("02005E0A0102 0000 0000 0000 A6 00 64 0000"));
 
-    // A link that goes takes its neighbours with it; one that comes is announced on at once.
+    // A lost link removes its neighbours; a new link is announced on at once.
     const Message discovery{kTopologyDiscovery, 2, false, {macTlv(kTlvAlMac, mac(2)), macTlv(kTlvMacAddress, mac(2))}};
     await("/kv1905/DeviceList/0/NeighborList/0/ID", mac(2).text(), &discovery);
     EXPECT_EQ(std::system("ip link set cable0 down"), 0);
