@@ -736,7 +736,7 @@ KVMAP1905_API int kvMAP1905_TlvMDID_insert(uint8_t *buffer, uint32_t *length, Kv
 
 /**
  * Fills in every mdid of the list from the last result or, when a BSSID is new, from "nvram show".
- * @param list  1 to 15 entries; they stay when nvram cannot be read
+ * @param list  1 to 15 entries; without nvram every mdid is 0; they stay when its output file cannot be opened
  * @return 0, or -1 as kvMAP1905_TlvMDID_insert
  */
 KVMAP1905_API int kvMAP1905_mdid_update(KvMdidInterfaceList *list);
