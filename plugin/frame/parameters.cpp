@@ -27,9 +27,11 @@ constexpr NumberFlag kNumberFlags[] = {
     {"autoRoleSelectOnlyWhenGwFound=", KV_FLAG_AUTO_ROLE_SELECT_ONLY_WHEN_GW_FOUND},
 };
 
+constexpr char kModeKey[] = "Mode=";
+
 uint32_t modeFlag(const char *line) {
     char word[16] = "";
-    std::sscanf(line, "Mode=%15s", word);
+    if (std::strncmp(line, kModeKey, sizeof kModeKey - 1) == 0) std::sscanf(line + sizeof kModeKey - 1, "%15s", word);
     if (std::strncmp(word, "ap", 2) == 0) return KV_FLAG_MODE_AP;
     return std::strncmp(word, "repeater", 8) == 0 ? KV_FLAG_MODE_REPEATER : 0;
 }
@@ -45,7 +47,7 @@ uint32_t flagOfLine(const char *line, int &value) {
             return value != 0 ? row.flag : 0;
         }
     }
-    return std::strstr(line, "Mode=") != nullptr ? modeFlag(line) : 0;
+    return std::strstr(line, kModeKey) != nullptr ? modeFlag(line) : 0;
 }
 
 }  // namespace

@@ -2,8 +2,10 @@
 
 #include <sys/stat.h>
 
+#include <cstdlib>
 #include <cstring>
 #include <optional>
+#include <utility>
 
 #include "frame/host_table.h"
 #include "frame/local_files.h"
@@ -106,9 +108,10 @@ int initSecurityConfig(SecurityConfig *sec) {
     }
     sec->secType = found->secType;
     sec->secLen = found->secLen;
-    if (found->secLen != 0) {
-        sec->secData = found->secData;  // the block that was there may be the host's
+    if (found->secLen != 0 && found->secData != nullptr) {
+        sec->secData = std::exchange(found->secData, nullptr);  // the block that was there may be the host's
     }
+    std::free(found->secData);
     return KV_RET_OK;
 }
 

@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdio>
+#include <utility>
 
 #include "support/fake_host.h"
 #include "support/fake_system.h"
@@ -82,6 +83,43 @@ TEST_F(MultiAp, ParsesExtensionWithAndWithoutLength) {
         bss.ExtAttribute = 0x63;
         EXPECT_EQ(outcome(kvMAP1905_ApCfg_parse(data.data(), &bss), bss), c.inOrder) << c.data;
     }
+}
+
+TEST_F(MultiAp, LogsEachText) {
+    const auto newNotes = [] {
+        std::string all;
+        for (const std::string &note : std::exchange(notes, {}))
+            all += note;
+        return all;
+    };
+    const KvBssInfo bss = {0x40, 1, 0x1234, 2, 4, 5, 7, 8, 9};
+    uint8_t buffer[24];
+    kvMAP1905_ApCfg_fill(buffer, 0, &bss);
+    EXPECT_EQ(newNotes(),
+              "logs 2.7 Enter.\nlogs 2.7 BandIndex   : 0x40\nlogs 2.7 Attribute   : 0x01\n"
+              "logs 2.7 MDID        : 0x1234\nlogs 2.7 TCI         : 0x0002\nlogs 2.7 WlMode      : 0x04\n"
+              "logs 2.7 ExtAttribute: 0x05\nlogs 2.7 Channel     : 0x07\nlogs 2.7 ACS_Sideband: 0x08\n"
+              "logs 2.7 Bandwidth   : 0x09\nlogs 2.7 KOVAN proprietary field length 24\n");
+    const std::pair<const char *, const char *> parsed[] = {
+        {"0A61C5", "logs 2.3 Invalid vendor ID\n"},
+        {"0A61C4 03 01 07", "logs 2.3 Invalid length for multiap extension attr 1\n"},
+        {"0A61C4 01 01 40 09 00 03 02 00 07",
+         "logs 2.7 BandIndex:[0x40]\nlogs 2.6 Unsupport extension type 9\nlogs 2.7 MDID:[0x0007]\n"}};
+    for (const auto &[data, texts] : parsed) {
+        const Bytes bytes = fromHex(data);
+        KvBssInfo read = {};
+        kvMAP1905_ApCfg_parse_check_len(bytes.data(), static_cast<uint32_t>(bytes.size()), &read);
+        EXPECT_EQ(newNotes(), "logs 2.7 Enter.\n" + std::string(texts)) << data;
+    }
+    const struct {
+        uint32_t count;
+        KvBssConfig bss;
+    } list = {1, {0x40, 1, 0x1234, 2, 5, 6}};
+    uint32_t length = 0;
+    kvMAP1905_TlvBss_Config_insert(buffer, &length, &list);
+    EXPECT_EQ(newNotes(),
+              "logs 3 [TLV] Bss insert BandIndex = 64 Attribute = 1, MDID = 4660, TCI = 2, WlMode = 5, "
+              "ExtAttribute = 6\n");
 }
 
 TEST_F(MultiAp, VirtualBssBelongsToPrecedingMainBss) {

@@ -25,8 +25,8 @@ struct FWalmacHead {
 // Exists from the first addition on.
 extern FWalmacHead *FWalmacDataHead;
 
-// status: FW_STATE_*; only 4 and 5 are listed. KV_RET_ERR for others, for a duplicate, without an AL MAC or memory: the
-// file is then written without waiting, because every configuration response makes this call.
+// status: FW_STATE_*; only 4 and 5 are listed. KV_RET_ERR for others, for a duplicate or without an AL MAC: the file
+// is then written without waiting, because every configuration response makes this call. KV_RET_ERR without memory, too.
 int addKvFWupgradealmac(const uint8_t *alMac, int32_t status);
 // KV_RET_ERR when it is not listed.
 int rmKvFWupgradealmac(const uint8_t *alMac);

@@ -13,7 +13,7 @@ namespace {
 constexpr int kFailed = -1;
 constexpr uint8_t kElementType = 0xD0;
 constexpr size_t kHeaderLen = 7;       // OUI, type, length, count
-constexpr uint32_t kMaxEntries = 255;  // what the count can say
+constexpr uint32_t kMaxEntries = 255;  // the count has one byte
 
 }  // namespace
 
