@@ -55,7 +55,7 @@ TEST_F(HostFrames, AnswersOnlyQueriesForThisDevice) {
         for (const Bytes &answer : answers)
             EXPECT_EQ(prefix(answer, 23), fromHex("02005E000200 02005E000100 893A 00 00 0003 BEEF 00 80 03"));
     }
-    EXPECT_EQ(received.size(), 3u * 2) << "vendor TLVs beside the malformed one";
+    EXPECT_EQ(received.size(), 3u * 2) << "vendor TLVs next to the malformed one";
 }
 
 TEST_F(HostFrames, RelaysMulticastOnceToOtherPorts) {
