@@ -49,7 +49,8 @@ typedef struct {
 /**
  * Loads the plug-in and looks up all its symbols. The library stays loaded: it keeps state and the host's pointers.
  * @param plugin  receives the pointers; incomplete after a failure
- * @param path    file, or a name without "/" for the loader's search path; usually "libkvMAP1905.so"
+ * @param path    file, or a name without "/" for the loader's search path; usually "libkvMAP1905.so". The Debian
+ *                package installs it outside that path: pass what pkg-config --variable=plugin kv1905 prints
  * @return null, or the reason of the failure, valid until the next call of dlopen or dlsym
  */
 static inline const char *kv1905Load(Kv1905Plugin *plugin, const char *path) {
