@@ -41,12 +41,12 @@ std::string variable(const char *name) {
 }
 
 std::string configPath() {
-    const std::string named = variable("KV_KCFG_FILE");
+    std::string named = variable("KV_KCFG_FILE");
     return named.empty() ? "/data/kcfg.json" : named;
 }
 
 std::string defaultsPath() {
-    const std::string named = variable("KV_KCFG_DEFAULTS");
+    std::string named = variable("KV_KCFG_DEFAULTS");
     if (!named.empty()) return named;
     Dl_info self = {};
     dladdr(kDefaultsNearby, &self);
