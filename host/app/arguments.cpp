@@ -91,7 +91,8 @@ const ToolCommand *findRemoteCommand(std::string_view number) {
 // Those of a command that is not known are passed through unchanged.
 std::vector<std::string> checkRemote(const Argument &argument, std::span<const std::string> words, Network &network) {
     const std::vector<std::string> split = splitWords(words);
-    const std::string number = checkWord(argument, split.empty() ? "" : split.front());
+    const std::string word = checkWord(argument, split.empty() ? "" : split.front());
+    const std::string number = std::to_string(*numberOf(word, 10));  // an agent reads 02 as 2
     const ToolCommand *remote = findRemoteCommand(number);
     if (remote == nullptr) return {words.begin(), words.end()};
     std::vector<std::string> checked = checkArguments(*remote, std::span(split).subspan(1), network);

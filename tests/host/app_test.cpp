@@ -94,6 +94,7 @@ TEST(App, ReportsErrorsWithAHint) {
         {"command root", "COMMAND is missing; usage: kv1905App command DEVICE COMMAND [WORD...]", 2},
         {"command root reboot", "DEVICE is missing; usage: kv1905App reboot DEVICE", 2},
         {"command root '2 nobody " + std::string(40, 'x') + "'", "no device 'nobody' in the network", 4},
+        {"command root 02 nobody", "no device 'nobody'", 4},
         {"post 999", "CODE must be one of 102 103 ", 2},
         {"post 301 /tmp/none", "FILE /tmp/none: cannot be read", 2},
         {"show nothing", "WHAT must be devices, device, stations, links, interfaces, counters or status", 2},
