@@ -74,7 +74,7 @@ std::optional<uint8_t> ResultFile::awaitLast(Duration timeout) const {
     std::optional<uint8_t> code = await(timeout);
     for (auto before = changed(); code;) {
         std::this_thread::sleep_for(kSettled);
-        code = read();
+        if (const auto next = read()) code = next;  // nothing while the daemon writes one
         if (std::exchange(before, changed()) == before) break;
     }
     return code;
