@@ -133,6 +133,9 @@ CommandLine parseCommandLine(int argc, char **argv) {
             line.arguments.push_back(argv[optind++]);
         }
     }
+    const bool shows = line.command == nullptr || line.command->action == Action::Show;
+    if (!shows && line.watch) throw Failure(Status::BadArguments, "--watch is for 'show'");
+    if (!shows && !line.file.empty()) throw Failure(Status::BadArguments, "--file is for 'show'");
     return line;
 }
 

@@ -68,13 +68,21 @@ void requireDaemon(const std::string &socket) {
     }
 }
 
+const std::string &shownFile(const CommandLine &line) {
+    return line.file.empty() ? line.dataModel : line.file;
+}
+
+void requireFile(const CommandLine &line) {
+    const std::string &path = shownFile(line);
+    if (line.file.empty()) requireDaemon(line.run.socket);
+    if (access(path.c_str(), R_OK) == 0) return;
+    if (!line.file.empty()) throw Failure(Status::BadArguments, "--file " + path + ": " + std::strerror(errno));
+    if (errno == ENOENT) throw Failure(Status::Failure, "the daemon has not written " + path + " yet");
+}
+
 void showOnce(const CommandLine &line) {
-    if (line.file.empty()) {
-        requireDaemon(line.run.socket);
-    } else if (access(line.file.c_str(), R_OK) != 0) {
-        throw Failure(Status::BadArguments, "--file " + line.file + ": " + std::strerror(errno));
-    }
-    const std::string &path = line.file.empty() ? line.dataModel : line.file;
+    requireFile(line);
+    const std::string &path = shownFile(line);
     const time_t now = std::time(nullptr);
     Network network(path);
     const std::string alMac = line.arguments.size() > 1 ? network.alMacOf(line.arguments[1]) : "";
@@ -91,7 +99,12 @@ void showAll(const CommandLine &line) {
     showOnce(line);
     while (line.watch) {
         std::this_thread::sleep_for(*line.watch);
-        showOnce(line);
+        try {
+            showOnce(line);
+        } catch (const std::exception &error) {  // the daemon may run again
+            if (!std::cout) throw;
+            print(failureOf(error), line.command->name, line.json);
+        }
     }
 }
 
@@ -139,7 +152,8 @@ CommandResult runAndExplain(const CommandLine &line, Network &network) {
 }
 
 CommandResult act(CommandLine &line) {
-    Network network(line.dataModel);
+    if (line.command->action == Action::Show && line.arguments.size() > 1) requireFile(line);  // names the DEVICE
+    Network network(shownFile(line));
     line.arguments = checkArguments(*line.command, line.arguments, network);
     switch (line.command->action) {
         case Action::Run:

@@ -35,9 +35,9 @@ TEST(CommandLine, AcceptsNamesNumbersAndDashes) {
     EXPECT_EQ(remote.arguments, (Words{"MAC", "2", "--json", "-l"}));
     EXPECT_FALSE(remote.json);
     EXPECT_EQ(remote.run.timeout, Duration(500));
-    const CommandLine led = parse({"led", "MAC", "2", "--json", "--watch", "--no-wait"});  // 2 is no command here
+    const CommandLine led = parse({"led", "MAC", "2", "--json", "--no-wait"});  // 2 is no command here
     EXPECT_EQ(led.arguments, (Words{"MAC", "2"}));
-    EXPECT_TRUE(led.json && !led.run.wait && led.watch);
+    EXPECT_TRUE(led.json && !led.run.wait);
 }
 
 // What the program prints and how it ends, while no daemon runs.
@@ -70,6 +70,7 @@ TEST(App, ReportsErrorsWithAHint) {
         {"--timeout", "a value is missing after '--timeout'; see kv1905App --help", 2},
         {"--timeout 0 show devices", "--timeout must be a number from 0.1 to 3600, not '0'", 2},
         {"--watch 0 show devices", "--watch must be a number from 1 to 3600, not '0'", 2},
+        {"led root on --watch", "--watch is for 'show'", 2},
         {"led", "led: DEVICE is missing; usage: kv1905App led DEVICE on|off", 2},
         {"led " + mac + "maybe", "on|off must be on, off or a number from 0 (off) to 255, not 'maybe'", 2},
         {"led " + mac + "0x1", "a number from 0 (off) to 255, not '0x1'", 2},
@@ -100,6 +101,7 @@ TEST(App, ReportsErrorsWithAHint) {
         {"show nothing", "WHAT must be devices, device, stations, links, interfaces, counters or status", 2},
         {"show devices root --file /tmp/kv1905_datamodel.json", "'show devices' takes no DEVICE", 2},
         {"show devices --file /tmp/none", "--file /tmp/none: No such file or directory", 2},
+        {"show device 01:00 --data-model /tmp/none --file /tmp/kv1905_datamodel.json", "ModelName: root", 0},
         {"show device --file /tmp/kv1905_datamodel.json", "DEVICE is missing; usage: kv1905App show device DEVICE", 2},
         {"show devices", "connect: No such file or directory; does kv1905d run?", 6},
         {"monitor", "monitor: /tmp/kv1905d.sock: connect: No such file or directory; does kv1905d run?", 6},
