@@ -83,11 +83,6 @@ std::vector<std::string> splitWords(std::span<const std::string> words) {
     return single;
 }
 
-const ToolCommand *findRemoteCommand(std::string_view number) {
-    const auto isIt = [number](const NamedNumber &word) { return word.number == number; };
-    return std::any_of(std::begin(kRemoteWords), std::end(kRemoteWords), isIt) ? findToolCommand(number) : nullptr;
-}
-
 // Those of a command that is not known are passed through unchanged.
 std::vector<std::string> checkRemote(const Argument &argument, std::span<const std::string> words, Network &network) {
     const std::vector<std::string> split = splitWords(words);
@@ -101,6 +96,11 @@ std::vector<std::string> checkRemote(const Argument &argument, std::span<const s
 }
 
 }  // namespace
+
+const ToolCommand *findRemoteCommand(std::string_view number) {
+    const auto isIt = [number](const NamedNumber &word) { return word.number == number; };
+    return std::any_of(std::begin(kRemoteWords), std::end(kRemoteWords), isIt) ? findToolCommand(number) : nullptr;
+}
 
 std::string usageOf(const ToolCommand &command) {
     std::string usage = command.name;

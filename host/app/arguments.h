@@ -4,6 +4,7 @@
 
 #include <span>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "network.h"
@@ -13,6 +14,9 @@ namespace kv1905d {
 
 // "led DEVICE on|off"
 std::string usageOf(const ToolCommand &command);
+
+// The command that an agent runs by that number; null when it is not known.
+const ToolCommand *findRemoteCommand(std::string_view number);
 
 // All arguments as the plug-in expects them, with devices and interfaces as MAC addresses; those of a known remote
 // command are checked like its own. The network is read where a name requires it. Throws Failure, which names the first

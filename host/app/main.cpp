@@ -132,8 +132,16 @@ void complete(const CommandLine &line, Network &network) {
     printOut(wordsAfter(std::span(line.arguments).subspan(1), network));
 }
 
+// The command whose result an agent reports: one that is posted or run remotely has its own.
+const ToolCommand *reportedCommand(const CommandLine &line) {
+    if (line.command->action == Action::Post)
+        return findToolCommand(static_cast<uint32_t>(std::stoul(line.arguments[0])));
+    return line.command->code == KV_CMD_COMMAND ? findRemoteCommand(line.arguments[1]) : line.command;
+}
+
 // Result 16 has several reasons; what the device reports about itself rules some of them out.
 void explain(CommandResult &result, const ToolCommand &command, Network &network) {
+    if (result.code) result.meaning = meaningOf(command, *result.code);
     if (result.code != KV_RET_ERR || command.permission == nullptr) return;
     json_object *device = network.device(result.target), *permission = member(device, command.permission);
     if (permission == nullptr || json_object_get_boolean(member(device, "SpeaksProtocol")) == 0) return;
@@ -143,9 +151,12 @@ void explain(CommandResult &result, const ToolCommand &command, Network &network
 }
 
 CommandResult runAndExplain(const CommandLine &line, Network &network) {
-    CommandResult result = runCommand(*line.command, line.arguments, line.run);
+    const bool isPost = line.command->action == Action::Post;
+    CommandResult result = isPost ? post(line) : runCommand(*line.command, line.arguments, line.run);
+    const ToolCommand *command = reportedCommand(line);
+    if (command == nullptr) return result;
     try {
-        explain(result, *line.command, network);
+        explain(result, *command, network);
     } catch (const std::exception &) {  // the result is valid without the file
     }
     return result;
@@ -157,9 +168,8 @@ CommandResult act(CommandLine &line) {
     line.arguments = checkArguments(*line.command, line.arguments, network);
     switch (line.command->action) {
         case Action::Run:
-            return runAndExplain(line, network);
         case Action::Post:
-            return post(line);
+            return runAndExplain(line, network);
         case Action::Show:
             showAll(line);
             break;

@@ -139,13 +139,17 @@ inline constexpr Argument kCompletionArguments[] = {
 inline constexpr std::span<const Argument> kNoArguments = {};
 inline constexpr std::span<const Meaning> kCommonMeanings = {};
 inline constexpr Meaning kPowerMeanings[] = {
-    {0, "acknowledged; agents of this build record the request and switch no radio"},
+    {0, "acknowledged; agents of this build switch no radio"},
     {1, "the device has no interface of that MAC and media type"},
     {2, "no such power state"},
     {64, "power cannot be set by media type"},
 };
 inline constexpr Meaning kFirmwareMeanings[] = {
     {16, "not supported: agents of this build fetch no firmware"},
+};
+
+inline constexpr Meaning kLedMeanings[] = {
+    {16, "refused or failed, see its log; agents of this build accept every request"},
 };
 
 struct ToolCommand {
@@ -181,7 +185,7 @@ inline constexpr ToolCommand kToolCommands[] = {
     {"firmware-result", "11", "Report a step of this device's own firmware upgrade to its daemon", "3",
      kResultArguments, Action::Run, KV_CMD_FW_RESULT, "kvMAP1905_FwResult_set"},
     {"led", "14", "Switch a device's LEDs", "agent1 off", kLedArguments, Action::Run, KV_CMD_LED_CTRL,
-     "kvMAP1905_ledStatus_send", Completion::AgentUnlessLocal},
+     "kvMAP1905_ledStatus_send", Completion::AgentUnlessLocal, nullptr, kLedMeanings},
     {"sync-country", "16", "Handle a country request on this device (code 203)", "", kNoArguments, Action::Run,
      KV_CMD_SYNC_COUNTRY_BCN_REQ, "kvMAP1905_sync_country_req_send"},
     {"country", "17", "Set the country that all other devices announce in their beacons", "DE", kCountryArguments,
