@@ -71,7 +71,7 @@ NodeConfig Daemon::openPorts() {
     config.discoveryInterval = std::chrono::seconds(options_.discoveryInterval);
     config.seed = std::random_device{}();
     for (const std::string &name : options_.interfaces) {
-        ports_.push_back({openPort(name), interfaceIndex(name)});
+        ports_.push_back({openPort(name)});
         const std::optional<MacAddress> mac = interfaceMac(name);
         if (!mac) throw std::runtime_error("interface " + name + " vanished");
         config.ports.push_back({name, *mac});
@@ -87,7 +87,6 @@ NodeConfig Daemon::openPorts() {
     }
     if (!options_.bridge.empty()) {
         bridge_ = openSender(options_.bridge);
-        bridgeIndex_ = interfaceIndex(options_.bridge);
         config.bridgeFd = bridge_.get();
     }
     return config;
@@ -214,29 +213,24 @@ void Daemon::schedule() {
 
 void Daemon::everySecond() {
     heartbeat_.beat();
-    try {
-        checkLinks();
-    } catch (const std::system_error &error) {  // an interface that was just removed; the next check follows
-        links_.log(KV_LOG_WARNING, EventLoop::now(), "%s", error.what());
-    }
+    checkLinks();
     if (plugin_) plugin_->everySecond(EventLoop::now());
     writer_.request(DataModelWriter::Reason::Report);  // ages and counters
     onboarding_->run(EventLoop::now());
     schedule();
 }
 
-// An interface that was deleted and created again has another index, which the socket does not follow.
+// A socket does not follow an interface that was deleted and created again or moved away and back.
 void Daemon::followInterface(size_t port) {
     const std::string &name = options_.interfaces[port];
     PortSocket &socket = ports_[port];
     const int index = interfaceIndex(name);
     const std::optional<MacAddress> mac = interfaceMac(name);
     if (index == 0 || !mac) return;  // it may come back
-    if (index != socket.index) {
+    if (index != boundInterface(socket.fd.get())) {
         const FileDescriptor fresh = openPort(name);
         socket.watch->pause();
         replaceSocket(socket.fd, fresh);
-        socket.index = index;
         KV_HOST_LOG(KV_LOG_NOTICE, "%s: a new interface; its socket is opened again", name.c_str());
         socket.hasLink = false;  // its link is announced
     }
@@ -248,22 +242,31 @@ void Daemon::followInterface(size_t port) {
 
 void Daemon::followBridge() {
     const int index = options_.bridge.empty() ? 0 : interfaceIndex(options_.bridge);
-    if (index == 0 || index == bridgeIndex_) return;
+    if (index == 0 || index == boundInterface(bridge_.get())) return;
     replaceSocket(bridge_, openSender(options_.bridge));
-    bridgeIndex_ = index;
     KV_HOST_LOG(KV_LOG_NOTICE, "%s: a new interface; its socket is opened again", options_.bridge.c_str());
 }
 
+void Daemon::checkLink(size_t port) {
+    followInterface(port);
+    ports_[port].watch->resume();
+    const bool hasLink = interfaceRunning(options_.interfaces[port]);
+    if (hasLink == ports_[port].hasLink) return;
+    ports_[port].hasLink = hasLink;
+    node_->linkChanged(port, hasLink, EventLoop::now());
+}
+
 void Daemon::checkLinks() {
-    followBridge();
-    for (size_t port = 0; port < ports_.size(); ++port) {
-        followInterface(port);
-        ports_[port].watch->resume();
-        const bool hasLink = interfaceRunning(options_.interfaces[port]);
-        if (hasLink == ports_[port].hasLink) continue;
-        ports_[port].hasLink = hasLink;
-        node_->linkChanged(port, hasLink, EventLoop::now());
-    }
+    const auto attempt = [this](const auto &check) {
+        try {
+            check();
+        } catch (const std::system_error &error) {  // an interface that was just removed; the next check follows
+            links_.log(KV_LOG_WARNING, EventLoop::now(), "%s", error.what());
+        }
+    };
+    attempt([this] { followBridge(); });
+    for (size_t port = 0; port < ports_.size(); ++port)
+        attempt([this, port] { checkLink(port); });
 }
 
 // Reading them costs five files, and any device may request them.

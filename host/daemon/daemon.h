@@ -33,7 +33,6 @@ class Daemon {
   private:
     struct PortSocket {
         FileDescriptor fd;
-        int index;            // of the interface
         bool hasLink = true;  // as of the last look
         EventLoop::Watch *watch = nullptr;
         LinkStatistics statistics{};  // read again when they are due
@@ -51,6 +50,7 @@ class Daemon {
     void observe(const Event &event);
     void schedule();
     void everySecond();
+    void checkLink(size_t port);
     void checkLinks();
     void followInterface(size_t port);
     void followBridge();
@@ -65,7 +65,6 @@ class Daemon {
     CommandServer commands_;
     std::vector<PortSocket> ports_;
     FileDescriptor bridge_;
-    int bridgeIndex_ = 0;
     std::unique_ptr<Node> node_;
     std::unique_ptr<PluginSide> plugin_;  // null without a plug-in
     std::unique_ptr<Onboarding> onboarding_;

@@ -113,6 +113,12 @@ int interfaceIndex(const std::string &interface) {
     return static_cast<int>(if_nametoindex(interface.c_str()));
 }
 
+int boundInterface(int fd) {
+    sockaddr_ll address{};
+    socklen_t size = sizeof address;
+    return getsockname(fd, reinterpret_cast<sockaddr *>(&address), &size) == 0 ? address.sll_ifindex : -1;
+}
+
 LinkStatistics interfaceStatistics(const std::string &interface) {
     const auto number = [&](const char *name) -> uint64_t {
         try {

@@ -19,8 +19,12 @@ using support::FileDescriptor;
 // The interface's own MAC; nothing when there is no such interface.
 std::optional<MacAddress> interfaceMac(const std::string &interface);
 
-// The number of the interface of that name, which a new interface of the same name does not have; 0 without one.
+// The number of the interface of that name; 0 without one.
 int interfaceIndex(const std::string &interface);
+
+// The number of the interface that a socket of this file is bound to; none once that interface was deleted or moved to
+// another network namespace, even if an interface of the same number follows.
+int boundInterface(int fd);
 
 // What the interface counted and how fast it is; zero where that is not known.
 LinkStatistics interfaceStatistics(const std::string &interface);

@@ -253,12 +253,16 @@ TEST(Daemon, ReopensAReplacedInterface) {
     EXPECT_EQ(std::system("ip link set cable0 up"), 0);
     EXPECT_TRUE(isSent("893A 00 00 0000")) << "a topology discovery";
 
-    // Another interface of the same name is used, and another MAC announced.
-    EXPECT_EQ(std::system("ip link del cable0 && ip link add cable0 type veth peer name cable1 && "
-                          "ip link set cable0 address 02:00:5e:00:01:07 up && ip link set cable1 up"),
-              0);
-    fd = openPort("cable1");
-    EXPECT_TRUE(isSent("02 0006 02005E000107"));
+    // Another interface of the same name is used, also with the same index, and another MAC announced.
+    for (const bool hasSameIndex : {false, true}) {
+        const std::string index = hasSameIndex ? " index " + std::to_string(interfaceIndex("cable0")) : "";
+        const std::string replace = "ip link del cable0 && ip link add cable0" + index +
+                                    " type veth peer name cable1 && "
+                                    "ip link set cable0 address 02:00:5e:00:01:07 up && ip link set cable1 up";
+        EXPECT_EQ(std::system(replace.c_str()), 0);
+        fd = openPort("cable1");
+        EXPECT_TRUE(isSent("02 0006 02005E000107")) << index;
+    }
     await("/kv1905/DeviceList/0/NeighborList/0/Interface", "02:00:5e:00:01:07", &discovery);
     EXPECT_EQ(std::system("ip link set cable0 address 02:00:5e:00:01:08"), 0);
     EXPECT_TRUE(isSent("02 0006 02005E000108"));
