@@ -18,9 +18,11 @@ bool LineOutput::put(std::string_view line) const {
     pollfd output{fd_, POLLOUT, 0};  // ready when a pipe accepts PIPE_BUF bytes
     if (poll(&output, 1, 0) != 1) return false;
     const std::string text = std::string(line.substr(0, PIPE_BUF - 1)) + '\n';
-    while (::write(fd_, text.data(), text.size()) < 0 && errno == EINTR) {
-    }
-    return true;
+    ssize_t size = 0;
+    do {
+        size = ::write(fd_, text.data(), text.size());
+    } while (size < 0 && errno == EINTR);
+    return size >= 0;
 }
 
 }  // namespace support

@@ -2,7 +2,6 @@
 
 #include <cstdarg>
 #include <cstdio>
-#include <string>
 #include <utility>
 
 namespace support {
@@ -18,9 +17,9 @@ void LogGate::log(int level, TimePoint now, const char *format, ...) {
     va_start(values, format);
     std::vsnprintf(line, sizeof line, format, values);
     va_end(values);
-    const unsigned held = std::exchange(held_, 0);
-    const std::string suffix = held == 0 ? "" : " (" + std::to_string(held) + " similar lines suppressed)";
-    KV_HOST_LOG(level, "%s%s", line, suffix.c_str());
+    char suffix[64] = "";  // no std::string: the line may be about missing memory
+    if (held_ > 0) std::snprintf(suffix, sizeof suffix, " (%u similar lines suppressed)", std::exchange(held_, 0));
+    KV_HOST_LOG(level, "%s%s", line, suffix);
 }
 
 }  // namespace support
