@@ -5,6 +5,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cstdio>
 #include <thread>
 
 namespace support {
@@ -39,10 +40,10 @@ void syncDirectoryOf(const std::string &path) {
     if (fd.valid()) fsync(fd.get());
 }
 
-// Removes what was not put in place.
+// Removes what was not put in place, and before that also another user's empty directory.
 class TemporaryFile {
   public:
-    explicit TemporaryFile(std::string path) : path_(std::move(path)) { unlink(path_.c_str()); }
+    explicit TemporaryFile(std::string path) : path_(std::move(path)) { std::remove(path_.c_str()); }
     ~TemporaryFile() { unlink(path_.c_str()); }
     TemporaryFile(const TemporaryFile &) = delete;
     TemporaryFile &operator=(const TemporaryFile &) = delete;
