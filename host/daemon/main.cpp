@@ -23,7 +23,9 @@ int run(const kv1905d::Options &options, kv1905d::Heartbeat heartbeat) {
 
 int main(int argc, char **argv) {
     // A reader of the log that ends must not end the daemon. Not SIG_IGN, which the commands would inherit.
-    std::signal(SIGPIPE, [](int) {});
+    // The same for SIGUSR1 until the daemon handles it.
+    for (const int number : {SIGPIPE, SIGUSR1})
+        std::signal(number, [](int) {});
     try {
         const std::optional<kv1905d::Options> options = kv1905d::parseOptions(argc, argv);
         if (!options) return kDone;

@@ -136,7 +136,7 @@ class Supervisor {
             if (info.ssi_signo == SIGUSR1) kill(daemon_, SIGUSR1);
             if (info.ssi_signo == SIGTERM || info.ssi_signo == SIGINT) {
                 kill(daemon_, SIGTERM);
-                if (!stopAt_) stopAt_ = now() + times_.stop;
+                stopAt_ = std::min(stopAt_.value_or(TimePoint::max()), now() + times_.stop);
             }
         }
         int status = 0;
@@ -209,6 +209,8 @@ int supervise(const std::function<int(Heartbeat)> &daemon, const SupervisorTimes
     int ends[2];
     if (pipe2(ends, O_CLOEXEC | O_NONBLOCK) != 0) fail("pipe to the daemon");
     FileDescriptor heartbeats(ends[0]), beating(ends[1]);
+    FileDescriptor signals(signalfd(-1, &handled, SFD_CLOEXEC | SFD_NONBLOCK));
+    if (!signals.valid()) fail("receive signals");
     sigprocmask(SIG_BLOCK, &handled, &before);
     const pid_t supervisor = getpid();
     const pid_t child = fork();
@@ -218,12 +220,12 @@ int supervise(const std::function<int(Heartbeat)> &daemon, const SupervisorTimes
         prctl(PR_SET_PDEATHSIG, SIGKILL);
         if (getppid() != supervisor) _exit(EXIT_FAILURE);  // it has ended already
         heartbeats = FileDescriptor();
+        signals = FileDescriptor();
         sigprocmask(SIG_SETMASK, &before, nullptr);
         return daemon(Heartbeat(std::move(beating)));
     }
     setpgid(child, child);  // in both processes, so that neither waits for the other
     beating = FileDescriptor();
-    FileDescriptor signals(signalfd(-1, &handled, SFD_CLOEXEC | SFD_NONBLOCK));
     Supervisor watcher(child, std::move(heartbeats), std::move(signals), times);
     const int status = watcher.watch();
     sigprocmask(SIG_SETMASK, &before, nullptr);
