@@ -15,6 +15,7 @@
 #include <list>
 #include <string>
 #include <string_view>
+#include <thread>
 #include <utility>
 #include <vector>
 
@@ -152,8 +153,10 @@ class Connection {
 
 void accept(const FileDescriptor &listener, std::list<Connection> &connections) {
     FileDescriptor fd(accept4(listener.get(), nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC));
-    if ((!fd.valid() || connections.size() == kMostConnections) && !connections.empty()) connections.pop_front();
-    if (fd.valid()) connections.emplace_back(std::move(fd));
+    const bool isFull = fd.valid() ? connections.size() == kMostConnections : errno == EMFILE || errno == ENFILE;
+    if (isFull && !connections.empty()) connections.pop_front();
+    if (!fd.valid()) return std::this_thread::sleep_for(kTick);  // the client may still wait, and poll returns at once
+    connections.emplace_back(std::move(fd));
 }
 
 // The socket of 127.0.0.1 and its port; invalid where that cannot be had.
