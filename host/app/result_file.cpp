@@ -56,8 +56,11 @@ ResultFile::ResultFile(const std::string &path, Duration timeout) : path_(path),
 
 std::optional<uint8_t> ResultFile::read() const {
     const support::FileDescriptor fd(open(path_.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK));
+    struct stat facts {};
+    if (!fd.valid() || fstat(fd.get(), &facts) != 0 || !S_ISREG(facts.st_mode)) return std::nullopt;
+    if (facts.st_uid != 0 && facts.st_uid != geteuid()) return std::nullopt;  // another local user's
     char text[4];  // one more than a result, so that a longer file is seen to be one
-    const ssize_t size = fd.valid() ? ::read(fd.get(), text, sizeof text) : -1;
+    const ssize_t size = ::read(fd.get(), text, sizeof text);
     return size < 0 ? std::nullopt : parseResult({text, static_cast<size_t>(size)});
 }
 
