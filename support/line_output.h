@@ -9,7 +9,7 @@ namespace support {
 // counted; a note follows as soon as there is room again.
 class LineOutput {
   public:
-    explicit constexpr LineOutput(int fd) : fd_(fd) {}
+    explicit constexpr LineOutput(int fd) noexcept : fd_(fd) {}
 
     // Appends the newline. At most PIPE_BUF bytes are written, which a pipe accepts in one piece, so that lines of
     // several processes do not mix.
