@@ -101,14 +101,14 @@ KV_PLATFORM_API int kcfgFeObjStructGetNextWithoutUpdate(uint32_t number, KcfgIns
     });
 }
 
-KV_PLATFORM_API int kcfgFeObjStructSet(uint32_t object, KcfgInstanceIndex *index, void *value, const char *options) {
-    return structSet(__func__, object, index, value, options);
+KV_PLATFORM_API int kcfgFeObjStructSet(uint32_t number, KcfgInstanceIndex *index, void *value, const char *options) {
+    return structSet(__func__, number, index, value, options);
 }
 
-// Saving already applies the LEDs, the only object that the stand-in applies, so both calls are the same.
-KV_PLATFORM_API int kcfgFeObjStructSetWithoutApply(uint32_t object, KcfgInstanceIndex *index, void *value,
+// Saving already applies the LEDs, the only number that the stand-in applies, so both calls are the same.
+KV_PLATFORM_API int kcfgFeObjStructSetWithoutApply(uint32_t number, KcfgInstanceIndex *index, void *value,
                                                    const char *options) {
-    return structSet(__func__, object, index, value, options);
+    return structSet(__func__, number, index, value, options);
 }
 
 KV_PLATFORM_API int kcfgFeObjJsonGet(uint32_t number, KcfgInstanceIndex *index, json_object **copy) {

@@ -61,7 +61,7 @@ std::string mediaName(json_object *type) {
     const auto number = static_cast<uint16_t>(json_object_get_int(type));
     if (!json_object_is_type(type, json_type_int)) return "-";
     if (number < 0x0100) return "Ethernet";
-    const std::string band = bandName(bandOfMediaType(number));
+    std::string band = bandName(bandOfMediaType(number));
     if (!band.empty()) return band;
     return number < 0x0200 ? "Wi-Fi" : "other";  // of any band, as 802.11ax
 }

@@ -139,7 +139,7 @@ time_t ageOf(const std::string &path, time_t now) {
 
 std::string staleness(const std::string &path, time_t now) {
     const time_t seconds = ageOf(path, now);
-    if (seconds <= 2 * kDataModelInterval) return "";
+    if (seconds <= time_t{2} * kDataModelInterval) return "";
     return "the daemon last wrote " + path + " " + std::to_string(seconds) + " s ago; does it hang?";
 }
 

@@ -71,60 +71,60 @@ enum {
 
 /**
  * Reads an instance as a structure of the object's type.
- * @param object  RDM_OID_*
+ * @param number  RDM_OID_*
  * @param index   the instance
  * @param copy    receives the structure, which the caller frees
  * @return 0, or non-zero on failure
  */
-int kcfgFeObjStructGetWithoutUpdate(uint32_t object, KcfgInstanceIndex *index, void **copy);
+int kcfgFeObjStructGetWithoutUpdate(uint32_t number, KcfgInstanceIndex *index, void **copy);
 
 /**
  * Reads the next instance after the index, in the service's order.
- * @param object  RDM_OID_*
+ * @param number  RDM_OID_*
  * @param index   all zero at the start; advanced to the instance that was read
  * @param copy    receives the structure, which the caller frees
  * @return 0, or non-zero after the last instance
  */
-int kcfgFeObjStructGetNextWithoutUpdate(uint32_t object, KcfgInstanceIndex *index, void **copy);
+int kcfgFeObjStructGetNextWithoutUpdate(uint32_t number, KcfgInstanceIndex *index, void **copy);
 
 /**
  * Writes an instance from a structure and applies it.
- * @param object  RDM_OID_*
+ * @param number  RDM_OID_*
  * @param index   the instance
  * @param value   structure of the object's type
  * @param options null
  * @return 0, or non-zero on failure
  */
-int kcfgFeObjStructSet(uint32_t object, KcfgInstanceIndex *index, void *value, const char *options);
+int kcfgFeObjStructSet(uint32_t number, KcfgInstanceIndex *index, void *value, const char *options);
 
 /**
  * Writes an instance from a structure and leaves applying it to the service.
- * @param object  RDM_OID_*
+ * @param number  RDM_OID_*
  * @param index   the instance
  * @param value   structure of the object's type
  * @param options null
  * @return 0, or non-zero on failure
  */
-int kcfgFeObjStructSetWithoutApply(uint32_t object, KcfgInstanceIndex *index, void *value, const char *options);
+int kcfgFeObjStructSetWithoutApply(uint32_t number, KcfgInstanceIndex *index, void *value, const char *options);
 
 /**
  * Reads an instance as a JSON object.
- * @param object  RDM_OID_*
+ * @param number  RDM_OID_*
  * @param index   the instance
  * @param copy    receives the object, which the caller releases
  * @return 0, or non-zero on failure
  */
-int kcfgFeObjJsonGet(uint32_t object, KcfgInstanceIndex *index, struct json_object **copy);
+int kcfgFeObjJsonGet(uint32_t number, KcfgInstanceIndex *index, struct json_object **copy);
 
 /**
  * Writes an instance from a JSON object without applying it.
- * @param object  RDM_OID_*
+ * @param number  RDM_OID_*
  * @param index   the instance
  * @param value   stays the caller's
  * @param options null
  * @return 0, or non-zero on failure
  */
-int kcfgFeObjJsonSetWithoutApply(uint32_t object, KcfgInstanceIndex *index, struct json_object *value,
+int kcfgFeObjJsonSetWithoutApply(uint32_t number, KcfgInstanceIndex *index, struct json_object *value,
                                  const char *options);
 
 /**
