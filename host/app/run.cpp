@@ -29,8 +29,8 @@ int collect(uint32_t code, void *buffer, uint32_t size) {
 }
 
 // What the plug-in makes of the arguments; nothing when it refuses them.
-std::optional<Collected> askPlugin(const ToolCommand &command, std::vector<std::string> arguments,
-                                   const std::string &path) {
+std::optional<Collected> collectPost(const ToolCommand &command, std::vector<std::string> arguments,
+                                     const std::string &path) {
     const support::PluginLibrary plugin(path);
     const auto funcReg = plugin.symbol<decltype(&kvMAP1905_Func_reg)>("kvMAP1905_Func_reg");
     const auto entryPoint = plugin.symbol<ToolEntry>(command.entry);
@@ -140,7 +140,7 @@ CommandResult runCommand(const ToolCommand &command, const std::vector<std::stri
                          const RunOptions &options) {
     if (command.entry == nullptr) return runPost(command.code, bufferOfMacs(arguments), options);
     Awaited awaited = awaitedFor(&command, options);
-    const std::optional<Collected> posted = askPlugin(command, arguments, options.plugin);
+    const std::optional<Collected> posted = collectPost(command, arguments, options.plugin);
     if (posted) return deliver({posted->code, posted->buffer}, &command, awaited, options);
     const std::string usage = "the plug-in refuses the arguments; usage: kv1905App " + usageOf(command);
     return {Status::BadArguments, command.limit == nullptr ? usage : command.limit, {}, {}};

@@ -40,8 +40,8 @@ constexpr Column kStationColumns[] = {
     {"SEEN (s ago)", "TimeStamp", ageCell},
 };
 constexpr Column kLinkColumns[] = {
-    {"DEVICE", "Device", nameCell}, {"INTERFACE", "Interface"},       {"NAME", "MediaType", mediaCell},
-    {"NEIGHBOUR", "ID", nameCell},  {"BEHIND A BRIDGE", "ViaBridge"},
+    {"DEVICE", "Device", nameCell}, {"INTERFACE", "Interface"},  {"NAME", "MediaType", mediaCell},
+    {"NEIGHBOUR", "ID", nameCell},  {"VIA BRIDGE", "ViaBridge"},
 };
 constexpr Column kInterfaceColumns[] = {
     {"DEVICE", "Device", nameCell},

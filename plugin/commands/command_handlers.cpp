@@ -96,7 +96,7 @@ bool readPassword(const char *text, SyncCtrlerPwdMsgData &data) {
     return true;
 }
 
-int pushToEverybody(uint16_t type, uint16_t payloadLen, void *payload) {
+int sendToAllDevices(uint16_t type, uint16_t payloadLen, void *payload) {
     const KvVendMsg msg = makeVendMsg(type, payloadLen, payload);
     return sendRelayedMulticast(&msg, nullptr);
 }
@@ -176,7 +176,7 @@ int handleSyncCtrlPwdCmd(const void *buffer) {
     std::memcpy(data.alMac, getMAPAlMac(), sizeof data.alMac);
     int result = KV_RET_ERR;
     if (readPassword(static_cast<const char *>(buffer), data)) {
-        result = pushToEverybody(VEND_MSG_TYPE_SYNC_CTRL_PWD_RESP, kSyncPwdLen, &data);
+        result = sendToAllDevices(VEND_MSG_TYPE_SYNC_CTRL_PWD_RESP, kSyncPwdLen, &data);
     } else {
         LOG_DEVICE(KV_LOG_WARNING, "password command is not COUNT, a blank and two digits 0-9 A-F per byte\n");
     }
@@ -195,7 +195,7 @@ int handleCountryInBcnCmd(const void *buffer) {
     readBuffer(buffer, data);
     std::memcpy(data.alMac, getMAPAlMac(), sizeof data.alMac);
     data.countryLen = static_cast<uint8_t>(strnlen(data.country, sizeof data.country));
-    return pushToEverybody(VEND_MSG_TYPE_SYNC_CTRL_COUNTRY_BCN_RESP, syncCountryLen(data.countryLen), &data);
+    return sendToAllDevices(VEND_MSG_TYPE_SYNC_CTRL_COUNTRY_BCN_RESP, syncCountryLen(data.countryLen), &data);
 }
 
 int handleDeviceInfoUpdateCmd(const void *) {

@@ -28,7 +28,7 @@ int requestReset(uint32_t request) {
 }
 
 // Best effort. If the object is missing, the reset continues and the service applies its own selection.
-void selectWhatSurvives() {
+void selectObjectsToKeep() {
     KcfgInstanceIndex index = {};
     json_object *copy = nullptr;
     const int result = kcfgFeObjJsonGet(RDM_OID_FACTORY_RESET, &index, &copy);
@@ -61,7 +61,7 @@ int kvResetToDefault() {
 
 int kvPartialResetToDefault() {
     if (isResetForbidden()) return KV_RET_ERR;
-    selectWhatSurvives();
+    selectObjectsToKeep();
     return requestReset(KCFG_REQ_PARTIAL_RESET_DEFAULT);
 }
 

@@ -147,7 +147,7 @@ TEST(Show, PrintsTablesAndLists) {
               "E       -     Z        0           -          -            -     -   0\n");  // the clock stepped back
     EXPECT_EQ(shown("stations", kTarget), "no stations\n");
     EXPECT_EQ(shown("links"),
-              "DEVICE  INTERFACE  NAME  NEIGHBOUR  BEHIND A BRIDGE\nnear    I          5GHz  a?[2Jb     false\n");
+              "DEVICE  INTERFACE  NAME  NEIGHBOUR  VIA BRIDGE\nnear    I          5GHz  a?[2Jb     false\n");
     EXPECT_EQ(shown("status") + shown("counters"), "Role: Agent\nFramesSent: 42\n");
     EXPECT_SAYS("\"\\u009b\\u007f\xC3\xA9\"", shown("devices", "", true));
     const time_t now = std::time(nullptr);

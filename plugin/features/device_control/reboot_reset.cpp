@@ -15,7 +15,7 @@ const uint8_t *targetOf(const KvVendMsg *msg) {
     return static_cast<const KvTargetData *>(msg->payload)->alMac;
 }
 
-uint32_t judgeReboot(const uint8_t *target) {
+uint32_t checkRebootAllowed(const uint8_t *target) {
     if (!sameMac(target, getMAPAlMac())) {
         PRINT_DEVICE("reboot request unmatched AlMac\n");
         return KV_RET_NOT_FOUND;
@@ -37,7 +37,7 @@ struct Reset {
 constexpr Reset kReset = {VEND_MSG_TYPE_RESET_DEFAULT_RESP, "reset", kvResetToDefault};
 constexpr Reset kPartialReset = {VEND_MSG_TYPE_PARTIAL_RESET_DEFAULT_RESP, "partial reset", kvPartialResetToDefault};
 
-uint32_t judgeReset(const Reset &reset, const uint8_t *target) {
+uint32_t checkResetAllowed(const Reset &reset, const uint8_t *target) {
     if (!sameMac(target, getMAPAlMac())) {
         LOG_PLAIN(KV_LOG_WARNING, "Requested AL MAC is unmatched " KV_MAC "\n", KV_MAC_BYTES(target));
         return KV_RET_NOT_FOUND;
@@ -59,7 +59,7 @@ int answerReset(const Reset &reset, const KvRecvVendTlv *source, uint16_t msgId,
 int handleReset(const Reset &reset, const KvRecvVendTlv *source, uint16_t msgId, const KvVendMsg *msg,
                 unsigned origin) {
     LOG_MSG(KV_LOG_DEBUG, "received Reset to Default Request msgId %04x\n", msgId);
-    const uint32_t result = judgeReset(reset, targetOf(msg));
+    const uint32_t result = checkResetAllowed(reset, targetOf(msg));
     const int answered = answerReset(reset, source, msgId, origin, result);
     if (result != KV_RET_OK || answered != KV_RET_OK) {
         LOG_PLAIN(KV_LOG_NOTICE, "Reset to default failed\n");
@@ -80,7 +80,7 @@ int handleResetResponse(const Reset &reset, uint16_t msgId, const KvVendMsg *msg
 
 int handleRebootReqMsg(const KvRecvVendTlv *source, uint16_t msgId, KvVendMsg *msg, unsigned origin) {
     PRINT_MSG("received Reboot Request msgId %04x\n", msgId);
-    const uint32_t result = judgeReboot(targetOf(msg));
+    const uint32_t result = checkRebootAllowed(targetOf(msg));
     int answered = KV_RET_OK;
     if (origin == kOriginCommand) {
         answered = sendCommandRespMsg(source, msgId, result);

@@ -104,7 +104,7 @@ bool LocalStations::append(const WIFINeighborEntry &station) {
     auto entry = allocateRecord<WIFINeighborEntry>();
     if (entry == nullptr) return false;
     std::memcpy(entry->mac, station.mac, sizeof entry->mac);
-    copyFigures(*entry, station);
+    copyStationFields(*entry, station);
     (tail_ == nullptr ? WIFINeighborHead : tail_->next) = entry.get();
     tail_ = entry.release();
     ++WIFINbrNum;
@@ -236,7 +236,7 @@ int kvGetWIFIStaData(const uint8_t *mac, WIFINeighborEntry *out) {
     if (view->count == 0) return KV_RET_ERR;
     for (const WIFINeighborEntry *station = view->head; station != nullptr; station = station->next) {
         if (sameMac(station->mac, mac)) {
-            copyFigures(*out, *station);
+            copyStationFields(*out, *station);
             return KV_RET_OK;
         }
     }
@@ -256,7 +256,7 @@ int kvGetWIFIConfdata(WIFINeighborList *list) {
         auto copy = allocateRecord<WIFINeighborEntry>();
         if (copy == nullptr) return KV_RET_ERR;
         std::memcpy(copy->mac, isOwned ? owner : station->mac, sizeof copy->mac);
-        copyFigures(*copy, *station);
+        copyStationFields(*copy, *station);
         *end = copy.release();
         end = &(*end)->next;
     }

@@ -38,7 +38,7 @@ class Merge {
     bool add(const WIFINeighborEntry &reported) {
         if (WIFINeighborEntry *known = find(reported.mac)) {
             LOG_PLAIN(KV_LOG_DEBUG, "Found, update WiFi neighbor data\n");
-            copyFigures(*known, reported);
+            copyStationFields(*known, reported);
             known->lastSeen = now_;
             return true;
         }
@@ -84,7 +84,7 @@ class Merge {
             return false;
         }
         std::memcpy(entry->mac, reported.mac, sizeof entry->mac);
-        copyFigures(*entry, reported);
+        copyStationFields(*entry, reported);
         entry->lastSeen = now_;
         next_ = &entry->next;
         *end_ = entry.release();

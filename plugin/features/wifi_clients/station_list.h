@@ -32,7 +32,7 @@ inline OwnedStations newStations() {
 }
 
 // Copies the values of a station: everything but mac, next and lastSeen.
-inline void copyFigures(WIFINeighborEntry &to, const WIFINeighborEntry &from) {
+inline void copyStationFields(WIFINeighborEntry &to, const WIFINeighborEntry &from) {
     WIFINeighborEntry copy = from;
     copy.next = to.next;
     copy.lastSeen = to.lastSeen;
