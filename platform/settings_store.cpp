@@ -76,7 +76,7 @@ void changeSetting(const std::string &name, const std::optional<std::string> &va
     }
     std::string text;
     for (const auto &[key, content] : settings.values)
-        text += key + '=' + content + '\n';
+        text.append(key).append("=").append(content).append("\n");
     if (text.size() > kStoreLimit) throw support::systemError(path, "write", EFBIG);
     support::replaceFile(path, text, modeOf(path), support::Durable::Yes);
 }

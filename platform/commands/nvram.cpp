@@ -19,7 +19,7 @@ constexpr char kUsage[] =
     "The store is the file that KV_NVRAM_FILE names, or /data/nvram.\n";
 
 Settings settings() {
-    const Settings all = readSettings();
+    Settings all = readSettings();
     if (all.damagedLine != 0) {
         fprintf(stderr, "nvram: %s:%u: skipped, not a NAME=VALUE line\n", storePath().c_str(), all.damagedLine);
     }
