@@ -46,7 +46,7 @@ std::string readFile(const std::string &path, size_t limit);
 class FileLock {
   public:
     // Waits at most `timeout`; ETIMEDOUT after that.
-    FileLock(const std::string &path, std::chrono::milliseconds timeout = std::chrono::seconds(2));
+    explicit FileLock(const std::string &path, std::chrono::milliseconds timeout = std::chrono::seconds(2));
 
   private:
     FileDescriptor fd_;
