@@ -43,12 +43,12 @@ const ConfigObject &objectWithStruct(uint32_t number) {
     return object;
 }
 
-// The instance that an index addresses, counted from 1.
+// Returns the instance that an index addresses, counted from 1.
 size_t addressed(const ConfigObject &object, const KcfgInstanceIndex *index) {
     if (index != nullptr && index->level == 0 && object.single) return 1;
     if (index != nullptr && index->level == 1 && index->instance[0] != 0) return index->instance[0];
-    throw std::invalid_argument(std::string(object.name) + ": want an index of " + (object.single ? "zeros or " : "") +
-                                "one level, instances count from 1");
+    throw std::invalid_argument(std::string(object.name) + ": expected an index of " +
+                                (object.single ? "zeros or " : "") + "one level, instances count from 1");
 }
 
 template <typename T>

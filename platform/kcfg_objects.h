@@ -28,7 +28,7 @@ struct ConfigField {
 // Bits of "FactoryResetUnpurgedList": what a partial reset keeps.
 enum : unsigned {
     kKeepAccounts = 1,
-    kKeepMesh = 2,  // what lets the device join its mesh again: the radios' country and the key of the password sync
+    kKeepMesh = 2,  // needed to join the mesh again: the radios' country and the key of the password sync
     kKeepBits = kKeepAccounts | kKeepMesh
 };
 
@@ -75,13 +75,13 @@ inline constexpr ConfigObject kConfigObjects[] = {
 };
 #undef KV_OBJECT
 
-// Null when there is none of that number.
+// Returns null for an unknown number.
 const ConfigObject *findConfigObject(uint32_t number);
 
-// Whether the field can hold the value (null: absent).
+// Returns whether the field can hold the value (null: absent).
 bool fieldFits(const ConfigField &field, json_object *value);
 
-// What a field can hold, for messages: "a number from 0 to 1".
+// Returns a field's range for messages: "a number from 0 to 1".
 std::string rangeOf(const ConfigField &field);
 
 // Returns the instance as a new structure for free(). Every field must fit.
@@ -90,7 +90,7 @@ void *structFromJson(const ConfigObject &object, json_object *instance);
 // Overwrites the instance's fields with the structure's.
 void jsonFromStruct(const ConfigObject &object, const void *value, json_object *instance);
 
-// json-c calls that throw std::bad_alloc. addMember() passes the value's ownership on.
+// Wrap json-c calls and throw std::bad_alloc. addMember() passes the value's ownership on.
 JsonPtr checked(json_object *value);
 JsonPtr copyOf(json_object *source);
 void addMember(json_object *object, const char *name, JsonPtr value);

@@ -19,7 +19,7 @@ namespace kvplatform {
 namespace {
 
 constexpr mode_t kConfigMode = 0600;  // accounts hold passwords
-constexpr int kDepthLimit = 16;  // levels of JSON
+constexpr int kDepthLimit = 16;       // levels of JSON
 // Written by the device's other components as well. Its readers load it again when its time, in whole seconds, has
 // changed.
 constexpr const char *kDeviceConfigPath = "/tmp/.kv1905_conf";
@@ -66,7 +66,7 @@ JsonPtr parse(const std::string &text) {
     };
     const std::unique_ptr<json_tokener, Release> tokener(json_tokener_new_ex(kDepthLimit));
     if (!tokener) throw std::bad_alloc();
-    // Not JSON_TOKENER_VALIDATE_UTF8: a password may be any bytes, and must not turn the file into a damaged one.
+    // Does not set JSON_TOKENER_VALIDATE_UTF8: a password may be any bytes, and must not make the file a damaged one.
     json_tokener_set_flags(tokener.get(), JSON_TOKENER_STRICT);
     JsonPtr root(json_tokener_parse_ex(tokener.get(), text.data(), static_cast<int>(text.size())));
     const json_tokener_error error = json_tokener_get_error(tokener.get());
@@ -106,7 +106,7 @@ void checkShape(json_object *root) {
 void checkFields(const ConfigObject &object, size_t number, json_object *instance) {
     for (const ConfigField &field : object.fields) {
         if (fieldFits(field, json_object_object_get(instance, field.name))) continue;
-        throw std::invalid_argument(nameOf(object, number) + '.' + field.name + ": want " + rangeOf(field));
+        throw std::invalid_argument(nameOf(object, number) + '.' + field.name + ": expected " + rangeOf(field));
     }
 }
 
@@ -210,7 +210,7 @@ JsonPtr ConfigStore::instance(const ConfigObject &object, size_t number) {
         const bool isPresent = json_object_object_get_ex(copy.get(), field.name, &value);
         if (fieldFits(field, value)) continue;
         if (isPresent) {
-            report_(path_ + ": " + nameOf(object, number) + '.' + field.name + ": want " + rangeOf(field) +
+            report_(path_ + ": " + nameOf(object, number) + '.' + field.name + ": expected " + rangeOf(field) +
                     "; using the factory default");
         }
         json_object *shipped = json_object_array_get_idx(json_object_object_get(defaults(), object.name), number - 1);
@@ -235,7 +235,7 @@ void ConfigStore::save() {
     const char *printed = json_object_to_json_string_ext(root_.get(), kStyle);
     if (printed == nullptr) throw std::bad_alloc();
     const std::string text = printed + std::string("\n");
-    // Callers bring members of their own: what could not be read again must not replace the file.
+    // Members from callers must not make the file unreadable.
     parse(text);
     if (text.size() > kConfigLimit) throw support::systemError(path_, "write", EFBIG);
     if (isDamaged_ && rename(path_.c_str(), (path_ + ".damaged").c_str()) == 0) {
@@ -256,7 +256,7 @@ void ConfigStore::reset(bool partial, Report report) {
     const ConfigObject &object = *findConfigObject(RDM_OID_FACTORY_RESET);
     const JsonPtr selection = store.instance(object, 1);
     const int keep = json_object_get_int(json_object_object_get(selection.get(), object.fields[0].name));
-    store.isDamaged_ = false;  // nothing of such a file survives
+    store.isDamaged_ = false;  // a damaged file has nothing to keep
     store.restoreDefaults(partial ? static_cast<unsigned>(keep) : 0);
     store.save();
 }

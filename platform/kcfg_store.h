@@ -13,7 +13,7 @@ namespace kvplatform {
 // Largest configuration and factory defaults, in bytes.
 inline constexpr size_t kConfigLimit = size_t{1} << 20;
 
-// Receives a line, without a newline, on something that was put right.
+// Receives a line, without a newline, about a repair.
 using Report = void (*)(const std::string &text);
 
 // The configuration as it was when it was opened, and the change that is made to it. Objects that the file does not
@@ -27,8 +27,8 @@ class ConfigStore {
 
     size_t count(const ConfigObject &object) const;
 
-    // A copy of an instance, counted from 1. A field that is missing or cannot hold its value is the factory default's,
-    // or empty for an instance that has no default; the file keeps the value until it is set.
+    // Returns a copy of an instance, counted from 1. A missing or invalid field gets the factory default, or is empty
+    // for an instance without one; the file keeps the value until it is set.
     JsonPtr instance(const ConfigObject &object, size_t number);
 
     // Replaces an instance by a copy of value, which must hold every field of the object and may hold more.
@@ -37,7 +37,7 @@ class ConfigStore {
     // Writes the configuration and applies the LED setting; a file that is no configuration is kept as FILE.damaged.
     void save();
 
-    // Puts the factory defaults in the configuration's place; partial: but for what FactoryResetUnpurgedList selects.
+    // Restores the factory defaults; partial: except for what FactoryResetUnpurgedList selects.
     static void reset(bool partial, Report report);
 
   private:

@@ -39,7 +39,7 @@ KV_PLATFORM_API int kos_snprintf(char *text, size_t size, const char *format, ..
 KV_PLATFORM_API int kos_formsys(int mode, const char *command) try {
     if (command == nullptr) return -1;
     const std::string line = (mode != 0 ? "exec >/dev/null 2>&1\n" : "") + std::string(command);
-    const int status = system(line.c_str());  // NOLINT(cert-env33-c): the callers check what they put in
+    const int status = system(line.c_str());  // NOLINT(cert-env33-c): callers check what they insert
     if (status == -1) return -1;
     if (WIFSIGNALED(status)) return kSignalBase + WTERMSIG(status);
     const int code = WEXITSTATUS(status);

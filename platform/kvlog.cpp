@@ -73,7 +73,7 @@ void runQuietly(const Call &call) noexcept {
     errno = saved;
 }
 
-// A formatted text, as much of it as a line can hold.
+// A formatted text, cut to the length of a line.
 struct Formatted {
     Formatted(const char *format, va_list arguments) {
         char buffer[kLineSize];
@@ -82,7 +82,7 @@ struct Formatted {
     }
 
     std::string text;
-    int length;  // of the whole text, negative when the format is at fault
+    int length;  // of the whole text, negative for an invalid format
 };
 
 std::string_view withoutNewlines(std::string_view text) {
@@ -102,7 +102,7 @@ std::string shortened(std::string line) {
     return line.substr(0, end).append(kEllipsis);
 }
 
-// The local time, in a format of strftime().
+// Returns the local time in a format of strftime().
 std::string timeText(time_t seconds, const char *format) {
     tm local = {};
     localtime_r(&seconds, &local);
@@ -133,7 +133,7 @@ void writeLine(Target target, int level, const std::string &line) {
     gStderr.write(shortened(stamp() + line));
 }
 
-// An environment variable that is one of some texts. Returns its index, `fallback` when it is unset or wrong.
+// Reads an environment variable with fixed values. Returns its index, or `fallback` if it is unset or invalid.
 int choiceFromEnvironment(const char *name, std::span<const char *const> choices, int fallback) {
     const char *value = getenv(name);
     if (value == nullptr) return fallback;
@@ -197,7 +197,7 @@ std::string facilityName(int facility) {
     return named != std::end(kFacilityNames) ? named->name : std::to_string(facility);
 }
 
-// Formats and writes a line that is to be shown: most lines are for debugging and never are. `place` comes first.
+// Formats and writes a line that was not filtered out; most debug lines are. `place` is its prefix.
 void writeLog(int facility, int level, const std::string &place, const char *format, va_list arguments) {
     const Formatted formatted(format, arguments);
     gPrint.end();
@@ -239,10 +239,11 @@ KV_PLATFORM_API void kvMAP_log_setting(int first, int second, int third) {
     runQuietly([=] {
         prepare();
         if (!hasOwnSettings(first) || second < 0 || second >= kTargets || third < 0 || third >= kLevels) {
-            kvMAP_syslog(0, KV_LOG_WARNING,
-                         "log setting %d %d %d ignored: want a facility from 0 to %d, a target 0 or 1 and a level from "
-                         "0 to %d\n",
-                         first, second, third, kFacilities - 1, kLevels - 1);
+            kvMAP_syslog(
+                0, KV_LOG_WARNING,
+                "log setting %d %d %d ignored: expected a facility from 0 to %d, a target 0 or 1 and a level from "
+                "0 to %d\n",
+                first, second, third, kFacilities - 1, kLevels - 1);
             return;
         }
         gPrint.end();

@@ -1,4 +1,4 @@
-// Marks the calls that libkvplatform.so offers; everything else in it is hidden.
+// Marks the exported calls of libkvplatform.so; everything else in it is hidden.
 #ifndef KV1905_PLATFORM_PLATFORM_API_H
 #define KV1905_PLATFORM_PLATFORM_API_H
 

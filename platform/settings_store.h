@@ -17,10 +17,10 @@ struct Settings {
     unsigned damagedLine = 0;  // number of the first line that is no setting and was skipped, from 1; 0: none
 };
 
-// Path of the store: KV_NVRAM_FILE, or the device's own place.
+// Returns the path of the store: KV_NVRAM_FILE, or the device's default.
 std::string storePath();
 
-// Letters, digits and ". _ : -", at least one.
+// Returns whether the name has only letters, digits and ". _ : -", at least one.
 bool isSettingName(std::string_view text);
 
 // Reads the store; of repeated lines the last counts. A missing file is an empty store.

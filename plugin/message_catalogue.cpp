@@ -29,7 +29,7 @@ namespace kv {
 
 namespace {
 
-// Handles the types whose decoder has already done the work.
+// Handles types whose decoder has already done the work.
 int acceptDecoded(const KvVendMsg *) {
     return KV_RET_OK;
 }

@@ -24,7 +24,7 @@ struct PeriodicTask {
     uint32_t lastRun = 0;  // seconds since the epoch
 };
 
-// In the order in which they run.
+// Sorted in the order of execution.
 PeriodicTask tasks[] = {
     {runNetCtrl, 10.0},
     {kvSendWIFIClientInfo, 10.0},  // reports what runNetCtrl has collected

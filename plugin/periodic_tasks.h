@@ -1,4 +1,4 @@
-// The periodic schedule. The plug-in has no timer: periods are lower bounds that depend on how often the host calls.
+// The periodic schedule. The plug-in has no timer: periods are lower bounds that depend on the host's calls.
 #pragma once
 
 namespace kv {

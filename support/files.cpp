@@ -16,7 +16,7 @@ constexpr std::chrono::milliseconds kLockPoll{5};
 constexpr mode_t kLockMode = 0600;
 
 FileDescriptor openLock(const std::string &path) {
-    // Created only where it is missing: with O_CREAT the kernel refuses even root another user's file in /tmp.
+    // Opens without O_CREAT first: with it the kernel refuses even root another user's file in /tmp.
     for (const int flags : {0, O_CREAT | O_EXCL, 0}) {
         FileDescriptor fd(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK | flags, kLockMode));
         if (fd.valid()) return fd;
@@ -97,7 +97,7 @@ FileLock::FileLock(const std::string &path, std::chrono::milliseconds timeout) :
 }
 
 void replaceFile(const std::string &path, std::string_view content, mode_t mode, Durable durable) {
-    // In the same directory: only there a rename is one step.
+    // Must be in the same directory: only there a rename is atomic.
     const TemporaryFile next(path + ".new");
     const FileDescriptor fd(open(next.path(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, mode & 0600));
     if (!fd.valid()) throw systemError(path, "create a temporary file next to it");

@@ -1,4 +1,4 @@
-// Files: descriptors, bounded reads, locks, atomic replacement. Whatever fails throws systemError(PATH, STEP).
+// Files: descriptors, bounded reads, locks, atomic replacement. Every failure throws systemError(PATH, STEP).
 #pragma once
 
 #include <sys/types.h>
@@ -13,7 +13,7 @@
 
 namespace support {
 
-// What a failed system call throws; its text begins with "SUBJECT: STEP".
+// Exception of a failed system call; its text begins with "SUBJECT: STEP".
 std::system_error systemError(const std::string &subject, const char *step, int error = errno);
 
 // Closes its file descriptor at the end of its life.
@@ -52,12 +52,11 @@ class FileLock {
     FileDescriptor fd_;
 };
 
-// Whether a file that was replaced must survive a power cut.
+// Selects whether a replaced file must survive a power cut.
 enum class Durable : bool { No, Yes };
 
-// Puts a new file with exactly this mode in the place of `path`; readers see the old content or the new. The content is
-// written to PATH.new first, so concurrent writers need a lock. A file or link found under that name is removed, never
-// followed.
+// Replaces `path` by a new file with exactly this mode; readers see the old content or the new. Writes the content to
+// PATH.new first, so concurrent writers need a lock. Removes a file or link of that name, and never follows it.
 void replaceFile(const std::string &path, std::string_view content, mode_t mode, Durable durable);
 
 }  // namespace support

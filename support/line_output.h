@@ -5,8 +5,8 @@
 
 namespace support {
 
-// Writes to a descriptor, which stays its owner's. Lines for which a pipe or a terminal has no room are dropped and
-// counted; a note follows as soon as there is room again.
+// Writes to a descriptor, which the caller owns. Drops and counts lines that do not fit a pipe or a terminal, and
+// reports the number as soon as lines fit again.
 class LineOutput {
   public:
     explicit constexpr LineOutput(int fd) noexcept : fd_(fd) {}

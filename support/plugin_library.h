@@ -15,11 +15,11 @@ class PluginLibrary {
   public:
     explicit PluginLibrary(const std::string &path);
 
-    // Never null.
+    // Never returns null.
     void *address(const char *name) const;
     template <typename Pointer>
     Pointer symbol(const char *name) const {
-        // POSIX makes dlsym's result convertible to a function pointer; C++ wants its bits.
+        // POSIX makes dlsym's result convertible to a function pointer, C++ does not; so its bits are copied.
         return std::bit_cast<Pointer>(address(name));
     }
 

@@ -1,4 +1,4 @@
-// Makes foreign text safe to print: it can neither start a new line nor control a terminal.
+// Makes untrusted text safe to print: it can neither start a new line nor control a terminal.
 #pragma once
 
 #include <string>
@@ -6,7 +6,7 @@
 
 namespace support {
 
-// Bytes other than printable ASCII, and those in `special`, become \xNN.
+// Replaces bytes other than printable ASCII, and those in `special`, by \xNN.
 std::string escaped(std::string_view text, std::string_view special = "\\");
 
 }  // namespace support

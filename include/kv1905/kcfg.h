@@ -24,7 +24,7 @@ extern "C" {
 
 struct json_object;
 
-/** Which instance of an object. All zero: the only instance, and the start of an iteration. Level 1 with
+/** Index of an instance of an object. All zero: the only instance, and the start of an iteration. Level 1 with
  * instance[0] == 1: the first instance of a multi-instance object. */
 typedef struct {
     uint8_t level;       /**< index levels in use, 0 to 6 */
@@ -34,7 +34,7 @@ typedef struct {
 /** Objects that the plug-in uses, with their structures. */
 enum {
     RDM_OID_NAT_INTF_SETTING = 68104, /**< login accounts: RdmNatIntfSetting per instance */
-    RDM_OID_FACTORY_RESET = 75172,    /**< member "FactoryResetUnpurgedList"; JSON alone */
+    RDM_OID_FACTORY_RESET = 75172,    /**< member "FactoryResetUnpurgedList"; only as JSON */
     RDM_OID_LED_CTRL = 88892,         /**< RdmLedCtrl, one instance */
     RDM_OID_WIFI_RADIO = 110680,      /**< RdmWifiRadio per instance */
     RDM_OID_SYNC_KEY_SOURCE = 114476  /**< RdmSyncKeySource, one instance */
@@ -45,13 +45,13 @@ typedef struct {
     uint8_t enable; /**< 1 LEDs on, 0 off */
 } RdmLedCtrl;
 
-/** One login account. */
+/** A login account. */
 typedef struct {
     char userName[256]; /**< NUL-terminated */
     char password[256]; /**< NUL-terminated, empty for none */
 } RdmNatIntfSetting;
 
-/** One radio's country. */
+/** A radio's country. */
 typedef struct {
     char ifName[32];         /**< the radio's interface, such as "wl0" */
     char countryCode[16];    /**< country of the radio */

@@ -8,12 +8,12 @@
  *   Threads    Every entry point runs on the host's thread, one call at a time. Nothing is locked. The host
  *              must not call into the plug-in from two threads at once.
  *   Re-entry   A callback of Kv1905BcmCbs runs inside an entry point and must not call an entry point again.
- *   Ownership  Blocks that change hands come from malloc/calloc and go to free. Unless a function says
+ *   Ownership  Blocks that change hands come from malloc/calloc and go to free. Unless a function states
  *              otherwise, arguments stay the caller's and are only read during the call.
  *   MACs       6 bytes in transmission order. An "AL MAC" is the IEEE 1905.1 abstraction-layer address of a device.
- *   Integers   Host byte order in every record on this page; wire fields are big-endian and never seen here.
+ *   Integers   Host byte order in every record on this page; wire fields are big-endian and never appear here.
  *   Text       Fixed-size, NUL-terminated char arrays; a text that does not fit is cut to the field.
- *   Results    0 for success and KV_RET_ERR for failure, unless a function says otherwise. Failures are logged
+ *   Results    0 for success and KV_RET_ERR for failure, unless a function states otherwise. Failures are logged
  *              where they happen, through kvMAP_syslog (kvlog.h).
  *   Exceptions None leaves an entry point; the plug-in neither aborts nor exits.
  * @endverbatim
@@ -127,7 +127,7 @@ typedef struct WIFINeighborEntry {
     uint8_t Band;                   /**< 1 = 2.4 GHz, 6 = 5 GHz */
 } WIFINeighborEntry;
 
-/** Non-owning view of a station list. The entries belong to the creator unless a function says otherwise. */
+/** Non-owning view of a station list. The entries belong to the creator unless a function states otherwise. */
 typedef struct {
     uint32_t count;          /**< entries */
     WIFINeighborEntry *head; /**< null when empty */
@@ -475,7 +475,7 @@ extern KVMAP1905_API char FW_file_date[128];        /**< the plug-in does not re
 /**
  * Copies the host's callbacks and stores the time in g_timeStamp. May be repeated.
  * @param table  the host's seven slots, only read; null is logged and changes no slot
- * @param flag   1 copies slot 5 alone (the command tool), any other value slots 0 to 4 (the daemon). A slot that is not
+ * @param flag   1 copies only slot 5 (the command tool), any other value slots 0 to 4 (the daemon). A slot that is not
  *               copied keeps its value; slot 6 is never read.
  */
 KVMAP1905_API void kvMAP1905_Func_reg(const Kv1905BcmCbs *table, uint8_t flag);
@@ -487,7 +487,7 @@ KVMAP1905_API void kvMAP1905_Func_reg(const Kv1905BcmCbs *table, uint8_t flag);
 KVMAP1905_API void kvMAP1905_ApCfg_reg(void *ignored);
 
 /**
- * Is the AP-configuration setter of slot 6; does nothing.
+ * Does nothing: the AP-configuration setter of slot 6.
  * @param argument  not used
  * @return 0
  */
@@ -571,14 +571,14 @@ KVMAP1905_API int kvMAP1905_CtrlFromNbrCap_get(int which);
 /**
  * Reads the current channel of a Wi-Fi interface. Runs "wl -i IFNAME chanspec" and waits for it.
  * @param ifname      at most 144 characters that are safe for a shell; another name is logged and wl is not run
- * @param channelOut  room for 16 characters; unchanged when wl fails
+ * @param channelOut  space for 16 characters; unchanged when wl fails
  */
 KVMAP1905_API void kvMAP1905_WifiChan_get(const char *ifname, char *channelOut);
 /** @} */
 
 /**
  * @name Sending
- * Each function encodes one message and hands it to a slot of the callback table. KV_RET_ERR also means: the slot is
+ * Each function encodes one message and passes it to a slot of the callback table. KV_RET_ERR also means: the slot is
  * empty, memory ran out, the type is unknown, or the encoded message exceeds KV_VEND_MSG_BUFFER_LEN bytes.
  * @{
  */
@@ -726,7 +726,7 @@ KVMAP1905_API int kvMAP1905_CountryInBcn_update(const char *ifname, const char *
  */
 /**
  * Writes the value of the MDID TLV (IEEE 1905.1 vendor-specific TLV, element 0xC0), after filling in every mdid.
- * @param buffer  room for 142 bytes
+ * @param buffer  space for 142 bytes
  * @param length  receives the number of bytes written
  * @param list    1 to 15 entries
  * @retval 0   written
@@ -743,7 +743,7 @@ KVMAP1905_API int kvMAP1905_mdid_update(KvMdidInterfaceList *list);
 
 /**
  * Writes the value of the BSS configuration TLV (IEEE 1905.1 vendor-specific TLV, element 0xD0).
- * @param buffer  room for 7 + 8 * count bytes
+ * @param buffer  space for 7 + 8 * count bytes
  * @param length  receives the number of bytes written
  * @param list    a uint32_t count, 1 to 255, then as many KvBssConfig entries from offset 4
  * @return 0, or -1 with length unchanged
@@ -753,7 +753,7 @@ KVMAP1905_API int kvMAP1905_TlvBss_Config_insert(uint8_t *buffer, uint32_t *leng
 /**
  * Writes the vendor's Wi-Fi Simple Configuration attribute (0x1049, vendor ID 0A 61 C4) for one BSS.
  * @param buffer  the attribute list under construction
- * @param offset  position in buffer, with room for 24 bytes
+ * @param offset  position in buffer, with space for 24 bytes
  * @param bss     only read
  * @return bytes written: 24, or 0 for a null argument
  */

@@ -3,7 +3,7 @@
  * kvlog.h - the device's logging library, as the plug-in calls it.
  *
  * A device brings its own implementation; libkvplatform.so is the development stand-in. All calls come from the
- * host's thread. They keep no argument after they return and report no failure. Texts end with their own newline.
+ * host's thread. They hold no argument after they return and report no failure. Texts end with their own newline.
  */
 #ifndef KV1905_KVLOG_H
 #define KV1905_KVLOG_H

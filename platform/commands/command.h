@@ -1,4 +1,4 @@
-// The commands' exit statuses, and the one place that maps what they throw.
+// Exit statuses of the commands, and the mapping from exceptions.
 #pragma once
 
 #include <cerrno>

@@ -60,7 +60,7 @@ const ConfigObject &findObject(const std::string &text) {
     throw std::invalid_argument(text + ": no such object");
 }
 
-// Parts of OBJECT.INSTANCE.FIELD. Those that were not given are 0 and null.
+// Parts of OBJECT.INSTANCE.FIELD. Missing ones are 0 or null.
 struct Address {
     const ConfigObject &object;
     unsigned instance = 0;
@@ -149,7 +149,7 @@ JsonPtr fieldValue(const ConfigField &field, const std::string &text) {
 
 int set(const Request &request) {
     const auto &[object, instance, field] = parseAddress(request.words[0]);
-    if (field == nullptr) throw std::invalid_argument(request.words[0] + ": want OBJECT.INSTANCE.FIELD");
+    if (field == nullptr) throw std::invalid_argument(request.words[0] + ": expected OBJECT.INSTANCE.FIELD");
     ConfigStore store(Access::Change, printReport);
     const JsonPtr next = store.instance(object, instance);
     addMember(next.get(), field->name, fieldValue(*field, request.words[1]));
@@ -191,7 +191,7 @@ int run(std::span<char *const> arguments) {
     const std::string_view name = arguments.empty() ? "" : arguments[0];
     const auto action =
         std::find_if(std::begin(kActions), std::end(kActions), [&](const Action &each) { return each.name == name; });
-    if (action == std::end(kActions)) throw std::invalid_argument("want list, get, set or reset");
+    if (action == std::end(kActions)) throw std::invalid_argument("expected list, get, set or reset");
     Request request;
     bool isOptionPossible = true;
     for (const std::string_view word : arguments.subspan(1)) {
@@ -205,7 +205,7 @@ int run(std::span<char *const> arguments) {
         }
     }
     if (request.words.size() == action->words) return action->run(request);
-    throw std::invalid_argument(std::string(name) + ": want " + std::to_string(action->words) + " arguments");
+    throw std::invalid_argument(std::string(name) + ": expected " + std::to_string(action->words) + " arguments");
 }
 
 }  // namespace

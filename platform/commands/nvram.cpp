@@ -76,6 +76,6 @@ int main(int argc, char **argv) {
         for (const auto &action : kActions) {
             if (argc == 2 + action.words && argv[1] == action.name) return action.run(argc > 2 ? argv[2] : "");
         }
-        throw std::invalid_argument("want show, get NAME, set NAME=VALUE or unset NAME");
+        throw std::invalid_argument("expected show, get NAME, set NAME=VALUE or unset NAME");
     });
 }

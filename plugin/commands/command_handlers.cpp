@@ -30,7 +30,7 @@ void readBuffer(const void *buffer, Record &record) {
     std::memcpy(&record, buffer, sizeof record);
 }
 
-// The same for records that are too large for a stack.
+// Does the same for records that are too large for a stack.
 template <typename Record>
 Owned<Record> copyBuffer(const void *buffer) {
     auto record = allocateRecord<Record>();
@@ -42,7 +42,7 @@ Owned<Record> copyBuffer(const void *buffer) {
     return record;
 }
 
-// Every buffer with a target begins with its AL MAC.
+// Returns the AL MAC that every buffer with a target begins with.
 int checkTarget(const void *buffer) {
     const auto *alMac = static_cast<const uint8_t *>(buffer);
     if (isInTopology(alMac)) return KV_RET_OK;
@@ -72,12 +72,12 @@ void recordLedState(const uint8_t *alMac, bool isLocal, bool on) {
     writeJsonDataModel();
 }
 
-// Value of an upper-case hexadecimal digit, -1 for anything else.
+// Returns the value of an upper-case hexadecimal digit, or -1.
 int passwordDigit(char digit) {
     return digit >= 'a' ? -1 : hexadecimalDigit(digit);
 }
 
-// "COUNT DIGITS...", two digits per byte. False, and the text not read past its fault, when it is anything else.
+// Parses "COUNT DIGITS...", two digits per byte. Returns false at the first error and reads no further.
 bool readPassword(const char *text, SyncCtrlerPwdMsgData &data) {
     unsigned count = 0;
     const char *at = text;

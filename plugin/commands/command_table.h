@@ -8,8 +8,8 @@ namespace kv {
 // Runs the code's handler on the buffer and logs its result.
 void runCommandCode(const void *buffer, uint32_t code);
 
-// The handlers. buffer: laid out as KV_CMD_* in kvMAP1905.h says, of any alignment. Each returns 0, KV_RET_NOT_FOUND
-// for a target that is not in the topology, or KV_RET_ERR.
+// The handlers. buffer: any alignment, laid out as KV_CMD_* in kvMAP1905.h. Each returns 0, KV_RET_NOT_FOUND for a
+// target that is not in the topology, or KV_RET_ERR.
 int handleRebootCmd(const void *buffer);
 int handleIntfPwrCtrlCmd(const void *buffer);
 int handleFWCtrlCmd(const void *buffer);

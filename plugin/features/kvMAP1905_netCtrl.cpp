@@ -9,7 +9,7 @@ namespace kv {
 
 namespace {
 
-// What "FactoryResetUnpurgedList" selects is the configuration service's; this is the selection for a partial reset.
+// Selects the objects that survive a partial reset. The configuration service defines the numbers.
 constexpr char kUnpurgedList[] = "FactoryResetUnpurgedList";
 constexpr int kKeepOnPartialReset = 2;
 

@@ -1,19 +1,19 @@
-// What this device does to itself on a controller's request.
+// Actions on this device that a controller requests.
 #pragma once
 
 #include <cstdint>
 
 namespace kv {
 
-// Refused with KV_RET_ERR while a firmware image is being written. 0 when the action was started.
+// Return 0 if the action was started, KV_RET_ERR while a firmware image is being written.
 int kvReboot();
 int kvResetToDefault();
 int kvPartialResetToDefault();
 
-// Firmware control is not supported on this device: KV_RET_ERR. url: NUL-terminated, empty without one.
+// Returns KV_RET_ERR: this device does not support firmware control. url: NUL-terminated, empty without one.
 int kvFWCtrl(uint16_t FWOption, uint16_t FWTopoOption, const char *url);
 
-// Version and date of a newer firmware, into 128 characters; KV_RET_ERR on this device, which knows none.
+// Returns version and date of a newer firmware in 128 characters; KV_RET_ERR on this device, which knows none.
 int kvGetNewFWversion(char *buffer);
 int kvGetNewFWdate(char *buffer);
 

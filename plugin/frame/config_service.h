@@ -15,7 +15,7 @@ struct PutJson {
 };
 using JsonObject = std::unique_ptr<json_object, PutJson>;
 
-// A copy of an object's only instance, or null.
+// Returns a copy of an object's only instance, or null.
 template <typename Record>
 Owned<Record> readConfigObject(uint32_t object) {
     KcfgInstanceIndex index = {};
@@ -25,7 +25,7 @@ Owned<Record> readConfigObject(uint32_t object) {
     return result == 0 ? std::move(record) : nullptr;
 }
 
-// A copy of the first instance of an object that has several, or null.
+// Returns a copy of the first instance of an object that has several, or null.
 template <typename Record>
 Owned<Record> readFirstInstance(uint32_t object) {
     KcfgInstanceIndex index = {1, {1}};
@@ -35,10 +35,10 @@ Owned<Record> readFirstInstance(uint32_t object) {
     return result == 0 ? std::move(record) : nullptr;
 }
 
-// Shows every instance with its index, in the service's order, until use returns false.
+// Passes every instance with its index to `use`, in the service's order, until it returns false.
 template <typename Record, typename Use>
 void forEachInstance(uint32_t object, Use use) {
-    constexpr int kMostInstances = 1024;  // a service that never ends must not hold the host
+    constexpr int kMostInstances = 1024;  // an endless iteration of the service must not block the host
     KcfgInstanceIndex index = {};
     for (int i = 0; i < kMostInstances; ++i) {
         void *copy = nullptr;
@@ -48,7 +48,7 @@ void forEachInstance(uint32_t object, Use use) {
     }
 }
 
-// Writes the only instance and applies it. 0 on success.
+// Writes the only instance and applies it. Returns 0 on success.
 template <typename Record>
 int writeConfigObject(uint32_t object, Record &value) {
     KcfgInstanceIndex index = {};

@@ -15,20 +15,20 @@ struct CloseFile {
 };
 using File = std::unique_ptr<std::FILE, CloseFile>;
 
-// Null when the file cannot be opened, or is no regular one: a FIFO would block the host's thread.
+// Returns null if the file cannot be opened, or is not a regular one: a FIFO would block the host's thread.
 inline File openFile(const char *path, const char *mode) {
     struct stat facts {};
     if (stat(path, &facts) == 0 && !S_ISREG(facts.st_mode)) return nullptr;
     return File(std::fopen(path, mode));
 }
 
-// One line of at most N - 1 characters; a longer line comes in pieces. False at the end of the file.
+// Reads a line of at most N - 1 characters, a longer one in several calls. Returns false at the end of the file.
 template <size_t N>
 bool readLine(std::FILE *file, char (&line)[N]) {
     return std::fgets(line, static_cast<int>(N), file) != nullptr;
 }
 
-// Device files: lines of at most 127 characters.
+// A line of a device file: at most 127 characters.
 using ConfigLine = char[128];
 
 // Copies a text into a fixed field, cut to it, NUL-terminated, the rest of the field zeroed.

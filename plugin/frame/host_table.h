@@ -1,4 +1,4 @@
-// The host's callbacks, typed: every question to the topology database and every JSON write goes through here.
+// Typed access to the host's callbacks: every query of the topology database and every JSON write is made here.
 #pragma once
 
 #include <cstdlib>
@@ -22,19 +22,19 @@ using InterfaceList = std::unique_ptr<KvIntfList, FreeInterfaceList>;
 
 void registerHost(const Kv1905BcmCbs *table, uint8_t flag);
 
-// Slot 0 with the arguments as they are; 0 when the slot is empty.
+// Calls slot 0 with the arguments unchanged; 0 if the slot is empty.
 uintptr_t queryDataModel(uint32_t code, const void *argument, uintptr_t argument2);
 
-// The plug-in's block of a device, or null when the host does not know it. alMac null: the local device.
+// Returns the plug-in's block of a device, or null if the host does not know it. alMac null: the local device.
 KvDevVendorData *deviceVendorData(const uint8_t *alMac);
 
-// The same where the table of the device's stations is meant.
+// Does the same for access to the table of the device's stations.
 KvDevVendorData *wifiNeighborData(const uint8_t *alMac);
 
-// Whether the host's topology holds a device with this AL MAC.
+// Returns whether the host's topology holds a device with this AL MAC.
 bool isInTopology(const uint8_t *alMac);
 
-// Interfaces of a device, or null when the host knows none. alMac null: the local device.
+// Returns the interfaces of a device, or null if the host knows none. alMac null: the local device.
 InterfaceList interfacesOf(const uint8_t *alMac);
 
 // Finds the AL MAC of an interface's owner. Returns 0 with alMacOut filled, KV_RET_ERR when there is none.

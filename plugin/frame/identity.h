@@ -1,4 +1,4 @@
-// Who this device is: its AL MAC, the vendors' OUIs, its uptime.
+// Identity of this device: its AL MAC, the vendors' OUIs, its uptime.
 #pragma once
 
 #include <cstdint>

@@ -22,12 +22,12 @@ constexpr size_t kChannelTextLen = 16;
 constexpr char kIpScratchPath[] = "/tmp/kv1905_IP";
 constexpr char kIpCommand[] = "ifconfig br0 | grep -w inet | sed 's/.*inet addr:\\([0-9.]*\\).*/\\1/'";
 
-// The key of a line ends at the first of these; it is not looked at again.
+// Characters that end the key of a line.
 constexpr char kKeyEnd[] = "= ;\n";
 constexpr char kWordEnd[] = "= ;\r\n";
 constexpr char kLineEnd[] = "\r\n";
 
-// Splits the line in place. Null when nothing follows the key.
+// Splits the line in place. Returns null if nothing follows the key.
 char *valueOf(char *line, const char *valueEnd) {
     char *rest = nullptr;
     if (strtok_r(line, kKeyEnd, &rest) == nullptr) return nullptr;
@@ -67,7 +67,7 @@ void setMode(KvDevVendorData *dev, const char *word) {
     setText(dev->opMode, ap ? "AP" : repeater ? "Repeater" : "Router");
 }
 
-// One key of the configuration file. The first row that recognises a line gets its value.
+// A key of the configuration file. The first row that recognises a line gets its value.
 struct ConfigKey {
     const char *key;
     bool (*recognises)(const char *line, const char *key);
@@ -86,9 +86,9 @@ constexpr ConfigKey kConfigKeys[] = {
     {"Mode", beginsWith, kWordEnd, setMode},
 };
 
-// Hands every line of the file to the keys, and LedEnable lines, which are scanned and not split.
+// Passes every line of the file to the keys, and scans LedEnable lines, which are not split.
 void loadConfigLines(std::FILE *file, KvDevVendorData *dev) {
-    int ledEnable = 0;  // a line that does not parse repeats the outcome of the last that did
+    int ledEnable = 0;  // a line that does not parse repeats the result of the last that did
     ConfigLine line;
     while (readLine(file, line)) {
         const auto row = std::find_if(std::begin(kConfigKeys), std::end(kConfigKeys),

@@ -3,7 +3,7 @@
 //   LOG_DEVICE(KV_LOG_ERROR, "NULL registar function\n");            Device 02:.., NULL registar function
 //   LOG_MSG(KV_LOG_DEBUG, "send config query to " KV_MAC "\n", KV_MAC_BYTES(alMac));
 //
-// They are macros because the prefix must join the format at compile time, where -Wformat checks the whole format.
+// Written as macros, because the prefix must join the format at compile time, where -Wformat checks the whole format.
 #pragma once
 
 #include "frame/identity.h"
@@ -30,7 +30,7 @@
 #define LOG_TLV(level, ...) LOG_PREFIXED(level, "[TLV] ", __VA_ARGS__)
 #define LOG_DB(level, ...) LOG_PREFIXED(level, "[DB] ", __VA_ARGS__)
 
-// The same prefixes on lines without a level.
+// Writes the same prefixes on lines without a level.
 #define PRINT_DEVICE(...) PRINT_PREFIXED("", __VA_ARGS__)
 #define PRINT_MSG(...) PRINT_PREFIXED("[MSG] ", __VA_ARGS__)
 #define PRINT_TLV(...) PRINT_PREFIXED("[TLV] ", __VA_ARGS__)

@@ -6,19 +6,19 @@
 
 namespace kv {
 
-// Parses six fields of one or two hexadecimal digits, separated by colons; what follows is ignored. Returns mac, or
-// null when a field is missing; the bytes before it are then already in mac. The operator's rule.
+// Parses six fields of one or two hexadecimal digits, separated by colons, and ignores what follows. Returns mac, or
+// null if a field is missing, with the bytes before it already in mac. For operators' input.
 uint8_t *string2MacAddr(const char *text, uint8_t *mac);
 
-// The same with fields of any length, of which the low bytes count. False when a field is missing. The rule of command
-// words and of the device's own files.
+// Parses fields of any length, whose low bytes count. Returns false if a field is missing. For command words and the
+// device's own files.
 bool scanMac(const char *text, uint8_t *mac);
 
-// The rule of station lists: fields as in string2MacAddr, in a text that may end without a NUL and must hold nothing
-// else. On false mac is unchanged.
+// Parses fields as string2MacAddr does, from a text that need not end in a NUL and must hold nothing else. Leaves mac
+// unchanged on failure. For station lists.
 bool parseMacText(const char *text, size_t length, uint8_t *mac);
 
-// 0 to 15; -1 for anything but a hexadecimal digit.
+// Returns 0 to 15, or -1 for anything but a hexadecimal digit.
 int hexadecimalDigit(char c);
 
 }  // namespace kv

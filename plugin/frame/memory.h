@@ -16,7 +16,7 @@ struct FreeBlock {
 template <typename T>
 using Owned = std::unique_ptr<T, FreeBlock>;
 
-// A zero-filled record from the heap, or null. Release frees what hangs from the record as well.
+// Allocates a zero-filled record, or returns null. Release also frees what the record points to.
 template <typename T, typename Release = FreeBlock>
 std::unique_ptr<T, Release> allocateRecord() {
     static_assert(std::is_trivial_v<T>, "records are plain C data: zero bytes are their initial state");

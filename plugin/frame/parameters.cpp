@@ -36,8 +36,8 @@ uint32_t modeFlag(const char *line) {
     return std::strncmp(word, "repeater", 8) == 0 ? KV_FLAG_MODE_REPEATER : 0;
 }
 
-// The flag that one line sets. value survives from line to line: a number that does not parse, or a key that is not at
-// the line's start, repeats the last.
+// Returns the flag that a line sets. A number that does not parse, or a key that is not at the line's start, repeats
+// the last value.
 uint32_t flagOfLine(const char *line, int &value) {
     for (const NumberFlag &row : kNumberFlags) {
         if (std::strstr(line, row.key) != nullptr) {

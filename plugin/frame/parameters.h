@@ -3,10 +3,10 @@
 
 namespace kv {
 
-// Rebuilds kvFlags from the configuration file. KV_RET_ERR, and kvFlags unchanged, when it cannot be opened.
+// Rebuilds kvFlags from the configuration file. Returns KV_RET_ERR, with kvFlags unchanged, if it cannot be opened.
 int updateParameters();
 
-// 1 when bit 0 of the nvram setting multiap_mode is set, else 0.
+// Returns 1 if bit 0 of the nvram setting multiap_mode is set, else 0.
 int findController();
 
 }  // namespace kv

@@ -1,4 +1,4 @@
-// Where the command tool finds an agent's answer: one byte as two lower-case hexadecimal digits and a newline.
+// The file with an agent's result for the command tool: one byte as two lower-case hexadecimal digits and a newline.
 #pragma once
 
 #include <cstdint>

@@ -1,4 +1,4 @@
-// Shell commands, and what may be part of one.
+// Shell commands, and the characters that are safe in them.
 #pragma once
 
 #include <cstdio>
@@ -15,18 +15,18 @@ struct ClosePipe {
 };
 using Pipe = std::unique_ptr<std::FILE, ClosePipe>;
 
-// Output of a command; null when it could not be started.
+// Returns the output of a command; null if it could not be started.
 inline Pipe openCommand(const char *command) {
-    return Pipe(popen(command, "r"));  // NOLINT(cert-env33-c): who puts foreign text in checks it before
+    return Pipe(popen(command, "r"));  // NOLINT(cert-env33-c): callers check inserted text
 }
 
-// Runs a command to its end. Most callers judge it by the file it leaves, not by its status.
+// Runs a command to its end. Most callers check the file that it writes, not its status.
 inline int runCommand(const char *command) {
     return std::system(command);  // NOLINT(cert-env33-c): as above
 }
 
-// Runs a command with its output in a scratch file, which use(file) then reads and which is removed afterwards. False,
-// and use is not called, when the file cannot be opened.
+// Runs a command with its output in a scratch file, passes the file to `use` and removes it. Returns false, without
+// calling `use`, if the file cannot be opened.
 template <typename Use>
 bool readOutput(const char *command, const char *scratchPath, Use use) {
     char line[160];  // the commands are constants of this library
@@ -42,8 +42,8 @@ bool readOutput(const char *command, const char *scratchPath, Use use) {
 
 inline constexpr char kNvramScratchPath[] = "/tmp/.kv1905_nvram_tmp";
 
-// Values from the wire, nvram or a file are data; only these characters are harmless to a shell. True when text is
-// not empty and holds only letters, digits and . _ : / -
+// Accepts text for a shell command: not empty, and only letters, digits and . _ : / - because it may come from the
+// wire, nvram or a file.
 inline bool isShellSafe(const char *text) {
     const auto allowed = [](char c) {
         return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '.' || c == '_' ||
@@ -56,7 +56,7 @@ inline bool isShellSafe(const char *text) {
     return c != text && *c == '\0';
 }
 
-// A country code: the same, but letters, digits and / only, and it may be empty.
+// Accepts a country code: letters, digits and /, or empty.
 inline bool isCountryText(const char *text) {
     return *text == '\0' || (isShellSafe(text) && std::strpbrk(text, "._:-") == nullptr);
 }

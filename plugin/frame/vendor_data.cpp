@@ -21,8 +21,8 @@ namespace {
 
 RegisteredNeighbors mapNbrTbl;
 
-// Whether a file has changed since loadedAt, which becomes its modification time. A file that cannot be examined counts
-// as changed: its loader then logs the reason.
+// Returns whether a file has changed since loadedAt, which becomes its modification time. A file that cannot be
+// examined counts as changed: its loader then logs the reason.
 bool hasChanged(const char *path, uint32_t &loadedAt) {
     struct stat status = {};
     const bool isExamined = stat(path, &status) == 0;

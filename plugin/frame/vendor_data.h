@@ -38,7 +38,7 @@ void initDevConfig(KvDevVendorData *dev, bool isController);
 int initSecurityConfig(SecurityConfig *sec);
 int getSecurityConfig(SecurityConfig *sec);
 
-// Whether the network-control state forbids an operation: 0 always, no state of this device does.
+// Returns 0: no network-control state of this device forbids an operation.
 int kvNetCtrl_Checkstate(int code, uint32_t state);
 
 void initInterface(KvIntfVendorData *intf, uint32_t mediaType);

@@ -7,15 +7,15 @@
 
 namespace kv {
 
-// Reads past the end yield zero and set a failure that stays; a decoder checks ok() once, at its end. Nothing is
-// ever read outside the bytes given to the constructor. The bytes stay the caller's.
+// A read past the end returns zero and makes ok() false permanently, so a decoder checks ok() once, after its last
+// read. Nothing is ever read outside the bytes given to the constructor, which the caller owns.
 class ByteReader {
   public:
     ByteReader(const uint8_t *data, size_t size) : position_(data), remaining_(data == nullptr ? 0 : size) {}
 
     bool ok() const { return !failed_; }
     size_t remaining() const { return remaining_; }
-    // The next byte; remaining() bytes may be read there.
+    // Points to the next byte; remaining() bytes may be read there.
     const uint8_t *data() const { return position_; }
 
     uint8_t u8() {
@@ -42,12 +42,12 @@ class ByteReader {
         if (advance(count) && count > 0) std::memcpy(destination, source, count);
     }
 
-    // The next byte without stepping over it; 0 when there is none.
+    // Returns the next byte without consuming it; 0 if there is none.
     uint8_t peek() const { return failed_ || remaining_ == 0 ? uint8_t{0} : *position_; }
 
     void skip(size_t count) { advance(count); }
 
-    // A reader over the next count bytes, which this one steps over. Empty and failed when fewer remain.
+    // Returns a reader over the next count bytes, which this one skips. Empty and failed if fewer remain.
     ByteReader take(size_t count) {
         ByteReader part(position_, count);
         if (!advance(count)) {

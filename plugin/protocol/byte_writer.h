@@ -7,7 +7,8 @@
 
 namespace kv {
 
-// A write that does not fit writes nothing and sets a failure that stays; an encoder checks ok() once, at its end.
+// A write that does not fit writes nothing and makes ok() false permanently, so an encoder checks ok() once, after its
+// last write.
 class ByteWriter {
   public:
     ByteWriter(uint8_t *data, size_t size) : position_(data), remaining_(data == nullptr ? 0 : size) {}

@@ -18,13 +18,13 @@
 namespace kv {
 
 inline constexpr size_t kIntelEnvelopeLen = 22;
-// The assumed length of a value without one: the envelope and a station's MAC.
+// Length assumed for a value without one: the envelope and a station's MAC.
 inline constexpr size_t kIntelRequestLen = kIntelEnvelopeLen + KV_MAC_LEN;
 
-// One message type of Intel's set; the rows are in message_catalogue.cpp.
+// Describes one message type of Intel's set. Rows are defined in message_catalogue.cpp.
 struct IntelMessageRow {
     uint8_t type;
-    // As in MessageRow; null where the type is not received or not sent.
+    // Functions as in MessageRow; null if the type is not received or not sent.
     uint16_t (*decode)(ByteReader &payload, KvIntelVendMsg &msg);
     // Writes the payload and returns its length, 0 on failure.
     size_t (*encode)(const KvRssiMeasurement *payload, ByteWriter &writer);
@@ -33,7 +33,7 @@ struct IntelMessageRow {
 
 const IntelMessageRow *findIntelMessageRow(uint8_t type);
 
-// As parseKvVendMsg and genKvVendMsg; totalLen is 22 plus what the payload encoder wrote.
+// Decode and encode like parseKvVendMsg and genKvVendMsg; totalLen is 22 plus what the payload encoder wrote.
 int parseIntelVendMsg(ByteReader value, KvIntelVendMsg *msg);
 int genIntelVendMsg(uint8_t *buffer, uint32_t *totalLen, const KvIntelVendMsg *msg);
 

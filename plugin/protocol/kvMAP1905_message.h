@@ -5,7 +5,7 @@
 //          9   2   marker, 00 01 when sent, not checked when received
 //         11   2   message type, big-endian
 //         13   2   payload length, big-endian
-//         15       payload, laid out as the type's row in the catalogue says
+//         15       payload; the type's row in the catalogue names its codec
 #pragma once
 
 #include "kv1905/kvMAP1905.h"
@@ -19,11 +19,11 @@ inline constexpr size_t kEnvelopeLen = 15;
 // decoder does all the work). On KV_RET_ERR the reason is logged, msg may hold part of the header and payload is null.
 int parseKvVendMsg(ByteReader value, KvVendMsg *msg);
 
-// Encodes msg into a zero-filled buffer of KV_VEND_MSG_BUFFER_LEN bytes. totalLen becomes 15 + payloadLen, also when
-// the type or the payload is refused; with a null buffer it is not written. 0 or KV_RET_ERR.
+// Encodes msg into a zero-filled buffer of KV_VEND_MSG_BUFFER_LEN bytes. totalLen becomes 15 + payloadLen, also if the
+// type or the payload is refused; with a null buffer it is not written. Returns 0 or KV_RET_ERR.
 int genKvVendMsg(uint8_t *buffer, uint32_t *totalLen, const KvVendMsg *msg);
 
-// A message of this device: OUI, AL MAC and marker as every sender fills them.
+// Returns a message of this device, with OUI, AL MAC and marker filled in.
 KvVendMsg makeVendMsg(uint16_t msgType, uint16_t payloadLen, void *payload);
 
 }  // namespace kv

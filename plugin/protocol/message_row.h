@@ -1,4 +1,4 @@
-// One message type as protocol and transport see it. The rows are in message_catalogue.cpp.
+// Describes one message type. Rows are defined in message_catalogue.cpp.
 #pragma once
 
 #include <cstdint>
@@ -11,7 +11,7 @@
 
 namespace kv {
 
-// Where a dispatched message came from. A request inside a remote command is answered as a command response.
+// Origin of a dispatched message. A request inside a remote command is answered as a command response.
 enum : unsigned { kOriginNetwork = 255, kOriginCommand = VEND_MSG_TYPE_COMMAND_REQ };
 
 // The arguments of a handler.
@@ -23,13 +23,14 @@ struct Dispatch {
 };
 
 // Reads the payload, whose reader ends where the payload does, into a record from the heap and leaves it in
-// msg.payload, which the receive entry frees. Returns the bytes consumed; 0 refuses the message, payload stays null.
+// msg.payload, which the receive entry frees. Returns the bytes consumed; 0 refuses the message and leaves payload
+// null.
 using PayloadDecoder = uint16_t (*)(ByteReader &payload, KvVendMsg &msg);
 
-// Writes msg.payload, which is not null, as far as the buffer goes. 0 on success.
+// Writes msg.payload, which is not null, as far as the buffer allows. Returns 0 on success.
 using PayloadEncoder = int (*)(const KvVendMsg &msg, ByteWriter &payload);
 
-// Acts on a decoded message. 0 or KV_RET_ERR.
+// Handles a decoded message. Returns 0 or KV_RET_ERR.
 using Handler = int (*)(const Dispatch &dispatch);
 
 // Resends an unanswered query; attempts counts the earlier sends. Returns 0 or KV_RET_ERR.
@@ -43,7 +44,7 @@ struct MessageRow {
     QuerySender resend;     // null: not tracked as an outstanding query
 };
 
-// Null for a code that is not in the catalogue.
+// Returns null for a code that is not in the catalogue.
 const MessageRow *findMessageRow(uint16_t type);
 
 // Adapts a handler with some of the parameters (source, msgId, msg, origin), in this order, to a row.

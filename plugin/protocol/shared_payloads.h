@@ -13,8 +13,8 @@
 
 namespace kv {
 
-// Reads a payload with read(record) into a new record, which msg then owns. Returns the bytes consumed; 0 when read
-// refuses the payload by returning false, when the payload is too short, or without memory.
+// Reads a payload with read(record) into a new record, which msg then owns. Returns the bytes consumed; 0 if read
+// refuses the payload by returning false, if the payload is too short, or without memory.
 template <typename Record, typename Message, typename Read>
 uint16_t decodeRecord(ByteReader &payload, Message &msg, Read read) {
     const size_t available = payload.remaining();
@@ -24,7 +24,7 @@ uint16_t decodeRecord(ByteReader &payload, Message &msg, Read read) {
     return static_cast<uint16_t>(available - payload.remaining());
 }
 
-// The record of a message that is to be encoded; the envelope's encoder refuses a message without one.
+// Returns the record of a message to encode; the envelope's encoder refuses a message without one.
 template <typename Record>
 const Record &recordOf(const KvVendMsg &msg) {
     return *static_cast<const Record *>(msg.payload);
@@ -39,7 +39,7 @@ struct KvTargetData {
 
 using KvResultData = uint32_t;  // the byte, zero-extended
 
-// Three decoders of one layout: they differ in the line that names the target.
+// Decode the same layout; they differ in the line that names the target.
 uint16_t parseTargetMsgData(ByteReader &payload, KvVendMsg &msg);        // no line
 uint16_t parseRebootTargetMsgData(ByteReader &payload, KvVendMsg &msg);  // without a level
 uint16_t parseNamedTargetMsgData(ByteReader &payload, KvVendMsg &msg);   // debug

@@ -10,7 +10,7 @@ namespace kv {
 namespace {
 
 constexpr double kAnswerWait = 5.0;  // seconds, exclusive
-constexpr uint8_t kLastRetry = 1;    // an entry with more earlier sends is never sent again
+constexpr uint8_t kLastRetry = 1;    // an entry with more earlier sends is not sent again
 
 OutstandingQueries vendQueryTbl;
 

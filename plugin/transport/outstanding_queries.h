@@ -1,4 +1,4 @@
-// Queries that wait for an answer: recorded when sent, cleared by the answer, sent again without one.
+// Queries that wait for a response: recorded when sent, cleared by the response, sent again without one.
 #pragma once
 
 #include <cstddef>
@@ -12,7 +12,7 @@ namespace kv {
 struct KvVendQueryEntry {
     uint8_t alMac[KV_MAC_LEN];  // the queried device; all zero: the entry is free
     uint16_t msgId;             // the query's message identifier
-    uint16_t vendMsgType;       // the query's type; its answer's is one more
+    uint16_t vendMsgType;       // the query's type; its response's is one more
     uint8_t retry;              // earlier sends
     uint32_t sent;              // seconds since the epoch
 };
@@ -25,7 +25,7 @@ class OutstandingQueries {
     // and counts as a first send.
     void add(const uint8_t *alMac, uint16_t msgId, uint16_t vendMsgType, uint8_t retry, std::time_t now);
 
-    // Frees the first entry that respType answers; nothing when none does.
+    // Frees the first entry that respType answers, if any.
     void answer(const uint8_t *alMac, uint16_t msgId, uint16_t respType);
 
     // Sends every query again that has waited too long and was sent less than three times.
@@ -41,12 +41,12 @@ class OutstandingQueries {
     static constexpr size_t kNone = kCapacity;
 
     KvVendQueryEntry entries_[kCapacity] = {};
-    size_t resending_ = kNone;  // the entry whose query is going out again, until its successor is recorded
+    size_t resending_ = kNone;  // the entry whose query is being sent again, until its successor is recorded
 };
 
 OutstandingQueries &outstandingQueries();
 
-// The operations as senders, answer handlers and the main loop call them. Each returns 0.
+// Operations for senders, response handlers and the main loop. Each returns 0.
 int registerKvVendQueryMsg(const uint8_t *alMac, uint16_t msgId, uint16_t vendMsgType, uint8_t retry);
 int reportKvVendRespMsgReceived(const uint8_t *alMac, uint16_t msgId, uint16_t respType);
 int checkKvVendRespMsgReceived(const std::time_t *now);

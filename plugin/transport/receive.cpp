@@ -51,8 +51,8 @@ void receiveIntel(const KvRecvVendTlv *tlv, size_t length, uint16_t msgId) {
     receive<KvIntelVendMsg>(tlv, length, msgId, parseIntelVendMsg, handleIntelVendSpecMsg);
 }
 
-// Bytes of a value without a known length: only the OUI when it is foreign, else the length in the envelope. The caller
-// guarantees that much readable memory.
+// Returns the bytes of a value without a known length: only the OUI if it is another vendor's, else the length in the
+// envelope. The caller guarantees that much readable memory.
 size_t claimedLength(const uint8_t *value) {
     if (std::memcmp(value, getMAPAlOui(), KV_OUI_LEN) != 0) return KV_OUI_LEN;
     ByteReader header(value, kEnvelopeLen);

@@ -1,4 +1,4 @@
-// Encoding a message and handing it to one of the host's send slots.
+// Encodes a message and passes it to one of the host's send slots.
 #pragma once
 
 #include <cstdint>
@@ -8,10 +8,10 @@
 
 namespace kv {
 
-// Each returns 0 when the message was encoded and the host accepted it, else KV_RET_ERR; the outcome is logged.
-// destinationMac: 6 bytes. msgId: in-out, see Kv1905BcmCbs.
+// Return 0 if the message was encoded and the host accepted it, else KV_RET_ERR, and log the outcome. destinationMac: 6
+// bytes. msgId: in-out, see Kv1905BcmCbs.
 int sendUnicast(const uint8_t *destinationMac, uint16_t *msgId, const KvVendMsg *msg);
-// The same for a message whose payload is its destination's AL MAC.
+// Sends a message whose payload is its destination's AL MAC.
 int sendTarget(const uint8_t *alMac, uint16_t type, uint16_t *msgId);
 int sendIntelUnicast(const uint8_t *destinationMac, uint16_t *msgId, const KvIntelVendMsg *msg);
 int sendMulticast(const KvVendMsg *msg, uint16_t *msgId);

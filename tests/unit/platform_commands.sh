@@ -1,6 +1,6 @@
 #!/bin/sh
-# What the platform's library and its commands nvram, wl and kcfg print and store. A row is: exit status, words, "=>",
-# the beginning of what they print (with escapes). Each begins with four settings and no configuration file.
+# Compares what the platform's library and its commands nvram, wl and kcfg print and store. A row is: exit status,
+# words, "=>", the beginning of the output (with escapes). Each begins with four settings and no configuration file.
 set -u
 calls=$PWD/tests/platform_calls
 export KV_NVRAM_FILE=n KV_KCFG_FILE=f
@@ -47,7 +47,7 @@ done <<'END'
 1 printf a=%1048566s >n; nvram set b=12345678 => nvram: n: write: File too large
 0 for w in a b c d; do for i in $(seq 40); do nvram set $w$i=x; done & done; wait; wc -l <n => 164
 # The library: escaped and cut lines, levels and targets of facilities, printed lines, commands, settings
-0 KV_LOG_LEVEL=x calls log => KV_LOG_LEVEL=x is not one of 0 1 2 3 4 5 6 7; using 6\nmsg info: a\\x0ab\\x09\\x7f\\xc2\\x9b~ \\x5cx0a\nmsg error: X...\n99 error: as the host's\nhost warning: log setting 0 2 7 ignored: want a facility from 0 to 15, a target 0 or 1 and a level from 0 to 7\nhost error: file.c:12 work: 3\n<15>apcfg debug: own level 7
+0 KV_LOG_LEVEL=x calls log => KV_LOG_LEVEL=x is not one of 0 1 2 3 4 5 6 7; using 6\nmsg info: a\\x0ab\\x09\\x7f\\xc2\\x9b~ \\x5cx0a\nmsg error: X...\n99 error: as the host's\nhost warning: log setting 0 2 7 ignored: expected a facility from 0 to 15, a target 0 or 1 and a level from 0 to 7\nhost error: file.c:12 work: 3\n<15>apcfg debug: own level 7
 0 calls stopped =>
 0 calls print => print: === Start ===\nprint: 00 01 \nprint: name a\\x0ab\nmsg error: between\nprint: X...\nprint: unfinished
 0 calls run => out\nerr\nhost warning: cannot read the settings: /tmp: open: Is a directory\n0 3 137 -1
@@ -62,11 +62,11 @@ done <<'END'
 0 kcfg get 110680.2 => RDM_OID_WIFI_RADIO.2.ifName=wl1\nRDM_OID_WIFI_RADIO.2.countryCode=DE
 0 kcfg get --json rdm_oid_nat_intf_setting => [ { "userName": "admin", "password": "admin" }, {
 0 kcfg set nat_intf_setting.1.password "$(printf 'a\nb\033')"; kcfg get nat_intf_setting.1 => RDM_OID_NAT_INTF_SETTING.1.userName=admin\nRDM_OID_NAT_INTF_SETTING.1.password=a\\x0ab\\x1b
-2 kcfg set led_ctrl.1.enable 2 => kcfg: RDM_OID_LED_CTRL.1.enable: want a number from 0 to 1;
+2 kcfg set led_ctrl.1.enable 2 => kcfg: RDM_OID_LED_CTRL.1.enable: expected a number from 0 to 1;
 2 kcfg set led_ctrl.1.colour 2 => kcfg: led_ctrl.1.colour: no such field
 1 kcfg --help >/dev/full => kcfg: standard output: No space left on device
 0 for w in 1 2; do (for i in $(seq 40); do kcfg set wifi_radio.$w.countryCode $i; done) & done; wait; grep -o '"40"' f => "40"\n"40"
-# The change of the LEDs is seen by readers that compare whole seconds.
+# Readers that compare whole seconds see the change of the LEDs.
 0 c=/tmp/.kv1905_conf; printf 'A=1\nLedEnable=1\nB=' >$c; touch -d @4102444800 $c; kcfg set led_ctrl.1.enable 0; cat $c; stat -c ' %Y' $c; rm $c => A=1\nLedEnable=0\nB= 4102444801
 # Resets: a partial one keeps accounts (1), radios and the key (2), or both (3).
 0 alter 1; kcfg reset --partial; show => "password":"x""enable":1.
@@ -79,7 +79,7 @@ done <<'END'
 0 echo '{"RDM_OID_LED_CTRL":[]}' >f; kcfg get led_ctrl.1.enable => kcfg: f: damaged: RDM_OID_LED_CTRL: not a list of 1 instances
 0 printf %1048577s >f; kcfg get led_ctrl.1.enable => kcfg: f: damaged: larger than 1048576 bytes
 0 echo { >f; kcfg set led_ctrl.1.enable 0 2>q; kcfg get led_ctrl.1.enable; cat f.damaged => 0\n{
-0 echo '{"RDM_OID_LED_CTRL":[{"enable":4294967297}]}' >f; kcfg get led_ctrl.1.enable => kcfg: f: RDM_OID_LED_CTRL.1.enable: want a number from 0 to 1; using the factory default\n1
+0 echo '{"RDM_OID_LED_CTRL":[{"enable":4294967297}]}' >f; kcfg get led_ctrl.1.enable => kcfg: f: RDM_OID_LED_CTRL.1.enable: expected a number from 0 to 1; using the factory default\n1
 0 echo '{"RDM_OID_LED_CTRL":[{"enable":3}],"own":{}}' >f; kcfg set wifi_radio.1.ifName x; grep -o -e 3 -e own f => 3\nown
 # Files that cannot be used
 1 echo {} >d; KV_KCFG_DEFAULTS=d kcfg reset => kcfg: d: cannot use the factory defaults: RDM_OID_NAT_INTF_

@@ -26,7 +26,7 @@ struct KvConfRespData {
     KvConfAttr attributes[256];
 };
 
-// Bytes of a response on the wire.
+// Returns the bytes of a response on the wire.
 uint32_t confRespLen(const KvConfRespData &response);
 
 uint16_t parseConfRespMsgData(ByteReader &payload, KvVendMsg &msg);

@@ -158,7 +158,7 @@ int failedToRespond(uint16_t msgId, bool byMulticast) {
 }
 
 int sendResponseByMulticast(const KvVendMsg &msg, uint16_t msgId) {
-    // The identifier goes along by pointer; what the host writes back is what the line shows.
+    // Passes the identifier by pointer, so that the line shows what the host writes back.
     if (sendRelayedMulticast(&msg, &msgId) != KV_RET_OK) return failedToRespond(msgId, true);
     LOG_MSG(KV_LOG_INFO, "send multicast config response msgId %04x Success.\n", msgId);
     return KV_RET_OK;
@@ -192,7 +192,7 @@ void store(KvDevVendorData &dev, const uint8_t *alMac, const KvConfAttr &attribu
     }
 }
 
-// Agents before this build report their stations only on request, and no protocol version.
+// Agents with an earlier build and no protocol version report their stations only on request.
 constexpr int kFirstReportingBuild = 7142;
 
 bool reportsByItself(const KvConfRespData &response, const KvDevVendorData &dev) {

@@ -23,7 +23,7 @@ namespace kv {
 
 namespace {
 
-// The agent's copy of a URL, its terminator included; a longer one is answered with KV_RET_ERR.
+// The agent's copy of a URL, terminator included. A longer one is answered with KV_RET_ERR.
 constexpr size_t kUrlTextLen = 1024;
 
 uint32_t carryOut(const KvFWCtrlReq &request) {

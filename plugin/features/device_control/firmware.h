@@ -18,16 +18,16 @@ enum : int32_t {
 int handleFWCtrlReqMsg(const KvRecvVendTlv *source, uint16_t msgId, KvVendMsg *msg, unsigned origin);
 int handleFWCtrlRespMsg(uint16_t msgId, KvVendMsg *msg);
 
-// One step of a local upgrade: FW_STATE_*; other values do nothing. Returns 0.
+// Runs one step of a local upgrade: FW_STATE_*; other values do nothing. Returns 0.
 int setKvFWresult(int32_t result);
 
 // Publishes a status in the local record; requests a JSON write when it changed. Returns 0.
 int updateKvFWUpgradeStatus(int32_t status);
 
-// Records that a newer firmware is known (result 1). KV_RET_ERR without a local record.
+// Records that a newer firmware is known (result 1). Returns KV_RET_ERR without a local record.
 int recordNewFirmware(int result);
 
-// The upgrade state, State_fw_upgrade.
+// Returns the upgrade state, State_fw_upgrade.
 int32_t checkFWIsUpgradeNow();
 
 }  // namespace kv

@@ -14,10 +14,10 @@
 
 namespace kv {
 
-// Bytes of a request on the wire; without a topology option the URL is not carried.
+// Returns the bytes of a request on the wire; without a topology option the URL is not carried.
 uint32_t fwCtrlReqLen(const KvFWCtrlReq &request);
 
-// A URL that does not fit the record refuses the message.
+// Refuses a message whose URL does not fit the record.
 uint16_t parseFWCtrlReqMsgData(ByteReader &payload, KvVendMsg &msg);
 int genFWCtrlReqMsgData(const KvVendMsg &msg, ByteWriter &writer);
 

@@ -15,7 +15,7 @@ FWalmacHead *FWalmacDataHead = nullptr;
 
 namespace {
 
-// A new entry at the tail, or null when memory or the count runs out.
+// Appends an entry. Returns null if memory or the count is exhausted.
 FWalmacEntry *appendEntry() {
     if (FWalmacDataHead == nullptr) {
         FWalmacDataHead = allocateRecord<FWalmacHead>().release();

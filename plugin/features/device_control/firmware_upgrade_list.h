@@ -25,10 +25,11 @@ struct FWalmacHead {
 // Exists from the first addition on.
 extern FWalmacHead *FWalmacDataHead;
 
-// status: FW_STATE_*; only 4 and 5 are listed. KV_RET_ERR for others, for a duplicate or without an AL MAC: the file
-// is then written without waiting, because every configuration response makes this call. KV_RET_ERR without memory, too.
+// status: FW_STATE_*; only 4 and 5 are listed. Returns KV_RET_ERR without memory, and for another status, a duplicate
+// or a missing AL MAC. In the latter cases the file is written without waiting, because every configuration response
+// makes this call.
 int addKvFWupgradealmac(const uint8_t *alMac, int32_t status);
-// KV_RET_ERR when it is not listed.
+// Returns KV_RET_ERR if it is not listed.
 int rmKvFWupgradealmac(const uint8_t *alMac);
 FWalmacEntry *findFWupgradealmac(const uint8_t *alMac);
 

@@ -31,7 +31,8 @@ void logState(const KvIntfPwrStateEntry &entry) {
               entry.mediaType, entry.pwrState);
 }
 
-// The first 30 local interfaces with the power state that the configuration file gives their media type.
+// Collects the first 30 local interfaces with the power state that the configuration file contains for their media
+// type.
 KvIntfPwrStateRec reportStates(const KvIntfList &list) {
     KvIntfPwrStateRec report = {};
     std::memcpy(report.alMac, getMAPAlMac(), sizeof report.alMac);

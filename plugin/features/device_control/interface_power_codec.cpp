@@ -7,8 +7,8 @@ namespace kv {
 
 namespace {
 
-// Reads a list: the count, then per entry interface MAC, media type and what readRest reads. False for a count above
-// the record's room.
+// Reads a list: the count, then per entry interface MAC, media type and what readRest reads. Returns false for a count
+// above the record's capacity.
 template <typename Record, typename ReadRest>
 bool readList(ByteReader &payload, Record &record, ReadRest readRest) {
     record.count = payload.u8();

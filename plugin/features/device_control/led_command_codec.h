@@ -21,7 +21,7 @@ constexpr uint32_t commandReqLen(const KvCommandReq &request) {
 uint16_t parseLedCtrlMsgData(ByteReader &payload, KvVendMsg &msg);
 int genLedCtrlMsgData(const KvVendMsg &msg, ByteWriter &writer);
 
-// A text that does not fit the record refuses the message.
+// Refuses a message whose text does not fit the record.
 uint16_t parseCommandReqMsgData(ByteReader &payload, KvVendMsg &msg);
 int genCommandReqMsgData(const KvVendMsg &msg, ByteWriter &writer);
 

@@ -27,7 +27,7 @@ uint32_t checkRebootAllowed(const uint8_t *target) {
     return KV_RET_OK;
 }
 
-// What differs between the two resets.
+// Response, name and action of a reset.
 struct Reset {
     uint16_t responseType;
     const char *name;

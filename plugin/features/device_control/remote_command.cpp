@@ -17,7 +17,7 @@ namespace {
 
 using WordList = std::unique_ptr<KvCommandWord, FreeLinked>;
 
-// The words of text, which is split in place. False when one does not fit, or memory runs out.
+// Splits text into words in place. Returns false if one does not fit, or memory runs out.
 bool splitWords(char *text, WordList &words, unsigned &count) {
     KvCommandWord *tail = nullptr;
     char *rest = nullptr;
@@ -49,13 +49,13 @@ long decimal(const KvCommandWord *word) {
     return std::strtol(word->text, nullptr, 10);
 }
 
-// Null words are words that the text does not have.
+// Null words are missing from the text.
 const KvCommandWord *after(const KvCommandWord *word) {
     return word == nullptr ? nullptr : word->next;
 }
 
-// Reads a MAC word into a zero-filled mac, which it leaves when the word does not match: the command is then another
-// device's, and answered as such.
+// Reads a MAC word into a zero-filled mac, and leaves it unchanged if the word does not match: the command then counts
+// as another device's.
 void readMac(const KvCommandWord *word, uint8_t *mac) {
     uint8_t parsed[KV_MAC_LEN];
     if (scanMac(word->text, parsed)) {
@@ -63,7 +63,7 @@ void readMac(const KvCommandWord *word, uint8_t *mac) {
     }
 }
 
-// The steps that every copy has in common: message type, record, AL MAC.
+// Performs the steps that every copy has in common: message type, record, AL MAC.
 template <typename Record>
 Owned<Record> startRequest(KvVendMsg *msg, uint16_t type, const KvCommandWord *word, bool logNoMemory = false) {
     msg->msgType = type;
@@ -176,7 +176,7 @@ int handleCommandReqMsg(const KvRecvVendTlv *source, uint16_t msgId, KvVendMsg *
     WordList words;
     unsigned count = 0;
     if (!splitWords(text, words, count)) return KV_RET_ERR;
-    const int parsed = parseCommand(count, words.get(), msg);  // request is gone from here on
+    const int parsed = parseCommand(count, words.get(), msg);  // request is freed
     words.reset();
     if (parsed != KV_RET_OK) return KV_RET_ERR;
     return handleKvVendSpecMsg(source, msgId, msg, kOriginCommand) == KV_RET_OK ? KV_RET_OK : KV_RET_ERR;

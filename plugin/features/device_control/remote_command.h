@@ -17,7 +17,8 @@ int handleCommandReqMsg(const KvRecvVendTlv *source, uint16_t msgId, KvVendMsg *
 int handleCommandRespMsg(uint16_t msgId, KvVendMsg *msg);
 
 // Turns the words (option, then its arguments) into the embedded request inside msg, whose former payload is freed.
-// KV_RET_ERR, and a null payload, for an unknown option, missing words or no memory. A malformed MAC is all zero.
+// Returns KV_RET_ERR, with a null payload, for an unknown option, missing words or no memory. A malformed MAC becomes
+// all zero.
 int parseCommand(unsigned wordCount, const KvCommandWord *firstWord, KvVendMsg *msg);
 
 }  // namespace kv

@@ -33,7 +33,7 @@ struct SubElement {
     bool readInOrder;  // by the parser that is given no length
 };
 
-// In the order in which they are written.
+// Sorted in the order of writing.
 constexpr SubElement kSubElements[] = {
     {1, 1, &KvBssInfo::BandIndex, nullptr, "BandIndex", true},
     {2, 1, &KvBssInfo::Attribute, nullptr, "Attribute", true},
@@ -42,7 +42,7 @@ constexpr SubElement kSubElements[] = {
     {7, 1, &KvBssInfo::ExtAttribute, nullptr, "ExtAttribute", false},
 };
 
-// What the parser without a length may look at: the vendor ID, sub-elements 1 to 4.
+// Limit of the parser without a length: the vendor ID, sub-elements 1 to 4.
 constexpr size_t kInOrderLen = sizeof kVendorId + 3 + 3 + 4 + 4;
 
 // Logs a call with a null argument.
@@ -75,7 +75,7 @@ void store(const SubElement &row, ByteReader value, KvBssInfo &bss) {
     }
 }
 
-// Reads one sub-element whole, or nothing. 0 or -1.
+// Reads one complete sub-element, or nothing. Returns 0 or -1.
 int readSubElement(ByteReader &elements, KvBssInfo &bss) {
     const uint8_t id = elements.u8();
     const uint8_t length = elements.u8();
@@ -92,7 +92,7 @@ int readSubElement(ByteReader &elements, KvBssInfo &bss) {
     return 0;
 }
 
-// The nvram value of a band: bits of BandIndex, tested in this order. 0 for none of them.
+// Maps bits of BandIndex, tested in this order, to a band's nvram value; 0 without a match.
 struct Band {
     uint8_t bit;
     int nvramValue;
@@ -109,8 +109,8 @@ int wantedBand(uint8_t bandIndex) {
 
 constexpr int kRadios = 2;
 
-// Value of "wlRADIO" and the setting, or of "wlRADIO.BSS" and the setting for a virtual BSS; null when it is not set.
-// Every parsed extension makes this call, hence no snprintf for a main BSS.
+// Returns the value of "wlRADIO" and the setting, or of "wlRADIO.BSS" and the setting for a virtual BSS; null if it is
+// not set. Avoids snprintf for a main BSS, because every parsed extension makes this call.
 template <size_t Size>
 const char *radioSetting(int radioIndex, unsigned bss, const char (&setting)[Size]) {
     char name[32] = "wl0";
@@ -129,7 +129,7 @@ constexpr unsigned bssNumber(uint8_t bandIndex) {
     return bandIndex & 0x0F;
 }
 
-// After ID and length of sub-element 1, which comes first in every attribute that this system writes.
+// Skips ID and length of sub-element 1, the first in every attribute that this system writes.
 constexpr size_t kBandIndexOffset = 2;
 
 void initExtAttribute(uint8_t bandIndex, KvBssInfo &bss) {
@@ -138,7 +138,7 @@ void initExtAttribute(uint8_t bandIndex, KvBssInfo &bss) {
     }
 }
 
-// Nothing when the elements are too short to hold a band.
+// Does nothing if the elements are too short to hold a band.
 void initFromBandByte(ByteReader elements, KvBssInfo &bss) {
     elements.skip(kBandIndexOffset);
     const uint8_t bandIndex = elements.u8();

@@ -16,11 +16,11 @@ int setApConfiguration(void *argument);
 // Writes the attribute; returns its 24 bytes.
 int fillApConfiguration(uint8_t *attribute, const KvBssInfo *bss);
 
-// Read from the vendor ID on; see kvMAP1905_ApCfg_parse and _check_len. 0 or -1.
+// Parse from the vendor ID on; see kvMAP1905_ApCfg_parse and _check_len. Return 0 or -1.
 int parseInOrder(const uint8_t *data, KvBssInfo *bss);
 int parseWithLength(const uint8_t *data, uint32_t len, KvBssInfo *bss);
 
-// ExtAttribute from nvram, for the BSS whose BandIndex is the third byte; unchanged when there is no setting.
+// Sets ExtAttribute from nvram, for the BSS whose BandIndex is the third byte; unchanged without a setting.
 int initParameters(const uint8_t *subElements, KvBssInfo *bss);
 
 void logBssInfo(const KvBssInfo *bss);

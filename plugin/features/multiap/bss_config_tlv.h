@@ -9,7 +9,7 @@
 
 namespace kv {
 
-// list: uint32_t count, then KvBssConfig entries from offset 4. 0 or -1.
+// list: uint32_t count, then KvBssConfig entries from offset 4. Returns 0 or -1.
 int insertBssConfigTlv(uint8_t *buffer, uint32_t *length, const void *list);
 
 }  // namespace kv

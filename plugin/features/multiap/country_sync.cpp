@@ -16,10 +16,10 @@ namespace kv {
 
 namespace {
 
-// Characters of a country code that count, before a "/" and its suffix.
+// Counts the characters of a country code before a "/" and its suffix.
 constexpr size_t kMaxCodeLen = 6;
 
-constexpr int kSilentShell = 1;  // kos_formsys: what the command prints is of no interest
+constexpr int kSilentShell = 1;  // kos_formsys: the command's output is not needed
 
 }  // namespace
 

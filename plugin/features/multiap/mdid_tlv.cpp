@@ -33,8 +33,8 @@ void copyIfname(const KvMdidInterface &entry, char (&name)[sizeof entry.ifname +
     name[sizeof entry.ifname] = '\0';
 }
 
-// The number after the first "=" of the first line that begins with the key; 0 without one. Only the key's length is
-// compared: "wl0_mdid2" also answers for "wl0_mdid".
+// Returns the number after the first "=" of the first line that begins with the key, else 0. Compares only the key's
+// length: "wl0_mdid2" also matches "wl0_mdid".
 int readSetting(std::FILE *dump, const char *key) {
     std::rewind(dump);
     char line[32];
@@ -53,7 +53,7 @@ void printBackhaulBanner(uint16_t mdid) {
     std::printf("%s\n%s\n", kBlank, kStars);
 }
 
-// Every entry from the dump; false at a backhaul BSS without MDID.
+// Fills every entry from the dump; false for a backhaul BSS without MDID.
 bool fillFromDump(std::FILE *dump, KvMdidInterfaceList &list) {
     for (uint32_t i = 0; i < list.InterfaceNumberOfEntries; ++i) {
         KvMdidInterface &entry = list.interfaces[i];

@@ -10,11 +10,10 @@
 
 namespace kv {
 
-// The last list that nvram filled in. Answers for its BSSIDs while it is fresh.
+// Caches the last list that nvram filled in, and serves its BSSIDs while it is fresh.
 class MdidCache {
   public:
-    // Fills in the MDIDs entry by entry up to the first BSSID that is not here; true when all were. A miss makes the
-    // cache stale.
+    // Fills in the MDIDs up to the first unknown BSSID; true if all were known. A miss makes the cache stale.
     bool fill(KvMdidInterfaceList &list);
     void store(const KvMdidInterfaceList &list);
     void clear() { *this = MdidCache(); }

@@ -45,7 +45,7 @@ void applyKey(uint8_t *data, size_t length, Step step) {
     explicit_bzero(source.get(), sizeof *source);
 }
 
-// The password into line, cut by its last character, which is the newline. False when there is none.
+// Reads the password into line without its last character, the newline. Returns false if there is none.
 bool readOwnPassword(char (&line)[257]) {
     const Pipe output = openCommand(kPasswordCommand);
     if (output == nullptr) {

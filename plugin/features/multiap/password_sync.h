@@ -8,14 +8,14 @@
 
 namespace kv {
 
-// Controller: read the own password and answer with it, scrambled. 0 or KV_RET_ERR.
+// Controller: reads its own password and responds with it, scrambled. Returns 0 or KV_RET_ERR.
 int handleSyncControllerPwdReqMsg(const KvRecvVendTlv *source, uint16_t msgId);
 
-// Agent: unscramble length bytes of password (at most 255, in a buffer of 256) in place and store them in the "admin"
-// account; without one nothing happens.
+// Agent: unscrambles length bytes of password (at most 255, in a buffer of 256) in place and stores them in the "admin"
+// account. Does nothing without that account.
 void applyScrambledPassword(uint8_t *password, size_t length);
 
-// Scramble or unscramble in place, byte by byte with the device's key. Bytes after the key's end are unchanged.
+// Scrambles or unscrambles in place, byte by byte with the device's key. Bytes after the key's end are unchanged.
 void kvEncryptPwd(uint8_t *data, size_t length);
 void kvDecryptPwd(uint8_t *data, size_t length);
 

@@ -3,7 +3,7 @@
 // Password, 264 bytes:   0  6  AL MAC of the sender    6  2  length, big-endian, at most 255    8  256  password, zeros
 // Country, 7 + L:        0  6  AL MAC of the sender    6  1  L, at most 4                       7  L    country
 //
-// Decoding applies: the decoders hand a whole, valid payload to password_sync and country_sync and leave no record.
+// Decoding applies: the decoders pass a complete, valid payload to password_sync and country_sync and leave no record.
 #pragma once
 
 #include <cstdint>

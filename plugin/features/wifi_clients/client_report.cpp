@@ -19,7 +19,7 @@ constexpr size_t kMaxFramedRecord = 150;
 constexpr size_t kMaxBatchText = 1299;
 static_assert(kMaxBatchText <= kMaxReportText);
 
-// One framed record in the queue of a report.
+// A framed record in the queue of a report.
 struct WIFIClientMsgChunk {
     WIFIClientMsgChunk *next;
     uint16_t length;

@@ -7,7 +7,7 @@
 
 namespace kv {
 
-// Every 10 seconds. 0; 16 without stations or memory, then nothing was sent.
+// Sends the report; called every 10 seconds. Returns 0, or 16 if nothing was sent: without stations or memory.
 int kvSendWIFIClientInfo();
 
 int handleWifiClientMcastMsg(const KvRecvVendTlv *source, uint16_t msgId, KvVendMsg *msg);

@@ -25,15 +25,15 @@ constexpr size_t kMaxValueText = 127;
 
 #define TEXT_ARGUMENT(text) static_cast<int>((text).size()), (text).data()
 
-// The first count characters, which text then no longer holds; fewer when there are not as many.
+// Removes up to count characters from the front of text and returns them.
 Text takeFront(Text &text, size_t count) {
     const Text front(text.data(), std::min(count, text.size()));
     text.remove_prefix(front.size());
     return front;
 }
 
-// The digits that a text begins with, after an optional sign. 0 without any; what does not fit wraps, and the fields
-// take the low bits of it.
+// Returns the number at the start of a text, after an optional sign; 0 without digits. A larger one wraps, and the
+// fields keep its low bits.
 uint32_t number(Text text, uint32_t base) {
     const bool isNegative = !text.empty() && text.front() == '-';
     if (isNegative || (!text.empty() && text.front() == '+')) {
@@ -73,14 +73,14 @@ constexpr void (*kReadField[])(WIFINeighborEntry &station, Text value) = {
     readNumber<&WIFINeighborEntry::SNR>,
 };
 
-// The printed lines name this operation and the place of the check.
+// Prints this operation name and the line of the check, then refuses the report.
 #define REFUSE(format, ...)                                                                                 \
     do {                                                                                                    \
         kos_pk("%s[%d] " format "\n", "copyWIFIclientMsgDataTokvWIFINeighborTable", __LINE__, __VA_ARGS__); \
         return false;                                                                                       \
     } while (false)
 
-// One piece between commas. False when it is malformed. whole: the message's text, for the printed line.
+// Parses a piece between commas. Returns false if it is malformed. whole: the message's text, for the printed line.
 bool readPair(Text piece, Text whole, WIFINeighborEntry &station) {
     const size_t equals = piece.find('=');
     if (equals == Text::npos) {
@@ -104,7 +104,7 @@ bool readPair(Text piece, Text whole, WIFINeighborEntry &station) {
     return true;
 }
 
-// One framed record, which rest then no longer holds.
+// Parses one framed record and removes it from rest.
 bool readRecord(Text &rest, Text whole, WIFINeighborEntry &station) {
     const auto length = static_cast<int>(number(takeFront(rest, kLengthDigits), 10));
     const int innerLength = length - kBraces;

@@ -33,8 +33,8 @@ int genWifiClientMsgData(const KvVendMsg &msg, ByteWriter &writer);
 // Writes the record of a station, braces included, as snprintf does: the text is cut to size, the full length returned.
 int formatStation(char *text, size_t size, const WIFINeighborEntry &station);
 
-// Appends an entry to list for each record of the text. list: empty. 0; 16 for a malformed text, which is printed, or
-// without memory. The entries made so far then hang from list, whose count stays 0.
+// Appends an entry to list for each record of the text. list: empty. Returns 0, or 16 for a malformed text, which is
+// printed, or without memory. The entries made so far then belong to list, whose count stays 0.
 int copyWIFIclientMsgDataTokvWIFINeighborTable(WIFINeighborList *list, const KvWifiClientMsg *record);
 
 }  // namespace kv

@@ -52,8 +52,8 @@ constexpr struct {
     uint16_t level;
 } kSignalLevels[] = {{-50, 5}, {-70, 4}, {-80, 3}, {-85, 2}};
 
-// Reads a line into values, where the fields that a short line lacks stay. False when it holds no MAC or a token that
-// is too long: values then stay as they are.
+// Reads a line into values. Fields missing from a short line keep their values. Returns false, with values unchanged,
+// for a line without a MAC or with a token that is too long.
 bool scan(const char *line, StationLine &values) {
     StationLine scanned = values;
     const int count = std::sscanf(line, "%20s %d %d %d %*d %18s %u %u %d %d %hx", scanned.mac, &scanned.rate,
@@ -79,14 +79,14 @@ void takeLine(StationLine line, const StationFile &file, WIFINeighborEntry *scra
     kvWriteWIFINbrInfo(scratch, line.mac, kvGetMediaTypeByStandard(line.standard, file.band), line, file.band);
 }
 
-// False when memory ran out. A file that cannot be opened holds no stations.
+// Returns false if memory ran out. A file that cannot be opened holds no stations.
 bool readStations(const StationFile &source) {
     const File file = openFile(source.path, "r");
     if (file == nullptr) {
         LOG_PLAIN(KV_LOG_ERROR, "Can't open file [%s]\n", source.path);
         return true;
     }
-    StationLine values = {};  // as scanned; what a short line lacks comes from the line before
+    StationLine values = {};  // as scanned; fields missing from a short line keep the previous line's values
     char line[512];
     while (readLine(file.get(), line)) {
         const auto scratch = allocateRecord<WIFINeighborEntry>();
@@ -114,7 +114,7 @@ bool LocalStations::append(const WIFINeighborEntry &station) {
 void LocalStations::removeAll() {
     if (WIFINbrNum == 0 || WIFINeighborHead == nullptr) return;
     if (record_ != nullptr && record_->wifiNbrHead == WIFINeighborHead) {
-        shown_ = WIFINeighborHead;  // freed when the host has been given another one
+        shown_ = WIFINeighborHead;  // freed after the host got the next one
     } else {
         FreeLinked()(WIFINeighborHead);
     }

@@ -19,7 +19,7 @@ class LocalStations {
     bool append(const WIFINeighborEntry &station);
     void removeAll();
     // Replaces the list by the stations of both files and publishes it to the host. Without memory for a line it stops
-    // at once; the host then keeps the list before.
+    // at once; the host then keeps the previous list.
     void rebuild();
     void clear();
 
@@ -33,14 +33,14 @@ class LocalStations {
 
 LocalStations &localStations();
 
-// Every 10 seconds. Returns 0.
+// Refreshes the list; called every 10 seconds. Returns 0.
 int runNetCtrl();
 
 void kvUpdateWIFINeighborList();
-int kvRemoveWIFINeighborList();                         // 1
-int kvAddWIFINeighbor(const WIFINeighborEntry *entry);  // 1, 0 when memory runs out
+int kvRemoveWIFINeighborList();                         // returns 1
+int kvAddWIFINeighbor(const WIFINeighborEntry *entry);  // returns 1, or 0 if memory runs out
 
-// One line of a station file, rates in kbit/s.
+// A line of a station file, rates in kbit/s.
 struct StationLine {
     char mac[21];  // one character more than a token may have, to detect a longer one
     int rate;
@@ -64,22 +64,22 @@ void mac_from_cap_to_lower(char *text, size_t size);
 
 bool CheckingNullMAC(const uint8_t *mac);
 
-// IEEE 1905.1 media type; 0 for an unknown standard. band: 2 or 5.
+// Returns the IEEE 1905.1 media type; 0 for an unknown standard. band: 2 or 5.
 uint16_t kvGetMediaTypeByStandard(uint16_t standard, int band);
 
-// 0 to 5.
+// Returns 0 to 5.
 uint16_t signalLevelOf(int rssi);
 
-// A view of the local list, no copy. Returns 0.
+// Returns a view of the local list. The result is 0.
 int kvGetWIFIConfig(WIFINeighborList *list);
 
-// Figures of one station of the local list; out's mac and next stay. 0, 1 when it is not there, 16 when the list is
-// empty or memory runs out.
+// Copies the values of one station of the local list, except out's mac and next. Returns 0; 1 for an unknown station;
+// 16 if the list is empty or memory runs out.
 int kvGetWIFIStaData(const uint8_t *mac, WIFINeighborEntry *out);
 
-// A copy of the local list, which the caller owns. Stations that are interfaces of known devices carry the device's AL
-// MAC. 0, with an empty list when the view of the local list cannot be allocated; 16 without memory for an entry: the
-// entries copied so far then hang from list, whose count stays 0.
+// Copies the local list; the caller owns the copy. Stations that are interfaces of known devices carry the device's AL
+// MAC. Returns 0, with an empty list if the view of the local list cannot be allocated; 16 without memory for an entry:
+// the entries copied so far then belong to list, whose count stays 0.
 int kvGetWIFIConfdata(WIFINeighborList *list);
 
 }  // namespace kv

@@ -34,7 +34,7 @@ class Merge {
   public:
     Merge(KvDevVendorData &dev, uint32_t now) : dev_(dev), now_(now), next_(&dev.wifiNbrHead), end_(next_) {}
 
-    // False when memory ran out.
+    // Returns false if memory ran out.
     bool add(const WIFINeighborEntry &reported) {
         if (WIFINeighborEntry *known = find(reported.mac)) {
             LOG_PLAIN(KV_LOG_DEBUG, "Found, update WiFi neighbor data\n");
@@ -46,7 +46,7 @@ class Merge {
     }
 
   private:
-    // The table's entry, or null: end_ is then the link to append at.
+    // Returns the table's entry, or null: end_ is then the link to append at.
     WIFINeighborEntry *find(const uint8_t *mac) {
         for (end_ = next_; *end_ != nullptr; end_ = &(*end_)->next) {
             if (sameMac((*end_)->mac, mac)) {
@@ -63,7 +63,7 @@ class Merge {
         return nullptr;
     }
 
-    // Ages a full table, once for a report: only five devices are registered for ageing.
+    // Ages a full table once per report: only five devices are registered for ageing.
     bool isFull() {
         if (dev_.wifiNbrNum < kMaxTableStations || isAged_) return dev_.wifiNbrNum >= kMaxTableStations;
         LOG_MSG(KV_LOG_WARNING, "WiFi neighbor table is full, %u stations\n", dev_.wifiNbrNum);

@@ -17,7 +17,7 @@ constexpr uint8_t kUnknownRssi = 0xA6;  // -90 dBm
 constexpr uint8_t kInResponse = 0x00;
 constexpr uint8_t kInNotification = 0x64;
 
-// In a notification; their meaning is Intel's.
+// Constants of a notification, defined by Intel.
 constexpr uint8_t kNotifyField3[4] = {0x55, 0xCD, 0xAB, 0xEF};
 constexpr uint8_t kNotifyField7[2] = {0x06, 0x0A};
 
@@ -33,8 +33,8 @@ size_t writeMeasurement(const KvRssiMeasurement &measurement, uint8_t kind, Byte
     return kMeasurementLen;
 }
 
-// Fills in what the local list knows of the station; otherwise the measurement stays. result: the lookup's. False
-// when memory ran out.
+// Fills in the values of a station in the local list; otherwise leaves the measurement unchanged. result: the lookup's.
+// Returns false if memory ran out.
 bool measure(KvRssiMeasurement &measurement, int &result) {
     const auto entry = allocateRecord<WIFINeighborEntry>();
     if (entry == nullptr) return false;

@@ -26,7 +26,7 @@ struct FreeStationView {
 // A view that owns its entries.
 using OwnedStations = std::unique_ptr<WIFINeighborList, FreeStationView>;
 
-// An empty view, or null when memory runs out.
+// Returns an empty view, or null if memory runs out.
 inline OwnedStations newStations() {
     return allocateRecord<WIFINeighborList, FreeStationView>();
 }

@@ -17,7 +17,7 @@ namespace {
 
 constexpr uint32_t kStationsPerResponse = 32;
 
-// With msgId 0 the host chooses an identifier. A response that cannot be sent is lost; the next one is still sent.
+// Sends a part of the list. msgId 0 lets the host choose an identifier. After a failure the next part is still sent.
 void sendChunk(const uint8_t *destinationMac, uint16_t msgId, WIFINeighborList *chunk) {
     const KvVendMsg msg = makeVendMsg(VEND_MSG_TYPE_WIFI_STATE_RESP, wifiStateRespLen(chunk->count), chunk);
     sendUnicast(destinationMac, &msgId, &msg);

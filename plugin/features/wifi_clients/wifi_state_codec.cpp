@@ -39,7 +39,7 @@ uint16_t parseWifiStateRespMsgData(ByteReader &payload, KvVendMsg &msg) {
     if (list == nullptr) return 0;
     list->count = payload.u8();
     if (!payload.ok() || payload.remaining() < list->count * kStationLen) {
-        return 0;  // before memory is spent on stations that are not there
+        return 0;  // allocate no memory for stations that are missing
     }
     WIFINeighborEntry **end = &list->head;
     for (uint32_t i = 0; i < list->count; ++i) {

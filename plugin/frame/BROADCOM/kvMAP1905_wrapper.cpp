@@ -1,4 +1,4 @@
-// The C entry points, a line each; the work is done in the layers below.
+// C entry points. Each forwards to the layers below.
 #include "commands/command_table.h"
 #include "commands/tool_entries.h"
 #include "features/config_exchange/config_exchange.h"
