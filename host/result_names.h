@@ -1,5 +1,4 @@
-// What the one-byte results of messages mean, for people: command tool, --trace and the Wireshark dissector say the
-// same.
+// Meanings of one-byte results, shared by the command tool, --trace and the Wireshark dissector.
 #pragma once
 
 #include <algorithm>
@@ -19,10 +18,10 @@ inline constexpr Meaning kResultMeanings[] = {
     {16, "refused or failed, see its log"},
 };
 
-// Of interfaces, as IEEE 1905.1 has them.
+// Power states of interfaces in IEEE 1905.1.
 inline constexpr Meaning kPowerStates[] = {{0, "on"}, {1, "power save"}, {2, "off"}, {255, "not known"}};
 
-// Null for a code without a row.
+// Returns null for a code without a row.
 inline const char *meaningOf(std::span<const Meaning> rows, unsigned code) {
     const auto found = std::find_if(rows.begin(), rows.end(), [code](const Meaning &row) { return row.code == code; });
     return found == rows.end() ? nullptr : found->text;

@@ -15,7 +15,7 @@ namespace {
 
 using Replacement = std::pair<std::string_view, std::string_view>;
 
-// What could end the script block, or a line of a script, in HTML's eyes. In JSON these occur within strings only.
+// Escapes characters that could end the script block or a line of a script in HTML. In JSON they occur only in strings.
 constexpr Replacement kEscapes[] = {
     {"<", "\\u003c"}, {">", "\\u003e"}, {"&", "\\u0026"}, {"\xE2\x80\xA8", "\\u2028"}, {"\xE2\x80\xA9", "\\u2029"},
 };
@@ -33,7 +33,7 @@ std::string escaped(std::string_view json) {
     return out;
 }
 
-// Marks of the text in their order, each once. Replacements are not searched again.
+// Lists the marks in the order of the text, each once. Replacements are not searched again.
 std::string filled(std::string_view text, std::initializer_list<Replacement> marks) {
     std::string out;
     for (const auto &[mark, value] : marks) {

@@ -1,9 +1,9 @@
 'use strict';
-// Draws the mesh from the daemon's JSON. Whatever that holds was said by devices of the network: it reaches the page as
-// text nodes and as numbers, never as markup, names of classes or addresses.
+// Draws the mesh from the daemon's JSON. Its content comes from devices of the network: it reaches the page as text
+// nodes and as numbers, never as markup, names of classes or addresses.
 (() => {
-const REFRESH = 1000;         // ms between two looks at a served file
-const SILENCE = 30000;        // ms without a newer file before that is said
+const REFRESH = 1000;         // ms between two reads of a served file
+const SILENCE = 30000;        // ms without a newer file before the page shows it as outdated
 const CARD = 320, COMPACT = 180, GAP_X = 36, GAP_Y = 22;  // px
 const LIST = 560;             // px, the widest card where columns do not fit
 const INDENT = 22;            // px, per hop, there
@@ -56,19 +56,19 @@ function make(name, attributes = {}, ...children) {
     return element;
 }
 
-function say(element, words) {
+function setText(element, words) {
     if (element.textContent !== words) element.textContent = words;
 }
 
 // A line is broken between the items of a list, not within one.
-function sayList(element, items) {
+function setList(element, items) {
     const words = items.map((item, i) => i < items.length - 1 ? `${item},` : item);
     if (element.textContent === (words.join(' ') || '-')) return;
     element.replaceChildren(...words.flatMap(word => [make('span', {class: 'whole'}, word), ' ']).slice(0, -1));
-    if (words.length === 0) say(element, '-');
+    if (words.length === 0) setText(element, '-');
 }
 
-// ---- What the JSON says
+// ---- Values of the JSON
 
 function uptimeOf(device, now) {
     if (!/^\d{1,10}$/.test(text(device.Uptime))) return text(device.Uptime);
@@ -241,16 +241,16 @@ function fillMix(card) {
 
 function fillCard(card, device) {
     card.device = device;
-    say(card.name, device.name);
-    say(card.role, device.role);
+    setText(card.name, device.name);
+    setText(card.role, device.role);
     card.root.classList.toggle('controller', device.role === 'Controller');
-    say(card.mac, device.id);
-    say(card.led, `LED ${text(device.LedStatus).toLowerCase()}`);
+    setText(card.mac, device.id);
+    setText(card.led, `LED ${text(device.LedStatus).toLowerCase()}`);
     card.led.classList.toggle('on', device.LedStatus === 'ON');
     card.led.classList.toggle('unknown', !isText(device.LedStatus));
-    say(card.heard, device.heard);
-    FACTS.forEach(([, fact], i) => sayList(card.facts[i][1], [fact(device)].flat()));
-    say(card.total, device.stations.length === 0 ? 'No stations' : count(device.stations.length, 'station'));
+    setText(card.heard, device.heard);
+    FACTS.forEach(([, fact], i) => setList(card.facts[i][1], [fact(device)].flat()));
+    setText(card.total, device.stations.length === 0 ? 'No stations' : count(device.stations.length, 'station'));
     fillMix(card);
     fillStations(card);
 }
@@ -314,7 +314,7 @@ const setWidth = (device, width) => {
 const readHeight = device => { device.height = cards.get(device.id).root.offsetHeight; };
 
 // Each returns the size of the whole. A card that is opened widens its column.
-function placeInColumns(all, base, columns, room) {
+function placeInColumns(all, base, columns, available) {
     assignColumns(mesh.roots, 0, columns);
     const widths = [];
     for (const device of all) {
@@ -322,7 +322,7 @@ function placeInColumns(all, base, columns, room) {
         widths[device.column] = Math.max(widths[device.column] ?? 0, width);
     }
     const total = widths.reduce((sum, width) => sum + width + GAP_X, -GAP_X);
-    let x = Math.max((room - total) / 2, 0);
+    let x = Math.max((available - total) / 2, 0);
     const lefts = widths.map(width => (x += width + GAP_X) - width - GAP_X);
     for (const device of all) {
         setWidth(device, widths[device.column]);
@@ -335,12 +335,12 @@ function placeInColumns(all, base, columns, room) {
         stack(root, bottom);
         bottom += root.block + GAP_Y;
     }
-    return [Math.max(total, room), bottom];
+    return [Math.max(total, available), bottom];
 }
 
-function placeIndented(all, deepest, room) {
-    const left = Math.max((room - LIST) / 2, 0);
-    const right = Math.min(room, LIST) - (mesh.links.some(link => !link.isBranch) ? GAP_X / 4 : 0);
+function placeIndented(all, deepest, available) {
+    const left = Math.max((available - LIST) / 2, 0);
+    const right = Math.min(available, LIST) - (mesh.links.some(link => !link.isBranch) ? GAP_X / 4 : 0);
     const indent = Math.min(INDENT, Math.max((right - COMPACT) / Math.max(deepest, 1), 2));
     for (const device of all) {
         setWidth(device, Math.max(right - device.depth * indent, COMPACT));
@@ -352,7 +352,7 @@ function placeIndented(all, deepest, room) {
         device.y = bottom;
         bottom += device.height + GAP_Y / 2;
     }
-    return [room, bottom];
+    return [available, bottom];
 }
 
 function pathInColumns(near, far, isBranch) {
@@ -370,17 +370,17 @@ function pathIndented(near, far, isBranch) {
 }
 
 function layout() {
-    const room = map.clientWidth;
+    const available = map.clientWidth;
     const all = [];
     traverse(mesh.roots, device => all.push(Object.assign(device, {isOnBus: false})));
     const deepest = Math.max(0, ...all.map(device => device.depth));
-    const fitting = width => Math.floor((room + GAP_X) / (width + GAP_X));
+    const fitting = width => Math.floor((available + GAP_X) / (width + GAP_X));
     const isCompact = all.length > MANY_DEVICES || (fitting(CARD) <= deepest && fitting(COMPACT) > deepest);
     const base = isCompact ? COMPACT : CARD;
     const inColumns = fitting(base) > deepest && (deepest > 0 || all.length === 1);
     for (const device of all) cards.get(device.id).root.classList.toggle('compact', isCompact);
     const [width, height] =
-        inColumns ? placeInColumns(all, base, fitting(base), room) : placeIndented(all, deepest, room);
+        inColumns ? placeInColumns(all, base, fitting(base), available) : placeIndented(all, deepest, available);
     for (const device of all)
         Object.assign(cards.get(device.id).root.style, {left: `${device.x}px`, top: `${device.y}px`});
     map.style.height = `${height}px`;
@@ -420,7 +420,7 @@ function search() {
         stations += hits;
         fillStations(card);
     }
-    say($('found'), wanted === '' ? '' : `${count(devices, 'device')}, ${count(stations, 'station')}`);
+    setText($('found'), wanted === '' ? '' : `${count(devices, 'device')}, ${count(stations, 'station')}`);
 }
 
 function reveal(card) {
@@ -437,7 +437,7 @@ const revealAddressed = () => reveal(cards.get(location.hash.slice(1).toLowerCas
 // ---- Keeping up to date
 
 function warn(words) {
-    say($('notice'), words);
+    setText($('notice'), words);
     $('notice').hidden = words === '';
 }
 
@@ -460,7 +460,7 @@ function draw(data) {
     });
     const local = mesh.roots[0]?.Local === true ? `, seen from ${mesh.roots[0].name}` : '';
     const when = mesh.stamp.replace('T', ' ').replace('Z', ' UTC');
-    say($('summary'), `${count(mesh.devices.size, 'device')}, ${count(mesh.stations, 'station')}${local}, as of ${when}`);
+    setText($('summary'), `${count(mesh.devices.size, 'device')}, ${count(mesh.stations, 'station')}${local}, as of ${when}`);
     warn(mesh.devices.size === 0 ? 'The file names no device.' : mesh.tellsLinks || mesh.devices.size === 1 ? '' :
         'The file does not contain the neighbours of other devices: only the links of this device are drawn.');
     search();
@@ -482,11 +482,11 @@ async function refresh(source) {
         if (words !== drawn) draw(JSON.parse(words));
         drawn = words;
         noteAge();
-        say($('status'), `Live: read every ${REFRESH / 1000} s`);
+        setText($('status'), `Live: read every ${REFRESH / 1000} s`);
     } catch (error) {
         drawn = '';
         warn(`Not refreshed: ${error.message}`);
-        say($('status'), 'Not refreshed');
+        setText($('status'), 'Not refreshed');
     }
     setTimeout(refresh, REFRESH, source);
 }

@@ -75,7 +75,7 @@ std::string_view trimmed(std::string_view text) {
     return text.substr(begin, text.find_last_not_of(" \t") + 1 - begin);
 }
 
-// Whether the header lines have one Host, which names this machine.
+// Returns whether the header lines have one Host, which names this machine.
 bool isForThisMachine(std::string_view lines) {
     std::vector<std::string_view> hosts;
     while (!lines.empty()) {
@@ -121,7 +121,7 @@ class Connection {
 
     pollfd awaited() const { return {fd_.get(), static_cast<short>(isSending() ? POLLOUT : POLLIN), 0}; }
     bool isLate() const { return Clock::now() >= end_; }
-    // Returns whether the connection goes on.
+    // Returns whether the connection continues.
     bool proceed(const std::string &dataModel) { return isSending() ? send() : receive(dataModel); }
 
   private:

@@ -29,16 +29,16 @@ extern const char *const kViewPolicy;
 // The JSON object in the file, in one line. Throws like readModel().
 std::string modelText(const std::string &path);
 
-// The page that draws this JSON text, which may be "null". From a `source` on its own server, empty for none, it keeps
-// itself up to date. The same text gives the same page.
+// Returns the page that draws this JSON text, which may be "null". It refreshes from a `source` on its own server, if
+// not empty. The same text produces the same page.
 std::string viewPage(const std::string &model, const std::string &source);
 
-// The page of that file, to standard output or, when `output` is not empty, in place of that file. Throws
-// Failure, or like readModel().
+// Writes the page of that file to standard output or, if `output` is not empty, replaces that file. Throws Failure, or
+// like readModel().
 void writeView(const std::string &dataModel, const std::string &output);
 
-// Whether a request's Host header, with or without port, names this machine's loopback: a page of another site whose
-// name was made to lead here must not read the mesh.
+// Returns whether a request's Host header, with or without port, names this machine's loopback: a page of another site
+// whose name resolves to it must not read the mesh.
 bool isLoopbackHost(std::string_view host);
 
 // Serve the page and the file's data on 127.0.0.1 until the process is ended; port 0: a free one. Throws Failure.

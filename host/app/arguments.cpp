@@ -83,7 +83,7 @@ std::vector<std::string> splitWords(std::span<const std::string> words) {
     return single;
 }
 
-// Those of a command that is not known are passed through unchanged.
+// Checks a remote command's arguments. Those of an unknown command are passed through unchanged.
 std::vector<std::string> checkRemote(const Argument &argument, std::span<const std::string> words, Network &network) {
     const std::vector<std::string> split = splitWords(words);
     const std::string word = checkWord(argument, split.empty() ? "" : split.front());

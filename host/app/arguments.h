@@ -15,12 +15,12 @@ namespace kv1905d {
 // "led DEVICE on|off"
 std::string usageOf(const ToolCommand &command);
 
-// The command that an agent runs by that number; null when it is not known.
+// Returns the command that an agent runs by that number, or null.
 const ToolCommand *findRemoteCommand(std::string_view number);
 
-// All arguments as the plug-in expects them, with devices and interfaces as MAC addresses; those of a known remote
-// command are checked like its own. The network is read where a name requires it. Throws Failure, which names the first
-// argument that is wrong and what is right.
+// Returns all arguments as the plug-in expects them, with devices and interfaces as MAC addresses. Checks those of a
+// known remote command like its own. Reads the network where a name requires it. Throws Failure, which names the first
+// invalid argument and what is valid.
 std::vector<std::string> checkArguments(const ToolCommand &command, std::span<const std::string> words,
                                         Network &network);
 

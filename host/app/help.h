@@ -1,4 +1,4 @@
-// What the tool prints about itself, from its tables of commands and options.
+// Help, manual page and completion, printed from the tables of commands and options.
 #pragma once
 
 #include <span>

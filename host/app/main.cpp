@@ -31,7 +31,7 @@ void printOut(const std::string &text) {
     if (!std::cout) throw Failure(Status::Failure, "standard output cannot be written");
 }
 
-// One byte more than may be posted is enough to see that there are too many.
+// Reads up to one byte more than may be posted, so that an excess is detected.
 Bytes readAll(std::istream &in) {
     Bytes bytes(kMaxCommandSize + 1);
     in.read(reinterpret_cast<char *>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
@@ -59,7 +59,7 @@ CommandResult post(const CommandLine &line) {
     return runPost(row.code, readAll(file), line.run);
 }
 
-// The file stays when its daemon has ended. One that runs for another user may be shown all the same.
+// The file stays after its daemon has ended. It may be shown even if the daemon belongs to another user.
 void requireDaemon(const std::string &socket) {
     try {
         connectToDaemon(socket, std::nullopt);
@@ -139,7 +139,7 @@ const ToolCommand *reportedCommand(const CommandLine &line) {
     return line.command->code == KV_CMD_COMMAND ? findRemoteCommand(line.arguments[1]) : line.command;
 }
 
-// Result 16 has several reasons; what the device reports about itself rules some of them out.
+// Result 16 has several reasons; the device's report rules some of them out.
 void explain(CommandResult &result, const ToolCommand &command, Network &network) {
     if (result.code) result.meaning = meaningOf(command, *result.code);
     if (result.code != KV_RET_ERR || command.permission == nullptr) return;
@@ -210,7 +210,7 @@ int main(int argc, char **argv) {
     // The plug-in logs why it refuses arguments; an operator needs nothing else of its log.
     setenv("KV_LOG_LEVEL", "4", 0);
     CommandLine line;
-    // A line that is not understood may have the option all the same.
+    // Finds the option even in a line with errors.
     line.json = std::any_of(argv, argv + argc, [](std::string_view word) { return word == "--json"; });
     CommandResult result;
     try {

@@ -32,7 +32,7 @@ bool endsWith(const std::string &text, const std::string &word) {
            equal(text.substr(text.size() - word.size()), word);
 }
 
-// The only entry; `what` and `in` complete the message when there is none or more than one.
+// Returns the only entry. `what` and `in` complete the message when there is none or more than one.
 template <typename NameOf>
 json_object *onlyOne(const std::vector<json_object *> &found, const std::vector<json_object *> &all,
                      const std::string &what, const std::string &in, const NameOf &nameOf) {

@@ -1,4 +1,4 @@
-// How a call of the command tool ended: for people one line, for scripts the exit status or JSON.
+// Outcome of a command: one line for people, exit status or JSON for scripts.
 #pragma once
 
 #include <cstdint>
@@ -10,7 +10,7 @@
 
 namespace kv1905d {
 
-// By Status; the tool's help prints them.
+// Exit statuses, indexed by Status; the tool's help prints them.
 inline constexpr const char *kStatusTexts[] = {
     "success",
     "another failure",
@@ -36,13 +36,13 @@ struct Failure : std::runtime_error {
     Status status;
 };
 
-// What a failed system call means to the caller: files and sockets that are not there are the daemon's.
+// Maps the error of a failed system call. Files and sockets that are missing are the daemon's.
 Status statusOf(int error);
 
-// How a command ends with that error.
+// Maps an exception to a result.
 CommandResult failureOf(const std::exception &error);
 
-// One line, or one JSON object, for that command; empty when none was understood.
+// Prints one line or one JSON object for that command. `command` is empty when none was recognised.
 void print(const CommandResult &result, const std::string &command, bool json);
 
 }  // namespace kv1905d

@@ -75,9 +75,9 @@ constexpr Column kPowerColumns[] = {{"INTERFACE", "MACAddress"},
                                     {"MEDIA TYPE", "MediaType", digitsCell},
                                     {"POWER", "PowerState", powerCell}};
 constexpr Column kReportColumns[] = {{"STATION", "MACAddress"},    {"BAND", "Band"},
-                                      {"SIGNAL dBm", "RSSI"},       {"SNR dB", "SNR"},
-                                      {"LEVEL 0-5", "SignalLevel"}, {"RATE Mbit/s", "Rate", megabitsCell},
-                                      {"BYTES SENT", "BytesSent"},  {"BYTES RECEIVED", "BytesReceived"}};
+                                     {"SIGNAL dBm", "RSSI"},       {"SNR dB", "SNR"},
+                                     {"LEVEL 0-5", "SignalLevel"}, {"RATE Mbit/s", "Rate", megabitsCell},
+                                     {"BYTES SENT", "BytesSent"},  {"BYTES RECEIVED", "BytesReceived"}};
 constexpr Column kMeasurementColumns[] = {{"STATION", "MACAddress"},
                                           {"SIGNAL dBm", "RSSI"},
                                           {"SNR dB", "SNR"},
@@ -126,7 +126,7 @@ CommandResult awaitMessage(MonitorConnection &monitor, uint32_t code, const std:
         isWhole = json_object_array_length(list.get()) - before < kFullMessage;
         deadline = now() + std::min(timeout, kFollowing);
     }
-    if (!isAnswered) return {Status::NoAnswer, "sent, but no answer came in time", {}, alMac};
+    if (!isAnswered) return {Status::NoAnswer, "sent, but no answer arrived in time", {}, alMac};
     if (json) return {Status::Success, {}, {}, alMac, jsonText(list.get())};
     Network network("");  // no column has a name in it
     return {Status::Success, {}, {}, alMac, tableText(list.get(), query.columns, {network, std::time(nullptr)})};

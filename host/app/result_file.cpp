@@ -17,7 +17,7 @@ namespace {
 constexpr Duration kPollEvery{20};
 constexpr Duration kSettled{300};  // without a further result
 
-// The first true value of the probe, or its last one when the time is up.
+// Returns the first true value of the probe, or its last one when the time is up.
 template <typename Probe>
 auto poll(Duration timeout, const Probe &probe) {
     const auto deadline = std::chrono::steady_clock::now() + timeout;
@@ -59,7 +59,7 @@ std::optional<uint8_t> ResultFile::read() const {
     struct stat facts {};
     if (!fd.valid() || fstat(fd.get(), &facts) != 0 || !S_ISREG(facts.st_mode)) return std::nullopt;
     if (facts.st_uid != 0 && facts.st_uid != geteuid()) return std::nullopt;  // another local user's
-    char text[4];  // one more than a result, so that a longer file is seen to be one
+    char text[4];  // one more than a result, to detect a longer file
     const ssize_t size = ::read(fd.get(), text, sizeof text);
     return size < 0 ? std::nullopt : parseResult({text, static_cast<size_t>(size)});
 }

@@ -1,4 +1,4 @@
-// The file with an agent's result, written by the daemon's plug-in; one for all commands of this machine. It does not
+// The file with an agent's result, written by the daemon's plug-in. All commands of this machine share it. It does not
 // name its sender: a result received after its tool ended counts for the next command.
 #pragma once
 
@@ -23,10 +23,10 @@ class ResultFile {
     // Throws Failure.
     ResultFile(const std::string &path, Duration timeout);
 
-    // What is there now, and what is there within `timeout`.
+    // Return the result, await() after at most `timeout`.
     std::optional<uint8_t> read() const;
     std::optional<uint8_t> await(Duration timeout) const;
-    // The same where several results replace one another: the one that stays.
+    // Returns the last of several results.
     std::optional<uint8_t> awaitLast(Duration timeout) const;
 
   private:

@@ -28,7 +28,7 @@ int collect(uint32_t code, void *buffer, uint32_t size) {
     return KV_RET_OK;
 }
 
-// What the plug-in makes of the arguments; nothing when it refuses them.
+// Returns what the plug-in posts for these arguments, nullopt when it refuses them.
 std::optional<Collected> collectPost(const ToolCommand &command, std::vector<std::string> arguments,
                                      const std::string &path) {
     const support::PluginLibrary plugin(path);
@@ -38,7 +38,7 @@ std::optional<Collected> collectPost(const ToolCommand &command, std::vector<std
     table.cmdSend = collect;
     funcReg(&table, 1);
 
-    if (arguments.empty()) arguments.push_back("-");  // an entry point that reads no argument wants one all the same
+    if (arguments.empty()) arguments.push_back("-");  // an entry point that reads no argument still requires one
     arguments.insert(arguments.begin(), {"kv1905App", command.number});
     std::vector<char *> argv;
     for (std::string &argument : arguments)
@@ -68,7 +68,7 @@ std::string targetOf(const Post &post) {
     return has ? MacAddress::copyOf(post.buffer.data()).text() : "";
 }
 
-// The result that the daemon's reply settles; nothing when an agent acts.
+// Returns the result that the daemon's reply implies, nullopt when an agent acts.
 std::optional<CommandResult> settledBy(const Reply &reply, Completion completion, const std::string &target) {
     const bool local = reply.verdict == Verdict::LocalTarget && completion != Completion::Message;
     if (local && completion == Completion::AgentUnlessLocal)
@@ -83,7 +83,7 @@ std::optional<CommandResult> settledBy(const Reply &reply, Completion completion
     return CommandResult{row.status, meaning, {}, target};
 }
 
-// What a command waits on. It is opened before the command is posted.
+// Sources of a command's result. They are opened before the command is posted.
 struct Awaited {
     std::optional<ResultFile> results;
     std::optional<MonitorConnection> messages;
@@ -97,7 +97,7 @@ bool hasSeveralResults(const Post &post) {
 CommandResult awaitResult(const ToolCommand &command, const ResultFile &results, const Post &post, Duration timeout) {
     const std::string target = targetOf(post);
     const std::optional<uint8_t> code = hasSeveralResults(post) ? results.awaitLast(timeout) : results.await(timeout);
-    if (!code) return {Status::NoAnswer, "sent, but no answer came in time", {}, target};
+    if (!code) return {Status::NoAnswer, "sent, but no answer arrived in time", {}, target};
     return {*code == KV_RET_OK ? Status::Success : Status::Refused, meaningOf(command, *code), code, target};
 }
 
@@ -106,13 +106,13 @@ CommandResult deliver(const Post &post, const ToolCommand *command, Awaited &awa
     const std::string target = targetOf(post);
     const std::optional<CommandResult> settled = settledBy(reply, completionOf(command), target);
     if (settled) return *settled;
-    if (!options.wait) return {Status::Success, "sent; the answer is not waited for", {}, target};
+    if (!options.wait) return {Status::Success, "sent without waiting for the answer", {}, target};
     if (awaited.messages) return awaitMessage(*awaited.messages, post.code, target, options.timeout, options.json);
     return awaitResult(*command, *awaited.results, post, options.timeout);
 }
 
-// Called before the lock is taken: its file belongs to the first tool that takes it, which must be one of the daemon's
-// users. A daemon that is busy is there, and a path that is too long is left to the post.
+// Checks the daemon before the lock is acquired: the lock's file belongs to the first tool, which must be run by one of
+// the daemon's users. Accepts a busy daemon, and a path that is too long, which the post reports.
 void requireDaemon(const std::string &path) {
     try {
         connectToDaemon(path, std::nullopt);

@@ -1,4 +1,4 @@
-// Running one operator command: arguments to the plug-in, its buffer to the daemon, the agent's answer back.
+// Runs one operator command: arguments to the plug-in, its buffer to the daemon, the agent's response back.
 #pragma once
 
 #include <string>
@@ -21,12 +21,13 @@ struct RunOptions {
     bool json = false;
 };
 
-// Has the plug-in fill the buffer from arguments that checkArguments() returned, then as runPost. Throws Failure or
-// std::system_error.
+// Lets the plug-in fill the buffer from arguments that checkArguments() returned, then continues as runPost(). Throws
+// Failure or std::system_error.
 CommandResult runCommand(const ToolCommand &command, const std::vector<std::string> &arguments,
                          const RunOptions &options);
 
-// Posts a buffer unchanged. An answer is awaited when the code is a command's that has one. Throws like runCommand.
+// Posts a buffer unchanged. Waits for a response if the code belongs to a command that has one. Throws like
+// runCommand().
 CommandResult runPost(uint32_t code, ByteView buffer, const RunOptions &options);
 
 }  // namespace kv1905d

@@ -50,7 +50,7 @@ constexpr Column kInterfaceColumns[] = {
     {"MEDIA TYPE", "MediaType", digitsCell},
 };
 
-// All fields of the objects in the list, one a line.
+// Returns all fields of the objects in the list, one a line.
 std::string fieldLines(json_object *list) {
     std::string out;
     forEach(list, [&](json_object *entry) {
@@ -59,20 +59,20 @@ std::string fieldLines(json_object *list) {
     return out;
 }
 
-// ---- Lists of what can be shown
+// ---- Lists
 
 void add(const JsonPtr &list, json_object *entry) {
     json_object_array_add(list.get(), entry);
 }
 
-// The entries of one list of the file.
+// Returns the entries of one list of the file.
 JsonPtr listOf(Network &network, const char *key) {
     JsonPtr list(json_object_new_array());
     forEach(member(network.data(), key), [&](json_object *each) { add(list, json_object_get(each)); });
     return list;
 }
 
-// The entries of one list of every device, each with its device.
+// Returns the entries of one list of every device, each with its device.
 JsonPtr partsOf(Network &network, const char *key) {
     JsonPtr list(json_object_new_array());
     forEach(member(network.data(), "DeviceList"), [&](json_object *device) {
@@ -86,7 +86,7 @@ JsonPtr partsOf(Network &network, const char *key) {
     return list;
 }
 
-// One object.
+// Returns a list of one object.
 JsonPtr countersOf(Network &network, const char *key) {
     JsonPtr list(json_object_new_array());
     add(list, json_object_get(member(network.data(), key)));
@@ -143,25 +143,25 @@ std::string staleness(const std::string &path, time_t now) {
     return "the daemon last wrote " + path + " " + std::to_string(seconds) + " s ago; does it hang?";
 }
 
-std::string show(Network &network, const Question &question) {
-    const auto isIt = [&](const Subject &each) { return each.what == question.what; };
+std::string show(Network &network, const ShowRequest &request) {
+    const auto isIt = [&](const Subject &each) { return each.what == request.what; };
     const Subject &subject = *std::find_if(std::begin(kShowable), std::end(kShowable), isIt);
-    const bool isFiltered = !question.alMac.empty();
+    const bool isFiltered = !request.alMac.empty();
     if (isFiltered && subject.owner == nullptr)
-        throw Failure(Status::BadArguments, "unexpected argument: 'show " + question.what + "' takes no DEVICE");
+        throw Failure(Status::BadArguments, "unexpected argument: 'show " + request.what + "' accepts no DEVICE");
     if (!isFiltered && subject.what == "device")
         throw Failure(Status::BadArguments, "DEVICE is missing; usage: kv1905App show device DEVICE");
     JsonPtr list = subject.list(network, subject.key);
     if (isFiltered) {
-        if (network.device(question.alMac) == nullptr)
-            throw Failure(Status::NoDevice, "no such device in the network: " + question.alMac);
-        list = filtered(std::move(list), subject.owner, question.alMac);
+        if (network.device(request.alMac) == nullptr)
+            throw Failure(Status::NoDevice, "no such device in the network: " + request.alMac);
+        list = filtered(std::move(list), subject.owner, request.alMac);
     }
     const bool isOne = subject.owner == nullptr && subject.columns.empty();
-    if (question.json) return jsonText(isOne ? json_object_array_get_idx(list.get(), 0) : list.get());
+    if (request.json) return jsonText(isOne ? json_object_array_get_idx(list.get(), 0) : list.get());
     if (subject.columns.empty()) return fieldLines(list.get());
-    if (json_object_array_length(list.get()) == 0) return "no " + question.what + "\n";
-    return tableText(list.get(), subject.columns, {network, question.now});
+    if (json_object_array_length(list.get()) == 0) return "no " + request.what + "\n";
+    return tableText(list.get(), subject.columns, {network, request.now});
 }
 
 }  // namespace kv1905d

@@ -8,21 +8,22 @@
 
 namespace kv1905d {
 
-// What to show, of one device where `alMac` is not empty. `now`: seconds since the epoch, for ages.
-struct Question {
+// A request to show part of the network, only of one device if `alMac` is not empty. `now`: seconds since the epoch,
+// for ages.
+struct ShowRequest {
     std::string what;
     std::string alMac;
     bool json = false;
     time_t now = 0;
 };
 
-// The text to print. Throws Failure, or like Network::data().
-std::string show(Network &network, const Question &question);
+// Returns the text to print. Throws Failure, or like Network::data().
+std::string show(Network &network, const ShowRequest &request);
 
-// "2 s" or the like since the file was written.
+// Returns the seconds since the file was written.
 time_t ageOf(const std::string &path, time_t now);
 
-// A warning for people when the file was not written for long; empty when it was, or is not there.
+// Returns a warning if the file has not been written for long, else an empty text, also without a file.
 std::string staleness(const std::string &path, time_t now);
 
 }  // namespace kv1905d

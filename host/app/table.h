@@ -9,14 +9,14 @@
 
 namespace kv1905d {
 
-// What cells need besides their value.
+// Data that cells need in addition to their value.
 struct View {
     Network &network;
     time_t now;  // seconds since the epoch
 };
 
-// A cell: text as it is, a device's name for its AL MAC, seconds since a time, Mbit/s of kbit/s, mediaName() and
-// mediaDigits().
+// Formats a value: text unchanged, a device's name for its AL MAC, seconds since a time, kbit/s as Mbit/s, mediaName()
+// and mediaDigits().
 using Cell = std::string (*)(json_object *value, const View &view);
 std::string textCell(json_object *value, const View &view);
 std::string nameCell(json_object *alMac, const View &view);
@@ -33,7 +33,7 @@ struct Column {
 
 std::string tableText(json_object *list, std::span<const Column> columns, const View &view);
 
-// On several lines, with a line's end.
+// Returns the value on several lines, with a final newline.
 std::string jsonText(json_object *value);
 
 }  // namespace kv1905d

@@ -18,10 +18,10 @@ using ToolEntry = int (*)(void *context, int argc, char **argv);
 
 enum class Action { Run, Post, Show, Monitor, View, Help, Manual, Completion };
 
-// What ends a command that is run.
+// Condition that ends a command.
 enum class Completion {
     Accepted,          // the daemon accepted it
-    Message,           // a vendor message was received from the target, or sent to it
+    Message,           // a vendor message was received from the target or sent to it
     Agent,             // an agent reports a result
     AgentUnlessLocal,  // the same, but the daemon's own device acts without a report
 };
@@ -29,7 +29,7 @@ enum class Completion {
 enum class ArgumentKind { Device, Interface, Mac, MediaType, Number, Country, Text, Remote, Choice };
 enum class ArgumentCount { One, Optional, Any };
 
-// What may be typed, and the plug-in's number for it.
+// An accepted word and the plug-in's number for it.
 struct NamedNumber {
     const char *text;
     const char *number;
@@ -211,7 +211,7 @@ inline constexpr ToolCommand kToolCommands[] = {
     {"completion", "", "Print a completion script for a shell", "bash", kCompletionArguments, Action::Completion},
 };
 
-// What an operator should know beyond the help, by command.
+// Notes for the manual page that the help does not contain, by command.
 struct Note {
     std::string_view name;
     const char *text;
@@ -240,20 +240,20 @@ inline bool isRaw(const ToolCommand &command) {
     return command.code == KV_CMD_COMMAND || command.action == Action::View || command.action == Action::Completion;
 }
 
-// The first row that meets the condition; null when there is none.
+// Returns the first row that meets the condition, or null.
 template <typename Condition>
 const ToolCommand *findCommand(const Condition &condition) {
     const auto found = std::find_if(std::begin(kToolCommands), std::end(kToolCommands), condition);
     return found == std::end(kToolCommands) ? nullptr : found;
 }
 
-// By name or number; null when there is none.
+// Returns the command with that name or number, or null.
 inline const ToolCommand *findToolCommand(std::string_view name) {
     return findCommand(
         [name](const ToolCommand &row) { return row.name == name || (!name.empty() && row.number == name); });
 }
 
-// Null when no command posts that code.
+// Returns the command that posts that code, or null.
 inline const ToolCommand *findToolCommand(uint32_t code) {
     return findCommand([code](const ToolCommand &row) { return row.code == code && code != 0; });
 }

@@ -19,7 +19,7 @@ std::system_error failureOf(const std::string &path, const char *step) {
     return support::systemError(path, step, errno == EAGAIN || errno == EINPROGRESS ? ETIMEDOUT : errno);
 }
 
-// Any user may be the first to listen at a path in /tmp.
+// Checks the peer, because any user may be the first to listen at a path in /tmp.
 void requireTrusted(const support::FileDescriptor &fd, const std::string &path) {
     const ucred peer = peerOf(fd);
     if (mayCommand(peer)) return;
@@ -31,7 +31,7 @@ void requireTrusted(const support::FileDescriptor &fd, const std::string &path) 
 Reply exchange(const support::FileDescriptor &fd, const std::string &path, const Post &post) {
     const Bytes message = encodePost(post);
     if (send(fd.get(), message.data(), message.size(), MSG_NOSIGNAL) < 0) throw failureOf(path, "send the command");
-    std::array<uint8_t, kReplySize + 1> answer;  // one more, so that a longer reply is seen to be one
+    std::array<uint8_t, kReplySize + 1> answer;  // one more, to detect a longer reply
     const ssize_t size = recv(fd.get(), answer.data(), answer.size(), 0);
     if (size < 0) throw failureOf(path, "wait for the daemon's reply");
     const std::optional<Reply> reply = parseReply(ByteView(answer).first(static_cast<size_t>(size)));

@@ -13,19 +13,18 @@
 
 namespace kv1905d {
 
-// The peer process of a connected socket. One of root or of the own user may give commands and be given
-// some.
+// Returns the peer process of a connected socket. Only root and this process's user may send or receive commands.
 ucred peerOf(const support::FileDescriptor &fd);
 bool mayCommand(const ucred &peer);
 
-// Where a daemon of this user listens by default: in /run where it may write there, or else in /tmp, where any user may
-// be the first; and where a tool looks for it.
+// Return where a daemon of this user listens by default, and where a tool looks for it: in /run if it is writable, else
+// in /tmp, where any user may be the first.
 std::string newSocketPath();
 std::string usualSocketPath();
 
-// All throw std::system_error that names the path.
+// The functions below throw std::system_error that names the path.
 
-// A socket with more flags, such as SOCK_NONBLOCK, and the address of the path.
+// Return a socket with additional flags, such as SOCK_NONBLOCK, and the address of the path.
 support::FileDescriptor newCommandSocket(const std::string &path, int flags);
 sockaddr_un commandAddress(const std::string &path);
 
@@ -33,14 +32,13 @@ sockaddr_un commandAddress(const std::string &path);
 // step of an exchange; without one, the socket does not block.
 support::FileDescriptor connectToDaemon(const std::string &path, std::optional<Duration> timeout);
 
-// Receives what the daemon publishes.
+// Receives the events that the daemon publishes.
 class MonitorConnection {
   public:
     // Connects; waits at most `timeout` for the daemon.
     MonitorConnection(const std::string &path, Duration timeout);
 
-    // The next event, valid until the next call; nothing when there was none in time. ECONNREFUSED when the daemon
-    // ended.
+    // Returns the next event, valid until the next call; nullopt after `timeout`. ECONNREFUSED when the daemon ended.
     std::optional<Event> next(Duration timeout);
 
   private:

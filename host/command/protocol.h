@@ -2,7 +2,7 @@
  * Operator commands between the command tool and the daemon: their codes, the two messages and the verdicts.
  *
  * One connection carries one exchange of two packets (SOCK_SEQPACKET; numbers are big-endian):
- *   post   code u32, size u32, that many bytes laid out as KV_CMD_* or OwnCommand says
+ *   post   code u32, size u32, that many bytes in the layout of KV_CMD_* or OwnCommand
  *   reply  verdict u32, bytes that the code needs u32 (0 unless the verdict is ShortBuffer)
  * After the reply to kCommandMonitor the connection stays, and the daemon sends a packet for each vendor message:
  *   event  direction u8, message identifier u16, size of the peer's text u8, that text, TLV value
@@ -22,7 +22,7 @@ inline constexpr size_t kMaxCommandSize = 4096;  // bytes of one command buffer
 inline constexpr size_t kPostHeader = 8;         // bytes
 inline constexpr size_t kReplySize = 8;          // bytes
 
-// Commands that the daemon runs itself; the plug-in never receives these codes, and its own are below 0x10000.
+// Commands that the daemon runs without the plug-in. The plug-in's codes are below 0x10000.
 enum OwnCommand : uint32_t {
     kCommandRssi = 0x10001,           // AL MAC of the receiver, MAC of a station of this device: 12 bytes
     kCommandQueryStations = 0x10002,  // AL MAC of the queried device: 6 bytes
@@ -62,7 +62,7 @@ inline constexpr CommandRow kCommandRows[] = {
     {kCommandQueryPower, KV_MAC_LEN, Target::OtherDevice},
 };
 
-// Null for a code without a row. Such a post is handed on all the same: the plug-in may know more codes.
+// Returns null for a code without a row. Such a post is passed on: the plug-in may know more codes.
 const CommandRow *findCommandRow(uint32_t code);
 
 struct Post {
@@ -78,7 +78,7 @@ enum class Verdict : uint32_t {
     LocalTarget,  // the target is this device itself
     NoTarget,     // the target is all zero: nothing was sent
     UnknownTarget,
-    NothingSent,  // to a known target: the daemon's log says why
+    NothingSent,  // although the target is known: the daemon's log contains the reason
     ShortBuffer,  // not run, like those with the next three verdicts
     NoPlugin,
     Malformed,
@@ -86,7 +86,7 @@ enum class Verdict : uint32_t {
     UnknownStation,  // run and sent, without values: that station is not associated with this device
 };
 
-// The meaning of a verdict at both ends.
+// Meaning of a verdict for daemon and tool.
 struct VerdictRow {
     Verdict verdict;
     const char *logged;   // by the daemon; null: nothing
@@ -100,7 +100,7 @@ inline constexpr VerdictRow kVerdictRows[] = {
     {Verdict::NoTarget, nullptr, Status::BadArguments, "nothing was sent: the target is all zero"},
     {Verdict::UnknownTarget, "its target is not known", Status::NoDevice, "no such device in the network: "},
     {Verdict::NothingSent, nullptr, Status::Failure,
-     "nothing was sent: it fits no message, or no interface took it; the daemon's log says more"},
+     "nothing was sent: it fits no message, or no interface accepted it; see the daemon's log"},
     {Verdict::ShortBuffer, "its buffer is too short", Status::BadArguments,
      "the buffer is too short; bytes that the code needs: "},
     {Verdict::NoPlugin, "there is no plug-in", Status::Failure, "the daemon runs without the plug-in"},
@@ -122,7 +122,7 @@ enum class Direction : uint8_t { In, Out };
 struct Event {
     Direction direction;
     uint16_t msgId;
-    std::string peer;  // the other device's AL MAC, or words for many
+    std::string peer;  // the other device's AL MAC, or a word for several
     ByteView value;    // of the vendor-specific TLV, its OUI first
 };
 

@@ -1,4 +1,4 @@
-// One readable line per vendor message, for `kv1905d --trace`.
+// Formats one line per vendor message, for `kv1905d --trace`.
 #pragma once
 
 #include <cstdint>

@@ -22,7 +22,7 @@ class AgentPolling {
     AgentPolling(Duration interval, uint32_t seed, AgentPollingActions actions)
         : interval_(interval), random_(seed), actions_(std::move(actions)) {}
 
-    // A known device announced a change: its next topology response starts a query, as a new device's does.
+    // Handles a change that a known device announced: its next topology response starts a query, as for a new device.
     void notified(const MacAddress &alMac) { polls_[alMac].announced = true; }
     void responded(const MacAddress &alMac, TimePoint now);
 

@@ -25,9 +25,9 @@ class BssExtension {
     const std::vector<Tlv> &topologyTlvs() const { return tlvs_; }
     const BssElements &elements() const { return elements_; }
 
-    // The vendor extension attribute for the main BSS of that band; empty when no radio is on it.
+    // Returns the vendor extension attribute for the main BSS of that band; empty if no radio uses it.
     Bytes attribute(Band band) const;
-    // Reads a received attribute from its vendor ID on. Nothing when it is malformed.
+    // Reads a received attribute from its vendor ID on. Returns nullopt if it is malformed.
     std::optional<KvBssInfo> readAttribute(ByteView value) const;
 
   private:

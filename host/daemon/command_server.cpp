@@ -26,7 +26,7 @@ Verdict verdictOn(const CommandRow &row, ByteView buffer, const CommandActions &
     return verdicts[static_cast<size_t>(actions.find(target))];
 }
 
-// Only the owner may connect, from the first moment on.
+// Sets the mode by umask, because another user could connect before a chmod.
 bool bindTo(const std::string &path, const support::FileDescriptor &fd) {
     const sockaddr_un address = commandAddress(path);
     const mode_t before = umask(0177);
@@ -46,8 +46,8 @@ bool isRefused(const std::string &path) {
     return false;
 }
 
-// Removes the socket of a daemon that has ended, and as root that of any other user; throws when a process listens, or
-// when it is something else.
+// Removes the socket of a daemon that has ended, as root also another user's. Throws if a process listens, or if it is
+// not a socket.
 void removeStale(const std::string &path) {
     struct stat facts {};
     if (lstat(path.c_str(), &facts) == 0 && !S_ISSOCK(facts.st_mode)) {

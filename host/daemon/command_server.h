@@ -17,7 +17,7 @@ namespace kv1905d {
 
 enum class Presence { Unknown, Known, Local };
 
-// What running a command did.
+// Effect of a command that was run.
 struct CommandEffect {
     uint64_t sent;           // messages
     int result = KV_RET_OK;  // of an own command; anything else after a message was sent: the station is not here
@@ -25,31 +25,31 @@ struct CommandEffect {
 
 struct CommandActions {
     std::function<Presence(const MacAddress &)> find;  // in the topology
-    // Hands code and buffer to the plug-in; empty without one.
+    // Passes code and buffer to the plug-in; empty without one.
     std::function<CommandEffect(uint32_t, void *)> run;
 };
 
 // Checks a post and runs it. The plug-in gets a copy, aligned and zero-filled to more than kMaxCommandSize bytes.
 Reply handlePost(ByteView message, const CommandActions &actions);
 
-// Its user and root may post.
+// Accepts posts of the daemon's user and of root.
 class CommandServer {
   public:
-    // Listens at once. The file of a daemon that is gone is replaced. Throws std::runtime_error that names the path.
+    // Listens at once. Replaces the file of a daemon that has ended. Throws std::runtime_error that names the path.
     explicit CommandServer(const std::string &path);
     // Removes the socket's file. The loop must have closed its handles by then.
     ~CommandServer();
     CommandServer(const CommandServer &) = delete;
     CommandServer &operator=(const CommandServer &) = delete;
 
-    // Serves on that loop from now on. Throws std::system_error.
+    // Serves on that loop. Throws std::system_error.
     void start(EventLoop &loop, CommandActions actions);
 
-    // Sends the event to every monitor. One that does not read its events is ended.
+    // Sends the event to every monitor. Disconnects one that does not read its events.
     void publish(const Event &event);
 
   private:
-    static constexpr size_t kMaxClients = 8;  // the oldest has to go when another one comes
+    static constexpr size_t kMaxClients = 8;  // the oldest is closed for another one
 
     struct Client {
         CommandServer *server;
@@ -67,7 +67,7 @@ class CommandServer {
 
     std::string path_;
     support::FileDescriptor fd_;
-    support::FileDescriptor spare_;  // given up for a client that comes when no other descriptor is left
+    support::FileDescriptor spare_;  // closed to accept a client when no other descriptor is free
     dev_t fileDevice_ = 0;
     ino_t fileNumber_ = 0;
     uv_poll_t handle_{};

@@ -1,4 +1,4 @@
-// What the host counts, with the names the JSON file gives them.
+// Counters of the host, with their names in the JSON file.
 #pragma once
 
 #include <cstdint>

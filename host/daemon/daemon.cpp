@@ -22,13 +22,13 @@
 namespace kv1905d {
 namespace {
 
-constexpr int kFramesPerTurn = 64;  // read from one socket before the others have their turn
+constexpr int kFramesPerTurn = 64;  // frames read from one socket before the others
 constexpr size_t kMaxForeignLogged = 256;
 constexpr size_t kLargestFrame = 65536;  // bytes; larger than any interface delivers
 constexpr Duration kStatisticsLife{1000};
-constexpr Duration kLongestWait{1000};  // of a frame in a socket; after a stall, what is newer matters more
+constexpr Duration kLongestWait{1000};  // of a frame in a socket; after a stall, newer frames matter more
 
-// Gives a descriptor another socket, so that its number stays.
+// Replaces the socket of a descriptor without changing its number.
 void replaceSocket(FileDescriptor &fd, const FileDescriptor &fresh) {
     if (dup3(fresh.get(), fd.get(), O_CLOEXEC) < 0) throw std::system_error(errno, std::generic_category(), "dup3");
 }
@@ -127,7 +127,7 @@ CommandActions Daemon::commandActions() {
     actions.run = [this](uint32_t code, void *buffer) {
         const CommandEffect effect = plugin_->runCommand(code, buffer);
         writer_.request(DataModelWriter::Reason::Change);
-        // What it sent to this device itself waits for the node, and must not come before the tool's reply.
+        // Lets the node deliver messages to this device itself, after the tool's reply.
         nodeTimer_.start(Duration{});
         return effect;
     };
@@ -220,13 +220,13 @@ void Daemon::everySecond() {
     schedule();
 }
 
-// A socket does not follow an interface that was deleted and created again or moved away and back.
+// Replaces the socket of an interface that was deleted and created again, or moved away and back.
 void Daemon::followInterface(size_t port) {
     const std::string &name = options_.interfaces[port];
     PortSocket &socket = ports_[port];
     const int index = interfaceIndex(name);
     const std::optional<MacAddress> mac = interfaceMac(name);
-    if (index == 0 || !mac) return;  // it may come back
+    if (index == 0 || !mac) return;  // it may return
     if (index != boundInterface(socket.fd.get())) {
         const FileDescriptor fresh = openPort(name);
         socket.watch->pause();

@@ -33,7 +33,7 @@ class Daemon {
   private:
     struct PortSocket {
         FileDescriptor fd;
-        bool hasLink = true;  // as of the last look
+        bool hasLink = true;  // as of the last check
         EventLoop::Watch *watch = nullptr;
         LinkStatistics statistics{};  // read again when they are due
         TimePoint statisticsDue{};

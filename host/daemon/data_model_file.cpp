@@ -10,7 +10,7 @@
 namespace kv1905d {
 namespace {
 
-// RFC 3339 in UTC; empty for 0. Years beyond four digits are not written.
+// Returns RFC 3339 in UTC; empty for 0 and for years of more than four digits.
 class TimeText {
   public:
     explicit TimeText(time_t when) {
@@ -112,7 +112,7 @@ int signalCode(int dBm) {
     return std::clamp(2 * (dBm + 110), 0, 220);
 }
 
-// kbit/s, as Data Elements has it.
+// Converts to kbit/s, the unit of Data Elements.
 uint32_t kilobits(uint16_t megabits) {
     return megabits * uint32_t{1000};
 }
@@ -122,7 +122,7 @@ struct Bss {
     std::string_view ssid;
 };
 
-// Prints the file. Everything that it shows belongs to the view.
+// Prints the file. The view owns everything that it shows.
 class DataModelPrinter {
   public:
     explicit DataModelPrinter(const DataModelView &view) : view_(view), written_(view.wallClock) {}
@@ -150,7 +150,7 @@ class DataModelPrinter {
     JsonWriter out_;
 };
 
-// The network of a radio: from the configuration for the local device, from the topology report for others.
+// Returns the network of a radio: from the configuration for the local device, from the topology report for others.
 std::optional<Bss> DataModelPrinter::bssOf(const Device &device, const DeviceInterface &radio, Band band) const {
     if (device.local) {
         if (band == kBandOther || view_.networks.bssid[band].isZero()) return std::nullopt;
@@ -162,7 +162,7 @@ std::optional<Bss> DataModelPrinter::bssOf(const Device &device, const DeviceInt
     return Bss{bssid, ""};
 }
 
-// The radio under which the device's stations of that band are shown; null when none has a network.
+// Returns the radio under which the device's stations of that band are listed; null if none has a network.
 const DeviceInterface *DataModelPrinter::stationRadio(const Device &device, Band band) const {
     const auto isIt = [&](const DeviceInterface &each) {
         return isWifi(each) && bandOfMediaType(each.facts.mediaType) == band && bssOf(device, each, band);
@@ -239,7 +239,7 @@ void DataModelPrinter::printInterfaces(const Device &device) {
     }
 }
 
-// Who the device says are its neighbours, and over which of its interfaces.
+// Prints the neighbours that the device reported, and over which of its interfaces.
 void DataModelPrinter::printNeighbours(const Device &device) {
     for (const Ieee1905Neighbours &link : device.neighbours) {
         std::optional<uint16_t> mediaType;
@@ -314,7 +314,7 @@ void DataModelPrinter::printOwnDevice(const Device &device, const std::map<MacAd
     out_.list("ApConfigurationList", [&] { printApConfigurations(device.alMac); });
 }
 
-// Every station, also of devices whose networks are not known.
+// Prints every station, including those of devices with unknown networks.
 void DataModelPrinter::printStations(const Device &device) {
     std::optional<MacAddress> bssids[kBandOther + 1];
     for (const Band band : {kBand24, kBand5}) {

@@ -1,4 +1,4 @@
-// The JSON data-model file: what the network looks like from here, for people and for other programs.
+// The JSON data-model file: the network as this device sees it, for people and other programs.
 #pragma once
 
 #include <ctime>
@@ -27,12 +27,12 @@ struct DataModelView {
     uint32_t localStations = 0;  // entries of the local device's list, which its record does not count
     ApConfigurations apConfigurations{};
     std::map<uint16_t, uint64_t> unhandledMessages{};  // by type
-    Duration running{};  // since the daemon's start
+    Duration running{};                                // since the daemon's start
 };
 
 /*
- * Two views of the network: "wfa-dataelements:Network" as other programs expect it, and "kv1905", which alone is
- * complete. A station says its band but not its network: the first shows it under the first radio of that band with a
+ * Two views of the network: "wfa-dataelements:Network" as other programs expect it, and "kv1905", the complete
+ * one. A station reports its band but not its network: the first shows it under the first radio of that band with a
  * known BSSID, or not at all; StationList of the second holds every station of every device.
  */
 std::string dataModelJson(const DataModelView &view);

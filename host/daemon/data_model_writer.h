@@ -1,5 +1,5 @@
 // Spaces the writes of the JSON file: every report of stations requests one, and a large network makes a large file.
-// What an operator waits for comes sooner.
+// Changes that an operator waits for are written sooner.
 #pragma once
 
 #include <functional>
@@ -13,7 +13,7 @@ namespace kv1905d {
 
 class DataModelWriter {
   public:
-    // Between the beginnings of two writes.
+    // Shortest time between the starts of two writes.
     static constexpr Duration kReportSpacing{5000};
     static constexpr Duration kChangeSpacing{1000};
     static constexpr int kPause = 4;  // times as long as a write took
@@ -21,11 +21,11 @@ class DataModelWriter {
     // Change: a command, a signal or a change of the topology.
     enum class Reason { Report, Change };
 
-    // `clock` says when a write began and ended. `write` throws when it fails.
+    // `clock` returns the time before and after a write. `write` throws on failure.
     DataModelWriter(std::function<TimePoint()> clock, std::function<void()> write)
         : clock_(std::move(clock)), write_(std::move(write)) {}
 
-    // Writes, or has run() write when the spacing has passed. Returns the last write's result.
+    // Writes, or lets run() write after the spacing. Returns the last write's result.
     int request(Reason reason);
 
     // Writes when that is due. Returns when to call again; TimePoint::max() while nothing is requested.

@@ -22,7 +22,7 @@
 namespace kv1905d {
 namespace {
 
-// A device reports its stations in one burst: 2000 of them take some 130 full frames, 2.3 kB of kernel memory each.
+// A device reports its stations in one burst: 2000 of them need about 130 full frames, 2.3 kB of kernel memory each.
 constexpr int kSocketBuffer = 4 << 20;  // bytes
 
 // The call that fills this program's timespec: on a 32-bit machine, the plain one has seconds of 32 bits.
@@ -80,7 +80,7 @@ void bindTo(int fd, int index, uint16_t protocol, const std::string &interface) 
     if (bind(fd, reinterpret_cast<const sockaddr *>(&address), sizeof address) != 0) throw failureOf(interface, "bind");
 }
 
-// Beyond the system's limit where that is allowed, else up to it.
+// Exceeds the system's limit if that is permitted.
 void enlargeBuffers(int fd) {
     constexpr struct { int beyond, within; } rows[] = {{SO_RCVBUFFORCE, SO_RCVBUF}, {SO_SNDBUFFORCE, SO_SNDBUF}};
     for (const auto &row : rows) {
@@ -147,7 +147,7 @@ FileDescriptor openPort(const std::string &interface) {
     setOption(fd.get(), SOL_PACKET, PACKET_IGNORE_OUTGOING, int{1}, interface, "ignore outgoing frames");
     addMembership(fd.get(), index, PACKET_MR_MULTICAST, kMulticastMac, interface, "join the multicast group");
     addMembership(fd.get(), index, PACKET_MR_MULTICAST, kLldpMac, interface, "join the LLDP group");
-    // Unicast goes to AL MACs, which no hardware filter knows.
+    // No hardware filter accepts AL MACs, the destinations of unicast.
     addMembership(fd.get(), index, PACKET_MR_PROMISC, {}, interface, "become promiscuous");
     // ETH_P_ALL listeners receive a bridge port's frames before the bridge does; those of one EtherType do not.
     bindTo(fd.get(), index, ETH_P_ALL, interface);
@@ -167,7 +167,7 @@ ReceivedFrame receiveFrame(int fd, std::span<uint8_t> buffer) {
     if (stamp == nullptr || stamp->cmsg_level != SOL_SOCKET || stamp->cmsg_type != SCM_TIMESTAMPNS) return {size, {}};
     timespec received, now;
     std::memcpy(&received, CMSG_DATA(stamp), sizeof received);
-    // The kernel's own clock, which wrote the stamp: a preloaded library may show this process another one.
+    // Reads the kernel's own clock, which wrote the stamp: a preloaded library may show this process another one.
     if (syscall(kGetTime, CLOCK_REALTIME, &now) != 0) clock_gettime(CLOCK_REALTIME, &now);
     return {size, Duration((now.tv_sec - received.tv_sec) * 1000 + (now.tv_nsec - received.tv_nsec) / 1'000'000)};
 }

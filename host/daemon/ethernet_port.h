@@ -1,4 +1,4 @@
-// Raw sockets. Only this file opens them; everything else is handed a descriptor that carries whole Ethernet frames.
+// Raw sockets. Only this file opens them; all other code receives a descriptor for whole Ethernet frames.
 #pragma once
 
 #include <sys/types.h>
@@ -16,24 +16,24 @@ namespace kv1905d {
 
 using support::FileDescriptor;
 
-// The interface's own MAC; nothing when there is no such interface.
+// Returns the interface's MAC, or nullopt if there is no such interface.
 std::optional<MacAddress> interfaceMac(const std::string &interface);
 
-// The number of the interface of that name; 0 without one.
+// Returns the number of the interface of that name, or 0.
 int interfaceIndex(const std::string &interface);
 
-// The number of the interface that a socket of this file is bound to; none once that interface was deleted or moved to
-// another network namespace, even if an interface of the same number follows.
+// Returns the number of the interface that a socket of this file is bound to; -1 after that interface was deleted or
+// moved to another network namespace, even if another interface has its number.
 int boundInterface(int fd);
 
-// What the interface counted and how fast it is; zero where that is not known.
+// Returns the interface's counters and speed, 0 where unknown.
 LinkStatistics interfaceStatistics(const std::string &interface);
 
-// True when the interface is up and has a carrier.
+// Returns whether the interface is up and has a carrier.
 bool interfaceRunning(const std::string &interface);
 
 /*
- * A socket that sends and receives the IEEE 1905.1 frames of that interface, to whatever address. It receives frames
+ * Opens a socket that sends and receives the IEEE 1905.1 frames of that interface, to any address. It receives frames
  * before a bridge does. Non-blocking. Throws std::system_error that names the interface and the step.
  */
 FileDescriptor openPort(const std::string &interface);
@@ -46,7 +46,7 @@ struct ReceivedFrame {
 // Receives a frame of such a socket, or fails like recv().
 ReceivedFrame receiveFrame(int fd, std::span<uint8_t> buffer);
 
-// A socket that sends through that interface and receives nothing. Throws like openPort.
+// Opens a socket that sends through that interface and receives nothing. Throws like openPort().
 FileDescriptor openSender(const std::string &interface);
 
 }  // namespace kv1905d

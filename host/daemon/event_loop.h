@@ -11,8 +11,8 @@
 
 namespace kv1905d {
 
-// Every function that can fail throws std::system_error that names the step.
-// An exception ends only its callback: it must not pass through libuv.
+// Every function that can fail throws std::system_error that names the step. An exception ends only its callback: it
+// must not pass through libuv.
 class EventLoop {
   public:
     using Callback = std::function<void()>;
@@ -22,7 +22,7 @@ class EventLoop {
       public:
         // Resumes after an error, such as the interface going down, at which libuv stops watching.
         void resume();
-        // To be called before the descriptor is given another socket.
+        // Must be called before the descriptor refers to another socket.
         void pause();
 
       private:
@@ -33,7 +33,7 @@ class EventLoop {
     };
     class Timer {
       public:
-        // Replaces what was started before. repeat: 0 for once.
+        // Replaces an earlier start. repeat: 0 for once.
         void start(Duration delay, Duration repeat = Duration{});
 
       private:
@@ -55,7 +55,7 @@ class EventLoop {
     void run();  // until stop()
     void stop() { uv_stop(&loop_); }
     uv_loop_t &handle() { return loop_; }
-    // Calls, and counts an exception. `loop` is the handle of an EventLoop.
+    // Calls the function and counts an exception. `loop` is the handle of an EventLoop.
     static void call(uv_loop_t *loop, const Callback &callback) noexcept;
     uint64_t failures() const { return failures_; }  // callbacks that threw
 

@@ -28,7 +28,7 @@ class FrameSender {
 
     bool multicast(const Message &message, std::optional<size_t> exceptPort = std::nullopt);
     bool multicastOn(size_t port, const Message &message);
-    // Announces the port to the neighbour.
+    // Sends a bridge discovery through the port.
     bool bridgeDiscoveryOn(size_t port);
     // port: the one that leads to that device; without it, and without a bridge, all ports send.
     bool unicast(const Message &message, const MacAddress &alMac, std::optional<size_t> port);

@@ -11,7 +11,7 @@ inline Duration randomDuration(std::mt19937 &random, Duration least, Duration mo
     return Duration(std::uniform_int_distribution<Duration::rep>(least.count(), most.count())(random));
 }
 
-// Between 5/6 of the interval and the whole of it.
+// Returns a random duration from 5/6 of the interval to all of it.
 inline Duration jittered(std::mt19937 &random, Duration interval) {
     return randomDuration(random, interval * 5 / 6, interval);
 }

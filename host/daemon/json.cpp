@@ -6,7 +6,7 @@
 namespace kv1905d {
 namespace {
 
-// Bytes of the well-formed UTF-8 character at the start of the text; 0 when there is none.
+// Returns the length of the well-formed UTF-8 character at the start of the text, or 0.
 size_t utf8Length(std::string_view text) {
     const auto byte = [&](size_t i) { return static_cast<uint8_t>(text[i]); };
     const uint8_t first = byte(0);

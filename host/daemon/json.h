@@ -1,5 +1,5 @@
-// Writes JSON text. Values are appended where they belong: stations by the thousand take ten times as much memory as
-// objects as they take as text.
+// Writes JSON text without building objects first: thousands of stations would need ten times as much memory as
+// objects.
 #pragma once
 
 #include <charconv>
@@ -21,7 +21,7 @@ class JsonWriter {
         begin(key);
         write(value);
     }
-    // Each of these calls its last argument to write the members or entries.
+    // Each call below calls its last argument to write the members or entries.
     template <typename Members>
     void object(const Members &members) {
         text_ += '{';
@@ -43,14 +43,14 @@ class JsonWriter {
         text_ += entries_ == 0 ? "]" : "\n]";
         return std::exchange(entries_, outer);
     }
-    // A list after the number of its entries.
+    // Writes the number of entries, then the list.
     template <typename Entries>
     void countedList(const char *countKey, const char *key, const Entries &entries) {
         begin(countKey);
         const size_t at = text_.size();
         text_.insert(at, std::to_string(list(key, entries)));
     }
-    // An object in a list, on a line of its own.
+    // Writes an object in a list, on its own line.
     template <typename Members>
     void entry(const Members &members) {
         text_ += entries_++ == 0 ? "\n" : ",\n";

@@ -22,8 +22,8 @@ int run(const kv1905d::Options &options, kv1905d::Heartbeat heartbeat) {
 }  // namespace
 
 int main(int argc, char **argv) {
-    // A reader of the log that ends must not end the daemon. Not SIG_IGN, which the commands would inherit.
-    // The same for SIGUSR1 until the daemon handles it.
+    // Ignores SIGPIPE: a reader of the log that ends must not end the daemon. Not SIG_IGN, which the commands would
+    // inherit. The same for SIGUSR1 until the daemon handles it.
     for (const int number : {SIGPIPE, SIGUSR1})
         std::signal(number, [](int) {});
     try {

@@ -13,8 +13,8 @@ class Neighbourhood {
   public:
     static constexpr size_t kMaxLinks = kMaxNeighbours;  // on all ports together; more are refused
 
-    // A link belongs to a neighbour that announced itself less than `lifetime` ago. There is a bridge between when no
-    // bridge discovery came for `bridgedAfter`.
+    // A link belongs to a neighbour that announced itself less than `lifetime` ago. Another bridge is between when no
+    // bridge discovery was received for `bridgedAfter`.
     Neighbourhood(Duration lifetime, Duration bridgedAfter) : lifetime_(lifetime), bridgedAfter_(bridgedAfter) {}
 
     struct Link {
@@ -30,8 +30,8 @@ class Neighbourhood {
     // Enters or refreshes the neighbour's interface `mac` on that port.
     Announced announce(size_t port, const MacAddress &alMac, const MacAddress &mac, TimePoint now);
 
-    // These return whether report() changed.
-    // Enters a bridge discovery; one of an unknown neighbour is ignored, because the next one comes in time.
+    // The functions below return whether report() changed. announceDirect() enters a bridge discovery. It ignores an
+    // unknown neighbour, whose next one follows.
     bool announceDirect(size_t port, const MacAddress &alMac, const MacAddress &mac, TimePoint now);
     // Removes neighbours that were silent, and marks those without bridge discoveries.
     bool age(TimePoint now);
@@ -39,11 +39,11 @@ class Neighbourhood {
 
     const std::vector<Link> &links() const { return links_; }
 
-    // The ports on which that device is a neighbour, one for each of its interfaces.
+    // Returns the ports on which that device is a neighbour, one for each of its interfaces.
     std::vector<size_t> portsOf(const MacAddress &alMac) const;
-    // As a topology response lists them.
+    // Returns the neighbours in the form of a topology response.
     std::vector<Ieee1905Neighbours> report(const std::vector<Port> &ports) const;
-    // When age() has something to do next; TimePoint::max() without neighbours.
+    // Returns when age() must run next; TimePoint::max() without neighbours.
     TimePoint nextExpiry() const;
 
   private:

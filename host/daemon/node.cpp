@@ -65,7 +65,7 @@ void Node::receive(size_t port, ByteView frame, TimePoint now) {
                std::any_of(config_.ports.begin(), config_.ports.end(), [&](const Port &own) { return own.mac == mac; });
     };
     const bool multicast = destination == kMulticastMac;
-    // Not for us, or our own, which a ring brings back.
+    // Drops frames for others, and own frames, which a ring returns.
     if (!reader.ok() || etherType != kEtherType || (!multicast && !isOurs(destination)) || isOurs(source)) {
         ++counters_.framesDropped;
         return;
@@ -176,10 +176,10 @@ void Node::logAbandoned(TimePoint now) {
     if (lost) logDropped(lost->port, lost->source, lost->source, lost->type, now, lost->reason);
 }
 
-// ---- Handlers: false when the message is malformed and must not be looked at any further
+// ---- Handlers return false for a malformed message, which is then not processed further
 
 bool Node::handleDiscovery(const Received &received) {
-    if (!received.multicast) return true;  // says nothing about who sits on this link
+    if (!received.multicast) return true;  // unicast: the sender may be on another link
     const Tlv *macTlvFound = received.message.find(kTlvMacAddress);
     const std::optional<MacAddress> mac = macTlvFound ? parseMacTlv(macTlvFound->value) : std::nullopt;
     if (!mac || received.message.find(kTlvAlMac) == nullptr) {
@@ -210,7 +210,7 @@ bool Node::handleNotification(const Received &received) {
     if (events_.notification && topology_.find(received.originator) != nullptr) {
         events_.notification(received.originator);
     }
-    // A neighbour that was restarted does not know us any more, although we still know it.
+    // A restarted neighbour does not know us, although we still know it.
     for (const size_t port : neighbours_.portsOf(received.originator))
         discoverSoon(port, received.now);
     queueTopologyQuery(received.originator, received.now);
@@ -434,7 +434,7 @@ bool Node::sendMessage(Reach reach, const MacAddress &destination, Message &mess
     return reach == Reach::Unicast ? sendUnicast(message, destination) : sender_.multicast(message);
 }
 
-// Handed on by run(): the receiver must not be called while it is sending.
+// Delivered by run(): the receiver must not be called while it is sending.
 bool Node::sendToSelf(const Message &message) {
     if (toSelf_.size() >= kMaxToSelf) return false;
     toSelf_.push_back(message);

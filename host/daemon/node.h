@@ -1,5 +1,5 @@
-// This device as a member of the IEEE 1905.1 network: discovery, topology, relaying, vendor messages. Knows neither
-// sockets nor the plug-in nor a clock: frames and the time are handed in, frames go out through descriptors.
+// This device as a member of the IEEE 1905.1 network: discovery, topology, relaying, vendor messages. Independent of
+// sockets, plug-in and clock: receives frames and the time as arguments, sends through descriptors.
 #pragma once
 
 #include <functional>
@@ -37,13 +37,13 @@ struct NodeEvents {
     std::function<void(const MacAddress &)> notification;
     // A device answered a topology query.
     std::function<void(const MacAddress &)> topologyResponse;
-    // An AP-autoconfiguration message, with the originator's AL MAC as far as we know; false when it is malformed.
+    // An AP-autoconfiguration message, with the originator's AL MAC if known. Returns false if it is malformed.
     std::function<bool(const MacAddress &, const Message &, TimePoint)> autoconfiguration;
     // An unhandled message from that AL MAC was received.
     std::function<void(const MacAddress &, const Message &)> unhandled;
-    // What the interface of that port counted.
+    // Returns the counters of a port's interface.
     std::function<LinkStatistics(size_t)> linkStatistics;
-    // TLVs to append to every topology response.
+    // Returns TLVs to append to every topology response.
     std::function<std::vector<Tlv>()> extraTopologyTlvs;
 };
 
@@ -52,7 +52,7 @@ class Node {
     // Limits on state about other devices; the excess is refused.
     static constexpr size_t kMaxPendingQueries = 256;
     static constexpr size_t kMaxUnhandledTypes = 64;  // counted one by one
-    static constexpr size_t kMaxToSelf = 16;          // messages to this device itself that run() has not delivered yet
+    static constexpr size_t kMaxToSelf = 16;          // messages to this device that run() has not delivered yet
 
     Node(NodeConfig config, NodeEvents events, TimePoint now);
     Node(const Node &) = delete;
@@ -61,7 +61,7 @@ class Node {
     // Handles a frame that was received on that port.
     void receive(size_t port, ByteView frame, TimePoint now);
 
-    // Does what is due. Returns when to call again; a frame may make it earlier, so call it after receive(), too.
+    // Runs what is due. Returns the time of the next call; call it after receive() too, which may make that earlier.
     TimePoint run(TimePoint now);
 
     // Handles a change of a port's link.
@@ -71,16 +71,16 @@ class Node {
 
     /*
      * Sends a vendor-specific TLV value in a separate message. `destination` counts for Reach::Unicast only: an AL
-     * MAC or an interface MAC of a known device; a message to this device itself arrives with the next run().
+     * MAC or an interface MAC of a known device; the next run() delivers a message to this device.
      * msgId: null, or 0 to have an identifier chosen and written back, or the identifier to use.
-     * False when no interface accepted the message.
+     * Returns false if no interface accepted the message.
      */
     bool sendVendor(Reach reach, const MacAddress &destination, ByteView value, uint16_t *msgId, TimePoint now);
 
     /*
-     * Send a message made elsewhere; `destination` as above. An identifier of 0 is replaced by a fresh one. The relay
-     * bit is set as `reach` says; with Reach::Network the message must hold our AL MAC TLV. False when no interface
-     * accepted it.
+     * Sends a complete message; `destination` as above. An identifier of 0 is replaced by a fresh one. The relay
+     * bit is set according to `reach`; with Reach::Network the message must hold our AL MAC TLV. False when no
+     * interface accepted it.
      */
     bool sendMessage(Reach reach, const MacAddress &destination, Message &message, TimePoint now);
 
@@ -96,12 +96,12 @@ class Node {
         unsigned sent = 0;
         TimePoint due{};
     };
-    // One received message for the handlers.
+    // A received message, as handlers get it.
     struct Received {
         const Message &message;
         size_t port;
         MacAddress source;      // Ethernet source
-        MacAddress originator;  // AL MAC of the device that built the message, as far as we know
+        MacAddress originator;  // AL MAC of the device that built the message, if known
         bool multicast;
         TimePoint now;
     };
@@ -125,7 +125,7 @@ class Node {
     void countUnhandled(const Received &received);
     void forward(const Received &received);
     void reject(const Received &received, const char *reason);
-    // type: of the message; nothing when that is not known.
+    // type: of the message; nullopt if unknown.
     void logDropped(size_t port, const MacAddress &source, const MacAddress &originator, std::optional<uint16_t> type,
                     TimePoint now, const char *reason);
     void logAbandoned(TimePoint now);

@@ -15,7 +15,7 @@ constexpr Duration kFirstPause{2000};  // between Searches; doubles up to the lo
 constexpr Duration kLongestPause{60000};
 constexpr Duration kOfferPause{2000};
 constexpr Duration kLongestSilence{10000};  // of a controller that we joined, before that is reported
-constexpr unsigned kMaxOffers = 3;          // M1 in vain: a foreign controller wants keys, which we do not have
+constexpr unsigned kMaxOffers = 3;          // M1 without M2: other vendors' controllers require keys, which we lack
 constexpr Duration kRetryPause{2000};       // after a settings request that could not be sent
 constexpr Duration kLongestUnseen{30000};   // between a controller's Response and its place in the topology
 constexpr int kSettings = 2;
@@ -86,7 +86,7 @@ bool Onboarding::handleResponse(const MacAddress &source, const Message &message
     const std::optional<uint8_t> role = byteOf(message, kTlvSupportedRole);
     const std::optional<uint8_t> band = byteOf(message, kTlvSupportedFreqBand);
     if (!role || !band) return false;
-    const bool other = controller_ && *controller_ != source;  // the first one to answer stays ours
+    const bool other = controller_ && *controller_ != source;  // the first one that responded is kept
     if (actions_.isController() || *role != kRegistrar || other) return true;
     for (Exchange &exchange : exchanges_) {
         if (exchange.step != Step::Search || exchange.searchId != message.id) continue;
@@ -143,7 +143,7 @@ void Onboarding::answerM1(const MacAddress &source, const WscMessage &m1, uint16
     sendWsc(source, m2, id, now);
 }
 
-// The exchange that this M2 answers; null when there is none.
+// Returns the exchange that this M2 answers, or null.
 Onboarding::Exchange *Onboarding::offerOf(const MacAddress &source, const WscMessage &m2) {
     if (actions_.isController() || m2.type != kWscM2 || source != controller_) return nullptr;
     const auto found = std::find_if(exchanges_.begin(), exchanges_.end(), [&](const Exchange &exchange) {
@@ -153,7 +153,7 @@ Onboarding::Exchange *Onboarding::offerOf(const MacAddress &source, const WscMes
     return found == exchanges_.end() ? nullptr : &*found;
 }
 
-// ---- The agent's duties
+// ---- Tasks of an agent
 
 void Onboarding::run(TimePoint now) {
     std::erase_if(apConfigurations_,

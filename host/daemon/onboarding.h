@@ -27,14 +27,14 @@
 
 namespace kv1905d {
 
-// What Onboarding needs of its owner; those marked with * may be empty, as they are without the plug-in.
+// Functions that Onboarding needs from its owner. Those marked with * may be empty, as they are without the plug-in.
 struct OnboardingActions {
     std::function<bool()> isController;
-    // * The vendor extension attribute for the main BSS of that band; an empty one is left out.
+    // * Returns the vendor extension attribute for the main BSS of that band; an empty one is left out.
     std::function<Bytes(Band)> extension;
-    // * Read a received one from its vendor ID on; nothing when it is malformed.
+    // * Reads a received one from its vendor ID on. Returns nullopt if it is malformed.
     std::function<std::optional<KvBssInfo>(ByteView)> readExtension;
-    // * Have the controller's setting (0 password, 1 country) sent to us; 0 when the request left.
+    // * Requests the controller's setting (0 password, 1 country). Returns 0 if the request was sent.
     std::function<int(const MacAddress &, int)> requestSetting;
 };
 
@@ -46,13 +46,13 @@ class Onboarding {
     // Handles a Search, Response, WSC or Renew message. False when it is malformed; no response is sent then.
     bool receive(const MacAddress &source, const Message &message, TimePoint now);
 
-    // Do what is due; call about once a second.
+    // Runs what is due. Call it about once a second.
     void run(TimePoint now);
 
-    // The main BSSs of each device of the topology.
+    // Returns the main BSSs of each device of the topology.
     const ApConfigurations &apConfigurations() const { return apConfigurations_; }
 
-    // The controller's AL MAC, this device's included; nothing while none is known.
+    // Returns the controller's AL MAC, which may be this device's; nullopt while unknown.
     std::optional<MacAddress> controller() const;
 
   private:
@@ -89,7 +89,7 @@ class Onboarding {
 
     Node &node_;
     OnboardingActions actions_;
-    std::mt19937 random_;  // nonces pair answers with questions here; they protect nothing
+    std::mt19937 random_;  // for nonces, which only pair responses with requests and protect nothing
     std::vector<Exchange> exchanges_;
     ApConfigurations apConfigurations_;
     std::optional<MacAddress> controller_;

@@ -14,7 +14,7 @@ PluginHost *theHost = nullptr;
 uint64_t failures = 0;
 support::LogGate errorLog;
 
-// The caller's frames know no exceptions: running out of memory is a failed callback to them.
+// The caller cannot handle exceptions: running out of memory is a failed callback.
 template <typename Result, typename Call>
 Result guarded(Result failure, const Call &call) noexcept {
     try {

@@ -1,4 +1,4 @@
-// The plug-in: loading it, what the host calls of it and what it calls of the host.
+// The plug-in: loads it and passes calls in both directions.
 #pragma once
 
 #include <kv1905/kvMAP1905.h>
@@ -11,7 +11,7 @@
 
 namespace kv1905d {
 
-// Receives the plug-in's calls of the seven-slot table. Results as kvMAP1905.h says.
+// Receives the plug-in's calls of the seven-slot table. Results are those of kvMAP1905.h.
 class PluginHost {
   public:
     virtual ~PluginHost() = default;
@@ -59,7 +59,7 @@ struct PluginSymbols {
 // Calls of the host that threw, since the start.
 uint64_t failedCallbacks();
 
-// All that the daemon uses. Throws like support::PluginLibrary.
+// Loads the plug-in with all functions that the daemon uses. Throws like support::PluginLibrary.
 PluginSymbols loadPlugin(const std::string &path);
 
 /*

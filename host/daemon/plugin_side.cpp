@@ -12,8 +12,8 @@
 namespace kv1905d {
 namespace {
 
-constexpr uint64_t kUpdateEvery = 5;  // seconds between looks at the local configuration files
-constexpr uint64_t kBssEvery = 60;    // seconds between looks at the MDIDs, which may run nvram
+constexpr uint64_t kUpdateEvery = 5;  // seconds between checks of the local configuration files
+constexpr uint64_t kBssEvery = 60;    // seconds between lookups of the MDIDs, which may run nvram
 constexpr int8_t kNoSignal = -90;     // dBm, reported for a station that is not associated here
 
 void freeInterfaceList(KvIntfList *list) {

@@ -24,12 +24,12 @@ class PluginSide final : private PluginHost {
     PluginSide(const Options &options, Node &node, std::function<int()> requestDataModel,
                std::function<void(const Event &)> observe);
 
-    // Has the plug-in begin, which may call everything that the constructor was given.
+    // Starts the plug-in, which may call everything that the constructor received.
     void start();
-    // Has the plug-in fill its part of every local interface's record.
+    // Lets the plug-in fill its part of every local interface's record.
     void initInterfaces();
     void everySecond(TimePoint now);
-    // Hands the TLV, read as `message`, to the plug-in, unless the settings guard refuses it.
+    // Passes the TLV, read as `message`, to the plug-in, unless the settings guard refuses it.
     void receive(const VendorTlv &tlv, const VendorMessage &message, const std::optional<MacAddress> &controller,
                  TimePoint now);
     // Sends this agent's configuration by relayed multicast.
@@ -49,7 +49,7 @@ class PluginSide final : private PluginHost {
   private:
     AgentPollingActions pollingActions();
 
-    // The host's own commands; the entry point's result.
+    // Run the host's own commands. Return the entry point's result.
     int notifyRssi(const uint8_t *buffer);
     int queryStations(const uint8_t *buffer) { return plugin_.wifiStateQuerySend(buffer, 0); }
     int queryPower(const uint8_t *buffer) { return plugin_.powerQuerySend(buffer, 0); }

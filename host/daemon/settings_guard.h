@@ -14,10 +14,10 @@
 
 namespace kv1905d {
 
-// Whose messages may change this device.
+// Senders whose messages may change this device.
 enum class SettingsFrom { Any, Controller };
 
-// A share of this process's time: one second at once, then a quarter of the time.
+// Limits the processing time of messages: one second at once, then a quarter of the time.
 class TimeBudget {
   public:
     static constexpr Duration kCredit{1000};
@@ -32,8 +32,8 @@ class TimeBudget {
 
 class SettingsGuard {
   public:
-    // All remote devices' stations together; the local list is the driver's. Each costs some kilobytes when the JSON
-    // file is made.
+    // Limit for all remote devices' stations together. The local list comes from the driver. Each station costs some
+    // kilobytes when the JSON file is made.
     static constexpr size_t kMaxStations = 16384;
     // A result is admitted once, within this time after its command. The oldest of too many commands is removed.
     static constexpr Duration kResultWait{60000};
@@ -42,9 +42,9 @@ class SettingsGuard {
     explicit SettingsGuard(SettingsFrom from) : from_(from) {}
 
     /*
-     * Whether a vendor-specific TLV, read as `message`, may reach the plug-in. `controller`: the network's, nothing
-     * while none is known. Refused are
-     *  - what changes this device, unless the controller or this device itself sent it (SettingsFrom::Controller),
+     * Returns whether a vendor-specific TLV, read as `message`, may reach the plug-in. `controller`: the network's,
+     * nullopt while unknown. Refuses
+     *  - what changes this device, unless the controller or this device sent it (SettingsFrom::Controller),
      *  - what costs time, when its budget is spent: the controller has one, and all others share one,
      *  - results of commands that this device did not send,
      *  - this device's own configuration in reports of others,
@@ -54,7 +54,7 @@ class SettingsGuard {
     bool admits(const VendorTlv &tlv, const VendorMessage &message, const std::optional<MacAddress> &controller,
                 const Topology &topology, TimePoint now);
 
-    // Charges the time that the plug-in took for the message that was admitted last.
+    // Charges the time that the plug-in spent on the message that was admitted last.
     void charge(Duration used, TimePoint now);
 
     // Notes a message to one other device, whose result is admitted when it is a command.

@@ -16,7 +16,7 @@ namespace {
 // Written by the plug-in.
 struct SharedFile {
     const char *path;
-    bool isReported = false;  // that it cannot be removed
+    bool isReported = false;  // logged because it cannot be removed
 } sharedFiles[] = {{"/tmp/1905ReturnValue"}, {"/tmp/kv1905_IP"}, {"/tmp/.kv1905_nvram_tmp"}, {"/tmp/kv1905_FWupgrade"}};
 
 }  // namespace
@@ -27,7 +27,7 @@ void removePlantedFiles() {
         if (lstat(path, &facts) != 0) continue;
         if (S_ISREG(facts.st_mode) && facts.st_uid == geteuid() && facts.st_nlink == 1) continue;
         if (std::remove(path) == 0) {
-            KV_HOST_LOG(KV_LOG_WARNING, "%s: of user %u and removed, because it is no file of this device's own", path,
+            KV_HOST_LOG(KV_LOG_WARNING, "%s: of user %u and removed, because it does not belong to this device", path,
                         facts.st_uid);
         } else if (!std::exchange(isReported, true)) {
             KV_HOST_LOG(KV_LOG_WARNING, "%s: of user %u and cannot be removed: %s", path, facts.st_uid,

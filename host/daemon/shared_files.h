@@ -3,7 +3,7 @@
 
 namespace kv1905d {
 
-// Removes links, files of other users and whatever is no regular file under these names, so that the plug-in neither
+// Removes links, files of other users and anything but regular files under these names, so that the plug-in neither
 // follows them nor waits for a FIFO's reader. What cannot be removed stays.
 void removePlantedFiles();
 

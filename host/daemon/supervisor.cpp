@@ -34,13 +34,13 @@ namespace {
 
 using support::FileDescriptor;
 
-constexpr Duration kLongestEnd{10000};  // of a daemon that ends by itself
+constexpr Duration kLongestEnd{10000};  // of a daemon that ends on its own
 
 TimePoint now() {
     return std::chrono::time_point_cast<Duration>(std::chrono::steady_clock::now());
 }
 
-// A message of systemd's notification protocol. Nothing happens without systemd.
+// Sends a message of systemd's notification protocol, if systemd started this process.
 void notify(std::string_view state) {
     const char *path = std::getenv("NOTIFY_SOCKET");
     sockaddr_un address{};
@@ -91,7 +91,7 @@ class Supervisor {
     Supervisor(pid_t daemon, FileDescriptor heartbeats, FileDescriptor signals, const SupervisorTimes &times)
         : daemon_(daemon), heartbeats_(std::move(heartbeats)), signals_(std::move(signals)), times_(times) {}
 
-    // The daemon's wait status.
+    // Returns the daemon's wait status after its end.
     int watch() {
         while (!status_) {
             pollfd ready[] = {{signals_.get(), POLLIN, 0}, {heartbeats_.get(), POLLIN, 0}};
@@ -185,7 +185,7 @@ class Supervisor {
     throw std::system_error(errno, std::generic_category(), step);
 }
 
-// For a shell or systemd, this process is the daemon.
+// Ends this process by the daemon's signal, as a shell or systemd expects.
 void endBySignal(int number) {
     const rlimit noCore{0, 0};  // the daemon has left one
     setrlimit(RLIMIT_CORE, &noCore);

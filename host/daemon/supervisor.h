@@ -17,7 +17,7 @@ class Heartbeat {
     explicit Heartbeat(support::FileDescriptor pipe) : pipe_(std::move(pipe)) {}
 
     void beat() const { write('.'); }  // once a second
-    void end() const { write('e'); }   // the daemon ends by itself; that may take its time
+    void end() const { write('e'); }   // the daemon ends on its own, which may take long
 
   private:
     void write(char byte) const;
@@ -27,7 +27,7 @@ class Heartbeat {
 
 struct SupervisorTimes {
     Duration name{5000};   // without a heartbeat until the commands that run are named
-    Duration kill{10000};  // that one of them is seen to run until it is killed
+    Duration kill{10000};  // that one of them may run until it is killed
     Duration stop{800};    // between SIGTERM and the end of a daemon that does not respond
 };
 

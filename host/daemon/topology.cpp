@@ -69,7 +69,7 @@ void Topology::setInterfaces(Device &device, const std::vector<LocalInterface> &
     changes_ += !std::equal(updated.begin(), updated.end(), device.interfaces.begin(), device.interfaces.end(),
                             [](const DeviceInterface &a, const DeviceInterface &b) { return a.facts == b.facts; });
     device.interfaces = std::move(updated);
-    // First come, first served: a device cannot take over an interface that another one reported.
+    // The first report wins: a device cannot claim an interface that another one reported.
     for (const DeviceInterface &interface : device.interfaces) {
         ownerOfInterface_.try_emplace(interface.facts.mac, device.alMac);
     }
@@ -81,15 +81,15 @@ void Topology::setNeighbours(Device &device, const std::vector<Ieee1905Neighbour
 }
 
 std::vector<MacAddress> Topology::expire(Duration lifetime, TimePoint now) {
-    std::vector<MacAddress> gone;
+    std::vector<MacAddress> removed;
     for (const auto &[alMac, device] : devices_) {
-        if (!device->local && now - device->lastHeard >= lifetime) gone.push_back(alMac);
+        if (!device->local && now - device->lastHeard >= lifetime) removed.push_back(alMac);
     }
-    for (const MacAddress &alMac : gone) {
-        KV_HOST_LOG(KV_LOG_NOTICE, "device %s is gone", alMac.text().c_str());
+    for (const MacAddress &alMac : removed) {
+        KV_HOST_LOG(KV_LOG_NOTICE, "device %s removed: silent for too long", alMac.text().c_str());
         remove(alMac);
     }
-    return gone;
+    return removed;
 }
 
 void Topology::remove(const MacAddress &alMac) {

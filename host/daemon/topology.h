@@ -52,7 +52,7 @@ struct Device {
     std::vector<Ieee1905Neighbours> neighbours;
     BssElements bss;  // of its last topology response
     TimePoint lastHeard;
-    std::optional<size_t> port;  // where it was last heard
+    std::optional<size_t> port;  // where it was last received
     TimePoint nextKeepAlive{};
     bool sentVendorMessage = false;  // a valid one
     VendorRecord vendor;
@@ -70,28 +70,29 @@ class Topology {
     Device &local() { return *devices_.at(localAlMac_); }
     const Device &local() const { return *devices_.at(localAlMac_); }
     size_t size() const { return devices_.size(); }
-    // Devices that appeared, went or reported other interfaces or neighbours, and changes of our own neighbours.
+    // Counts devices that appeared, disappeared or reported other interfaces or neighbours, and changes of our own
+    // neighbours.
     uint64_t changes() const { return changes_; }
 
-    // Null when unknown.
+    // Returns null for an unknown device.
     Device *find(const MacAddress &alMac);
     const Device *find(const MacAddress &alMac) const;
     // Returns the device with that AL MAC or with an interface of that MAC; null if there is none.
     Device *findByAnyMac(const MacAddress &mac);
 
-    // Enter what a device reported, or refresh it. Null when the database is full.
+    // Enter or refresh a device and what it reported. Return null if the database is full.
     Device *update(const TopologyReport &report, TimePoint now);
     // Replace a device's interfaces; the plug-in's block of an interface that stays is kept.
     void setInterfaces(Device &device, const std::vector<LocalInterface> &interfaces);
     void setNeighbours(Device &device, const std::vector<Ieee1905Neighbours> &neighbours);
 
-    // Remove remote devices that were silent for `lifetime`; their AL MACs are returned.
+    // Removes remote devices that were silent for `lifetime` and returns their AL MACs.
     std::vector<MacAddress> expire(Duration lifetime, TimePoint now);
 
-    // Devices in the order of their AL MACs.
+    // Returns the devices in the order of their AL MACs.
     const std::map<MacAddress, std::unique_ptr<Device>> &devices() const { return devices_; }
 
-    // Links between the local device and each device: 0 for the local one, absent where no path is known.
+    // Returns the links between the local device and each device: 0 for the local one, absent where no path is known.
     std::map<MacAddress, unsigned> hops() const;
 
   private:

@@ -1,4 +1,4 @@
-// A vendor-specific TLV that arrived.
+// A received vendor-specific TLV.
 #pragma once
 
 #include <string>
@@ -7,10 +7,10 @@
 
 namespace kv1905d {
 
-// Valid during the call that gets it.
+// Valid during the callback that receives it.
 struct VendorTlv {
     const MacAddress &source;      // the originator's AL MAC
-    const std::string &interface;  // where it came in
+    const std::string &interface;  // port that received it
     ByteView value;                // its OUI first
     uint16_t msgId;
 };

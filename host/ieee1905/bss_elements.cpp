@@ -28,7 +28,7 @@ struct ElementRow {
 
 constexpr ElementRow kElementRows[] = {{0xC0, 9, readMdids}, {0xD0, 8, readConfigurations}};
 
-// The row of the element that starts here; null for any other value. The reader is then after the element type.
+// Returns the row of the element that starts here, with the reader after the element type; null for any other value.
 const ElementRow *findRow(WireReader &reader) {
     const uint32_t oui = reader.u24();
     const uint8_t type = reader.u8();

@@ -1,5 +1,5 @@
-// A device's BSSs in two vendor-specific TLVs of its topology response: the vendor's OUI, an element
-// type, a length and a counted list. They are no vendor messages.
+// A device's BSSs in two vendor-specific TLVs of its topology response: the vendor's OUI, an element type, a length and
+// a counted list. They are not vendor messages.
 #pragma once
 
 #include <vector>
@@ -27,17 +27,17 @@ struct BssConfiguration {
     bool operator==(const BssConfiguration &) const = default;
 };
 
-// At most 255 entries each: the wire counts them in one byte, and a repeated element replaces the former.
+// Limited to 255 entries each by the one-byte count. A repeated element replaces the earlier one.
 struct BssElements {
     std::vector<MdidEntry> mdids;
     std::vector<BssConfiguration> configurations;
 };
 
-// Whether this vendor-specific value is one of the two, well formed or not.
+// Returns whether this vendor-specific value is one of the two, well formed or not.
 bool isBssElement(ByteView value);
 
-// Read the value into its list. False, with nothing changed, when it is one of the two and malformed: shorter or longer
-// than its length or its count says. Any other value is left unchanged.
+// Reads the value into its list. Returns false, with nothing changed, if it is one of the two but its length or count
+// does not match. Ignores any other value.
 bool readBssElement(ByteView value, BssElements &elements);
 
 }  // namespace kv1905d

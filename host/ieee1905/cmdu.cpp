@@ -45,7 +45,7 @@ class TlvDecoder {
     std::vector<Tlv> take() { return std::move(tlvs_); }
 
   private:
-    // One or two zero bytes at the end of a short body are Ethernet padding, not the start of a TLV.
+    // Skips one or two zero bytes at the end of a short body: Ethernet padding, not the start of a TLV.
     void keep(WireReader from, size_t bodySize) {
         const ByteView rest = from.rest();
         const bool zeros = std::all_of(rest.begin(), rest.end(), [](uint8_t byte) { return byte == 0; });
@@ -77,8 +77,8 @@ class FrameCutter {
 
     void add(const Tlv &tlv) {
         const size_t size = kTlvHeaderSize + tlv.value.size();
-        if (size > room() && room() < kMaxBody) begin();
-        if (size <= room()) return append(frames_.back(), tlv);
+        if (size > space() && space() < kMaxBody) begin();
+        if (size <= space()) return append(frames_.back(), tlv);
         Bytes encoded;
         append(encoded, tlv);
         ByteView rest = encoded;
@@ -110,7 +110,7 @@ class FrameCutter {
     }
 
   private:
-    size_t room() const { return kMaxFramePayload - frames_.back().size(); }
+    size_t space() const { return kMaxFramePayload - frames_.back().size(); }
     void begin() {
         frames_.emplace_back().reserve(expected_);
         frames_.back().resize(kHeaderSize);

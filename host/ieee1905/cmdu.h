@@ -58,18 +58,18 @@ struct Tlv {
     bool operator==(const Tlv &) const = default;
 };
 
-// One whole message. The end-of-message TLV is implied and never part of `tlvs`.
+// A whole message. The end-of-message TLV is implied and never part of `tlvs`.
 struct Message {
     uint16_t type = 0;
     uint16_t id = 0;
     bool relay = false;
     std::vector<Tlv> tlvs;
 
-    // The first TLV of that type, or null.
+    // Returns the first TLV of that type, or null.
     const Tlv *find(uint8_t tlvType) const;
 };
 
-// One frame's share of a message; `body` points into the frame.
+// The part of a message in one frame; `body` points into the frame.
 struct Fragment {
     uint16_t type = 0;
     uint16_t id = 0;
@@ -77,22 +77,22 @@ struct Fragment {
     bool last = false;
     bool relay = false;
     ByteView body;
-    size_t port = 0;  // where it came in; the caller's
+    size_t port = 0;  // that received it; set by the caller
 };
 
-// Read a frame's payload (what follows the Ethernet header). Nothing when it is shorter than a header and an
+// Reads a frame's payload (after the Ethernet header). Returns nullopt if it is shorter than a header and an
 // end-of-message TLV, or of a message version other than 0.
 std::optional<Fragment> parseFragment(ByteView payload);
 
 /*
- * The TLVs in the bodies of all fragments, in order. Both fragmentation styles are read: at TLV boundaries, with
+ * Returns the TLVs in the bodies of all fragments, in order. Reads both fragmentation styles: at TLV boundaries, with
  * an end of message in every fragment or only in the last, and at any byte. Bytes after an end of message
- * are ignored. Nothing when a TLV or the message does not end.
+ * are ignored. Returns nullopt if a TLV or the message is truncated.
  */
 std::optional<std::vector<Tlv>> decodeTlvs(std::span<const ByteView> bodies);
 
-// The frame payloads that carry the message, each at most kMaxFramePayload bytes, cut at TLV boundaries; a TLV too
-// large for a frame is cut at byte boundaries. Empty when a value is too long or more than 256 frames were needed.
+// Returns the frame payloads that carry the message, each at most kMaxFramePayload bytes, cut at TLV boundaries. A TLV
+// too large for a frame is cut at byte boundaries. Empty if a value is too long or more than 256 frames are needed.
 std::vector<Bytes> encodeMessage(const Message &message);
 
 }  // namespace kv1905d

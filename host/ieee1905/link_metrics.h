@@ -1,4 +1,4 @@
-// The TLVs of link metric queries and their answers.
+// The TLVs of link metric queries and responses.
 #pragma once
 
 #include <optional>
@@ -9,18 +9,18 @@
 namespace kv1905d {
 
 struct LinkMetricQuery {
-    std::optional<MacAddress> neighbour;  // nothing: all of them
+    std::optional<MacAddress> neighbour;  // nullopt: all of them
     bool transmit = false;
     bool receive = false;
 };
 
-// Of one interface since it exists.
+// Counters of an interface since its creation.
 struct LinkStatistics {
     uint32_t sent = 0, sendErrors = 0, received = 0, receiveErrors = 0;  // packets
-    uint16_t speed = 0;                                                  // Mbit/s; 0 when it is not known
+    uint16_t speed = 0;                                                  // Mbit/s; 0 if unknown
 };
 
-// One link to a neighbour.
+// A link to a neighbour.
 struct LinkMetrics {
     MacAddress ownInterface;
     MacAddress neighbourInterface;
@@ -32,7 +32,7 @@ struct LinkMetrics {
 std::optional<LinkMetricQuery> parseLinkMetricQuery(ByteView value);
 Tlv transmitterMetricsTlv(const MacAddress &alMac, const MacAddress &neighbour, const std::vector<LinkMetrics> &links);
 Tlv receiverMetricsTlv(const MacAddress &alMac, const MacAddress &neighbour, const std::vector<LinkMetrics> &links);
-// The answer about a neighbour that is not known.
+// Returns the response about an unknown neighbour.
 Tlv invalidNeighbourTlv();
 
 }  // namespace kv1905d

@@ -12,7 +12,7 @@ enum TlvStart : uint16_t {
     kTtl = 3 << 9 | 2,
     kEnd = 0,
 };
-// How the six bytes of a chassis or port are meant: as a MAC.
+// Subtype of a chassis or port: a MAC address.
 enum Subtype : uint8_t { kChassisMac = 4, kPortMac = 3 };
 
 }  // namespace

@@ -15,9 +15,9 @@ struct BridgeDiscovery {
     MacAddress interface;
 };
 
-// What follows the Ethernet header.
+// Returns the payload after the Ethernet header.
 Bytes encodeBridgeDiscovery(const BridgeDiscovery &discovery);
-// Nothing for other LLDP frames and malformed ones.
+// Returns nullopt for other LLDP frames and malformed ones.
 std::optional<BridgeDiscovery> parseBridgeDiscovery(ByteView payload);
 
 }  // namespace kv1905d

@@ -42,7 +42,7 @@ struct MacAddress {
         return {out.begin(), out.end()};
     }
 
-    // Exactly six two-digit hex groups separated by colons; anything else is no address.
+    // Parses exactly six two-digit hex groups separated by colons.
     static std::optional<MacAddress> parse(std::string_view text) {
         constexpr std::string_view digits = "0123456789abcdef";
         if (text.size() != 17) return std::nullopt;

@@ -6,7 +6,7 @@
 namespace kv1905d {
 namespace {
 
-constexpr char kLate[] = "its other fragments did not come in time";
+constexpr char kLate[] = "its other fragments did not arrive in time";
 
 Reassembly::Result decode(const Fragment &fragment, std::span<const ByteView> bodies) {
     std::optional<std::vector<Tlv>> tlvs = decodeTlvs(bodies);
@@ -32,7 +32,7 @@ Reassembly::Result Reassembly::add(const MacAddress &source, const Fragment &fra
     }
 
     makeRoom(fragment.body.size(), at == entries_.end());
-    at = entries_.try_emplace(key, Entry{now, fragment.port, 0, -1, {}}).first;  // makeRoom may have taken it
+    at = entries_.try_emplace(key, Entry{now, fragment.port, 0, -1, {}}).first;  // makeRoom may have removed it
     Entry &entry = at->second;
     entry.bodies.emplace(fragment.index, Bytes(fragment.body.begin(), fragment.body.end()));
     entry.bytes += fragment.body.size();
@@ -76,7 +76,7 @@ TimePoint Reassembly::nextExpiry() const {
 
 void Reassembly::makeRoom(size_t bytes, bool newMessage) {
     while (!entries_.empty() && (bytes > kMaxBytes - bytes_ || (newMessage && entries_.size() >= kMaxMessages))) {
-        giveUp(oldest(), "too many fragments of other messages came");
+        giveUp(oldest(), "too many fragments of other messages arrived");
         ++evicted_;
     }
 }

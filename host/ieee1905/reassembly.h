@@ -15,7 +15,7 @@ class Reassembly {
     static constexpr size_t kMaxMessages = 64;            // unfinished ones; the oldest is evicted
     static constexpr size_t kMaxMessageBytes = 64 << 10;  // of one message; a larger one is malformed
     static constexpr size_t kMaxBytes = 512 << 10;        // of all unfinished ones; the oldest is evicted
-    static constexpr Duration kLifetime{3000};            // from the first fragment that came
+    static constexpr Duration kLifetime{3000};            // after the first fragment was received
 
     enum class Status { Waiting, Complete, Malformed };
     struct Result {
@@ -23,7 +23,7 @@ class Reassembly {
         Message message;  // filled when Complete
     };
 
-    // A message that was given up unfinished.
+    // A message that was abandoned unfinished.
     struct Lost {
         MacAddress source;
         uint16_t type;
@@ -31,7 +31,7 @@ class Reassembly {
         const char *reason;
     };
 
-    // Take one fragment from the Ethernet address `source`, in any order; a repeated one is ignored.
+    // Adds a fragment from the Ethernet address `source`, in any order. Ignores a repeated one.
     Result add(const MacAddress &source, const Fragment &fragment, TimePoint now);
 
     // Removes messages older than kLifetime and returns their number.
@@ -39,10 +39,10 @@ class Reassembly {
 
     // Messages evicted since the start.
     uint64_t evicted() const { return evicted_; }
-    // The last one given up since the last call; nothing when there was none.
+    // Returns the last one abandoned since the last call, or nullopt.
     std::optional<Lost> takeLost() { return std::exchange(lost_, std::nullopt); }
     size_t waiting() const { return entries_.size(); }
-    // When expire() has something to do next; TimePoint::max() when nothing waits.
+    // Returns when expire() must run next; TimePoint::max() if no message is unfinished.
     TimePoint nextExpiry() const;
 
   private:

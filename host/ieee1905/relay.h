@@ -23,7 +23,7 @@ class DuplicateFilter {
         auto operator<=>(const Key &) const = default;
     };
 
-    // True when the message is new; it is remembered from then on.
+    // Returns whether the message is new, and remembers it.
     bool enter(const Key &key, TimePoint now) {
         while (!byAge_.empty() && (now - byAge_.front().since >= kLifetime))
             forgetOldest();

@@ -12,7 +12,7 @@ uint8_t count8(size_t count) {
     return static_cast<uint8_t>(std::min(count, kMaxCount));
 }
 
-// Adds the neighbours of one local interface; false when they must be refused.
+// Adds the neighbours of one local interface; false if they must be refused.
 bool readNeighbours(ByteView value, TopologyReport &report) {
     auto neighbours = parseIeee1905Neighbours(value);
     size_t total = 0;

@@ -68,7 +68,7 @@ struct TopologyReport {
     BssElements bss{};  // only read: the plug-in writes its TLVs
 };
 
-// Nothing when the device information is missing, a known TLV is malformed or a bound is exceeded.
+// Returns nullopt if the device information is missing, a known TLV is malformed or a bound is exceeded.
 std::optional<TopologyReport> parseTopologyReport(const Message &message);
 std::vector<Tlv> topologyReportTlvs(const TopologyReport &report);
 

@@ -28,7 +28,7 @@ std::string quoted(ByteView bytes) {
     return '"' + support::escaped(text, "\"\\") + '"';
 }
 
-// Bytes of a message and what is said about them. Reading past the end yields zero and counts what was missing.
+// Reads a message and collects its description. Reading past the end yields zero and counts what was missing.
 class Payload {
   public:
     explicit Payload(ByteView data) : reader_(data) {}
@@ -38,7 +38,7 @@ class Payload {
         missing_ += count - present;
         return reader_.bytes(present);
     }
-    // A number above the limit is one that receivers refuse.
+    // Reads a number; receivers refuse one above the limit.
     unsigned number(size_t width, unsigned limit = 0xFFFF) {
         unsigned value = 0;
         for (const uint8_t byte : take(width))
@@ -52,7 +52,7 @@ class Payload {
     }
     size_t remaining() const { return reader_.remaining(); }
 
-    void say(const std::string &word) { words_ += (words_.empty() ? "" : " ") + word; }
+    void add(const std::string &word) { words_ += (words_.empty() ? "" : " ") + word; }
     void fail(const std::string &fault) {
         if (!fault_) fault_ = fault;
     }
@@ -70,7 +70,7 @@ class Payload {
     std::optional<std::string> fault_;
 };
 
-// ---- Parts of a layout: each reads its bytes and says what matters in them.
+// ---- Parts of a layout: each reads its bytes and describes them.
 
 using Part = void (*)(Payload &);
 
@@ -80,11 +80,11 @@ std::string meaningOr(std::span<const Meaning> rows, unsigned code, const std::s
 }
 
 void target(Payload &in) {
-    in.say("for " + in.mac().text());
+    in.add("for " + in.mac().text());
 }
 
 void station(Payload &in) {
-    in.say("of " + in.mac().text());
+    in.add("of " + in.mac().text());
 }
 
 template <size_t Size>
@@ -94,12 +94,12 @@ void skipped(Payload &in) {
 
 void result(Payload &in) {
     const unsigned code = in.number(1);
-    in.say(std::to_string(code) + " (" + meaningOr(kResultMeanings, code, "unknown") + ")");
+    in.add(std::to_string(code) + " (" + meaningOr(kResultMeanings, code, "unknown") + ")");
 }
 
 void attributes(Payload &in) {
     const unsigned count = in.number(1);
-    in.say(counted(count, "attribute"));
+    in.add(counted(count, "attribute"));
     for (unsigned i = 0; i < count; ++i) {
         in.take(1);  // type
         in.take(in.number(2));
@@ -109,37 +109,37 @@ void attributes(Payload &in) {
 template <size_t EntrySize>
 void interfaces(Payload &in) {
     const unsigned count = in.number(1, 30);
-    in.say(counted(count, "interface"));
+    in.add(counted(count, "interface"));
     in.take(count * EntrySize);
 }
 
 void stations(Payload &in) {
     const unsigned count = in.number(1);
-    in.say(counted(count, "station"));
+    in.add(counted(count, "station"));
     in.take(size_t{count} * 24);
 }
 
 void powerState(Payload &in) {
     const unsigned state = in.number(1);
-    in.say(meaningOr(kPowerStates, state, formatted("power state %u", state)));
+    in.add(meaningOr(kPowerStates, state, formatted("power state %u", state)));
 }
 
 void firmware(Payload &in) {
-    in.say(formatted("option %u", in.number(1)));
+    in.add(formatted("option %u", in.number(1)));
     in.take(in.number(2, 1 + 1023));  // topology option and URL
 }
 
 void ledOption(Payload &in) {
-    in.say(in.number(1) == 0 ? "off" : "on");
+    in.add(in.number(1) == 0 ? "off" : "on");
 }
 
 template <size_t Width, unsigned Limit>
 void writtenText(Payload &in) {
-    in.say(quoted(in.take(in.number(Width, Limit))));
+    in.add(quoted(in.take(in.number(Width, Limit))));
 }
 
 void password(Payload &in) {
-    in.say("password of " + counted(in.number(2, 255), "byte"));
+    in.add("password of " + counted(in.number(2, 255), "byte"));
     in.take(256);  // scrambled
 }
 
@@ -157,13 +157,13 @@ void stationRecords(Payload &in) {
         if (!isNumber || length > 513 || !records.isWhole())
             return in.fail(formatted("record %zu does not fit", count + 1));
     }
-    in.say(counted(count, "station"));
+    in.add(counted(count, "station"));
 }
 
 void measurement(Payload &in) {
     station(in);
     in.take(6);  // zero, two rates
-    in.say(formatted("%d dBm", static_cast<int8_t>(in.number(1))));
+    in.add(formatted("%d dBm", static_cast<int8_t>(in.number(1))));
     in.take(4);
 }
 
@@ -215,7 +215,7 @@ constexpr Row kIntelRows[] = {
 struct Family {
     uint32_t oui;
     size_t beforeType, typeSize, afterType;  // bytes
-    bool tellsLength;                        // of the payload, in two bytes before it
+    bool hasLength;                          // of the payload, in two bytes before it
     const char *unknown;
     const char *(*nameOf)(unsigned type);  // null for an unknown type
     std::span<const Row> rows;
@@ -233,7 +233,7 @@ VendorMessage read(const Family &family, ByteView body) {
     const unsigned type = envelope.number(family.typeSize);
     if (!envelope.isWhole()) return {.name = "message without a type", .fault = envelope.fault()};
     envelope.take(family.afterType);
-    const size_t length = family.tellsLength ? envelope.number(2) : envelope.remaining();
+    const size_t length = family.hasLength ? envelope.number(2) : envelope.remaining();
     const bool hasEnvelope = envelope.isWhole();
     Payload payload(envelope.take(length));
     message.subject = Payload(payload).mac();
@@ -241,7 +241,7 @@ VendorMessage read(const Family &family, ByteView body) {
     message.name = name != nullptr ? name : formatted(family.unknown, type);
     const auto row = std::find_if(family.rows.begin(), family.rows.end(), [&](const Row &r) { return r.type == type; });
     if (row == family.rows.end()) {
-        payload.say(counted(payload.remaining(), "byte"));
+        payload.add(counted(payload.remaining(), "byte"));
         if (hasEnvelope) message.admission = Admission::Unknown;
     } else {
         if (hasEnvelope) message.admission = row->admission;

@@ -8,16 +8,16 @@
 
 namespace kv1905d {
 
-// What a message may do to this device: the settings guard has rules for each.
+// Effect of a message on this device: the settings guard has rules for each.
 enum class Admission {
-    Free,           // nothing but be read: also what the plug-in ignores
-    Request,        // cost time: it may have the plug-in run a program, or wait
-    Setting,        // change this device, and cost time
-    Command,        // the same, and be answered with a result
-    Configuration,  // replace what is known of a device, and cost time
-    Stations,       // add stations of a device
-    Result,         // report the result of a command to the operator
-    Unknown         // anything: a type of the vendor's or Intel's set that is not in the table
+    Free,           // none: read only, or ignored by the plug-in
+    Request,        // costs time: the plug-in may run a program, or wait
+    Setting,        // changes this device, and costs time
+    Command,        // the same, and is answered with a result
+    Configuration,  // replaces what is known of a device, and costs time
+    Stations,       // adds stations of a device
+    Result,         // reports the result of a command to the operator
+    Unknown         // not in the table: a type of the vendor's or Intel's set
 };
 
 // Texts are printable ASCII without an end of line, whatever the message holds.
@@ -31,7 +31,7 @@ struct VendorMessage {
     std::optional<std::string> fault{};  // first violation of the layout; only of known types
 };
 
-// `value`: that of a vendor-specific TLV, its OUI first.
+// `value`: of a vendor-specific TLV, OUI first.
 VendorMessage readVendorMessage(ByteView value);
 
 }  // namespace kv1905d

@@ -18,19 +18,19 @@ struct BandRow {
     uint16_t mediaTypes[3];  // of IEEE 1905.1
 };
 
-// By Band; kBandOther has no row.
+// Indexed by Band; kBandOther has no row.
 inline constexpr BandRow kBands[] = {
     {"2.4GHz", 0x00, 0x01, 0x80, 1, {0x0100 /* 802.11b */, 0x0101 /* g */, 0x0103 /* n */}},
     {"5GHz", 0x01, 0x02, 0x40, 6, {0x0102 /* 802.11a */, 0x0104 /* n */, 0x0105 /* ac */}},
 };
 
-// The first band whose row meets the condition; kBandOther when none does.
+// Returns the first band whose row meets the condition, or kBandOther.
 template <typename Condition>
 constexpr Band findBand(const Condition &condition) {
     return static_cast<Band>(std::find_if(std::begin(kBands), std::end(kBands), condition) - std::begin(kBands));
 }
 
-// The band that a protocol writes as `value`, for example bandOf(&BandRow::rfBands, 2).
+// Returns the band that a protocol writes as `value`, for example bandOf(&BandRow::rfBands, 2).
 constexpr Band bandOf(uint8_t BandRow::*member, uint8_t value) {
     return findBand([&](const BandRow &row) { return row.*member == value; });
 }

@@ -1,4 +1,4 @@
-// The one bounded reader and the one writer for bytes of the wire. Multi-byte numbers are big-endian.
+// Bounds-checked reader and writer for all bytes of the wire. Multi-byte numbers are big-endian.
 #pragma once
 
 #include <cstddef>
@@ -14,17 +14,17 @@ namespace kv1905d {
 using Bytes = std::vector<uint8_t>;
 using ByteView = std::span<const uint8_t>;
 
-// A read past the end sets the failure, which stays, and yields zero; the caller checks once, at its end.
+// A read past the end returns zero and makes ok() false permanently, so the caller checks once, after its last read.
 class WireReader {
   public:
     explicit WireReader(ByteView data) : data_(data) {}
 
     size_t remaining() const { return ok_ ? data_.size() : 0; }
     bool ok() const { return ok_; }
-    // Everything was read, and nothing beyond it.
+    // Returns whether everything was read, and nothing beyond it.
     bool finished() const { return ok_ && data_.empty(); }
 
-    // The next `count` bytes; empty after a failure.
+    // Returns the next `count` bytes; empty after a failure.
     ByteView bytes(size_t count) {
         if (!ok_ || count > data_.size()) {
             ok_ = false;

@@ -40,11 +40,11 @@ bool readNonce(ByteView value, WscNonce &to) {
     return true;
 }
 
-// One row per attribute that is read.
+// Each row describes an attribute that is read.
 struct ReadRow {
     uint16_t type;
     bool (*read)(ByteView value, ReceivedWsc &received);  // false: malformed
-    bool inM1, inM2;                                      // needed
+    bool inM1, inM2;                                      // required
 };
 
 constexpr ReadRow kReadRows[] = {

@@ -30,7 +30,7 @@ struct ReceivedWsc {
     ByteView extension;  // the vendor's extension from its vendor ID on, in the parsed value; empty: none
 };
 
-// Nothing when an attribute does not end, has another size than it must, or one that is needed is missing.
+// Returns nullopt if an attribute is truncated or has the wrong size, or a required one is missing.
 std::optional<ReceivedWsc> parseWsc(ByteView value);
 
 }  // namespace kv1905d

@@ -20,7 +20,7 @@ OPTIONS = ("--headless", "--no-sandbox", "--disable-gpu", "--disable-quic", "--n
            "--disable-background-networking", "--disable-component-update", "--disable-sync", "--enable-logging=stderr")
 
 
-# Without the tags, and every run of spaces as one.
+# Returns the text without tags, and every run of spaces as one.
 def texts(markup):
     return " ".join(html.unescape(re.sub("<[^>]*>", " ", markup)).split())
 
@@ -66,7 +66,7 @@ class View(unittest.TestCase):
         draft.replace(self.model)
 
     def browse(self, address, budget=2000):
-        # The document after `budget` ms of the page's own time, which runs as fast as it can.
+        # Returns the document after `budget` ms of the page's own time, which runs as fast as it can.
         with tempfile.TemporaryDirectory(ignore_cleanup_errors=True) as profile:
             done = subprocess.run([CHROMIUM, *OPTIONS, f"--user-data-dir={profile}",
                                    f"--virtual-time-budget={budget}", "--dump-dom", address],
@@ -100,7 +100,7 @@ class View(unittest.TestCase):
             {"ID": mac(1), "Local": True}, {"ID": mac(2), "Hops": None, "ModelName": 7, "SecondsSinceHeard": "x"},
             {"ID": "__proto__", "ModelName": markup, "LedStatus": markup, "Uptime": "1e9", "NeighborList": "x"}, None,
         ], [{"Device": mac(1)}, {"Device": "__proto__", "MACAddress": markup, "RSSI": "x", "SignalLevel": 1e9},
-            {"Device": "nobody"}, 5])
+            {"Device": "garage"}, 5])
         for empty in ("LED -", "Firmware -", "Uptime -", "Hops -", "IP -", "Channels -", "Mode -", "Links -"):
             self.assertIn(empty, dom.device(mac(1)))
         self.assertIn("heard -", dom.device(mac(2)))

@@ -1,4 +1,4 @@
-// What must not stop the daemon.
+// Conditions that must not stop the daemon.
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/resource.h>
@@ -49,7 +49,7 @@ TEST(Supervisor, KillsHungCommandAndEndsOnSignal) {
     }
 }
 
-TEST(SharedFiles, RemovesLinksAndForeignFiles) {
+TEST(SharedFiles, RemovesLinksAndOtherUsersFiles) {
     const struct {
         const char *command;
         bool stays;

@@ -23,8 +23,8 @@ constexpr const char *kReceived = "/tmp/received";
 constexpr const char *kSocket = "/tmp/command_test.sock";
 constexpr Duration kPatience{5000};
 
-// A daemon's end of the command socket in a process of its own. Device 1 is its own, device 2 the only other one. What
-// it received is left in a file.
+// A daemon's end of the command socket in a separate process. Device 1 is its own, device 2 the only other one. A file
+// holds what it received.
 struct AnsweringDaemon {
     explicit AnsweringDaemon(const char *answer = "", CommandEffect effect = {1}) {
         unlink(kReceived);
@@ -56,7 +56,7 @@ struct AnsweringDaemon {
     pid_t child_ = fork();
 };
 
-// So many bytes of it; none when nothing came.
+// Returns the first bytes received, none if there are none.
 Bytes received(size_t size) {
     std::ifstream file(kReceived);
     Bytes bytes(std::istreambuf_iterator<char>(file), {});
@@ -78,7 +78,7 @@ TEST(CommandServer, ReplacesOnlyAnEndedDaemonsSocket) {
         struct stat facts {};
         ASSERT_EQ(stat(kSocket, &facts), 0);
         EXPECT_EQ(facts.st_mode & 0777, 0600u);
-        EXPECT_SAYS("another daemon", resultOf([] { CommandServer second(kSocket); }).meaning);
+        EXPECT_CONTAINS("another daemon", resultOf([] { CommandServer second(kSocket); }).meaning);
         EXPECT_EQ(access(kSocket, F_OK), 0) << "the second one removed the first one's file";
     }
     EXPECT_NE(access(kSocket, F_OK), 0);
@@ -87,11 +87,11 @@ TEST(CommandServer, ReplacesOnlyAnEndedDaemonsSocket) {
         EXPECT_EQ(unlink(kSocket), 0);
         std::ofstream(kSocket) << "its successor's";
     }
-    EXPECT_EQ(unlink(kSocket), 0) << "a daemon removes its own socket alone";
+    EXPECT_EQ(unlink(kSocket), 0) << "a daemon removes only its own socket";
     rawSocket(bind);  // a daemon that was killed leaves its file
     { const CommandServer successor(kSocket); }
-    std::ofstream(kSocket) << "somebody's file";
-    EXPECT_SAYS("not a socket", resultOf([] { CommandServer server(kSocket); }).meaning);
+    std::ofstream(kSocket) << "another file";
+    EXPECT_CONTAINS("not a socket", resultOf([] { CommandServer server(kSocket); }).meaning);
     EXPECT_EQ(unlink(kSocket), 0);
 }
 
@@ -110,12 +110,12 @@ TEST(CommandServer, RootReplacesAnotherUsersSocket) {
     if (geteuid() != 0) GTEST_SKIP() << "only root can become another user";
     EXPECT_EQ(chmod("/tmp", 01777), 0);
     EXPECT_EQ(seteuid(65534), 0);
-    const CommandServer foreign(kSocket);
+    const CommandServer other(kSocket);
     EXPECT_EQ(seteuid(0), 0);
-    EXPECT_SAYS("of user 65534, who is neither root nor this user",
-                resultOf([] {
-                    postCommand(kSocket, {KV_CMD_UPDATE_DEVICE_INFO, {}}, kPatience);
-                }).meaning);
+    EXPECT_CONTAINS("of user 65534, who is neither root nor this user",
+                    resultOf([] {
+                        postCommand(kSocket, {KV_CMD_UPDATE_DEVICE_INFO, {}}, kPatience);
+                    }).meaning);
     const AnsweringDaemon daemon;
     EXPECT_EQ(postCommand(kSocket, {KV_CMD_UPDATE_DEVICE_INFO, {}}, kPatience).verdict, Verdict::Accepted);
 }
@@ -152,7 +152,7 @@ TEST(ResultFile, AcceptsOneCompleteLine) {
     }
 }
 
-// Of a line as it is typed, T being the AL MAC of device 2.
+// Returns the result of a line as it is typed, T being the AL MAC of device 2.
 CommandResult outcomeOf(const std::string &line, Duration timeout) {
     std::istringstream in(line);
     std::vector<std::string> words(std::istream_iterator<std::string>(in), {});
@@ -172,10 +172,10 @@ CommandResult outcomeOf(const std::string &line, Duration timeout) {
 TEST(RunCommand, ReturnsStatusAndMeaning) {
     const struct {
         std::string line;
-        const char *answer;  // which the daemon's plug-in writes; empty: no answer comes
+        const char *answer;  // result that the daemon's plug-in writes; empty: none
         Status status;
         const char *meaning;  // part of it
-        const char *posted;   // start of what the daemon gets, in hex; empty: nothing
+        const char *posted;   // first bytes that the daemon receives, in hex; empty: none
         CommandEffect effect = {1};
     } rows[] = {
         {"reboot T", "07\n", Status::Refused, "not this device's AL MAC", "02005E000200"},
@@ -195,7 +195,7 @@ TEST(RunCommand, ReturnsStatusAndMeaning) {
         const Bytes expected = fromHex(row.posted);
         const CommandResult outcome = outcomeOf(row.line, *row.answer != '\0' ? kPatience : Duration(100));
         EXPECT_EQ(outcome.status, row.status) << row.line << ": " << outcome.meaning;
-        EXPECT_SAYS(row.meaning, outcome.meaning + outcome.text);
+        EXPECT_CONTAINS(row.meaning, outcome.meaning + outcome.text);
         EXPECT_EQ(received(std::max<size_t>(expected.size(), 1)), expected) << row.line;
     }
     EXPECT_EQ(outcomeOf("reboot T", kPatience).status, Status::NoDaemon);

@@ -1,4 +1,4 @@
-// The daemon: its options, its guard, how it is called by a plug-in, and all of it at one end of a cable.
+// The daemon: its options, its guard, its calls from a plug-in, and the whole daemon at one end of a cable.
 #include "daemon/daemon.h"
 
 #include <json-c/json.h>
@@ -34,17 +34,17 @@ TEST(Options, AcceptsValuesAndReportsBadOnes) {
                                   "--settings-from others", "--config /no/such/file"}) {
         const std::string option = row.substr(0, row.find(' ')), value = row.substr(option.size() + 1);
         const std::string text = resultOf([&] { daemonOptions({option.c_str(), value.c_str()}); }).meaning;
-        EXPECT_SAYS(value, text);
+        EXPECT_CONTAINS(value, text);
     }
 }
 
 constexpr TimePoint kNow{Duration(5000)};
 const MacAddress kSelf = mac(1), kController = mac(2), kUnknown = mac(3);
 
-class GuardTest : public testing::Test {
+class SettingsGuardTest : public testing::Test {
   protected:
     static Bytes message(unsigned type, const MacAddress &subject = kSelf) {
-        // What the envelope says of its sender proves nothing.
+        // The envelope proves nothing about its sender.
         Bytes bytes = fromHex("024EA7 02005E000200 0001 00 00 0006");
         bytes[12] = static_cast<uint8_t>(type);
         bytes.insert(bytes.end(), subject.bytes.begin(), subject.bytes.end());
@@ -63,7 +63,7 @@ class GuardTest : public testing::Test {
     SettingsGuard any_{SettingsFrom::Any}, strict_{SettingsFrom::Controller};
 };
 
-TEST_F(GuardTest, RejectsSettingsFromOthersAndTypesWithoutRule) {
+TEST_F(SettingsGuardTest, RejectsSettingsFromOthersAndTypesWithoutRule) {
     const std::set<unsigned> changing{4, 6, 20, 22, 25, 26, 33, 34, 69, 77};
     const std::set<unsigned> results{5, 7, 21, 23, 27, 32, 35};
     const std::tuple<MacAddress, std::optional<MacAddress>, bool> rows[] = {
@@ -88,7 +88,7 @@ TEST_F(GuardTest, RejectsSettingsFromOthersAndTypesWithoutRule) {
     EXPECT_EQ(strict_.refused(), refused);
 }
 
-TEST_F(GuardTest, AdmitsOneResultPerCommand) {
+TEST_F(SettingsGuardTest, AdmitsOneResultPerCommand) {
     any_.sent(kUnknown, 7, readVendorMessage(message(33)), kNow);
     any_.sent(kUnknown, 8, readVendorMessage(message(0)), kNow);  // no command
     any_.sent(kUnknown, 9, readVendorMessage(message(4)), kNow - SettingsGuard::kResultWait);
@@ -99,7 +99,7 @@ TEST_F(GuardTest, AdmitsOneResultPerCommand) {
         EXPECT_EQ(admits(any_, source, message(35), kController, kNow, msgId), admitted) << msgId;
 }
 
-TEST_F(GuardTest, LimitsTimePerSource) {
+TEST_F(SettingsGuardTest, LimitsTimePerSource) {
     constexpr Duration kCost{10};
     int admitted = 0;
     for (TimePoint at = kNow; at < kNow + Duration(8000); at += Duration(10)) {
@@ -114,7 +114,7 @@ TEST_F(GuardTest, LimitsTimePerSource) {
     EXPECT_TRUE(admits(any_, kUnknown, message(36, kUnknown), kController, kNow)) << "costs next to nothing";
 }
 
-TEST_F(GuardTest, LimitsStationsPerReporter) {
+TEST_F(SettingsGuardTest, LimitsStationsPerReporter) {
     constexpr uint32_t kMost = SettingsGuard::kMaxStations;
     topology_.local().vendor.data()->wifiNbrNum = kMost;  // the driver's own list does not count
     const std::tuple<uint32_t, uint32_t, MacAddress, bool> rows[] = {
@@ -233,7 +233,7 @@ TEST(Daemon, ReopensAReplacedInterface) {
     const Message hello{kTopologyResponse, 1, false, topologyReportTlvs({{mac(2), {}}, {}, {}})};
     await("/kv1905/NumberOfDevices", "2", &hello);
 
-    // For a station that is not here, the neighbour receives a report without rates.
+    // For an unknown station, the neighbour receives a report without rates.
     const auto isSent = [&](const std::string &part) {  // within a second and a half
         for (const TimePoint end = EventLoop::now() + Duration(1500); EventLoop::now() < end;
              std::this_thread::sleep_for(Duration(5)))

@@ -47,7 +47,7 @@ inline bool takeFrame(const FileDescriptor &fd, Bytes &frame) {
     return size >= 0;
 }
 
-// How a command ends with what the call throws.
+// Returns the result of a command that ends with the call's exception.
 template <typename Call>
 CommandResult resultOf(const Call &call) {
     try {
@@ -60,4 +60,4 @@ CommandResult resultOf(const Call &call) {
 
 }  // namespace kv1905d
 
-#define EXPECT_SAYS(part, text) EXPECT_PRED_FORMAT2(testing::IsSubstring, part, text)
+#define EXPECT_CONTAINS(part, text) EXPECT_PRED_FORMAT2(testing::IsSubstring, part, text)

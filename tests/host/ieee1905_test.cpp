@@ -1,4 +1,4 @@
-// What is on the wire: frames, fragments, and the TLVs of a topology report.
+// Bytes on the wire: frames, fragments, and the TLVs of a topology report.
 #include "host_support.h"
 #include "ieee1905/reassembly.h"
 #include "ieee1905/relay.h"
@@ -40,7 +40,7 @@ TEST(Cmdu, DecodesFramesInReverseOrder) {
     const std::pair<std::vector<size_t>, size_t> rows[] = {
         // sizes of TLV values, frames
         {{1486}, 1},        // header, TLV and end of message fill the frame
-        {{1487}, 2},        // the end of message needs a frame of its own
+        {{1487}, 2},        // the end of message needs a separate frame
         {{1490, 1489}, 4},  // cut at a byte; the tail is no shorter than an end of message
         {{16383, 1400, 1400}, 13},
     };
@@ -89,7 +89,7 @@ TEST(Reassembly, JoinsOnlyFragmentsOfOneMessage) {
         // the second one with its sender
         {part(0, false), 1, part(1, true), Status::Complete},
         {part(2, true), 1, part(3, true), Status::Malformed},   // two different last ones
-        {part(3, false), 1, part(2, true), Status::Malformed},  // the last before one that came
+        {part(3, false), 1, part(2, true), Status::Malformed},  // the last before one that arrived
         {part(2, true), 1, part(3, false), Status::Malformed},  // after the last one
         {part(1, true), 1, part(1, true), Status::Waiting},     // repeated
         {part(0, false), 2, part(1, true), Status::Waiting},

@@ -1,4 +1,4 @@
-// Frames of two other IEEE 1905.1 stacks, recorded on links with devices 1 to 3 of ours, and what is asked in them.
+// Frames of two other IEEE 1905.1 stacks, recorded on links with devices 1 to 3 of ours, and their queries.
 #include <fstream>
 #include <iterator>
 #include <map>
@@ -28,15 +28,15 @@ MacAddress stackA(uint8_t device) {
 }
 const MacAddress kStackB{{0x02, 0x00, 0x5E, 0x98, 0x03, 0x00}};
 
-// What came of the frames, by their numbers from 1.
+// Effects of the frames, which are numbered from 1.
 struct Outcome {
     std::map<unsigned, Host> hosts;
     std::map<size_t, int> answers;  // message types
     std::vector<size_t> relayed, withVendorTlv;
 };
 
-// Feeds each frame to that device of ours; all of them are well formed.
-Outcome play(const std::string &name, const std::vector<unsigned> &receivers) {
+// Passes each frame to that device of ours; all of them are well formed.
+Outcome replay(const std::string &name, const std::vector<unsigned> &receivers) {
     const std::vector<Bytes> frames = readCapture(name);
     EXPECT_EQ(frames.size(), receivers.size());
     Outcome outcome;
@@ -62,8 +62,8 @@ Links linksOf(const Outcome &outcome, unsigned at, const MacAddress &alMac) {
     return device == nullptr ? Links{} : device->neighbours;
 }
 
-TEST(OtherStacks, CapturedFramesAreDecoded) {
-    const Outcome a = play("stack_a.pcap", {2, 2, 2, 2, 2, 1, 2, 1, 3, 1, 1, 2, 2, 2, 1, 2, 2, 2});
+TEST(OtherStacks, DecodesCapturedFrames) {
+    const Outcome a = replay("stack_a.pcap", {2, 2, 2, 2, 2, 1, 2, 1, 3, 1, 1, 2, 2, 2, 1, 2, 2, 2});
     using Types = std::map<size_t, int>;
     using Numbers = std::vector<size_t>;
     EXPECT_EQ(a.answers, (Types{{2, kTopologyResponse}, {4, kLinkMetricResponse}, {5, kHigherLayerResponse}}));
@@ -74,7 +74,7 @@ TEST(OtherStacks, CapturedFramesAreDecoded) {
     EXPECT_EQ(linksOf(a, 1, stackA(3)), (Links{{mac(3, 0x10), {{mac(2), false}}}}));
     EXPECT_EQ(linksOf(a, 1, stackA(2)), Links{});
     EXPECT_EQ(linksOf(a, 3, stackA(2)), (Links{{mac(2, 0x10), {{mac(1), false}}}, {mac(2, 0x11), {{mac(3), false}}}}));
-    const Outcome b = play("stack_b.pcap", {2, 2, 2, 2, 2, 2, 1, 2});
+    const Outcome b = replay("stack_b.pcap", {2, 2, 2, 2, 2, 2, 1, 2});
     EXPECT_EQ(b.answers, (Types{{3, kTopologyResponse}, {4, kLinkMetricResponse}, {5, kHigherLayerResponse}}));
     EXPECT_EQ(b.relayed, Numbers{6});
     EXPECT_EQ(linksOf(b, 2, mac(2)), (Links{{mac(2, 0x10), {{kStackB, false}}}}));

@@ -1,4 +1,4 @@
-// A node on its own, for tests that are the rest of its network.
+// A single node, for tests that act as the rest of its network.
 #pragma once
 
 #include <memory>
@@ -48,7 +48,7 @@ struct Host {
             if ((frame.at(12) << 8 | frame.at(13)) == etherType) frames.push_back(frame);
         return frames;
     }
-    // Whether the node takes the frame for malformed.
+    // Returns whether the node counts the frame as malformed.
     bool refuses(size_t port, const Bytes &frame) const {
         const uint64_t before = node->counters().parseFailures;
         node->receive(port, frame, kStart);

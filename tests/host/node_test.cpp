@@ -1,4 +1,4 @@
-// Nodes that find one another, what they know of the network, and how an agent joins it.
+// Nodes: discovery, what they know of the network, and how an agent joins it.
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
@@ -13,14 +13,14 @@ namespace {
 constexpr Duration kInterval{60000}, kLifetime{70000};
 const Bytes kValue = fromHex("024EA7 0102030405");
 
-// The test plays all other devices.
-class HostFrames : public testing::Test, protected Host {
+// The test acts as all other devices.
+class NodeTest : public testing::Test, protected Host {
   protected:
-    HostFrames() {
+    NodeTest() {
         run(kStart);
         sent(0), sent(1);
     }
-    // How many frames of each message type leave a port until `end`.
+    // Counts the frames of each message type that leave a port until `end`.
     std::map<int, size_t> counts(size_t port, TimePoint start, TimePoint end) const {
         std::map<int, size_t> counts;
         for (TimePoint now = start, next; now <= end; now = next) {
@@ -40,7 +40,7 @@ class HostFrames : public testing::Test, protected Host {
     }
 };
 
-TEST_F(HostFrames, AnswersOnlyQueriesForThisDevice) {
+TEST_F(NodeTest, AnswersOnlyQueriesForThisDevice) {
     const std::pair<const char *, bool> rows[] = {
         {"02005E000900 02005E000200 893A", false}, {"02005E000100 02005E000200 0800", false},  // another protocol's
         {"02005E000100 03005E000200 893A", false}, {"02005E000100 000000000000 893A", false},  // of no device
@@ -58,7 +58,7 @@ TEST_F(HostFrames, AnswersOnlyQueriesForThisDevice) {
     EXPECT_EQ(received.size(), 3u * 2) << "vendor TLVs next to the malformed one";
 }
 
-TEST_F(HostFrames, RelaysMulticastOnceToOtherPorts) {
+TEST_F(NodeTest, RelaysMulticastOnceToOtherPorts) {
     const std::string body = "0B 0004 024EA7 01 7F 0002 ABCD 01 0006 02005E000300 00 0000";
     receive(0, kToAll + "0004 0007 00 C0" + body);
     receive(1, kToAll + "0004 0007 00 C0" + body);
@@ -75,12 +75,12 @@ TEST_F(HostFrames, RelaysMulticastOnceToOtherPorts) {
     EXPECT_TRUE(sent(1).empty());
 }
 
-TEST_F(HostFrames, QueriesADistantDeviceBeforeRemoval) {
+TEST_F(NodeTest, QueriesADistantDeviceBeforeRemoval) {
     receive(1, kToNode + "0003 0001 00 80 03 0010 02005E000300 01 02005E000320 0103 00 00 0000");
     run(kStart + kInterval / 2);
-    const std::vector<Bytes> asked = sent(1);
-    ASSERT_EQ(asked.size(), 1u);  // on the port that it was heard on
-    EXPECT_EQ(prefix(asked[0], 18), fromHex("02005E000300 02005E000100 893A 00 00 0002"));
+    const std::vector<Bytes> query = sent(1);
+    ASSERT_EQ(query.size(), 1u);  // on the port that received it
+    EXPECT_EQ(prefix(query[0], 18), fromHex("02005E000300 02005E000100 893A 00 00 0002"));
     EXPECT_TRUE(sent(0).empty());
     receive(1, "02005E000100 02005E000320 893A 00 00 0004 0001 00 80 0B 0003 024EA7 00 0000");
     EXPECT_EQ(std::get<MacAddress>(received.at(0)), mac(3)) << "it sent from its interface";
@@ -93,7 +93,7 @@ TEST_F(HostFrames, QueriesADistantDeviceBeforeRemoval) {
 const std::string kNotification = kToAll + "0001 0001 00 C0 01 0006 02005E000200 00 0000";
 const std::string kResponse = kToNode + "0003 0001 00 80 03 0010 02005E000200 01 02005E000210 0001 00";
 
-TEST_F(HostFrames, NewNeighbourCausesOneEarlyDiscovery) {
+TEST_F(NodeTest, NewNeighbourCausesOneEarlyDiscovery) {
     receive(0, kDiscovery);
     EXPECT_EQ(count(0, kTopologyDiscovery, kStart, kStart + Duration(400)), 1u);
     receive(0, kResponse + "00 0000");
@@ -112,7 +112,7 @@ TEST_F(HostFrames, NewNeighbourCausesOneEarlyDiscovery) {
     EXPECT_EQ(count(0, kTopologyDiscovery, now, now + Duration(400)), 1u) << "it may have been restarted";
 }
 
-TEST_F(HostFrames, DeliversVendorMessagesToPeerAndSelf) {
+TEST_F(NodeTest, DeliversVendorMessagesToPeerAndSelf) {
     receive(0, kResponse + "00 0000");
     uint16_t id = 0x4711;
     EXPECT_FALSE(node->sendVendor(Reach::Unicast, mac(2), Bytes(kMaxTlvValue + 1), &id, kStart));
@@ -132,7 +132,7 @@ TEST_F(HostFrames, DeliversVendorMessagesToPeerAndSelf) {
     }
 }
 
-TEST_F(HostFrames, QueryEndsAfterResponseOrThreeAttempts) {
+TEST_F(NodeTest, QueryEndsAfterResponseOrThreeAttempts) {
     receive(0, kNotification);
     EXPECT_EQ(count(0, kTopologyQuery, kStart, kStart + Duration(900)), 1u);
     EXPECT_EQ(count(0, kTopologyQuery, kStart + Duration(1000), kStart + Duration(9000)), 2u);
@@ -145,9 +145,9 @@ TEST_F(HostFrames, QueryEndsAfterResponseOrThreeAttempts) {
     EXPECT_EQ(count(0, kTopologyQuery, later + Duration(900), later + Duration(9000)), 0u);
 }
 
-TEST_F(HostFrames, LinkExpires70SecondsAfterDiscovery) {
+TEST_F(NodeTest, LinkExpires70SecondsAfterDiscovery) {
     receive(0, kToNode + kDiscovery.substr(kToAll.size()));
-    EXPECT_EQ(linksOn(0), 0u) << "unicast says nothing about the link";
+    EXPECT_EQ(linksOn(0), 0u) << "unicast does not create a link";
     receive(0, kDiscovery);
     receive(1, kDiscovery);
     receive(1, kDiscovery, kStart + Duration(50000));
@@ -162,20 +162,20 @@ TEST_F(HostFrames, LinkExpires70SecondsAfterDiscovery) {
     EXPECT_EQ(linksOn(1), 0u);
 }
 
-TEST_F(HostFrames, CombinesChangesIntoOneNotification) {
+TEST_F(NodeTest, CombinesChangesIntoOneNotification) {
     receive(0, kResponse + "00 0000");
     node->linkChanged(1, true, kStart + Duration(10));
     node->linkChanged(1, true, kStart + Duration(500));
     EXPECT_EQ(count(0, kTopologyNotification, kStart + Duration(10), kStart + Duration(999)), 0u);
     EXPECT_EQ(count(0, kTopologyNotification, kStart + Duration(1000), kStart + kLifetime - Duration(1)), 1u);
-    EXPECT_EQ(count(0, kTopologyNotification, kStart + kLifetime, kStart + kLifetime), 1u) << "a device is gone";
+    EXPECT_EQ(count(0, kTopologyNotification, kStart + kLifetime, kStart + kLifetime), 1u) << "a device was removed";
     const TimePoint later = kStart + kLifetime + Duration(1);
     sent(1);
     node->linkChanged(1, true, later);
     EXPECT_EQ(count(1, kTopologyDiscovery, later, later), 1u);
 }
 
-TEST_F(HostFrames, KeepsBssElementsAndPassesOtherVendorTlvs) {
+TEST_F(NodeTest, KeepsBssElementsAndPassesOtherVendorTlvs) {
     const std::string elements = "0B 0010 024EA7 C0 000A 01 02005E000220 1234 01 0B 0006 024EA7 0001 02";
     receive(0, kResponse + elements + "00 0000");
     ASSERT_TRUE(find(2));
@@ -186,7 +186,7 @@ TEST_F(HostFrames, KeepsBssElementsAndPassesOtherVendorTlvs) {
     EXPECT_EQ(received.size(), 3u) << "in a vendor message they are none";
 }
 
-TEST_F(HostFrames, SendsUnicastThroughABridge) {
+TEST_F(NodeTest, SendsUnicastThroughABridge) {
     config.bridgeFd = near[1].get();
     start(kStart);
     receive(0, kToNode + "0002 BEEF 00 80 00 0000");
@@ -194,7 +194,7 @@ TEST_F(HostFrames, SendsUnicastThroughABridge) {
     EXPECT_TRUE(contains(sent(1).at(0), "04 000E 01 02 02005E000110 02005E000111"));
 }
 
-TEST_F(HostFrames, LimitsNeighboursAndDevices) {
+TEST_F(NodeTest, LimitsNeighboursAndDevices) {
     for (int i = 1000; i < 4000; ++i) {
         const std::string address = "02AA0000" + std::to_string(i);
         const std::string tlvs = "01 0006" + address + "02 0006" + address + "00 0000";
@@ -212,7 +212,7 @@ TopologyReport reportOf(unsigned device, const std::vector<Neighbour> &neighbour
     return report;
 }
 
-// Leaks and double frees are the sanitizer's to find.
+// The sanitizer detects leaks and double frees.
 TEST(Topology, AgedDeviceFreesPluginData) {
     WIFINeighborEntry own{};
     Topology topology(mac(1), kStart);
@@ -285,10 +285,10 @@ struct Party : Host {
     std::vector<int> requests;  // for settings; the first two fail
 };
 
-// Agent 2 only; the test plays controller 1, the other controller 3 and all other devices.
-class Joining : public testing::Test, protected Party {
+// Agent 2 only; the test acts as controller 1, the other controller 3 and all other devices.
+class OnboardingTest : public testing::Test, protected Party {
   protected:
-    Joining() : Party(2) {
+    OnboardingTest() : Party(2) {
         appear(kOne);
         appear(kThree);
         sentUntil(now_ + Duration(1500));
@@ -343,7 +343,7 @@ class Joining : public testing::Test, protected Party {
     std::string searchId_[2], nonce_;
 };
 
-TEST_F(Joining, AcceptsFirstControllerAndItsM2) {
+TEST_F(OnboardingTest, AcceptsFirstControllerAndItsM2) {
     respond(kOne, searchId_[1], "00", "00");  // the other band's identifier
     respond(kOne, searchId_[0], "00", "01");
     respond(kOne, searchId_[0], "01", "00");  // no registrar
@@ -383,11 +383,11 @@ TEST_F(Joining, AcceptsFirstControllerAndItsM2) {
     EXPECT_EQ(node->counters().parseFailures, 0u);
 }
 
-TEST_F(Joining, SendsM1AfterVendorMessageAndOnRenewal) {
+TEST_F(OnboardingTest, SendsM1AfterVendorMessageAndOnRenewal) {
     const TimePoint joined = now_;
     respond(kForeign, searchId_[0], "00", "00");
     auto types = sentUntil(joined + Duration(29800));
-    EXPECT_EQ(std::count(types.begin(), types.end(), kAutoconfigurationWsc), 0) << "anybody's, and never seen";
+    EXPECT_EQ(std::count(types.begin(), types.end(), kAutoconfigurationWsc), 0) << "from an unknown device";
     renew(kForeign);
     sentUntil(joined + Duration(29900));
     EXPECT_TRUE(requests.empty()) << "it does not know them, renewed or not";
@@ -451,7 +451,7 @@ TEST(Controller, CountsAndIgnoresMalformedMessages) {
     EXPECT_EQ(party.radiosOf(2), (std::map<Band, int>{{kBand24, 0x80}}));
     party.sent();
     EXPECT_FALSE(refuses(fromHex(needed)));
-    EXPECT_TRUE(party.radiosOf(2).empty()) << "its network is gone";
+    EXPECT_TRUE(party.radiosOf(2).empty()) << "its network was removed";
     const std::vector<Bytes> m2 = party.sent();
     ASSERT_EQ(m2.size(), 1u);
     EXPECT_TRUE(contains(m2[0], "101A 0010 000102030405060708090A0B0C0D0E0F 1039 0010"));
