@@ -1,4 +1,4 @@
-// The platform's configuration and settings files: with any content, its calls work and give whole objects.
+// The platform's configuration and settings files: with any content, its calls work and return complete objects.
 #include <json-c/json.h>
 #include <kv1905/kcfg.h>
 
@@ -15,8 +15,8 @@ namespace {
 
 constexpr char kDirectory[] = "/tmp/config", kConfig[] = "/tmp/config/kcfg.json", kSettings[] = "/tmp/config/settings";
 
-// Every instance is the same after writing and reading. Writing may fail, because an unknown member of the file, such
-// as an infinite number, cannot be written.
+// Requires every instance to be the same after writing and reading. Writing may fail, because an unknown member of the
+// file, such as an infinite number, cannot be written.
 template <typename Record>
 void checkInstances(uint32_t object) {
     KcfgInstanceIndex index = {};
@@ -38,7 +38,7 @@ void checkInstances(uint32_t object) {
 }  // namespace
 
 // The first byte: 1 settings, 2 and 4 a reset, 8 a partial reset. The rest is the file.
-void playInput(const Bytes &input) {
+void runInput(const Bytes &input) {
     setenv("KV_KCFG_FILE", kConfig, 1);
     setenv("KV_NVRAM_FILE", kSettings, 1);
     const uint8_t choice = input.empty() ? 0 : input[0];

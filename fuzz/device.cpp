@@ -67,7 +67,7 @@ std::string run(const char *command) {
 
 }  // namespace
 
-// The linker's --wrap leads the plug-in's calls here.
+// Receive the plug-in's calls through the linker's --wrap.
 extern "C" int __wrap_system(const char *command) {
     if (kvtest::callFails("system")) return -1;
     run(command);
@@ -147,9 +147,10 @@ void deliver(Device &device, const Bytes &value, bool hasLength = true) {
     require(!(isRefused || isIgnored) || device.observe() == before, "a refused message changes nothing");
 }
 
-// With or without the length of the TLV, first without its last byte; the last number is a request of Intel's set.
+// Passes the message with or without its TLV's length, first without its last byte. The last type is a request of
+// Intel's set.
 template <bool hasLength>
-void playMessage(Device &device, const Step &step) {
+void runMessage(Device &device, const Step &step) {
     const uint16_t type = step.argument % (VEND_MSG_TYPE_LIMIT + 1);
     for (size_t cut = std::min<size_t>(1, step.body.size()) + 1; cut-- > 0;) {
         const Bytes body(step.body.begin(), step.body.end() - static_cast<ptrdiff_t>(cut));
@@ -161,14 +162,14 @@ void playMessage(Device &device, const Step &step) {
 }
 
 // The text of a report of stations.
-void playReport(Device &device, const Step &step) {
+void runReport(Device &device, const Step &step) {
     const Bytes length = {static_cast<uint8_t>(step.body.size() >> 8), static_cast<uint8_t>(step.body.size())};
     const Bytes payload = join(device.peer, length, step.body);
     deliver(device, kvtest::message(device.peer, VEND_MSG_TYPE_WIFI_CLIENT_MCAST2, payload));
 }
 
 // A BSS of a neighbour's onboarding, from the vendor ID on. A BSS that was read is the same after writing and reading.
-void playBss(Device &, const Step &step) {
+void runBss(Device &, const Step &step) {
     constexpr size_t kInOrderLen = 18;  // the parser without a length may read so far
     KvBssInfo bss = {}, again = {}, inOrder = {};
     Bytes first(24), second(24);
@@ -182,9 +183,9 @@ void playBss(Device &, const Step &step) {
 
 // ---- The host and its calls
 
-// Chooses the peer: a known device, or one that the host adds, removes or knows by an interface alone. The body sets
+// Chooses the peer: a known device, or one that the host adds, removes or knows only by an interface. The body sets
 // what this device may do.
-void playHost(Device &device, const Step &step) {
+void runHost(Device &device, const Step &step) {
     constexpr Mac kMacs[] = {kvtest::kAgent, kvtest::kLocal, kvtest::kUnknown};
     device.peer = kMacs[step.argument % std::size(kMacs)];
     device.msgId = static_cast<uint16_t>(0x1000 + step.argument / 4 % 8);
@@ -199,8 +200,8 @@ void playHost(Device &device, const Step &step) {
     device.host.local().intfPwrCtrlFromNbrCap = step.first() >> 3 & 1;
 }
 
-// Up to six minutes later, or another time; then the main loop.
-void playClock(Device &device, const Step &step) {
+// Moves the clock up to six minutes ahead, or to another time, and runs the main loop.
+void runClock(Device &device, const Step &step) {
     constexpr std::time_t kTimes[] = {1, INT32_MAX, UINT32_MAX, kvtest::kScriptStart};
     device.now = step.argument < 128 ? device.now + 3 * step.argument : kTimes[step.argument % std::size(kTimes)];
     kvtest::setClock(device.now);
@@ -215,12 +216,12 @@ void load(Device &device) {
     kvMAP1905_TlvMDID_insert(buffer, &length, &list);
     kvMAP1905_param_update();
     kvMAP1905_DeviceDm_init(&device.host.local());
-    playClock(device, {44, {}});
+    runClock(device, {44, {}});
     kvMAP1905_ConfRespMsg_send(nullptr, 0, 1);
 }
 
 // The body's first byte: how many times more. Open queries fill a table.
-void playQueries(Device &device, const Step &step) {
+void runQueries(Device &device, const Step &step) {
     for (int more = step.first() % 96; more >= 0; --more) {
         kvMAP1905_ConfQuery_send(device.peer.data(), step.argument);
         kvMAP1905_IntfPwrStateQuery_send(device.peer.data(), step.argument);
@@ -230,7 +231,7 @@ void playQueries(Device &device, const Step &step) {
 }
 
 // The buffer has the size of the code's record.
-void playCommand(Device &, const Step &step) {
+void runCommand(Device &, const Step &step) {
     const kv1905d::CommandRow *row = kv1905d::findCommandRow(100u + step.argument);
     Bytes buffer = step.body;
     buffer.resize(row != nullptr && row->code != KV_CMD_SYNC_CTRL_PWD ? row->size : buffer.size() + 1);
@@ -238,16 +239,16 @@ void playCommand(Device &, const Step &step) {
 }
 
 // Words of the operator's tool. A word x*N repeats a character any number of times.
-void playTool(Device &device, const Step &step) {
+void runTool(Device &device, const Step &step) {
     if (step.text().find('*') != std::string::npos) return;
     try {
-        device.play("tool " + step.text());
+        device.run("tool " + step.text());
     } catch (const std::exception &) {  // no words
     }
 }
 
-// Of a file, or of a setting.
-void playText(Device &device, const Step &step) {
+// Sets the text of a file, or a setting.
+void runText(Device &device, const Step &step) {
     constexpr const char *kFiles[] = {"conf", "version", "stations24", "stations5", "list"};
     KvBssInfo bss = {};
     const Bytes elements = {1, 1, step.argument};
@@ -258,30 +259,30 @@ void playText(Device &device, const Step &step) {
 }
 
 // The index is the step's kind.
-constexpr void (*kPlays[])(Device &, const Step &) = {
-    playMessage<true>,
-    playMessage<false>,
+constexpr void (*kSteps[])(Device &, const Step &) = {
+    runMessage<true>,
+    runMessage<false>,
     [](Device &device, const Step &step) { deliver(device, step.body); },
-    playReport,
-    playBss,
-    playHost,
-    playClock,
-    playQueries,
+    runReport,
+    runBss,
+    runHost,
+    runClock,
+    runQueries,
     [](Device &, const Step &step) {
         kvtest::failure = {kvtest::kFailures[step.argument % 9], 1u + step.argument / 9 % 8};
     },
     [](Device &, const Step &step) { nextOutput = step.text(); },
-    playCommand,
-    playTool,
-    playText};
+    runCommand,
+    runTool,
+    runText};
 
 }  // namespace
 
-void playInput(const Bytes &input) {
+void runInput(const Bytes &input) {
     nextOutput.reset();
     kvtest::failure = {};
     Device device;
-    playSteps(input, device, kPlays);
+    runSteps(input, device, kSteps);
 }
 
 }  // namespace kvfuzz

@@ -2,6 +2,6 @@
 #include "fuzz.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
-    kvfuzz::playInput({data, data + size});
+    kvfuzz::runInput({data, data + size});
     return 0;
 }

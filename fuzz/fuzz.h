@@ -41,19 +41,19 @@ struct Step {
 inline constexpr uint8_t kMark[] = {0xF5, 0x5F, 0xA5};
 inline constexpr size_t kMaxSteps = 64;
 
-// Plays up to kMaxSteps steps on one object, which keeps its state in between and is checked after each.
+// Runs up to kMaxSteps steps on one object, which keeps its state in between and is checked after each.
 template <typename Fixture, size_t kinds>
-void playSteps(const Bytes &all, Fixture &fixture, void (*const (&plays)[kinds])(Fixture &, const Step &)) {
+void runSteps(const Bytes &all, Fixture &fixture, void (*const (&runs)[kinds])(Fixture &, const Step &)) {
     auto from = all.begin();
     for (size_t count = 0; from != all.end() && count < kMaxSteps; ++count) {
         const auto to = std::search(from, all.end(), std::begin(kMark), std::end(kMark));
-        if (to - from >= 2) plays[*from % kinds](fixture, {from[1], Bytes(from + 2, to)});
+        if (to - from >= 2) runs[*from % kinds](fixture, {from[1], Bytes(from + 2, to)});
         fixture.check();
         from = to + (to == all.end() ? 0 : std::ssize(kMark));
     }
 }
 
-// Of each target: plays one input from a fresh start.
-void playInput(const Bytes &input);
+// Runs one input from a fresh start. Each target defines it.
+void runInput(const Bytes &input);
 
 }  // namespace kvfuzz

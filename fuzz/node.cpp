@@ -24,7 +24,7 @@ constexpr MacAddress mac(uint8_t device, uint8_t last = 0) {
 constexpr MacAddress kOwn = mac(1), kPeers[] = {mac(2), mac(3), mac(2, 0x10), kOwn};
 constexpr size_t kEthernetHeader = 14;
 
-// Both ports send into the first; the checks read the second.
+// Joins both ports: they send into the first socket, and the checks read the second.
 struct Sockets {
     int ends[2];
     Sockets() { require(socketpair(AF_UNIX, SOCK_DGRAM | SOCK_NONBLOCK, 0, ends) == 0, "socketpair succeeds"); }
@@ -98,7 +98,7 @@ void deliver(Fixture &fixture, size_t port, const MacAddress &to, size_t peer, c
 
 // The body holds the identifier and the TLVs of a message in one fragment, without the end of message.
 template <const MacAddress &to, uint8_t flags>
-void playMessage(Fixture &fixture, const Step &step) {
+void runMessage(Fixture &fixture, const Step &step) {
     if (step.body.size() < 2) return;
     const Bytes head = {0, 0, 0, static_cast<uint8_t>(step.argument % 16), step.body[0], step.body[1], 0, flags};
     deliver(fixture, step.argument / 64, to, step.argument / 16,
@@ -106,7 +106,7 @@ void playMessage(Fixture &fixture, const Step &step) {
 }
 
 // A message is the same after writing and reading, in reverse order of its fragments too.
-void playCodec(Fixture &fixture, const Step &step) {
+void runCodec(Fixture &fixture, const Step &step) {
     const ByteView body(step.body), bodies[] = {body.first(body.size() / 2), body.subspan(body.size() / 2)};
     const std::optional<std::vector<Tlv>> tlvs = decodeTlvs(bodies);
     if (!tlvs) return;
@@ -133,10 +133,10 @@ void playCodec(Fixture &fixture, const Step &step) {
 }
 
 // The index is the step's kind.
-constexpr void (*kPlays[])(Fixture &, const Step &) = {
-    playMessage<kMulticastMac, 0x80>,
-    playMessage<kMulticastMac, 0xC0>,
-    playMessage<kOwn, 0x80>,
+constexpr void (*kSteps[])(Fixture &, const Step &) = {
+    runMessage<kMulticastMac, 0x80>,
+    runMessage<kMulticastMac, 0xC0>,
+    runMessage<kOwn, 0x80>,
     [](Fixture &fixture, const Step &step) {
         deliver(fixture, 0, (step.argument & 1) != 0 ? kMulticastMac : kOwn, step.argument / 2, step.body);
     },
@@ -152,13 +152,13 @@ constexpr void (*kPlays[])(Fixture &, const Step &) = {
     },
     [](Fixture &fixture, const Step &step) { fixture.checkDataModel(step.text()); },
     [](Fixture &fixture, const Step &step) { fixture.isController = (step.argument & 1) != 0; },
-    playCodec};
+    runCodec};
 
 }  // namespace
 
-void playInput(const Bytes &input) {
+void runInput(const Bytes &input) {
     Fixture fixture;
-    playSteps(input, fixture, kPlays);
+    runSteps(input, fixture, kSteps);
     fixture.advance(Duration(3000));
     fixture.check();
     fixture.checkDataModel("a\xFF\x01\"");

@@ -1,13 +1,12 @@
 # Tests for another machine run in its emulator.
 
-# What is under test keeps its own optimization; for the tests themselves more than this only costs time, and g++ 12
-# reports bounds that it takes for broken.
+# Optimises only the code under test: for the tests it costs time, and g++ 12 reports bounds wrongly.
 add_compile_options(-O1)
 
 # Debian has GoogleTest as a library for the build machine only, but its sources for all.
 set(INSTALL_GTEST OFF)
 add_subdirectory(/usr/src/googletest ${PROJECT_BINARY_DIR}/googletest EXCLUDE_FROM_ALL)
-target_compile_options(gtest PRIVATE -Wno-restrict)  # g++ 12 takes string::insert for an overlapping copy
+target_compile_options(gtest PRIVATE -Wno-restrict)  # g++ 12 mistakes string::insert for an overlapping copy
 
 # The shells that tests start belong to the build machine, and its kernel may not know how to start the commands.
 set(commands_dir ${PROJECT_BINARY_DIR}/bin-emulated)

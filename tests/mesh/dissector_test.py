@@ -84,7 +84,7 @@ INFO, TARGET = f" to {AGENT}", {"target.al_mac": AGENT}
 RADIO = {"power.mac": "02:00:00:00:00:05", "power.media_type": "0x0105"}
 STATION_FIELDS = {"station.media_type": "0x0105", "station.rssi": "-45", "station.snr": "30", "station.band": "6",
                   "station.signal_level": "5"}
-# Of each sample its message type, the end of the Info column, and fields without their "kv1905.".
+# Message type, end of the Info column, and fields of each sample, without their "kv1905.".
 MESSAGES = [(kind, SAMPLES[NAMES[kind]], info, fields) for kind, info, fields in (
     *((kind, INFO, TARGET) for kind in (2, 4, 8, 22, 26, 70, 76)),
     *((kind, "_RESP 7 (not this device's AL MAC)", {"result": "7"}) for kind in (5, 21, 23, 27, 32)),
@@ -121,7 +121,7 @@ def wsc(attribute):
     return frame_of(b"\x10\x4A\0\1\x10\x10\x49" + u16(len(attribute)) + attribute, kind=9, tlv_type=0x11)
 
 
-# The same for what travels outside the vendor's envelope.
+# The same for data outside the vendor's envelope.
 OTHERS = [
     (frame_of(VENDOR_OUI + MDIDS, kind=3), "MDID 2 BSSs",
      {"bss.bssid": f"{AGENT},{OTHER}", "bss.mdid": "0x1234,0x0011", "bss.enabled": "1,0"}),
@@ -139,7 +139,7 @@ def vendor_frame(kind, payload, length=None):
     return frame_of(vendor_message(SENDER, kind, payload, length))
 
 
-# What is wrong, and the notes that say so; lengths have a test of their own.
+# Errors and their expert notes; lengths are tested separately.
 FAULTS = [
     (vendor_frame(13, b"ab"), {"unknown"}),
     (vendor_frame(10, b""), {"refused"}),
@@ -157,8 +157,8 @@ FAULTS = [
 
 
 class Tables(unittest.TestCase):
-    # Read from a Wireshark that found the dissector where users put it.
-    def test_types_and_results_are_the_plugins(self):
+    # Reads the tables from a Wireshark that loaded the dissector from a user's directory.
+    def test_types_and_results_match_the_plug_in(self):
         with tempfile.TemporaryDirectory() as home:
             libraries = Path(home) / ".local" / "lib" / "wireshark"
             libraries.mkdir(parents=True)
@@ -198,15 +198,15 @@ class Frames(unittest.TestCase):
                 self.assertEqual({name: row[f"kv1905.{name}"] for name in fields}, fields)
                 self.assertEqual(notes(row), set())
 
-    def test_every_fault_is_noted(self):
+    def test_every_fault_has_an_expert_note(self):
         rows = dissect_frames([frame for frame, _ in FAULTS], "_ws.expert.message")
         for number, ((_, expected), row) in enumerate(zip(FAULTS, rows)):
-            with self.subTest(number=number, said=row["_ws.expert.message"]):
+            with self.subTest(number=number, note=row["_ws.expert.message"]):
                 self.assertEqual(notes(row), expected)
                 self.assertEqual("[malformed]" in row["_ws.col.Info"], bool(expected & {"short", "length", "refused"}))
 
-    # Each shorter payload, a longer one, and a length field that is wrong.
-    def test_lengths_around_every_layout(self):
+    # Dissects each shorter payload, a longer one, and a wrong length field.
+    def test_wrong_lengths_are_noted(self):
         cases = []
         for kind, payload, _, _ in MESSAGES:
             surplus = "refused" if kind == CLIENT_REPORT else "ignored"
@@ -217,7 +217,7 @@ class Frames(unittest.TestCase):
             self.assertIn(expected, notes(row), f"type {kind}, {what}")
 
     # The last frame of a message shows all of it, whatever the order of its frames.
-    def test_fragments(self):
+    def test_fragments_are_shown_in_the_last_frame(self):
         messages = (CONF_RESPONSE, SAMPLES["CONF_RESP"]), (POWER_REQUEST, TO + b"\0\2")
         whole = b"".join(tlv(TLV_VENDOR, vendor_message(SENDER, *message)) for message in messages) + END
         rows = dissect_frames([ethernet(AGENT, SENDER, cmdu(VENDOR_SPECIFIC, 1, *fragment))

@@ -25,13 +25,13 @@ SETTINGS = ("LED_CTRL.1.enable", "NAT_INTF_SETTING.1.password", "WIFI_RADIO.1.co
 
 
 class Hostile(MeshTest):
-    # ---- What a device holds
+    # ---- Data of a device
 
     def settings_of(self, device):
         return self.mesh.exec(device, "sh", "-c", "for name; do kcfg get $name; done", "sh", *SETTINGS).stdout.split()
 
     def model(self, device="controller"):
-        # Read in place: it is large, and many readings must not take the machine from the daemons.
+        # Reads in place: the file is large, and many reads must not slow the daemons.
         return json.loads(Path(f"/proc/{self.pids[device]}/root/tmp/kv1905_datamodel.json").read_text())
 
     def own_data(self, device):
@@ -39,7 +39,7 @@ class Hostile(MeshTest):
         return [entry[name] for name in OWN_DATA]
 
     def stations_of(self, device):
-        # As the controller has them: time of the last report by MAC.
+        # Returns the controller's entries: time of the last report by MAC.
         mac = self.mesh.al_mac(device)
         return {row["MACAddress"]: row["TimeStamp"] for row in self.model()["kv1905"]["StationList"]
                 if row["Device"] == mac and row["MACAddress"].startswith("02:00:5e:")}
@@ -47,7 +47,7 @@ class Hostile(MeshTest):
     def daemon_pids(self):
         return {name: self.mesh.daemon(name)["pid"] for name in OTHERS}
 
-    # The most that each daemon ever held, in kB; what it holds goes up and down with every JSON file.
+    # Returns each daemon's peak memory in kB; the current value varies with every JSON file.
     def memory(self):
         return {name: int(re.search(r"VmHWM:\s+(\d+)", Path(f"/proc/{pid}/status").read_text())[1])
                 for name, pid in self.pids.items()}
@@ -123,7 +123,7 @@ class Hostile(MeshTest):
                 poll(lambda: self.mesh.device_in(agent)["ModelName"] == self.data[agent][0], 15, f"{agent}'s own name")
 
     def check_memory_levels(self):
-        # Perhaps not after the first flood, because a busy device misses frames, but soon.
+        # A busy device misses frames, so memory may become level only after several floods.
         levels = [self.memory()]
         for _ in range(MOST_FLOODS):
             self.flood(*MODEST_FLOOD)

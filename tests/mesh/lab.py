@@ -15,7 +15,7 @@ BUILD = os.environ.get("KV_BUILD", str(ROOT / "build" / "release"))
 DISSECTOR = ROOT / "tools" / "wireshark" / "kv1905.lua"
 NOTES = tuple(f"kv1905.expert.{name}" for name in ("short", "length", "refused", "ignored", "unknown", "capture"))
 
-# Nothing on a captured link may be malformed.
+# A captured link must have no malformed frame.
 COMPLAINTS = ("_ws.malformed || ieee1905.tlv.extraneous_data || ieee1905.tlv.extra_data || ieee1905.tlv.too_short")
 SANITIZER = ("ERROR: AddressSanitizer", "ERROR: LeakSanitizer", "runtime error:")
 
@@ -90,7 +90,7 @@ class Mesh:
         text = self.exec(device, "cat", "/tmp/kv1905_datamodel.json").stdout
         return json.loads(text or '{"kv1905": {"DeviceList": []}}')
 
-    # What the viewer's JSON file holds of a device; None while it does not know it.
+    # Returns the entry of a device in the viewer's JSON file; None while it is unknown.
     def device_in(self, device, viewer="controller"):
         mac = self.al_mac(device).lower()
         entries = self.model(viewer)["kv1905"]["DeviceList"]
@@ -102,10 +102,10 @@ class Mesh:
 
 
 def dissect(path, *names, display_filter=""):
-    # Per frame the texts of these fields: a field that occurs more than once has its values joined by commas.
+    # Returns the texts of these fields per frame; values of a repeated field are joined by commas.
     names = ("_ws.lua.error", *names)
     fields = [word for name in names for word in ("-e", name)]
-    # Where the dissector is installed it must not load twice, so without a home.
+    # Runs without a home, because an installed dissector must not load twice.
     done = run("tshark", "-X", f"lua_script:{DISSECTOR}", "-r", path, "-Y", display_filter, "-T", "fields",
                "-E", "separator=/t", *fields, env={**os.environ, "HOME": "/nonexistent"})
     assert done.returncode == 0, done.stderr
@@ -125,7 +125,7 @@ class Capture:
         return [tuple(row[name] for name in names) for row in dissect(self.path, *names, display_filter=display_filter)]
 
     def check(self, *types):
-        # Every frame is sound, our dissector knows all of it, and these message types are among them.
+        # Requires well-formed frames that our dissector knows completely, and these message types among them.
         assert not self.fields(COMPLAINTS, "frame.number")
         rows = dissect(self.path, "kv1905.type", "_ws.col.Info", *NOTES, display_filter="kv1905")
         noted = [row for row in rows if any(row[name] for name in NOTES)]
@@ -147,11 +147,11 @@ class MeshTest(unittest.TestCase):
         self.assertEqual(done.returncode, 0, f"{words}: {done.stderr}")
 
     def rename(self, device, name):
-        # In the file that the plug-in reads its model name from.
+        # Sets the model name in the file that the plug-in reads.
         self.mesh.exec(device, "sed", "-i", f"s/^ModelName=.*/ModelName={name}/", "/tmp/.kv1905_conf")
 
     def app(self, *words, status=0):
-        # What the controller's tool prints.
+        # Returns the output of the controller's tool.
         done = self.mesh.exec("controller", "kv1905App", *words)
         self.assertEqual(done.returncode, status, f"{words}: {done.stdout}{done.stderr}")
         return done.stdout + done.stderr

@@ -17,7 +17,7 @@ ATTRIBUTES = ("RebootAllowed InterfacePowerAllowed FirmwareVersion ModelName IpA
 
 # Two new agents find their controller, adopt its settings, and all exchange the plug-in's extensions.
 class Line(MeshTest):
-    def test_agents_join_and_every_frame_is_sound(self):
+    def test_agents_join_and_every_frame_is_well_formed(self):
         capture = Capture()
         with Mesh("--devices", "3", "--password-file", secret_file(self, PASSWORD), "--capture", capture.path,
                   "--log-level", "7") as mesh:
@@ -82,7 +82,7 @@ class Line(MeshTest):
         self.assertIn(("0xc0,0xd0",), capture.fields("ieee1905.message_type == 0x0003", "kv1905.element.type"))
 
 
-# What devices of other stacks send and expect.
+# Messages that devices of other stacks send, and the responses that they expect.
 class OtherStacks(MeshTest):
     def test_queries_are_answered_and_links_are_direct(self):
         capture = Capture()
@@ -107,7 +107,7 @@ class OtherStacks(MeshTest):
 
 # The plug-in waits for its commands.
 class HungCommand(MeshTest):
-    def test_is_named_and_killed_and_delays_no_signal(self):
+    def test_hung_command_is_named_and_killed(self):
         with Mesh("--devices", "2") as mesh:
             mesh.await_known("agent1")
             pid = mesh.daemon("agent1")["pid"]
@@ -116,8 +116,8 @@ class HungCommand(MeshTest):
             os.kill(pid, signal.SIGUSR1)
             poll(lambda: "killed commands: sh, ifconfig," in mesh.log("agent1"), 20, "the end of the command")
             self.assertIn(" has not responded for 5 s; commands: sh, ifconfig,", mesh.log("agent1"))
-            asked = mesh.exec("controller", "peer", "ask-identity", "--to", mesh.al_mac("agent1"))
-            self.assertEqual(asked.returncode, 0, asked.stderr)
+            result = mesh.exec("controller", "peer", "ask-identity", "--to", mesh.al_mac("agent1"))
+            self.assertEqual(result.returncode, 0, result.stderr)
             os.kill(pid, signal.SIGUSR1)
             time.sleep(1)  # until the command hangs
             os.kill(int(Path(f"/proc/{pid}/stat").read_text().split()[3]), signal.SIGTERM)  # its supervisor
@@ -140,7 +140,7 @@ class Ring(MeshTest):
         capture.check()
         self.assertEqual(capture.fields("lldp && (_ws.malformed || _ws.expert)", "frame.number"), [])
 
-    # A storm doubles its frames within milliseconds; a settled mesh sends next to nothing.
+    # A storm doubles its frames within milliseconds; a settled mesh is nearly silent.
     def is_quiet(self, mesh):
         def figures():
             models = [mesh.model(name) for name in mesh.names]
@@ -154,15 +154,15 @@ class Ring(MeshTest):
 class Lab(MeshTest):
     TOPOLOGY = "device controller KV-HOME\ndevice hall\ndevice attic\nlink controller hall\nlink hall attic wifi"
 
-    def test_a_running_mesh_can_be_changed_and_leaves_nothing_behind(self):
+    def test_a_mesh_can_change_and_leaves_no_files_or_processes(self):
         with Mesh("--topology", secret_file(self, self.TOPOLOGY), "--stations", "1") as mesh:
             self.mesh = mesh
             self.await_hops({"KV-HOME": 0, "hall": 1, "attic": 2})
             self.assertEqual([each["MediaType"] for each in mesh.device_in("attic")["NeighborList"]], [0x0108])
-            self.lab("exec", "controller", "--", "sh", "-c", "kv1905App monitor >/tmp/seen 2>&1 &")
-            poll(lambda: " in " in self.seen(), 20, "messages at the monitor")
+            self.lab("exec", "controller", "--", "sh", "-c", "kv1905App monitor >/tmp/monitored 2>&1 &")
+            poll(lambda: " in " in self.monitored(), 20, "messages at the monitor")
             self.lab("link", "down", "attic", "hall")
-            poll(lambda: "link between hall and attic disappeared" in self.seen(), 10, "the link's end at the monitor")
+            poll(lambda: "link between hall and attic disappeared" in self.monitored(), 10, "the link's end")
             self.lab("add", "garden", "--link", "attic")
             self.lab("link", "up", "attic", "hall")
             self.await_hops({"KV-HOME": 0, "hall": 1, "attic": 2, "garden": 3})
@@ -174,8 +174,8 @@ class Lab(MeshTest):
             poll(lambda: not run("pgrep", "-f", mesh.name).stdout, 10, "end of every process")
             self.assertEqual(mesh.call("status").returncode, 1)
 
-    def seen(self):
-        return self.mesh.exec("controller", "cat", "/tmp/seen").stdout
+    def monitored(self):
+        return self.mesh.exec("controller", "cat", "/tmp/monitored").stdout
 
     def await_hops(self, wanted):
         def hops():

@@ -1,4 +1,4 @@
-"""An operator's commands over a real mesh: what the tool prints, what the device does, and in which order."""
+"""Operator commands in a mesh: output of the tool, actions of the device, and their order."""
 
 import json
 import unittest
@@ -9,7 +9,7 @@ SUCCESS, REFUSED = 0, 3
 
 
 class Operator(MeshTest):
-    def test_operator_commands(self):
+    def test_commands_reach_the_agent_and_report_its_result(self):
         capture = Capture()
         with Mesh("--devices", "3", "--capture", capture.path) as mesh:
             mesh.await_known("agent1", "agent2")
@@ -28,7 +28,7 @@ class Operator(MeshTest):
         return self.kcfg("agent2", "get", "LED_CTRL.1.enable"), reported
 
     def check_results(self):
-        # From the agent's interfaces, from its plug-in, and from a device that was commanded by another.
+        # Results from the agent's interfaces, from its plug-in, and from a device that was commanded by another.
         radio = self.far[:-2] + "20"
         for words, code in (
                 (("power", self.far, radio, "0103", "2"), 0),
@@ -36,8 +36,8 @@ class Operator(MeshTest):
                 (("firmware", self.far, "1", "1", "u" * 1023), 16),
                 (("command", self.far, "2", self.near), 7),
                 (("command", self.far, "3", self.far, radio, "103", "0"), 0)):
-            said = self.app("--json", *words, status=SUCCESS if code == 0 else REFUSED)
-            self.assertEqual(json.loads(said.splitlines()[-1])["code"], code, words)
+            output = self.app("--json", *words, status=SUCCESS if code == 0 else REFUSED)
+            self.assertEqual(json.loads(output.splitlines()[-1])["code"], code, words)
 
     def check_led(self):
         self.assertEqual(self.led(), ("1", "1"))

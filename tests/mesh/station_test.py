@@ -10,7 +10,7 @@ MEASURE_PERIOD = "+11"  # s: with its clock moved so far, a device collects and 
 
 
 class Stations(MeshTest):
-    def test_stations_over_a_mesh(self):
+    def test_stations_reach_all_devices_and_follow_roaming(self):
         capture = Capture()
         with Mesh("--devices", "3", "--movable-clock", "--capture", capture.path) as mesh:
             mesh.await_known("agent1", "agent2")
@@ -19,24 +19,24 @@ class Stations(MeshTest):
             self.check_query()
             self.check_signal()
         capture.check(8, 9, 36)
-        self.check_captured_figures(capture)
+        self.check_captured_values(capture)
 
     def report(self, *devices):
         for device in devices:
             self.lab("clock", device, MEASURE_PERIOD)
 
     def listed(self, device):
-        # Of the device's own driver: lines by MAC.
+        # Returns the lines of the device's own driver, by MAC.
         text = self.mesh.exec(device, "sh", "-c", "cat /tmp/assoc_list.24g /tmp/assoc_list.5g").stdout
         return {line.split()[0]: line for line in text.splitlines()}
 
     def table(self, device, viewer="controller"):
-        # The stations of a device as the viewer's JSON file has them, by MAC.
+        # Returns the stations of a device in the viewer's JSON file, by MAC.
         mac = self.mesh.al_mac(device)
         return {row["MACAddress"]: row for row in self.mesh.model(viewer)["kv1905"]["StationList"]
                 if row["Device"] == mac}
 
-    def seen(self, station):
+    def last_report(self, station):
         return self.table("agent1")[station]["TimeStamp"]
 
     def check_roaming(self):
@@ -50,7 +50,7 @@ class Stations(MeshTest):
         self.lab("clock", "controller", "+500")
         self.report("agent1", "agent2")
         poll(lambda: roaming in self.table("agent2"), 15, "the station in its new device's table")
-        poll(lambda: self.seen(staying) > self.seen(roaming), 15, "a later time at the station that stays")
+        poll(lambda: self.last_report(staying) > self.last_report(roaming), 15, "a later report of the other station")
         self.lab("clock", "controller", "+150")
         poll(lambda: roaming not in self.table("agent1"), 15, "its removal from the old device's table")
         self.assertIn(staying, self.table("agent1"))
@@ -67,14 +67,14 @@ class Stations(MeshTest):
         jsonschema.validate(self.mesh.model()["wfa-dataelements:Network"], schema)
 
     def check_signal(self):
-        # As a notification that an operator sends to an agent.
+        # Sends a notification to an agent, as an operator does.
         self.lab("stations", "set", "controller", "--count", "1")
         self.notified = next(iter(self.listed("controller").values())).split()
         self.report("controller")
         poll(lambda: self.notified[0] in self.table("controller"), 15, "the controller's own station")
         self.assertIn(self.notified[2], self.app("rssi", "agent2", self.notified[0]))
 
-    def check_captured_figures(self, capture):
+    def check_captured_values(self, capture):
         names = [f"kv1905.station.{name}" for name in ("mac", "rssi", "snr", "tx", "rx")]
         rows = capture.fields("kv1905.type == 9", *names)
         shown = {figures for row in rows for figures in zip(*(column.split(",") for column in row))}

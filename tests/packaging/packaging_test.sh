@@ -41,13 +41,13 @@ testDebian() {
     lintian --allow-root --fail-on error,warning "$packages"/*.deb || fail "lintian complains"
     ((EUID != 0)) || asRoot=()
     "${asRoot[@]}" true 2>/dev/null || { echo "packaging_test: this needs root, or sudo without a password" >&2; exit 77; }
-    # Relative paths, because a room has its own /tmp.
+    # Uses relative paths, because a room has its own /tmp.
     cd "$packages"
     "${asRoot[@]}" "$source/lab/room" --net -- bash "$(realpath --relative-to=. "$0")" copy . . "$version"
 }
 
-# In a room: runs the last part on a copy of the machine, which has the packages in /tmp/input. Everything that is written
-# to the copy can be seen in its /tmp/changes.
+# Inside a room: runs the last part on a copy of the machine, with the packages in /tmp/input. All changes of the copy
+# are visible in its /tmp/changes.
 testCopy() {
     local copy=/tmp/copy directory
     mkdir "$copy" /tmp/{changes,work}
@@ -69,7 +69,7 @@ testPackages() {
     read -ra options < <(pkg-config --cflags kv1905)
     plugin=$(pkg-config --variable=plugin kv1905)
     quietly cc -Wall -Wextra -Werror $examples/minimal_host.c "${options[@]}" -o /tmp/example
-    # Without the daemon's package, the platform library is a device's own.
+    # Uses the example as platform library, because the daemon's package is not installed yet.
     quietly cc -Wall -Wextra -Werror -shared -fPIC $examples/minimal_platform.c "${options[@]}" -o /tmp/libkvplatform.so
     LD_LIBRARY_PATH=/tmp quietly /tmp/example "$plugin"
     quietly dpkg -i /tmp/input/kv1905-host*.deb

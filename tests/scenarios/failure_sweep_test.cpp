@@ -1,5 +1,5 @@
 // Fails each call to the outside of each step once: the first allocation, the second, ..., each file, command, message,
-// question to the host and call of the configuration service. Whatever fails, five invariants hold: nothing leaks or
+// query of the host and call of the configuration service. Whatever fails, five invariants hold: nothing leaks or
 // crashes; only messages that the run without the failure sends; state as before or after that run; no scratch file is
 // left; the next call works.
 #include <gtest/gtest.h>
@@ -34,7 +34,7 @@ const std::string kSetUp[] = {
     "stations 1 '1000 -60 30 1 wl1 1 2 3000 4000 10'",
 };
 
-// Besides one message of every type.
+// Steps in addition to one message of every type.
 constexpr const char *kSteps[] = {"raw 000347 01020304 0506 67 00 112233445566 00 0708 0000 020000000000",
                                   "call kvMAP1905_ConfQuery_send agent 0",
                                   "call kvMAP1905_ConfRespMsg_send null 0 1",
@@ -64,16 +64,16 @@ constexpr const char *kSteps[] = {"raw 000347 01020304 0506 67 00 112233445566 0
                                   "tool country-request AGENT",
                                   "tool country DE"};
 
-// What a failure may do besides: patterns of "KIND N STEP: FAULT".
+// Permitted effects of a failure: patterns of "KIND N STEP: FAULT".
 const std::regex kExceptions(
-    // No address is reported.
+    // The response contains no address.
     "(fopen|system) 1 .*(ConfRespMsg_send|CONF_QUERY).*: .*(CONF_RESP|cfgAttrCount|scratch files)"
     // The file that cannot be read stays.
     "|fopen 1 call (kvMAP1905_findController|kvMAP1905_TlvMDID_insert).*: .*scratch files"
-    // Without settings there is no controller, without the version file there are defaults.
+    // Missing settings make no controller; a missing version file means defaults.
     "|(fopen|system) 1 call kvMAP1905_DeviceDm_init: .*(scratch files|controller = 0)"
     "|fopen 4 call kvMAP1905_DeviceDm_init: leaves local"
-    // Neither file is opened again until it changes.
+    // Both files stay closed until they change.
     "|fopen (1 call kvMAP1905_DeviceDm_update: lacks|3 call kvMAP1905_DeviceDm_update:.*) local"
     // The power state is unknown.
     "|fopen 1 receive INTF_PWR_STATE_QUERY.*: .*0105ff"
@@ -82,27 +82,27 @@ const std::regex kExceptions(
     "|allocation 2 call kvMAP1905_RssiMeasurementNotify_send.*: .*020000000000000000000000b0"
     "|allocation 5 receive WIFI_STATE_REQ.*: .*WIFI_STATE_RESP 00"
     "|(allocation|fopen) 2 loop: .*local.stations = nothing|allocation 1 loop: .*local.stations = 0"
-    // Without vendor data a device has no capability.
+    // A device without vendor data has no capability.
     "|query 1 receive (REBOOT|COMMAND|(PARTIAL_)?RESET_DEFAULT)_REQ.*: .*_RESP 10"
     "|query 2 receive INTF_PWR_CTRL_REQ.*: .*INTF_PWR_CTRL_RESP 01020000000005010510"
-    // Without a key passwords are not scrambled.
+    // Passwords are not scrambled without a key.
     "|kcfg 1 receive SYNC_CTRL_PWD_RE.*: .*(account.* = admin tgfvjz|0006736563726574)");
 
 using Values = std::map<std::string, std::string>;
 
-struct Played {
+struct StepRun {
     std::vector<std::string> sent;
     Values state;
     std::map<std::string, size_t> calls;  // that could fail, by their kinds
 };
 
-// Plays a step with all periodic tasks due.
-Played play(ScriptedDevice &device, const std::string &step) {
-    Played run;
+// Runs a step with all periodic tasks due.
+StepRun runStep(ScriptedDevice &device, const std::string &step) {
+    StepRun run;
     kv::resetPeriodicTasks();
     data_model_time_stamp = 0;
     callCounts.clear();
-    const auto effects = device.play(step);
+    const auto effects = device.run(step);
     for (const std::string &effect : effects->ordered)
         if (effect.starts_with("to ")) run.sent.push_back(effect);
     run.calls = callCounts;
@@ -113,13 +113,13 @@ Played play(ScriptedDevice &device, const std::string &step) {
 std::unique_ptr<ScriptedDevice> preparedDevice() {
     auto device = std::make_unique<ScriptedDevice>();
     for (const std::string &step : kSetUp)
-        device->play(step);
+        device->run(step);
     return device;
 }
 
-// Returns what a failed call, and the call after it, do besides a part of what calls without a failure do.
-std::vector<std::string> faultsOf(const Values &before, const Played &clean, const Played &cleanAgain,
-                                  const Played &failed, const Played &next) {
+// Returns what a failed call, and the call after it, do beyond a part of what calls without a failure do.
+std::vector<std::string> faultsOf(const Values &before, const StepRun &clean, const StepRun &cleanAgain,
+                                  const StepRun &failed, const StepRun &next) {
     std::vector<std::string> faults;
     for (const std::string &message : failed.sent)
         if (std::count(clean.sent.begin(), clean.sent.end(), message) == 0) faults.push_back("sends " + message);
@@ -144,16 +144,16 @@ TEST(FailureSweep, RecoversFromEveryFailedCall) {
     for (const std::string &step : steps) {
         auto device = preparedDevice();
         const Values before = device->observe();
-        const Played clean = play(*device, step);
-        const Played cleanAgain = play(*device, step);
+        const StepRun clean = runStep(*device, step);
+        const StepRun cleanAgain = runStep(*device, step);
         for (const auto &[kind, count] : clean.calls) {
             for (size_t nth = 1; nth <= count; ++nth, ++failures) {
                 device.reset();  // one exists at a time
                 device = preparedDevice();
                 const std::string failing = kind + " " + std::to_string(nth) + " " + step;
-                const Played failed = play(*device, "with fail " + failing);
+                const StepRun failed = runStep(*device, "with fail " + failing);
                 EXPECT_FALSE(device->failureIsMissing) << failing;
-                const Played next = play(*device, step);
+                const StepRun next = runStep(*device, step);
                 for (const std::string &fault : faultsOf(before, clean, cleanAgain, failed, next)) {
                     EXPECT_TRUE(
                         std::regex_search(failing + ": " + fault, kExceptions, std::regex_constants::match_continuous))

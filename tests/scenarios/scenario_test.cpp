@@ -1,4 +1,4 @@
-// Plays the scenarios of this directory; docs/scenarios.md explains their form.
+// Runs the scenarios of this directory; docs/scenarios.md explains their form.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -14,7 +14,7 @@ using namespace kvtest;
 
 namespace {
 
-// Whether text matches a pattern, in which "..." stands for any characters.
+// Returns whether text matches a pattern, in which "..." matches any characters.
 bool matches(const std::string &text, const std::string &pattern) {
     const size_t gap = pattern.find("...");
     if (gap == std::string::npos) return text == pattern;
@@ -58,7 +58,7 @@ void readOutcome(const ScriptedDevice &device, Words in, Effects &expected) {
                                                       : messagePattern(device, in));
 }
 
-// Whether an effect counts only where an outcome names it: lines of level 5 to 7, printed lines and what is read.
+// Returns whether an effect counts only if an outcome names it: lines of level 5 to 7, printed lines and reads.
 bool isOptional(const std::string &effect) {
     return effect.starts_with("prints ") || effect.starts_with("reads ") ||
            (effect.starts_with("logs ") && effect[effect.find(' ', 5) - 1] > '4');
@@ -92,11 +92,11 @@ std::string compare(const Effects &found, Effects expected, bool isOpen) {
     return difference;
 }
 
-// Returns what is wrong with a step or its outcome, empty when nothing is.
-std::string playStep(ScriptedDevice &device, const std::string &line) try {
+// Returns the error of a step or its outcome, empty if there is none.
+std::string checkStep(ScriptedDevice &device, const std::string &line) try {
     Words in(line);
     const bool hasOutcome = in.find("=>") != Words::npos;
-    auto effects = device.play(in.until("=>"));
+    auto effects = device.run(in.until("=>"));
     if (effects.has_value() != hasOutcome)
         return hasOutcome ? "\n  a preparation has no outcome" : "\n  an action needs an outcome";
     if (!hasOutcome) return "";
@@ -140,7 +140,7 @@ TEST(Scenarios, OutcomesMatch) {
                 device = std::make_unique<ScriptedDevice>();
             } else if (!line.empty() && line[0] != '#') {
                 const std::string fault =
-                    device == nullptr ? "\n  a step before the first ==" : playStep(*device, line);
+                    device == nullptr ? "\n  a step before the first ==" : checkStep(*device, line);
                 if (!fault.empty()) ADD_FAILURE_AT(entry.path().c_str(), number) << line << fault;
                 if (device != nullptr && !line.ends_with("malformed")) received.insert(device->received);
             }
@@ -153,7 +153,7 @@ TEST(Scenarios, OutcomesMatch) {
     }
 }
 
-// A message is shorter than its length field says, or has the right length field and too few bytes for its type.
+// A message is shorter than its length field, or has the right length field and too few bytes for its type.
 TEST(Scenarios, ShorterMessagesAreMalformed) {
     ScriptedDevice device;
     for (const SampleMessage &sample : kSampleMessages) {

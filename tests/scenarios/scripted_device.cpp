@@ -29,7 +29,7 @@
 #include "support/fake_system.h"
 #include "transport/outstanding_queries.h"
 
-// Of the sanitizers' runtime; null without one.
+// Belongs to the sanitizers' runtime; null without one.
 extern "C" [[gnu::weak]] void __sanitizer_set_death_callback(void (*callback)());
 
 namespace kvtest {
@@ -44,7 +44,7 @@ const std::map<std::string, std::string> kPaths = {
     {"password", "/data/FMUBBW3CBI.dat"}};
 const std::string kScratchFiles[] = {"/tmp/.kv1905_nvram_tmp", "/tmp/kv1905_IP"};
 
-// What a device starts with.
+// Initial state of a device.
 const std::string kStart[] = {
     "script reboot 'exit 0'",
     "script ifconfig \"echo '  inet addr:10.1.2.3  Mask:x'\"",
@@ -382,7 +382,7 @@ void set(ScriptedDevice &device, Words &in) {
 struct Row {
     const char *name;
     bool isAction;
-    void (*play)(ScriptedDevice &device, Words &in);
+    void (*run)(ScriptedDevice &device, Words &in);
 };
 
 const Row kRows[] = {
@@ -437,7 +437,7 @@ ScriptedDevice::ScriptedDevice() {
     std::filesystem::create_directory(kCommands);
     configService = {};
     for (const std::string &step : kStart)
-        play(step);
+        run(step);
 }
 
 ScriptedDevice::~ScriptedDevice() {
@@ -554,7 +554,7 @@ Effects ScriptedDevice::effectsSince(const std::map<std::string, std::string> &b
     return effects;
 }
 
-std::optional<Effects> ScriptedDevice::play(Words in) {
+std::optional<Effects> ScriptedDevice::run(Words in) {
     static std::string step;
     step = Words(in).join();
     if (&__sanitizer_set_death_callback != nullptr) {  // a report that ends the run names the step
@@ -577,12 +577,12 @@ std::optional<Effects> ScriptedDevice::play(Words in) {
     const Row *row =
         std::find_if(std::begin(kRows), std::end(kRows), [&](const Row &each) { return name == each.name; });
     if (row == std::end(kRows) || (isWith && !row->isAction)) misread(isWith ? "no such action" : "no such step", name);
-    const auto play = [&] {
-        row->play(*this, in);
+    const auto run = [&] {
+        row->run(*this, in);
         if (!in.empty()) misread("unexpected word", in.text());
     };
     if (!row->isAction) {
-        play();
+        run();
         return {};
     }
     std::remove(scriptPath("result").c_str());
@@ -593,7 +593,7 @@ std::optional<Effects> ScriptedDevice::play(Words in) {
     {
         const CapturedOutput output;
         failure = failing;
-        play();
+        run();
         failureIsMissing = std::exchange(failure, {}).nth != 0;
     }
     const Effects effects = effectsSince(before);

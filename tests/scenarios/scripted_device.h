@@ -1,4 +1,4 @@
-// A device that plays the steps of a scenario and returns all effects that can be observed.
+// Runs the steps of a scenario on a device and returns all effects that can be observed.
 #pragma once
 
 #include <functional>
@@ -36,9 +36,9 @@ class ScriptedDevice {
     ScriptedDevice(const ScriptedDevice &) = delete;
     ScriptedDevice &operator=(const ScriptedDevice &) = delete;
 
-    // Plays a step and returns the effects of an action, none for a preparation. Throws
-    // std::invalid_argument at a word that does not fit.
-    std::optional<Effects> play(Words in);
+    // Runs a step and returns the effects of an action, none for a preparation. Throws std::invalid_argument at a word
+    // that does not fit.
+    std::optional<Effects> run(Words in);
 
     // Sets a value, a file or a command, and returns its old value.
     std::string change(const std::string &name, const std::string &value);

@@ -71,7 +71,7 @@ int jsonWrite(uint32_t) {
     return callFails("JSON") ? KV_RET_ERR : host->jsonResult;
 }
 
-// Does what the daemon does with a post of the tool.
+// Acts like the daemon on a post of the tool.
 int cmdSend(uint32_t code, void *buffer, uint32_t size) {
     notes.push_back("posts " + std::to_string(code) + " " + std::to_string(size));
     if (callFails("post")) return -1;

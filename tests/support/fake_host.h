@@ -55,10 +55,10 @@ class FakeHost {
     void removeDevice(const Mac &alMac);
     KvDevVendorData &local() { return *devices.at(kLocal); }
 
-    // Hands a TLV value to the plug-in in a block of exactly its size, so that a read past it is caught.
+    // Passes a TLV value to the plug-in in a block of exactly its size, so that a read past it is caught.
     void receive(const Mac &source, const Bytes &value, uint16_t msgId, bool hasLength = true);
 
-    // Hands an operator command to the plug-in, in a block of its own size at an odd address: no alignment is
+    // Passes an operator command to the plug-in, in a block of its own size at an odd address: no alignment is
     // guaranteed.
     void command(uint32_t code, const Bytes &buffer);
 

@@ -88,7 +88,7 @@ std::FILE *__wrap_fopen(const char *path, const char *mode) {
     return kvtest::callFails("fopen") ? nullptr : __real_fopen(path, mode);
 }
 
-// With 64-bit file offsets, a 32-bit C library has a name of its own for fopen.
+// The 32-bit C library has another name for fopen with 64-bit file offsets.
 std::FILE *__wrap_fopen64(const char *path, const char *mode) {
     return __wrap_fopen(path, mode);
 }

@@ -10,15 +10,15 @@
 
 namespace kvtest {
 
-// What the plug-in did to its outside, oldest first: "logs [FACILITY.]LEVEL TEXT", "prints TEXT", and what the fakes
-// note of commands, messages and calls of the configuration service.
+// Effects of the plug-in, oldest first: "logs [FACILITY.]LEVEL TEXT", "prints TEXT", and the fakes' notes of commands,
+// messages and calls of the configuration service.
 inline std::vector<std::string> notes;
 
 // Returns how many noted lines have this level and contain this text.
 inline constexpr int kPrint = -1;  // level of a printed line
 size_t logCount(int level, const std::string &text);
 
-// What nvram_get finds.
+// Settings that nvram_get finds.
 inline std::map<std::string, std::string> nvram;
 
 // Sets what time() returns from now on.

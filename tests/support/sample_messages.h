@@ -1,5 +1,5 @@
-// One well-formed payload of each message type, as a controller and the agent 66:77:88:99:AA:BB would exchange them.
-// Each is received in a scenario; the trace, the dissector and docs/protocol.md are compared with it.
+// One well-formed payload of each message type, as a controller and the agent 66:77:88:99:AA:BB would exchange them. A
+// scenario receives each; the trace, the dissector and docs/protocol.md are compared with it.
 #pragma once
 
 #include <cstdint>
@@ -16,7 +16,7 @@ struct SampleMessage {
 #define ZEROS_50 "0000000000000000000000000000000000000000000000000000000000000000000000000000000000000000000000000000"
 inline constexpr SampleMessage kSampleMessages[] = {
     {VEND_MSG_TYPE_CONF_QUERY, "001122334455"},
-    // firmware version, upgrade status, uptime; no protocol version, so the agent is asked for its stations
+    // firmware version, upgrade status, uptime; no protocol version, so the agent's stations are queried
     {VEND_MSG_TYPE_CONF_RESP, "66778899AABB 03  02 0003 312E30  04 0001 04  74 0002 3737"},
     {VEND_MSG_TYPE_INTF_PWR_STATE_QUERY, "001122334455"},
     {VEND_MSG_TYPE_INTF_PWR_STATE_RESP, "66778899AABB 01  020000000005 0105 02"},

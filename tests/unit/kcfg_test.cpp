@@ -27,7 +27,7 @@ bool stepFails() {
 
 }  // namespace
 
-// These take the C library's place.
+// Replace the C library's functions.
 extern "C" int fsync(int file) {
     return stepFails() ? -1 : static_cast<int>(syscall(SYS_fsync, file));
 }
@@ -45,7 +45,7 @@ int setLedsOff() {
     return kcfgFeObjStructSet(RDM_OID_LED_CTRL, &index, &off, nullptr);
 }
 
-// The output of a shell's words in the directory of the file f.
+// Returns the output of a shell's words in the directory of the file f.
 std::string shell(const std::string &words) {
     FILE *pipe = popen(("exec 2>&1; cd /tmp/kcfg_test; " + words).c_str(), "r");
     std::string output(8192, '\0');

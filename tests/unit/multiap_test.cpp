@@ -15,7 +15,7 @@ struct MultiAp : testing::Test {
     FakeHost host;
 };
 
-// What a parser returns and fills in: result, band index, attribute, MDID, TCI, extended attribute.
+// Returns the result and the fields of a parser: band index, attribute, MDID, TCI, extended attribute.
 std::string outcome(int result, const KvBssInfo &bss) {
     char text[64];
     std::snprintf(text, sizeof text, "%d %x %x %x %x %x", result, bss.BandIndex, bss.Attribute, bss.MDID, bss.TCI,
@@ -23,7 +23,7 @@ std::string outcome(int result, const KvBssInfo &bss) {
     return text;
 }
 
-TEST_F(MultiAp, BssConfigurationBytes) {
+TEST_F(MultiAp, WritesBssConfiguration) {
     struct {
         uint32_t count;
         KvBssConfig bss[2];
@@ -40,7 +40,7 @@ TEST_F(MultiAp, BssConfigurationBytes) {
     EXPECT_EQ(length, 23u);
 }
 
-TEST_F(MultiAp, ExtensionBytes) {
+TEST_F(MultiAp, WritesExtension) {
     const KvBssInfo bss = {0x40, 0x01, 0x1234, 0x0002, 4, 0x05, 7, 8, 9};
     uint8_t buffer[30] = {};
     EXPECT_EQ(kvMAP1905_ApCfg_fill(buffer, 3, &bss), 24);
@@ -53,7 +53,7 @@ TEST_F(MultiAp, ParsesExtensionWithAndWithoutLength) {
     const std::string all = "01 01 40 02 01 01 03 02 12 34 04 02 00 02";
     const struct {
         std::string data;
-        const char *inOrder;  // by the parser that gets no length and takes sub-elements 1 to 4 in this order
+        const char *inOrder;  // by the parser that gets no length and accepts sub-elements 1 to 4 in this order
         const char *checked;
     } cases[] = {
         {"0A61C4 " + all + "07 01 05", "0 40 1 1234 2 63", "0 40 1 1234 2 5"},
@@ -85,7 +85,7 @@ TEST_F(MultiAp, ParsesExtensionWithAndWithoutLength) {
     }
 }
 
-TEST_F(MultiAp, LogsEachText) {
+TEST_F(MultiAp, LogsFieldsAndErrors) {
     const auto newNotes = [] {
         std::string all;
         for (const std::string &note : std::exchange(notes, {}))

@@ -18,7 +18,7 @@ constexpr sockaddr_un kLog = {AF_UNIX, "log"};
 const auto *const gLogName = reinterpret_cast<const sockaddr *>(&kLog);
 const int gLogDaemon = socket(AF_UNIX, SOCK_DGRAM | SOCK_NONBLOCK, 0);
 
-// Takes the C library's place, so that lines for the system log arrive here.
+// Replaces the C library's function, so that lines for the system log arrive here.
 extern "C" int connect(int fd, const sockaddr *, socklen_t) {
     bind(gLogDaemon, gLogName, sizeof kLog);  // at the first line
     return static_cast<int>(syscall(SYS_connect, fd, gLogName, sizeof kLog));
@@ -28,7 +28,7 @@ namespace {
 
 const std::string kLong(5000, 'x');
 
-// The next line that waits for the log daemon, if any.
+// Returns the next line that waits for the log daemon, if any.
 std::string nextLine() {
     char line[8192];
     return {line, static_cast<size_t>(std::max<ssize_t>(recv(gLogDaemon, line, sizeof line, 0), 0))};
@@ -49,7 +49,7 @@ void log() {
     std::fputs(nextLine().c_str(), stderr);
 }
 
-// A log daemon that does not read is not waited for.
+// The library does not wait for a log daemon that does not read.
 int logToStopped() {
     int missing = 2000;
     kvMAP_log_setting(0, 1, KV_LOG_INFO);

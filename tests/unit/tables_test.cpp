@@ -46,7 +46,7 @@ class Tables : public testing::Test {
         return all;
     }
 
-    // Device 1, 2, ... with the number as its identifier, asked at kStart and so many seconds.
+    // Adds devices 1, 2, ... with the number as identifier, queried secondsOf(index) after kStart.
     void fillQueries(std::time_t (*secondsOf)(size_t number)) {
         for (size_t i = 0; i < kQueries; ++i) {
             const Mac mac = {2, 0, 0, 0, 0, static_cast<uint8_t>(i + 1)};
@@ -122,13 +122,13 @@ TEST_F(Tables, ResendKeepsOtherQueriesOfAFullTable) {
     EXPECT_EQ(queries_.at(0).msgId, 0x1000);
     EXPECT_EQ(queries_.at(0).retry, 1);
     EXPECT_EQ(resendAt(kStart + 200), kQueries);
-    EXPECT_EQ(resendAt(kStart + 300), kQueries - 1) << "device 0 has been asked three times";
+    EXPECT_EQ(resendAt(kStart + 300), kQueries - 1) << "device 0 has been queried three times";
 }
 
 TEST_F(Tables, IdleMainLoopMakesNoSystemCall) {
     setClock(kStart);
     data_model_time_stamp = static_cast<uint32_t>(kStart);
-    kvMAP1905_MainLoop();  // what is due at first
+    kvMAP1905_MainLoop();  // due at first
     const pid_t child = fork();
     if (child == 0) {
         if (prctl(PR_SET_SECCOMP, SECCOMP_MODE_STRICT) != 0) _exit(0);  // not supported by an emulator
