@@ -1,6 +1,5 @@
-// What the plug-in costs: each message type received and sent, stations by the thousand, and an idle turn of the main
-// loop. Each is shown with its baseline of the same run: the same heap blocks allocated and freed, the same bytes
-// copied.
+// Measures the plug-in: each message type received and sent, thousands of stations, and an idle turn of the main loop.
+// Shows the baseline of the same run next to each: the same heap blocks allocated and freed, the same bytes copied.
 #include <benchmark/benchmark.h>
 
 #include <cstdio>
@@ -25,7 +24,7 @@ using kvbench::Bytes;
 
 const std::string kBaseline = "/baseline";
 
-// Both sides of a comparison: the work itself, and its blocks and copies without any logic.
+// Measures the work itself, or only its blocks and copies.
 void compare(const std::string &name, size_t bytes, const std::function<void()> &work, double stations = 0) {
     work();  // what is set up once is not part of the figure
     const std::vector<size_t> sizes = kvbench::blocksOf(work);
@@ -173,8 +172,7 @@ void writeStationFile(size_t count) {
 
 void benchStations(size_t count) {
     const std::string suffix = "/" + std::to_string(count);
-    // Every benchmark finds the sizes of its own blocks when it runs; the list and table of this size are made on
-    // demand.
+    // Finds the block sizes of each benchmark when it runs. Creates list and table on demand.
     const auto prepare = [count] {
         if (WIFINbrNum != count) {
             writeStationFile(count);

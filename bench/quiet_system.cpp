@@ -58,7 +58,7 @@ int kcfgFeReqSend(uint32_t, const void *, uint32_t) {
     return -1;
 }
 
-// Take precedence over the C library's: no command runs, no call sleeps.
+// Replace the C library's functions: no command runs, no call sleeps.
 extern "C" int system(const char *) {
     return 0;
 }
@@ -117,7 +117,7 @@ int jsonWrite(uint32_t) {
 
 }  // namespace
 
-// The linker's --wrap leads the plug-in's calls here.
+// Receive the plug-in's calls through the linker's --wrap.
 extern "C" void *__real_calloc(size_t count, size_t size);
 extern "C" void *__wrap_calloc(size_t count, size_t size) {
     if (blocks != nullptr) {

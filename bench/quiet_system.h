@@ -1,5 +1,5 @@
-// What surrounds the plug-in under measurement: a platform that shows no log line and runs no command, a host that
-// knows one agent and sends nothing, and a record of the heap blocks that the plug-in allocates.
+// Surroundings of the measured plug-in: a platform that logs nothing and runs no command, a host that knows one agent
+// and sends nothing, and a record of the heap blocks that the plug-in allocates.
 #pragma once
 
 #include <cstddef>

@@ -1,4 +1,4 @@
-# What Debian's cross compilers have in common. The includer has set `triplet`, `qemu` and CMAKE_SYSTEM_PROCESSOR.
+# Settings shared by Debian's cross compilers. The includer has set `triplet`, `qemu` and CMAKE_SYSTEM_PROCESSOR.
 #
 # json-c and the C++ runtime of the target come from Debian's multiarch packages and lie where the target's own loader
 # looks, so the emulator needs no root directory of its own.

@@ -7,7 +7,7 @@ set(CPACK_PACKAGE_CONTACT "kv1905 maintainers <maintainers@kv1905.example>")
 set(CPACK_PACKAGE_DIRECTORY ${PROJECT_BINARY_DIR}/packages)
 set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "")  # every component has its own
 set(CPACK_OUTPUT_FILE_PREFIX ${PROJECT_BINARY_DIR}/packages)
-set(CPACK_COMPONENTS_ALL plugin)  # alone for a device, which brings its own daemon and platform library
+set(CPACK_COMPONENTS_ALL plugin)  # for a device, which brings its own daemon and platform library
 if(KV_BUILD_HOST)
   list(APPEND CPACK_COMPONENTS_ALL dev host)
 endif()

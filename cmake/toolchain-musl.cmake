@@ -1,5 +1,5 @@
-# This machine's processor with musl, the C library of most gateways. g++'s own headers need glibc, libc++'s do not. Neither
-# C++ library can be linked.
+# Builds for this machine's processor with musl, the C library of most gateways. g++'s own headers need glibc, libc++'s
+# do not. Neither C++ library can be linked.
 set(CMAKE_SYSTEM_NAME Linux)
 set(CMAKE_SYSTEM_PROCESSOR ${CMAKE_HOST_SYSTEM_PROCESSOR})
 set(CMAKE_C_COMPILER musl-gcc)

@@ -1,4 +1,4 @@
-# No gateway has this processor; it represents big-endian ones.
+# Represents big-endian processors. No gateway has this one.
 set(CMAKE_SYSTEM_PROCESSOR s390x)
 set(triplet s390x-linux-gnu)
 set(qemu qemu-s390x)

@@ -1,6 +1,6 @@
 /*
  * The smallest host there can be: one device, no network. It registers its callbacks, starts the local device in the
- * order that kvMAP1905.h prescribes, hands over one received TLV and prints what the plug-in wants sent.
+ * order that kvMAP1905.h prescribes, passes it one received TLV and prints what the plug-in sends.
  *
  *     cc minimal_host.c $(pkg-config --cflags kv1905) -o minimal_host
  *     ./minimal_host "$(pkg-config --variable=plugin kv1905)"

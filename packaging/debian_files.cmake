@@ -1,4 +1,4 @@
-# Runs in cpack between installation and packaging: adds what Debian wants in a package, and compresses pages.
+# Runs in cpack between installation and packaging: adds what Debian requires in a package, and compresses pages.
 foreach(component IN LISTS CPACK_COMPONENTS_ALL)
   string(TOUPPER ${component} upper)
   set(root ${CPACK_TEMPORARY_DIRECTORY}/${component}/usr)

@@ -8,7 +8,7 @@ from meshlab.ieee1905 import mac_bytes, mac_text
 
 
 def number(low, high, kind=int):
-    """A number from low to high."""
+    """Parses a number from low to high."""
     def parse(text):
         try:
             value = kind(text)
@@ -21,7 +21,7 @@ def number(low, high, kind=int):
 
 
 def names(text):
-    """Names that are separated by commas."""
+    """Splits names at commas."""
     return [name for name in text.split(",") if name]
 
 

@@ -27,7 +27,7 @@ FRAME_FILTER = ((0x28, 0, 0, 12), (0x15, 1, 0, ETH_P_1905), (0x15, 0, 1, ETH_P_L
 
 
 def open_tap(interface):
-    """A packet socket for every 1905 frame in and out of the interface, even if it is a bridge port."""
+    """Opens a packet socket for every 1905 frame in and out of the interface, even if it is a bridge port."""
     tap = socket.socket(socket.AF_PACKET, socket.SOCK_RAW | socket.SOCK_NONBLOCK, 0)
     code = ctypes.create_string_buffer(b"".join(struct.pack("HBBI", *step) for step in FRAME_FILTER))
     tap.setsockopt(socket.SOL_SOCKET, SO_ATTACH_FILTER,
@@ -85,7 +85,7 @@ class PcapngWriter:
 
 
 def stop_signals():
-    """A descriptor that becomes readable at SIGINT or SIGTERM."""
+    """Returns a descriptor that becomes readable at SIGINT or SIGTERM."""
     reader, writer = os.pipe2(os.O_NONBLOCK | os.O_CLOEXEC)
     for number in (signal.SIGINT, signal.SIGTERM):
         signal.signal(number, lambda *_: None)
@@ -120,7 +120,7 @@ def record(writer, sockets, ends, seconds):
     while not finished:
         remaining = None if deadline is None else max(0.0, deadline - time.monotonic())
         ready, _, _ = select.select([*sockets, *ends], [], [], remaining)
-        # What arrived before the end is still written: the sockets are emptied in this last round too.
+        # Drains the sockets in this last round too, because frames from before the end are still written.
         finished = not ready or any(end in ready for end in ends)
         batch = [(when, index, outbound, frame) for index, tap in enumerate(sockets)
                  for when, outbound, frame in received_frames(tap)]

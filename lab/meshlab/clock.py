@@ -21,22 +21,22 @@ def clock_library():
 
 
 def clock_environment():
-    """What a program on a device with a movable clock finds in its environment."""
+    """Returns the environment of programs on a device with a movable clock."""
     sanitizer = os.environ.get("ASAN_OPTIONS")
     return {
         "LD_PRELOAD": clock_library(),
         "FAKETIME_TIMESTAMP_FILE": CLOCK_FILE,
-        "FAKETIME_NO_CACHE": "1",  # a moved clock counts at once
+        "FAKETIME_NO_CACHE": "1",  # so that a moved clock takes effect at once
         "FAKETIME_DONT_FAKE_MONOTONIC": "1",
         "NO_FAKE_STAT": "1",
-        # The sanitizer's library wants to be the first of all; it works as the second too.
+        # The sanitizer's library should be the first of all; it also works as the second.
         "ASAN_OPTIONS": ":".join(filter(None, [sanitizer, "verify_asan_link_order=0"])),
     }
 
 
 def set_up_clock():
     """Runs inside the device, before its first program with a movable clock."""
-    # Every such program keeps a shared memory object, which would outlive a killed one in the machine's own tree.
+    # Each such program keeps a shared memory object, which would outlive a killed program in the machine's own tree.
     subprocess.run(["mount", "-t", "tmpfs", "clock", "/dev/shm"], check=True)
     write_shift(Path("/"), 0)
 

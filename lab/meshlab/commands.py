@@ -23,7 +23,7 @@ from meshlab.stations import Population, StationFiles
 from meshlab.supervisor import COMMIT, PROGRESS, READY
 from meshlab.terminal import Progress
 
-NAME_SECONDS = 1.0  # what a mesh whose `up` was just killed may take to end
+NAME_SECONDS = 1.0  # limit for the end of a mesh whose `up` was just killed
 
 
 def up(options):
@@ -65,7 +65,7 @@ def up(options):
 
 
 def take_name(name):
-    """An abstract socket, held by the supervisor, keeps a second mesh from taking the name meanwhile."""
+    """Reserves the name with an abstract socket, which the supervisor holds."""
     lock = socket.socket(socket.AF_UNIX)
 
     def is_taken_by_us():
@@ -115,7 +115,7 @@ def down(options):
     mesh = require_mesh(options.name)
     ends = [os.pidfd_open(pid) for pid in (mesh.pid, mesh.unshare_pid)]
     signal.pidfd_send_signal(ends[0], signal.SIGKILL)
-    # The supervisor's end is complete only when the kernel has ended everything below it.
+    # The supervisor has ended only when the kernel has ended everything below it.
     for end in ends:
         if not select.select([end], [], [], STOP_SECONDS)[0]:
             raise MeshError(f"mesh '{options.name}' (pid {mesh.pid}) did not end within {STOP_SECONDS:g} s")
@@ -167,7 +167,7 @@ def add_device(options):
     topology = Topology(plan.devices, plan.links)
     if name in plan.devices and name not in mesh.devices:
         if options.link or options.model:
-            raise UsageError(f"{name} was removed and comes back as it was; leave out --link and --model")
+            raise UsageError(f"{name} was removed and is restored unchanged; leave out --link and --model")
     else:
         neighbour = options.link or next(iter(mesh.devices))
         find_device(mesh.devices, neighbour)
@@ -180,7 +180,7 @@ def remove_device(options):
     mesh = require_mesh(options.name)
     device, pid = find_device(mesh.devices, options.device), mesh.device_pid(options.device)
     switch_daemon(device.name, pid, signal.SIGUSR1)
-    # A shell that is still open on the device keeps its network, which has no link any more.
+    # A shell that is still open on the device keeps its network, which then has no links.
     run_ip([f"link delete {port.name}" for port in device.ports if port.neighbour in mesh.devices], pid)
     with os.fdopen(os.pidfd_open(pid)) as end:
         os.kill(pid, signal.SIGKILL)
@@ -243,7 +243,7 @@ def run_in_device(options, command):
 
 
 def view(options):
-    """Serves from the machine, where a browser is; the file is read where the device keeps it."""
+    """Serves the page on the machine, where a browser is, and reads the file inside the device."""
     mesh = require_mesh(options.name)
     device = options.device or next(iter(mesh.devices))
     program = f"{mesh.plan.build}/bin/kv1905-view"

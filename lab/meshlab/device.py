@@ -1,4 +1,4 @@
-"""The first process of a device: writes its files, then keeps its daemon."""
+"""The first process of a device: writes its files, then starts and supervises its daemon."""
 
 import fcntl
 import os
@@ -22,18 +22,18 @@ STOP_SECONDS = 5.0
 REBOOT_SECONDS = 1.0
 PIPE_SIZE = 1 << 20
 FACTORY_PASSWORD = b"admin"  # as the configuration service has it
-# How lines of the daemon itself begin: with a date and the time, or in a trace with the time.
+# Matches the start of the daemon's own lines: a date and the time, or in a trace the time.
 STAMPED = re.compile(rb"(\d{4}-\d\d-\d\d )?\d\d:\d\d:\d\d\.\d{3} ")
 
 
 def port_names():
-    """The interfaces that lead to neighbours, as they are now."""
+    """Returns the current interfaces to neighbours."""
     prefixes = tuple(medium.port for medium in MEDIA.values())
     return [name for _, name in socket.if_nameindex() if name.startswith(prefixes)]
 
 
 class Log:
-    """The log of a device. Lines of other programs than the daemon get the device's time and name in front."""
+    """The log of a device. Lines of other programs than the daemon are prefixed with the device's time and name."""
 
     def __init__(self, name, has_clock):
         self._name = name
@@ -58,8 +58,8 @@ class Log:
 
 
 class DaemonKeeper:
-    """Runs inside a device. SIGUSR2 starts the daemon, SIGUSR1 stops it, SIGHUP reboots it. A daemon that ends by
-    itself stays down, so that a crash is seen."""
+    """Runs inside a device. SIGUSR2 starts the daemon, SIGUSR1 stops it, SIGHUP reboots it. A daemon that ends on
+    its own stays down, so that a crash is noticed."""
 
     SIGNALS = (signal.SIGUSR1, signal.SIGUSR2, signal.SIGHUP, signal.SIGCHLD)
     POLL_SECONDS = 0.02
@@ -151,7 +151,7 @@ class DaemonKeeper:
         self._daemon = None
 
     def _is_listening(self):
-        """Whether the daemon itself (not a capture) holds a packet socket on every port. It is the child of the process
+        """Returns whether the daemon (not a capture) holds a packet socket on every port. It is the child of the process
         that was started."""
         watcher = self._daemon.pid
         try:
@@ -172,7 +172,7 @@ PASSWORD_FILE = "/data/FMUBBW3CBI.dat"
 
 
 def write_password(source):
-    """The device's own copy of the administrator password, encrypted as the plug-in expects to find it."""
+    """Writes the device's copy of the administrator password, encrypted as the plug-in expects it."""
     line = (Path(f"/.host{source}").read_bytes().split(b"\n")[0] if source else FACTORY_PASSWORD) + b"\n"
     command = ["openssl", "enc", "-aes-256-cbc", "-pbkdf2", "-a", "-pass", "pass:Qm7tR2xLp9Vd4Kw8Zs3Hn6Jb1Y",
                "-out", PASSWORD_FILE]

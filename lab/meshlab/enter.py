@@ -14,7 +14,7 @@ libc = ctypes.CDLL(None, use_errno=True)
 def enter_namespaces(pid, *kinds):
     """Moves this process into the named namespaces of pid; those it is in already are not entered."""
     paths = [f"/proc/{pid}/ns/{kind}" for kind in kinds]
-    # All are opened first: /proc itself changes with the mount namespace.
+    # Opens all first: /proc itself changes with the mount namespace.
     handles = [os.open(path, os.O_RDONLY | os.O_CLOEXEC) for path in paths
                if os.stat(path).st_ino != os.stat(path.replace(str(pid), "self", 1)).st_ino]
     for handle in handles:
@@ -36,14 +36,14 @@ def run_ip(commands, pid=None):
 
 
 def run_inside(pid, command, environment):
-    """Runs the command beside pid, as if started there, and returns its status as a shell counts it. The command ends
+    """Runs the command in the namespaces of pid and returns its status as a shell counts it. The command ends
     with this process, also when that is killed."""
     enter_namespaces(pid, "user", "pid", "net", "uts", "mnt")
     os.chdir("/")
     status, status_end = os.pipe()
     life, life_end = os.pipe()
-    signal.signal(signal.SIGINT, signal.SIG_IGN)  # Ctrl-C is the command's to handle
-    # The process that keeps the command becomes a child of the mesh's supervisor, which buries it when this process
+    signal.signal(signal.SIGINT, signal.SIG_IGN)  # the command handles Ctrl-C
+    # The process that keeps the command becomes a child of the mesh's supervisor, which reaps it when this process
     # cannot: an unreaped zombie would block the end of the mesh.
     middle = os.fork()
     if middle == 0:

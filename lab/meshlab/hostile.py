@@ -68,7 +68,7 @@ def answers_to(frame, victim):
     return frame[:20] == expected
 
 
-# ---- What a sound message holds
+# ---- Payloads of well-formed messages
 
 
 def state_record(station, network):
@@ -237,7 +237,7 @@ def replay(network):
     return [multicast(network.local, subject, value)] * 4 + [vendor_frame(network.victim(), network.local, 0, value)] * 4
 
 
-def questions(network):
+def queries(network):
     """queries from devices that do not exist; for some the device runs a program"""
     fake, victim = network.fake(), network.victim()
     return [vendor_frame(victim, fake, 0, vendor_message(fake, network.random.choice(QUESTIONS), mac_bytes(victim)))]
@@ -274,5 +274,5 @@ def commands(network):
 
 
 ATTACKS = {attack.__name__: attack for attack in (
-    malformed, lengths, oversized, unfinished, sources, names, devices, silent, stations, replay, questions, results,
+    malformed, lengths, oversized, unfinished, sources, names, devices, silent, stations, replay, queries, results,
     countries, intel, commands)}

@@ -1,5 +1,5 @@
-"""Builds and reads IEEE 1905.1 frames and the vendor messages in them. What is built may be as wrong as the caller
-wants it; what is read must be valid, else ValueError names the place."""
+"""Builds and reads IEEE 1905.1 frames and the vendor messages in them. Builds invalid ones on
+request; reads only valid ones, else ValueError names the place."""
 
 import struct
 from dataclasses import dataclass
@@ -61,7 +61,7 @@ def fragments(destination, source, message_type, body):
 
 
 def vendor_message(source, message_type, payload, length=None):
-    """The value of a vendor TLV in the vendor's format. length: the header's length if it is to be wrong."""
+    """Returns the value of a vendor TLV in the vendor's format. length: a wrong length for its header."""
     claimed = len(payload) if length is None else length
     return VENDOR_OUI + mac_bytes(source) + struct.pack(">BBHH", 0, 1, message_type, claimed) + payload
 
@@ -116,7 +116,7 @@ def parse_tlvs(data):
 
 @dataclass(frozen=True)
 class RssiMeasurement:
-    """A station's measurement in a 0x68 or 0x6A."""
+    """Reads a station's measurement from a 0x68 or 0x6A."""
     message_type: int
     header: IntelHeader
     station: str

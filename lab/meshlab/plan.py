@@ -1,4 +1,4 @@
-"""What a mesh consists of: its devices, their links, and what each device finds on its disk."""
+"""Plan of a mesh: devices, links, and the files of each device."""
 
 import argparse
 import json
@@ -17,7 +17,8 @@ MAX_DEVICES = 64
 MAX_STATIONS = 65535  # of one device: the last two bytes of a station's MAC count them
 MAX_PORTS = 16  # of a device; a port's number is the low digit of its MAC address
 
-# What other components of a device would have written before its daemon starts; placeholders come from Device.facts().
+# Files that other components of a device would have written before its daemon starts. Device.facts() has the
+# placeholders' values.
 DEVICE_FILES = {
     "/tmp/.kv1905_conf": """\
 ModelName={model}
@@ -86,12 +87,12 @@ class DeadlineError(MeshError):
 
 
 def plan_text(options):
-    """The plan of `up`, as one word for the command lines of the supervisor and the devices."""
+    """Returns the plan of `up` as one word for the command lines of the supervisor and the devices."""
     return json.dumps({name: value for name, value in vars(options).items() if name != "function"})
 
 
 def read_plan(text):
-    """None for the plan of another version of the lab."""
+    """Parses a plan. Returns None for that of another version of the lab."""
     try:
         return argparse.Namespace(**json.loads(text))
     except (ValueError, TypeError):
@@ -227,7 +228,7 @@ def plan_devices(plan):
 
 
 def plan_links(devices):
-    """Each link once, seen from the device that comes first: (device, its port, neighbour)."""
+    """Lists each link once, from the device that is listed first: (device, its port, neighbour)."""
     return [(device, port, devices[port.neighbour]) for device in devices.values() for port in device.ports
             if port.neighbour in devices and device.number < devices[port.neighbour].number]
 

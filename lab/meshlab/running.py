@@ -39,7 +39,7 @@ def is_role(arguments, role):
 
 
 def read_state(pid):
-    """The state of a device's daemon, which is the process name of the device's supervisor."""
+    """Returns the state of a device's daemon, which is the process name of the device's supervisor."""
     try:
         return Path(f"/proc/{pid}/comm").read_text().strip()
     except (FileNotFoundError, ProcessLookupError):
@@ -63,7 +63,7 @@ class RunningMesh:
 
     @property
     def devices(self):
-        """Those that are there: a removed one has no process."""
+        """Returns the devices that are running: a removed one has no process."""
         return {name: device for name, device in plan_devices(self.plan).items() if name in self.device_pids}
 
     def device_pid(self, name):
@@ -71,7 +71,7 @@ class RunningMesh:
         return self.device_pids[name]
 
     def device_root(self, name):
-        """The device's file system, seen from outside."""
+        """Returns the device's file system, as visible from outside."""
         return Path(f"/proc/{self.device_pid(name)}/root")
 
 
@@ -85,7 +85,7 @@ def find_mesh(name):
             continue
         kept = [(child, args) for child, ppid, args in everything if ppid == pid and is_role(args, "device")]
         device_pids = {args[3]: child for child, args in kept}
-        # A device that was added later knows more than those before it.
+        # A device that was added later knows more devices than earlier ones.
         plan = max([plan, *(read_plan(args[4]) for _, args in kept)], key=lambda plan: len(plan.devices))
         owners = {device_pid: device for device, device_pid in device_pids.items()}
         watchers = {child: owners[ppid] for child, ppid, _ in everything if ppid in owners}

@@ -4,10 +4,10 @@ import os
 from dataclasses import dataclass, field
 from pathlib import Path
 
-MIN_SAMPLES = 8  # of a series that is judged
-MEMORY_SLACK = 1.05  # of the earlier figure, and at least
+MIN_SAMPLES = 8  # of a series that is evaluated
+MEMORY_SLACK = 1.05  # of the earlier mean, and at least
 MEMORY_SLACK_KB = 1024
-DESCRIPTOR_SLACK = 2  # a command's pipe or a tool's connection may be open just then
+DESCRIPTOR_SLACK = 2  # a command's pipe or a tool's connection may be open at that moment
 
 RULE = f"""\
 A series is the values of one daemon process from its start to its end. It is evaluated if it has {MIN_SAMPLES} samples:
@@ -25,7 +25,7 @@ class Sample:
 
 
 def take_sample(pid):
-    """None when the process is gone."""
+    """Returns None if the process has ended."""
     process = Path("/proc") / str(pid)
     try:
         status = dict(line.split(":\t", 1) for line in (process / "status").read_text().splitlines())
@@ -54,7 +54,7 @@ class Series:
     samples: list = field(default_factory=list)
 
     def faults(self):
-        """What does not level; nothing for a sound or a short series."""
+        """Returns the measures that do not level; empty for a short series."""
         if len(self.samples) < MIN_SAMPLES:
             return []
         quarter = len(self.samples) // 4

@@ -12,7 +12,7 @@ WEAKEST, STRONGEST = -88, -32  # dBm
 @dataclass(frozen=True)
 class Standard:
     code: int  # the driver's bit for it
-    share: int  # how common its stations are, among those of the band
+    share: int  # weight among the standards of the band
     rates: tuple  # kbit/s, from the slowest modulation to the fastest
 
 
@@ -111,7 +111,7 @@ class StationFiles:
 
 
 class Population:
-    """Stations of several devices. The same seed and the same calls give the same stations."""
+    """Stations of several devices. The same seed and calls produce the same stations."""
 
     # Chances per second, of a station and of a vacant place.
     LEAVES, ROAMS, RETURNS = 0.005, 0.01, 0.2
@@ -131,7 +131,7 @@ class Population:
             self.add(self._random.choice(list(self._devices)), 1)
 
     def live(self, seconds, count):
-        """So much time passes: stations roam, leave and come back up to the count; those that stay drift."""
+        """Advances the time: stations roam, leave and return up to the count; those that stay drift."""
         before, self.stations = self.stations, {name: [] for name in self._devices}
         for name, stations in before.items():
             for station in stations:

@@ -16,7 +16,8 @@ from meshlab.plan import (BRIDGE, LAB, SCRIPT, DeadlineError, MeshError, plan_de
 from meshlab.running import read_state, require_mesh, switch_daemon, wait_until
 
 START_SECONDS = 30.0  # bounds each step of `up`; a loaded machine with many devices needs some
-# Between `up` and its supervisor: the byte that lets the mesh outlive `up`, and the line that says all daemons run.
+# Protocol between `up` and its supervisor: the byte that lets the mesh outlive `up`, and the line after all daemons
+# have started.
 COMMIT = b"c"
 READY = "ready"
 PROGRESS = "progress: "  # prefix of a progress line
@@ -136,7 +137,7 @@ def connect(links, pids):
         ports[pids[far.name]].append(far_port.name)
     run_ip(links_new)
     for pid, names in ports.items():
-        # The bridge leaves multicast to the daemon, which relays it itself; mcast_flood off stops what the bridge would
+        # The daemon relays multicast, so the bridge must not; mcast_flood off stops what the bridge would
         # forward, not what the device sends.
         run_ip([f"link set dev {name} {change}" for name in names
                 for change in (f"master {BRIDGE}", "type bridge_slave mcast_flood off", "up")], pid)

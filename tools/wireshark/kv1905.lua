@@ -35,7 +35,7 @@ local IGNORED = expert("ignored", "Receivers ignore or cut this", PI_PROTOCOL, P
 local UNKNOWN = expert("unknown", "Unknown type", PI_UNDECODED, PI_WARN)
 local CAPTURE = expert("capture", "Cut by the capture", PI_UNDECODED, PI_NOTE)
 
--- What is collected about one TLV while its tree is built.
+-- Collects what is known about one TLV while its tree is built.
 local Context = {}
 Context.__index = Context
 
@@ -44,7 +44,7 @@ local function newContext()
 end
 
 -- Adds a word to the Info column.
-function Context:say(word)
+function Context:addWord(word)
     self.words[#self.words + 1] = word
 end
 
@@ -57,7 +57,7 @@ function Context:summary()
     return table.concat(self.words, " ") .. (self.isFaulty and " [malformed]" or "")
 end
 
--- ---- All bytes are read through a bounded cursor over [position, stop) of a Tvb. A failure is permanent.
+-- ---- Reading: bytes are read through a bounded cursor over [position, stop) of a Tvb. A failure is permanent.
 
 local Cursor = {}
 Cursor.__index = Cursor
@@ -70,7 +70,7 @@ function Cursor:remaining()
     return self.stop - self.position
 end
 
--- The next count bytes as a TvbRange; nil when fewer remain.
+-- Returns the next count bytes as a TvbRange; nil if fewer remain.
 function Cursor:take(count)
     if self.failed or count > self:remaining() then
         self.failed = true
@@ -85,19 +85,19 @@ function Cursor:rest()
     return self.source:range(self.position, self:remaining())
 end
 
--- A cursor over the next count bytes, or as many as there are, which this one steps over.
+-- Returns a cursor over the next count bytes, or as many as there are, which this one skips.
 function Cursor:part(count)
     local first = self.position
     self.position = first + math.min(count, self:remaining())
     return newCursor(self.source, first, self.position)
 end
 
--- Whether the bytes end here only because the capture kept no more of the frame.
+-- Returns whether the bytes end here only because the capture truncated the frame.
 function Cursor:isCaptureCut()
     return self.stop == self.source:len() and self.source:reported_len() > self.stop
 end
 
--- Notes that the bytes end too early. Bytes that the capture left out are no error.
+-- Notes a truncated value. Bytes that the capture left out are no error.
 function Cursor:reportShort(tree, context, what)
     self.failed = true
     if self:isCaptureCut() then
@@ -143,7 +143,7 @@ function Scalar:__call(cursor, tree, context)
         context[self.keep] = value
     end
     if self.word ~= nil then
-        context:say(self.word(value))
+        context:addWord(self.word(value))
     end
     local fault = self.fault and self.fault(value, context)
     if fault then
@@ -196,7 +196,7 @@ local function decodeLayout(layout, cursor, tree, context)
     return title or ""
 end
 
--- A subtree over what add(subtree) reads. add returns the subtree's title.
+-- Adds a subtree over what add(subtree) reads. add returns the subtree's title.
 local function decodeSubtree(field, cursor, tree, add)
     local first = cursor.position
     local subtree = tree:add(field, cursor:rest())
@@ -209,16 +209,16 @@ local function capital(word)
     return word:sub(1, 1):upper() .. word:sub(2)
 end
 
--- A count and as many entries. options: noun, plural, limit (receivers refuse more)
+-- Reads a count and its entries. options: noun, plural, limit (receivers refuse more)
 local function list(count, entryField, options, layout)
     return function(cursor, tree, context)
         local number = count(cursor, tree, context)
         if number == nil then
             return
         end
-        context:say(("%d %s"):format(number, number == 1 and options.noun or options.plural))
+        context:addWord(("%d %s"):format(number, number == 1 and options.noun or options.plural))
         if options.limit and number > options.limit then
-            context:note(tree, REFUSED, ("%d %s, receivers take %d"):format(number, options.plural, options.limit))
+            context:note(tree, REFUSED, ("%d %s, receivers accept %d"):format(number, options.plural, options.limit))
         end
         for i = 1, number do
             if cursor:remaining() == 0 then
@@ -256,7 +256,7 @@ end
 
 local function longerThan(limit)
     return function(text)
-        return #text > limit and ("of %d bytes, receivers take %d"):format(#text, limit) or nil
+        return #text > limit and ("of %d bytes, receivers accept %d"):format(#text, limit) or nil
     end
 end
 
@@ -422,7 +422,7 @@ local commandRequest = {
         local fault = longerThan(COMMAND_LIMIT)
         local text = length and addText(commandText, "Command", length, cursor, tree, context, fault)
         if text ~= nil then
-            context:say(('"%s"'):format(printable(text)))
+            context:addWord(('"%s"'):format(printable(text)))
         end
     end,
 }
@@ -467,7 +467,7 @@ local countryResponse = {
         local length = countryLength(cursor, tree, context)
         local text = length and addText(countryField, "Country", length, cursor, tree, context, countryFault)
         if text ~= nil then
-            context:say(('"%s"'):format(printable(text)))
+            context:addWord(('"%s"'):format(printable(text)))
         end
     end,
 }
@@ -505,7 +505,7 @@ local REPORT_TEXT_LIMIT, REPORT_HEADER_SIZE = 1300, 8
 local LENGTH_DIGITS, BRACES, RECORD_LIMIT = 3, 2, 513
 local NUMBER_LIMIT, VALUE_LIMIT = 3, 127 -- characters
 
--- The value as its field holds it, which keeps the low bits.
+-- Returns the value that fits its field, which keeps the low bits.
 local function fit(element, value)
     local size = 2 ^ (8 * element.size)
     value = value % size
@@ -520,7 +520,8 @@ local function parseMac(text)
     return #octets == 6 and table.concat(octets, ":") or nil
 end
 
--- The number that a text begins with, after an optional sign, and whether the text is nothing else; 0 without any.
+-- Returns the number at the start of a text, after an optional sign, and whether the text holds nothing else; 0 without
+-- digits.
 local function parseNumber(text, numberBase)
     local sign, digits, rest = text:match(numberBase == 16 and "^([+-]?)(%x+)(.*)$" or "^([+-]?)(%d+)(.*)$")
     if digits == nil then
@@ -536,7 +537,7 @@ local function addTextValue(row, text, range, tree, context)
     if element.isMac then
         local address = parseMac(text)
         if address == nil then
-            context:note(tree, IGNORED, ('"%s" is no MAC, receivers take zeros'):format(printable(text)))
+            context:note(tree, IGNORED, ('"%s" is no MAC, receivers accept zeros'):format(printable(text)))
             return nil
         end
         tree:add(element.field, range, Address.ether(address))
@@ -554,7 +555,7 @@ local function addTextValue(row, text, range, tree, context)
     return nil
 end
 
--- One NUMBER=VALUE of a record. Returns the MAC when it is one; fails the cursor where receivers refuse the report.
+-- Reads one NUMBER=VALUE of a record. Returns the MAC if it is one; fails the cursor where receivers refuse the report.
 local function addPair(piece, position, cursor, tree, context)
     local equals = piece:find("=", 1, true)
     if equals == nil or equals - 1 > NUMBER_LIMIT or #piece - equals > VALUE_LIMIT then
@@ -572,7 +573,7 @@ local function addPair(piece, position, cursor, tree, context)
     return addTextValue(row, piece:sub(equals + 1), cursor.source:range(position, #piece), tree, context)
 end
 
--- The text between a record's braces, which begins at position. Returns the station's MAC.
+-- Reads the text between a record's braces, which begins at position. Returns the station's MAC.
 local function addPairs(inner, position, cursor, tree, context)
     local address
     for first, piece in inner:gmatch("()([^,]+)") do
@@ -584,7 +585,7 @@ local function addPairs(inner, position, cursor, tree, context)
     return address or "no MAC"
 end
 
--- One framed record: three digits, then as many characters in braces.
+-- Reads one framed record: three digits, then as many characters in braces.
 local function addRecord(index, cursor, tree, context)
     local digits = cursor:take(LENGTH_DIGITS)
     if digits == nil then
@@ -618,7 +619,7 @@ local function addRecords(text, tree, context)
         count = count + 1
         addRecord(count, records, tree, context)
     end
-    context:say(("%d %s"):format(count, count == 1 and "station" or "stations"))
+    context:addWord(("%d %s"):format(count, count == 1 and "station" or "stations"))
     text:reportSurplus(tree, context, IGNORED, "text, where a NUL ends it")
 end
 
@@ -737,7 +738,7 @@ local function decodeMessage(cursor, tree, context)
     cursor:reportSurplus(tree, context, IGNORED, "payload")
 end
 
--- ---- Intel's messages. What the numbered fields mean is Intel's.
+-- ---- Intel's messages. Intel defines the numbered fields.
 
 local asStation = function(address) return "of " .. address end
 local rssiStation = mac("intel.station", "Station MAC", { word = asStation })
@@ -827,7 +828,7 @@ local elementLength = u16("element.len", "Element length")
 
 local function decodeElement(cursor, tree, context)
     local element = elements[elementType(cursor, tree, context)]
-    context:say(element.name)
+    context:addWord(element.name)
     local length = elementLength(cursor, tree, context)
     if length == nil then
         return
@@ -871,13 +872,13 @@ local function addSubElement(cursor, tree, context)
         context:note(tree, UNKNOWN, ("Unknown element %d, receivers skip it"):format(id))
     else
         cursor.failed = true
-        context:note(tree, REFUSED, ("%s of %d bytes, receivers take %d"):format(title, length, known.layout.size))
+        context:note(tree, REFUSED, ("%s of %d bytes, receivers accept %d"):format(title, length, known.layout.size))
     end
     return title
 end
 
 local function decodeWscExtension(cursor, tree, context)
-    context:say("AP configuration")
+    context:addWord("AP configuration")
     while cursor:remaining() > 0 and not cursor.failed do
         decodeSubtree(subElementField, cursor, tree, function(entry)
             return addSubElement(cursor, entry, context)
@@ -885,15 +886,15 @@ local function decodeWscExtension(cursor, tree, context)
     end
 end
 
--- ---- From Wireshark's fields to the bytes
+-- ---- Access to the bytes through Wireshark's fields
 
 local messageTypeField = Field.new("ieee1905.message_type")
 local reassembledField = Field.new("ieee1905.fragments")
 local fragmentField = Field.new("ieee1905.fragment.data")
 local wscTypeField = Field.new("wps.type")
 
--- A separate tree for a value, whose bytes from prefix on are decoded. claimed: its length as its header says.
--- Returns the value's words for the Info column.
+-- Adds a separate tree for a value, whose bytes from prefix on are decoded. claimed: the length in its header. Returns
+-- the value's words for the Info column.
 local function show(value, claimed, prefix, decode, root)
     local tree = root:add(kv1905, value:rest())
     local context = newContext()
@@ -906,11 +907,11 @@ local function show(value, claimed, prefix, decode, root)
 end
 
 local function reportNoOui(value, tree, context)
-    context:say("vendor-specific TLV")
+    context:addWord("vendor-specific TLV")
     value:reportShort(tree, context, "the OUI")
 end
 
--- In standard messages the vendor's TLVs may contain an element.
+-- Decodes elements, which the vendor's TLVs contain in standard messages.
 local function vendorDecoder(value, cmduType)
     local isElement = cmduType ~= VENDOR_SPECIFIC_MESSAGE and value:remaining() > OUI_SIZE
         and elements[value.source:range(value.position + OUI_SIZE, 1):uint()] ~= nil
@@ -946,7 +947,7 @@ local function showTlvs(cursor, isReassembled, cmduType, root, summaries)
     end
 end
 
--- Where the TLVs of this frame's message begin; nil while only a fragment of it is there.
+-- Returns where the TLVs of this frame's message begin; nil for a fragment without it.
 local function findTlvs(cmduType)
     local reassembled = reassembledField()
     if reassembled ~= nil then
