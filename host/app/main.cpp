@@ -146,8 +146,8 @@ void explain(CommandResult &result, const ToolCommand &command, Network &network
     json_object *device = network.device(result.target), *permission = member(device, command.permission);
     if (permission == nullptr || json_object_get_boolean(member(device, "SpeaksProtocol")) == 0) return;
     const bool isAllowed = json_object_get_boolean(permission) != 0;
-    result.meaning = isAllowed ? "failed: the device reports that it allows such requests, so see its log"
-                               : "not allowed: the device reports that it allows no such requests";
+    result.meaning = isAllowed ? "failed, although the device permits such requests; see its log"
+                               : "not allowed: the device does not permit such requests";
 }
 
 CommandResult runAndExplain(const CommandLine &line, Network &network) {

@@ -49,7 +49,7 @@ CommandResult failureOf(const std::exception &error) {
     const auto *system = dynamic_cast<const std::system_error *>(&error);
     const Status status = system == nullptr ? Status::Failure : statusOf(system->code().value());
     const bool isClosed = system != nullptr && system->code().value() == EACCES;
-    const char *hint = status == Status::NoDaemon ? "; does kv1905d run?"
+    const char *hint = status == Status::NoDaemon ? "; is kv1905d running?"
                        : isClosed                 ? "; only root and the daemon's user may do this"
                                                   : "";
     return {status, error.what() + std::string(hint), {}, {}};

@@ -72,7 +72,7 @@ std::string targetOf(const Post &post) {
 std::optional<CommandResult> settledBy(const Reply &reply, Completion completion, const std::string &target) {
     const bool local = reply.verdict == Verdict::LocalTarget && completion != Completion::Message;
     if (local && completion == Completion::AgentUnlessLocal)
-        return CommandResult{Status::Success, "recorded for this device itself; nothing was sent", {}, target};
+        return CommandResult{Status::Success, "recorded for this device; nothing was sent", {}, target};
     const VerdictRow &row = rowOf(local ? Verdict::Accepted : reply.verdict);
     std::string meaning = row.printed;
     if (row.verdict == Verdict::Accepted) {

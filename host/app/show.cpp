@@ -140,7 +140,7 @@ time_t ageOf(const std::string &path, time_t now) {
 std::string staleness(const std::string &path, time_t now) {
     const time_t seconds = ageOf(path, now);
     if (seconds <= time_t{2} * kDataModelInterval) return "";
-    return "the daemon last wrote " + path + " " + std::to_string(seconds) + " s ago; does it hang?";
+    return "the daemon last wrote " + path + " " + std::to_string(seconds) + " s ago; is it hung?";
 }
 
 std::string show(Network &network, const ShowRequest &request) {

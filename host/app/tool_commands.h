@@ -139,7 +139,7 @@ inline constexpr Argument kCompletionArguments[] = {
 inline constexpr std::span<const Argument> kNoArguments = {};
 inline constexpr std::span<const Meaning> kCommonMeanings = {};
 inline constexpr Meaning kPowerMeanings[] = {
-    {0, "acknowledged; agents of this build switch no radio"},
+    {0, "acknowledged, but agents of this build switch no radio"},
     {1, "the device has no interface of that MAC and media type"},
     {2, "no such power state"},
     {64, "power cannot be set by media type"},
@@ -160,7 +160,7 @@ struct ToolCommand {
     std::span<const Argument> arguments;
     Action action;
     uint32_t code = 0;            // posted to the daemon by Action::Run
-    const char *entry = nullptr;  // symbol in the plug-in; null: the buffer is the arguments, MAC addresses all
+    const char *entry = nullptr;  // symbol in the plug-in; null: the buffer consists of the arguments, all MAC addresses
     Completion completion = Completion::Accepted;
     const char *permission = nullptr;        // the device's field in the JSON file: whether it allows this
     std::span<const Meaning> meanings = {};  // of results beyond the common ones
@@ -168,7 +168,7 @@ struct ToolCommand {
 };
 
 inline constexpr ToolCommand kToolCommands[] = {
-    {"show", "", "Show the network as this device's daemon knows it; the controller knows most", "devices",
+    {"show", "", "Show the network as known to this device's daemon; the controller's knows most", "devices",
      kShowArguments, Action::Show},
     {"monitor", "", "Print vendor messages and changes of the network as they happen", "", kNoArguments,
      Action::Monitor},
@@ -180,7 +180,7 @@ inline constexpr ToolCommand kToolCommands[] = {
     {"firmware", "9", "Request that a device fetch and install firmware", "agent1 1 1 http://192.168.77.11/image.bin",
      kFirmwareArguments, Action::Run, KV_CMD_FW_CTRL, "kvMAP1905_FWCtrlQuery_send", Completion::Agent, nullptr,
      kFirmwareMeanings},
-    {"reset", "10", "Reset a device to factory default", "agent1", kTargetArguments, Action::Run, KV_CMD_RESET_DEFAULT,
+    {"reset", "10", "Reset a device to factory defaults", "agent1", kTargetArguments, Action::Run, KV_CMD_RESET_DEFAULT,
      "kvMAP1905_ResetDefaultQuery_send", Completion::Agent, "RebootAllowed"},
     {"firmware-result", "11", "Report a step of this device's own firmware upgrade to its daemon", "3",
      kResultArguments, Action::Run, KV_CMD_FW_RESULT, "kvMAP1905_FwResult_set"},
@@ -211,22 +211,22 @@ inline constexpr ToolCommand kToolCommands[] = {
     {"completion", "", "Print a completion script for a shell", "bash", kCompletionArguments, Action::Completion},
 };
 
-// Notes for the manual page that the help does not contain, by command.
+// Notes on commands, for help and manual page.
 struct Note {
     std::string_view name;
     const char *text;
 };
 inline constexpr Note kNotes[] = {
     {"show",
-     "Prints how old the data are. Ends with status 6 when no daemon runs, unless --file names a file to show."},
+     "Prints the age of the data. Ends with status 6 when no daemon runs, unless --file names a file to show."},
     {"power",
-     "INTERFACE 00:00:00:00:00:00 means every interface of the MEDIA-TYPE, which must then be given.\n"
-     "Agents of this build acknowledge the request and switch no radio."},
+     "INTERFACE 00:00:00:00:00:00 means every interface of the MEDIA-TYPE, which is then required.\n"
+     "Agents of this build acknowledge the request, but switch no radio."},
     {"firmware",
      "OPTION selects what the device does: the protocol allows 1 to 7 and leaves their meaning to the device.\n"
-     "TOPOLOGY-OPTION 0 sends no URL. Any other value is sent with the URL, and its meaning is the device's.\n"
+     "TOPOLOGY-OPTION 0 sends no URL. Any other value is sent with the URL. Its meaning depends on the device.\n"
      "Agents of this build fetch no firmware and answer every request with result 16."},
-    {"country", "Devices that join later request the setting of this device itself, which stays as it is."},
+    {"country", "Devices that join later request this device's own setting, which does not change."},
     {"command", "The DEVICE is repeated after COMMAND. Options of the tool go before the word 'command'."},
     {"rssi", "Devices do not answer this report; the tool prints the values that were sent."},
     {"completion",

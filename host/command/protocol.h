@@ -105,7 +105,7 @@ inline constexpr VerdictRow kVerdictRows[] = {
      "the buffer is too short; bytes that the code needs: "},
     {Verdict::NoPlugin, "there is no plug-in", Status::Failure, "the daemon runs without the plug-in"},
     {Verdict::Malformed, "it is malformed", Status::Failure,
-     "the daemon does not understand this tool; are both of one version?"},
+     "the daemon does not understand this tool; are both the same version?"},
     {Verdict::NotPermitted, "that user may not post", Status::NotPermitted,
      "the daemon accepts commands of its own user and of root only"},
     {Verdict::UnknownStation, nullptr, Status::NoDevice,

@@ -160,7 +160,7 @@ void Daemon::readFrames(size_t port) {
         const auto [size, waited] = receiveFrame(ports_[port].fd.get(), buffer);
         if (waited > kLongestWait) {
             ++framesLate_;
-            late_.log(KV_LOG_WARNING, EventLoop::now(), "%s: frames dropped that waited for more than a second",
+            late_.log(KV_LOG_WARNING, EventLoop::now(), "%s: dropped frames that waited for more than a second",
                       options_.interfaces[port].c_str());
             continue;
         }
@@ -231,7 +231,7 @@ void Daemon::followInterface(size_t port) {
         const FileDescriptor fresh = openPort(name);
         socket.watch->pause();
         replaceSocket(socket.fd, fresh);
-        KV_HOST_LOG(KV_LOG_NOTICE, "%s: a new interface; its socket is opened again", name.c_str());
+        KV_HOST_LOG(KV_LOG_NOTICE, "%s: interface replaced, socket reopened", name.c_str());
         socket.hasLink = false;  // its link is announced
     }
     if (*mac == node_->config().ports[port].mac) return;
@@ -244,7 +244,7 @@ void Daemon::followBridge() {
     const int index = options_.bridge.empty() ? 0 : interfaceIndex(options_.bridge);
     if (index == 0 || index == boundInterface(bridge_.get())) return;
     replaceSocket(bridge_, openSender(options_.bridge));
-    KV_HOST_LOG(KV_LOG_NOTICE, "%s: a new interface; its socket is opened again", options_.bridge.c_str());
+    KV_HOST_LOG(KV_LOG_NOTICE, "%s: interface replaced, socket reopened", options_.bridge.c_str());
 }
 
 void Daemon::checkLink(size_t port) {
@@ -283,7 +283,7 @@ const LinkStatistics &Daemon::linkStatistics(size_t port) {
 void Daemon::announceConfiguration() {
     writer_.request(DataModelWriter::Reason::Change);
     if (plugin_) return plugin_->announceConfiguration();
-    KV_HOST_LOG(KV_LOG_WARNING, "no configuration to announce: this device is no agent");
+    KV_HOST_LOG(KV_LOG_WARNING, "no configuration to announce: this device is not an agent");
 }
 
 void Daemon::writeDataModel() {

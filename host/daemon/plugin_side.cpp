@@ -99,7 +99,7 @@ void PluginSide::receive(const VendorTlv &tlv, const VendorMessage &message,
 void PluginSide::announceConfiguration() {
     removePlantedFiles();
     if (isController()) {
-        KV_HOST_LOG(KV_LOG_WARNING, "no configuration to announce: this device is no agent");
+        KV_HOST_LOG(KV_LOG_WARNING, "no configuration to announce: this device is not an agent");
     } else if (plugin_.confRespSend(nullptr, 0, 1) != KV_RET_OK) {
         KV_HOST_LOG(KV_LOG_WARNING, "the configuration could not be announced");
     }

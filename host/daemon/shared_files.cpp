@@ -27,11 +27,10 @@ void removePlantedFiles() {
         if (lstat(path, &facts) != 0) continue;
         if (S_ISREG(facts.st_mode) && facts.st_uid == geteuid() && facts.st_nlink == 1) continue;
         if (std::remove(path) == 0) {
-            KV_HOST_LOG(KV_LOG_WARNING, "%s: of user %u and removed, because it does not belong to this device", path,
-                        facts.st_uid);
+            KV_HOST_LOG(KV_LOG_WARNING, "%s: removed, not a file of this process (owner: user %u)", path, facts.st_uid);
         } else if (!std::exchange(isReported, true)) {
-            KV_HOST_LOG(KV_LOG_WARNING, "%s: of user %u and cannot be removed: %s", path, facts.st_uid,
-                        std::strerror(errno));
+            KV_HOST_LOG(KV_LOG_WARNING, "%s: not a file of this process (owner: user %u), cannot be removed: %s", path,
+                        facts.st_uid, std::strerror(errno));
         }
     }
 }

@@ -182,7 +182,7 @@ TEST(RunCommand, ReturnsStatusAndMeaning) {
         {"command T 99 -l", "00\n", Status::Success, "success", "02005E000200 0200 0500 3939202D6C00"},
         {"reboot T", "", Status::NoAnswer, "no answer", "02005E000200"},
         {"command T 99 " + std::string(2049, 'w'), "", Status::BadArguments, "2048 characters", ""},
-        {"led 02:00:5e:00:01:00 off", "", Status::Success, "this device itself", "02005E000100 0000"},
+        {"led 02:00:5e:00:01:00 off", "", Status::Success, "recorded for this device", "02005E000100 0000"},
         {"led 00:00:00:00:00:00 1", "", Status::BadArguments, "nothing was sent", "000000000000 0100"},
         {"query-power T", "024EA7 02005E000200 0001 0003 0010 02005E000200 01 02005E000220 0103 02", Status::Success,
          "02:00:5e:00:02:20  2.4GHz  0103        off\n", "02005E000200"},
