@@ -43,7 +43,7 @@ def open_tap(interface):
 
 
 def received_frames(tap):
-    """Yields (nanoseconds since the epoch, is outbound, frame) for what waits in the socket."""
+    """Yields (nanoseconds since the epoch, is outbound, frame) for each frame in the socket."""
     while True:
         try:
             frame, ancillary, _, address = tap.recvmsg(MAX_FRAME, socket.CMSG_SPACE(16))

@@ -23,14 +23,14 @@ def add_plan_options(parser):
     size.add_argument("--devices", type=number(2, MAX_DEVICES), default=3, metavar="N",
                       help=f"controller and agents together, 2 to {MAX_DEVICES} (default 3)")
     size.add_argument("--topology", metavar="FILE", help="names, models, links and media; lab/README.md has an example")
-    parser.add_argument("--shape", choices=SHAPES, help="how they are linked (default line)")
+    parser.add_argument("--shape", choices=SHAPES, help="how the devices are linked (default line)")
     parser.add_argument("--build", type=os.path.abspath, default=str(DEFAULT_BUILD), metavar="DIR",
                         help="build directory to run (default build/release of this tree)")
     parser.add_argument("--no-plugin", type=names, default=[], metavar="DEVICE[,..]",
                         help="devices whose daemon runs without the plug-in")
     parser.add_argument("--password-file", type=os.path.abspath, metavar="FILE",
-                        help="its first line becomes every device's administrator password, encrypted as the device "
-                             "keeps it; a file, because every user can read command lines")
+                        help="its first line becomes every device's administrator password, encrypted on the "
+                             "device; a file, because every user can read command lines")
     parser.add_argument("--stations", type=STATION_COUNT, default=0, metavar="N",
                         help="Wi-Fi stations that every device has from the start (default 0; see stations)")
     parser.add_argument("--settings-from", choices=("any", "controller"),
@@ -62,7 +62,7 @@ def command_parser():
     up.add_argument("--capture", metavar="FILE", help="record every link from the first frame on (see capture)")
     up.add_argument("--foreground", action="store_true", help="stay; the mesh ends with this command")
     up.add_argument("--owner-fd", type=open_descriptor, metavar="FD",
-                    help="reading end of a pipe; the mesh ends when its writing ends are closed")
+                    help="reading end of a pipe; the mesh ends when all writing ends are closed")
     add("down", commands.down, "end a mesh")
     add("status", commands.status, "show devices, links and daemons").add_argument("--json", action="store_true")
     add("exec", commands.execute, "run a command on a device", usage="mesh exec DEVICE -- COMMAND [ARG...]"
@@ -80,8 +80,8 @@ def command_parser():
     add("start", commands.start, "start a device's daemon again").add_argument("device", metavar="DEVICE")
     clock = add("clock", commands.move_clock, "move a device's wall clock, for its programs only")
     clock.add_argument("device", metavar="DEVICE")
-    clock.add_argument("seconds", type=number(-10**9, 10**9), metavar="SECONDS", help="forward; with a minus sign back")
-    join = add("add", commands.add_device, "add a device, and restart its neighbour's daemon; or one that was removed")
+    clock.add_argument("seconds", type=number(-10**9, 10**9), metavar="SECONDS", help="forward, negative for back")
+    join = add("add", commands.add_device, "add a device or restore a removed one, and restart its neighbour's daemon")
     join.add_argument("device", metavar="DEVICE")
     join.add_argument("--link", metavar="NEIGHBOUR", help="device it is linked with (default the first)")
     join.add_argument("--medium", choices=MEDIA, default="ethernet", help="medium of the link (default ethernet)")
@@ -89,7 +89,7 @@ def command_parser():
     add("remove", commands.remove_device, "remove a device and its links").add_argument("device", metavar="DEVICE")
     add_link_commands(add("link", None, "cut, restore or impair the link of two devices"))
     view = add("view", commands.view, "serve the mesh as a web page of this machine until Ctrl-C")
-    view.add_argument("device", metavar="DEVICE", nargs="?", help="whose view of the mesh (default the first device's)")
+    view.add_argument("device", metavar="DEVICE", nargs="?", help="whose view of the mesh is shown (default the first)")
     view.add_argument("--port", type=number(0, 65535), default=1905, help="of 127.0.0.1, 0 for any (default 1905)")
     add_station_commands(add("stations", None, "set the Wi-Fi stations in the lists of a device's driver"))
     return parser
@@ -98,7 +98,7 @@ def command_parser():
 def add_link_commands(parser):
     verbs = parser.add_subparsers(dest="action", required=True, metavar="ACTION")
     for action, text in (("down", "remove the carrier"), ("up", "restore the carrier"),
-                         ("set", "lose and delay frames in both directions; both 0 for neither")):
+                         ("set", "lose and delay frames in both directions; 0 for none")):
         command = verbs.add_parser(action, help=text, description=f"{text[0].upper()}{text[1:]}.")
         command.set_defaults(function=commands.change_link)
         command.add_argument("near", metavar="DEVICE")

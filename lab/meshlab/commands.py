@@ -53,7 +53,7 @@ def up(options):
         await_ready(report)
         status(options)
         if options.foreground:
-            print("the mesh ends with this command (Ctrl-C)", flush=True)
+            print("press Ctrl-C to end the mesh", flush=True)
             with suppress(KeyboardInterrupt):
                 supervisor.wait()
         else:
@@ -154,7 +154,7 @@ def describe_device(device, mesh):
 
 
 def impairment(pid, port):
-    """Such as "delay 20ms loss 10%"."""
+    """Returns the impairment, such as "delay 20ms loss 10%"."""
     return re.sub(r".* limit \d+ *", "", run_in_network(pid, ["tc", "qdisc", "show", "dev", port.name]).strip())
 
 
@@ -209,7 +209,7 @@ def impair(pid, port, options):
     done = subprocess.run(command, preexec_fn=lambda: enter_namespaces(pid, "user", "net"), stderr=subprocess.PIPE,
                           text=True)
     if "qdisc kind is unknown" in done.stderr:
-        raise MeshError("this machine's kernel has no netem (module sch_netem), so links lose and delay nothing")
+        raise MeshError("this machine's kernel has no netem (module sch_netem), which loss and delay need")
     if done.returncode != 0:
         raise MeshError(f"{' '.join(command)}: {done.stderr.strip()}")
 

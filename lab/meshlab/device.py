@@ -144,7 +144,7 @@ class DaemonKeeper:
             self._set_state(state)
 
     def _note_end(self, what):
-        """After the daemon's last lines; a child that outlives it may still hold the pipe."""
+        """Runs after the daemon's last lines; a child that outlives it may still hold the pipe."""
         status = self._daemon.wait()
         self._follower.join(1)
         self._log.write("mesh", f"{what}: {describe_end(status)}")

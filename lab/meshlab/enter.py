@@ -12,7 +12,7 @@ libc = ctypes.CDLL(None, use_errno=True)
 
 
 def enter_namespaces(pid, *kinds):
-    """Moves this process into the named namespaces of pid; those it is in already are not entered."""
+    """Moves this process into the named namespaces of pid, except those that it is in already."""
     paths = [f"/proc/{pid}/ns/{kind}" for kind in kinds]
     # Opens all first: /proc itself changes with the mount namespace.
     handles = [os.open(path, os.O_RDONLY | os.O_CLOEXEC) for path in paths
