@@ -1,4 +1,4 @@
-#include <getopt.h>
+#include "support/options.h"
 
 #include <charconv>
 #include <cstdio>
@@ -11,72 +11,53 @@
 namespace kv1905d {
 namespace {
 
-constexpr const char *kHelp =
-    R"(Usage: kv1905-view [OPTIONS]
-The network that kv1905d knows, as a web page: written out, or served to browsers of this machine.
+using support::BadOption;
 
-Options:
-  --serve            Serve the page on 127.0.0.1, always up to date
-  --port NUMBER      Port to serve on, 0 for any [1905]
-  --output FILE      File to write the page to [standard output]
-  --data-model FILE  The daemon's JSON file [/tmp/kv1905_datamodel.json]
-  --json             Print a failure as JSON
-  -h, --help         Print this help message and exit
-  --version          Print the version and exit
-
-Exit status:
-  0  success
-  1  another failure
-  2  bad arguments
-  6  no daemon
-  7  no permission
-
-Example: kv1905-view --output mesh.html
-)";
-
-enum Option { kServe, kPort, kOutput, kDataModel, kJson, kShowVersion, kShowHelp = 'h' };
-constexpr option kOptions[] = {
-    {"serve", no_argument, nullptr, kServe},         {"port", required_argument, nullptr, kPort},
-    {"output", required_argument, nullptr, kOutput}, {"data-model", required_argument, nullptr, kDataModel},
-    {"json", no_argument, nullptr, kJson},           {"help", no_argument, nullptr, kShowHelp},
-    {"version", no_argument, nullptr, kShowVersion}, {nullptr, 0, nullptr, 0},
-};
-
-[[noreturn]] void refuse(const std::string &complaint) {
-    throw Failure(Status::BadArguments, complaint + "; see kv1905-view --help");
+void printHelp(std::span<const support::OptionRow> rows) {
+    std::printf(
+        "Usage: kv1905-view [OPTION...]\n"
+        "The network that kv1905d knows, as a web page: written out, or served to browsers of this machine.\n\n"
+        "Options:\n%s\nExit status:\n",
+        support::optionHelp(rows).c_str());
+    for (const Status status :
+         {Status::Success, Status::Failure, Status::BadArguments, Status::NoDaemon, Status::NotPermitted})
+        std::printf("  %d  %s\n", static_cast<int>(status), kStatusTexts[static_cast<size_t>(status)]);
+    std::puts("\nExample: kv1905-view --output mesh.html");
 }
 
-uint16_t portOf(std::string_view text) {
+uint16_t portOf(const std::string &text) {
     uint16_t port = 0;
     const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), port);
-    if (error != std::errc{} || end != text.data() + text.size()) refuse("--port must be a number from 0 to 65535");
+    if (error != std::errc{} || end != text.data() + text.size())
+        throw BadOption("--port must be a number from 0 to 65535, not '" + text + "'");
     return port;
 }
 
 }  // namespace
 
-std::optional<ViewOptions> parseViewOptions(int argc, char **argv) {
+std::optional<ViewOptions> parseViewOptions(int argc, const char *const *argv) {
     ViewOptions options;
     options.dataModel = kDefaultDataModel;
-    bool serve = false;
-    std::optional<uint16_t> port;
-    opterr = 0;
-    optind = 0;  // starts afresh
-    for (int found; (found = getopt_long(argc, argv, "h", kOptions, nullptr)) >= 0;) {
-        if (found == '?') refuse("unknown option or missing value: '" + std::string(argv[optind - 1]) + "'");
-        if (found == kShowHelp) std::fputs(kHelp, stdout);
-        if (found == kShowVersion) std::puts("kv1905-view " KV1905_VERSION);
-        if (found == kShowHelp || found == kShowVersion) return std::nullopt;
-        serve |= found == kServe;
-        options.json |= found == kJson;
-        if (found == kPort) port = portOf(optarg);
-        if (found == kOutput) options.output = optarg;
-        if (found == kDataModel) options.dataModel = optarg;
-    }
-    if (optind < argc) refuse("unexpected argument '" + std::string(argv[optind]) + "'");
-    if (port && !serve) refuse("--port requires --serve");
-    if (serve && !options.output.empty()) refuse("--output excludes --serve");
-    if (serve) options.port = port.value_or(kDefaultViewPort);
+    bool serve = false, wantsHelp = false, wantsVersion = false;
+    std::vector<support::OptionRow> rows = {
+        {"serve", nullptr, "Serve the page on 127.0.0.1, always up to date", support::raise(serve)},
+        {"port", "NUMBER", "Port to serve on, 0 for any [1905]",
+         [&](const std::string &value) { options.port = portOf(value); }},
+        {"output", "FILE", "File to write the page to [standard output]", support::store(options.output)},
+        {"data-model", "FILE", "The daemon's JSON file [/tmp/kv1905_datamodel.json]",
+         support::store(options.dataModel)},
+        {"json", nullptr, "Print a failure as JSON", support::raise(options.json)},
+        {"help", nullptr, "Print this help", support::raise(wantsHelp), 'h'},
+        {"version", nullptr, "Print the version", support::raise(wantsVersion)},
+    };
+    const std::optional<std::string> word = support::OptionReader("kv1905-view", argc, argv, rows).nextWord();
+    if (wantsHelp) printHelp(rows);
+    if (wantsVersion) std::puts("kv1905-view " KV1905_VERSION);
+    if (wantsHelp || wantsVersion) return std::nullopt;
+    if (word) throw BadOption("unexpected argument '" + *word + "'; see kv1905-view --help");
+    if (options.port && !serve) throw BadOption("--port requires --serve");
+    if (serve && !options.output.empty()) throw BadOption("--output excludes --serve");
+    if (serve && !options.port) options.port = kDefaultViewPort;
     return options;
 }
 

@@ -18,8 +18,8 @@ struct ViewOptions {
     bool json = false;             // failures as JSON
 };
 
-// Returns nothing after printing help or version. Throws Failure.
-std::optional<ViewOptions> parseViewOptions(int argc, char **argv);
+// Returns nothing after printing help or version. Throws BadOption.
+std::optional<ViewOptions> parseViewOptions(int argc, const char *const *argv);
 
 // The page with its style and script in it, and places for what differs; and what it may load and run. Made by the
 // build.

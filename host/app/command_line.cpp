@@ -1,7 +1,5 @@
 #include "command_line.h"
 
-#include <getopt.h>
-
 #include <algorithm>
 #include <charconv>
 #include <numeric>
@@ -23,46 +21,14 @@ std::optional<Number> numberOf(const std::string &text, Number lowest, Number hi
 
 void setTimeout(CommandLine &line, const std::string &value) {
     const auto seconds = numberOf(value, kShortestTimeout, kLongestTimeout);
-    if (!seconds)
-        throw Failure(Status::BadArguments, "--timeout must be a number from 0.1 to 3600, not '" + value + "'");
+    if (!seconds) throw support::BadOption("--timeout must be a number from 0.1 to 3600, not '" + value + "'");
     line.run.timeout = Duration(static_cast<Duration::rep>(*seconds * 1000));
 }
 
 void setWatch(CommandLine &line, const std::string &value) {
     const auto seconds = numberOf(value.empty() ? "2" : value, 1, kLongestWatch);
-    if (!seconds) throw Failure(Status::BadArguments, "--watch must be a number from 1 to 3600, not '" + value + "'");
+    if (!seconds) throw support::BadOption("--watch must be a number from 1 to 3600, not '" + value + "'");
     line.watch = std::chrono::seconds(*seconds);
-}
-
-constexpr OptionRow kRows[] = {
-    {"socket", "FILE", "The daemon's local socket [/run/kv1905d.sock, or the same name in /tmp]",
-     [](CommandLine &line, const std::string &value) { line.run.socket = value; }},
-    {"data-model", "FILE", "The daemon's JSON file [/tmp/kv1905_datamodel.json]",
-     [](CommandLine &line, const std::string &value) { line.dataModel = value; }},
-    {"file", "FILE", "Show this JSON file, with or without a daemon",
-     [](CommandLine &line, const std::string &value) { line.file = value; }},
-    {"plugin", "FILE", "Plug-in library that makes the commands [libkvMAP1905.so]",
-     [](CommandLine &line, const std::string &value) { line.run.plugin = value; }},
-    {"timeout", "SECONDS", "Seconds to wait for the daemon, other tools and the agent [10]", setTimeout},
-    {"no-wait", nullptr, "Do not wait for an agent's answer",
-     [](CommandLine &line, const std::string &) { line.run.wait = false; }},
-    {"watch", "[SECONDS]", "Show again and again, every 2 seconds or as given", setWatch},
-    {"json", nullptr, "Print JSON", [](CommandLine &line, const std::string &) { line.json = line.run.json = true; }},
-    {"help", nullptr, "Print help about the tool or a command",
-     [](CommandLine &line, const std::string &) { line.wantsHelp = true; }},
-    {"version", nullptr, "Print the version", [](CommandLine &line, const std::string &) { line.wantsVersion = true; }},
-};
-
-std::vector<option> longOptions() {
-    std::vector<option> list;
-    for (const OptionRow &row : kRows) {
-        const int has = row.value == nullptr  ? no_argument
-                        : row.value[0] == '[' ? optional_argument
-                                              : required_argument;
-        list.push_back({row.name, has, nullptr, 0});
-    }
-    list.push_back({});
-    return list;
 }
 
 size_t distance(const std::string &a, const std::string &b) {
@@ -86,14 +52,6 @@ std::string hintFor(const std::string &word) {
     return std::string("; did you mean '") + closest.name + "'?";
 }
 
-void setOption(CommandLine &line, const OptionRow &row, char **argv) {
-    std::string value = optarg == nullptr ? "" : optarg;
-    const bool mayFollow = row.value != nullptr && row.value[0] == '[' && optarg == nullptr;
-    const char *next = mayFollow ? argv[optind] : nullptr;
-    if (next != nullptr && *next >= '0' && *next <= '9') value = argv[optind++];
-    row.set(line, value);
-}
-
 }  // namespace
 
 const ToolCommand &commandNamed(const std::string &name) {
@@ -101,41 +59,44 @@ const ToolCommand &commandNamed(const std::string &name) {
     throw Failure(Status::BadArguments, "unknown command '" + name + "'" + hintFor(name));
 }
 
-std::span<const OptionRow> optionRows() {
-    return kRows;
+std::vector<support::OptionRow> optionRows(CommandLine &line) {
+    using support::raise, support::store;
+    return {
+        {"socket", "FILE", "The daemon's local socket [/run/kv1905d.sock, or the same name in /tmp]",
+         store(line.run.socket)},
+        {"data-model", "FILE", "The daemon's JSON file [/tmp/kv1905_datamodel.json]", store(line.dataModel)},
+        {"file", "FILE", "Show this JSON file, with or without a daemon", store(line.file)},
+        {"plugin", "FILE", "Plug-in library that makes the commands [libkvMAP1905.so]", store(line.run.plugin)},
+        {"timeout", "SECONDS", "Seconds to wait for the daemon, other tools and the agent [10]",
+         [&line](const std::string &value) { setTimeout(line, value); }},
+        {"no-wait", nullptr, "Do not wait for an agent's answer",
+         [&line](const std::string &) { line.run.wait = false; }},
+        {"watch", "[SECONDS]", "Show again and again, every 2 seconds or as given",
+         [&line](const std::string &value) { setWatch(line, value); }},
+        {"json", nullptr, "Print JSON", [&line](const std::string &) { line.json = line.run.json = true; }},
+        {"help", nullptr, "Print help about the tool or a command", raise(line.wantsHelp), 'h'},
+        {"version", nullptr, "Print the version", raise(line.wantsVersion)},
+    };
 }
 
-CommandLine parseCommandLine(int argc, char **argv) {
+CommandLine parseCommandLine(int argc, const char *const *argv) {
     CommandLine line;
-    const std::vector<option> options = longOptions();
-    opterr = 0;
-    optind = 0;  // starts afresh
-    while (optind < argc) {
-        int row = -1;
-        const int found = getopt_long(argc, argv, "+:h", options.data(), &row);
-        if (found == 'h') {
-            line.wantsHelp = true;
-        } else if (found == '?' || found == ':') {
-            throw Failure(Status::BadArguments,
-                          std::string(found == '?' ? "unknown option '" : "a value is missing after '") +
-                              argv[optind - 1] + "'; see kv1905App --help");
-        } else if (found >= 0) {
-            setOption(line, kRows[row], argv);
-        } else if (optind < argc && line.command == nullptr) {
-            const std::string name = argv[optind++];
-            line.command = &commandNamed(name);
-            if (!isRaw(*line.command)) continue;
-            line.arguments.assign(argv + optind, argv + argc);
-            line.wantsHelp |=
-                line.arguments == std::vector<std::string>{"--help"} && line.command->action != Action::View;
-            break;
-        } else if (optind < argc) {
-            line.arguments.push_back(argv[optind++]);
+    std::vector<support::OptionRow> rows = optionRows(line);
+    support::OptionReader reader("kv1905App", argc, argv, rows);
+    while (const std::optional<std::string> word = reader.nextWord()) {
+        if (line.command != nullptr) {
+            line.arguments.push_back(*word);
+            continue;
         }
+        line.command = &commandNamed(*word);
+        if (!isRaw(*line.command)) continue;
+        line.arguments = reader.rest();
+        line.wantsHelp |= line.arguments == std::vector<std::string>{"--help"} && line.command->action != Action::View;
+        break;
     }
     const bool shows = line.command == nullptr || line.command->action == Action::Show;
-    if (!shows && line.watch) throw Failure(Status::BadArguments, "--watch is for 'show'");
-    if (!shows && !line.file.empty()) throw Failure(Status::BadArguments, "--file is for 'show'");
+    if (!shows && line.watch) throw support::BadOption("--watch is for 'show'");
+    if (!shows && !line.file.empty()) throw support::BadOption("--file is for 'show'");
     return line;
 }
 

@@ -3,7 +3,6 @@
 
 #include <chrono>
 #include <optional>
-#include <span>
 #include <string>
 #include <vector>
 
@@ -11,6 +10,7 @@
 #include "defaults.h"
 #include "result_file.h"
 #include "run.h"
+#include "support/options.h"
 
 namespace kv1905d {
 
@@ -26,18 +26,12 @@ struct CommandLine {
     RunOptions run{kDefaultPlugin, usualSocketPath(), kResultFile, std::chrono::seconds(10), true};
 };
 
-struct OptionRow {
-    const char *name;
-    const char *value;  // that follows, in [] when it may be missing; null for a flag
-    const char *help;
-    void (*set)(CommandLine &line, const std::string &value);
-};
-std::span<const OptionRow> optionRows();
+std::vector<support::OptionRow> optionRows(CommandLine &line);
 
 // By name or number. Throws Failure with a hint.
 const ToolCommand &commandNamed(const std::string &name);
 
-// The command is null when the line has none, allowed only with --help and --version. Throws Failure.
-CommandLine parseCommandLine(int argc, char **argv);
+// The command is null when the line has none, allowed only with --help and --version. Throws Failure and BadOption.
+CommandLine parseCommandLine(int argc, const char *const *argv);
 
 }  // namespace kv1905d

@@ -21,10 +21,6 @@ std::string row(const std::string &name, const std::string &text) {
     return "  " + name + std::string(kNameWidth - std::min(kNameWidth - 1, name.size()), ' ') + text + "\n";
 }
 
-std::string optionName(const OptionRow &option) {
-    return std::string("--") + option.name + (option.value == nullptr ? "" : std::string(" ") + option.value);
-}
-
 std::string noteOn(const ToolCommand &command) {
     const auto isIt = [&](const Note &each) { return each.name == command.name; };
     const auto found = std::find_if(std::begin(kNotes), std::end(kNotes), isIt);
@@ -97,10 +93,12 @@ std::set<std::string> valuesOf(const Argument &argument, std::span<const std::st
 
 // Whether the value of that option is the next word.
 bool isBeforeValue(const std::string &word) {
-    const auto isIt = [&](const OptionRow &row) {
+    const auto isIt = [&](const support::OptionRow &row) {
         return row.value != nullptr && row.value[0] != '[' && word == std::string("--") + row.name;
     };
-    return std::any_of(optionRows().begin(), optionRows().end(), isIt);
+    CommandLine line;
+    const std::vector<support::OptionRow> rows = optionRows(line);
+    return std::any_of(rows.begin(), rows.end(), isIt);
 }
 
 // The words after a remote command's name are its own.
@@ -134,9 +132,8 @@ std::string toolHelp() {
     for (const ToolCommand &command : kToolCommands)
         text += row(command.name, command.help);
     text += "\nA DEVICE is " + std::string(kDevice.values) + ".\n\nOptions:\n";
-    for (const OptionRow &option : optionRows())
-        text += row(optionName(option), option.help);
-    text += "\nExit status:\n";
+    CommandLine line;
+    text += support::optionHelp(optionRows(line)) + "\nExit status:\n";
     for (size_t i = 0; i < std::size(kStatusTexts); ++i)
         text += "  " + std::to_string(i) + "  " + kStatusTexts[i] + "\n";
     return text + "\nExample: kv1905App reboot agent1\n";
@@ -166,8 +163,9 @@ std::string manualPage() {
             roffEntry(usageOf(command), text + noteOn(command) + numbersOf(command) + "Example: " + exampleOf(command));
     }
     page += ".SH OPTIONS\n";
-    for (const OptionRow &option : optionRows())
-        page += roffEntry(optionName(option), std::string(option.help) + ".");
+    CommandLine line;
+    for (const support::OptionRow &option : optionRows(line))
+        page += roffEntry(support::synopsis(option), std::string(option.help) + ".");
     page += ".SH EXIT STATUS\n";
     for (size_t i = 0; i < std::size(kStatusTexts); ++i)
         page += roffEntry(std::to_string(i), kStatusTexts[i]);
@@ -209,7 +207,8 @@ std::string wordsAfter(std::span<const std::string> words, Network &network) {
     if (isValue) return "";  // the shell completes names of files
     const ToolCommand *command = before.empty() ? nullptr : findToolCommand(before.front());
     if (!words.empty() && words.back().starts_with('-')) {
-        for (const OptionRow &option : optionRows())
+        CommandLine line;
+        for (const support::OptionRow &option : optionRows(line))
             values.insert(std::string("--") + option.name);
     } else if (command == nullptr || command->action == Action::Help) {
         for (const ToolCommand &each : kToolCommands)

@@ -7,6 +7,7 @@
 #include <system_error>
 
 #include "support/json.h"
+#include "support/options.h"
 
 namespace kv1905d {
 namespace {
@@ -46,6 +47,7 @@ Status statusOf(int error) {
 
 CommandResult failureOf(const std::exception &error) {
     if (const auto *failure = dynamic_cast<const Failure *>(&error)) return {failure->status, failure->what(), {}, {}};
+    if (dynamic_cast<const support::BadOption *>(&error) != nullptr) return {Status::BadArguments, error.what(), {}, {}};
     const auto *system = dynamic_cast<const std::system_error *>(&error);
     const Status status = system == nullptr ? Status::Failure : statusOf(system->code().value());
     const bool isClosed = system != nullptr && system->code().value() == EACCES;

@@ -4,6 +4,7 @@
 
 #include "daemon/daemon.h"
 #include "daemon/supervisor.h"
+#include "support/options.h"
 
 namespace {
 
@@ -30,7 +31,7 @@ int main(int argc, char **argv) {
         const std::optional<kv1905d::Options> options = kv1905d::parseOptions(argc, argv);
         if (!options) return kDone;
         return kv1905d::supervise([&](kv1905d::Heartbeat heartbeat) { return run(*options, std::move(heartbeat)); });
-    } catch (const kv1905d::BadOption &error) {
+    } catch (const support::BadOption &error) {
         return reportError(error, kBadOption);
     } catch (const std::exception &error) {
         return reportError(error, kFailed);

@@ -2,7 +2,6 @@
 #pragma once
 
 #include <optional>
-#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -28,12 +27,7 @@ struct Options {
     bool trace = false;  // print every vendor message on standard output
 };
 
-// One line that names the option, the interface or the value at fault.
-struct BadOption : std::runtime_error {
-    using std::runtime_error::runtime_error;
-};
-
-// Nothing when help or version was printed. Throws BadOption.
+// Returns nothing after printing help or version. Throws support::BadOption.
 std::optional<Options> parseOptions(int argc, const char *const *argv);
 
 }  // namespace kv1905d

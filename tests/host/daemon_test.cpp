@@ -36,6 +36,14 @@ TEST(Options, AcceptsValuesAndReportsBadOnes) {
         const std::string text = resultOf([&] { daemonOptions({option.c_str(), value.c_str()}); }).meaning;
         EXPECT_CONTAINS(value, text);
     }
+    constexpr const char *kFile = "/tmp/kv1905d.conf";
+    std::ofstream(kFile) << "# comment\nquery-interval = 30\ndiscovery-interval=10\ntrace\n";
+    const auto merged = daemonOptions({"--discovery-interval", "20", "--config", kFile});
+    EXPECT_TRUE(merged->trace && merged->queryInterval == 30 && merged->discoveryInterval == 20);
+    std::ofstream(kFile) << "\nbridges = br0\n";
+    EXPECT_SAYS("kv1905d.conf:2: unknown option 'bridges'", resultOf([&] {
+                                                                daemonOptions({"--config", kFile});
+                                                            }).meaning);
 }
 
 constexpr TimePoint kNow{Duration(5000)};
