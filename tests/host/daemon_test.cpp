@@ -41,9 +41,8 @@ TEST(Options, AcceptsValuesAndReportsBadOnes) {
     const auto merged = daemonOptions({"--discovery-interval", "20", "--config", kFile});
     EXPECT_TRUE(merged->trace && merged->queryInterval == 30 && merged->discoveryInterval == 20);
     std::ofstream(kFile) << "\nbridges = br0\n";
-    EXPECT_SAYS("kv1905d.conf:2: unknown option 'bridges'", resultOf([&] {
-                                                                daemonOptions({"--config", kFile});
-                                                            }).meaning);
+    const std::string text = resultOf([&] { daemonOptions({"--config", kFile}); }).meaning;
+    EXPECT_CONTAINS("kv1905d.conf:2: unknown option 'bridges'", text);
 }
 
 constexpr TimePoint kNow{Duration(5000)};
