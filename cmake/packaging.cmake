@@ -13,7 +13,7 @@ if(KV_BUILD_HOST)
 endif()
 set(CPACK_DEB_COMPONENT_INSTALL ON)
 set(CPACK_STRIP_FILES ON)
-# Files are made for their final place under DESTDIR, as a distribution's build does it.
+# Builds files for their final location under DESTDIR, as a distribution does.
 set(CPACK_SET_DESTDIR ON)
 set(CPACK_INSTALL_PREFIX /usr)
 set(CPACK_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS

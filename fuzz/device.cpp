@@ -108,7 +108,7 @@ void checkRecord(const KvDevVendorData &dev, bool isLocal) {
     require(isLocal || count <= kv::kMaxTableStations, "a device's stations are bounded");
 }
 
-// Two decoders are left out, because they apply a setting.
+// Leaves out two decoders, which apply a setting.
 void checkSent(const Bytes &value) {
     if (value.at(0) == 0x00) return require(value.size() == 39, "only whole messages of Intel's are sent");
     require(value.size() >= kv::kEnvelopeLen && value.size() <= KV_VEND_MSG_BUFFER_LEN &&

@@ -1,4 +1,4 @@
-// Shared by the fuzz targets: input, its division into steps, and checks.
+// Shared code of the fuzz targets: input, its division into steps, and checks.
 #pragma once
 
 #include <algorithm>
@@ -37,7 +37,7 @@ struct Step {
     std::string text() const { return {body.begin(), body.end()}; }
 };
 
-// Divides the steps, so that the fuzzer's own mutations remove, repeat and exchange whole ones.
+// Separates the steps, so that the fuzzer's own mutations remove, repeat and exchange whole ones.
 inline constexpr uint8_t kMark[] = {0xF5, 0x5F, 0xA5};
 inline constexpr size_t kMaxSteps = 64;
 

@@ -1,4 +1,4 @@
-// Frames from two links against the whole host but its sockets: the node, onboarding, trace, the data-model file, and
+// Sends frames on two links to the whole host except its sockets: the node, onboarding, trace, the data-model file, and
 // the codec of messages.
 #include "daemon/node.h"
 

@@ -105,7 +105,7 @@ KV_PLATFORM_API int kcfgFeObjStructSet(uint32_t number, KcfgInstanceIndex *index
     return structSet(__func__, number, index, value, options);
 }
 
-// Saving already applies the LEDs, the only number that the stand-in applies, so both calls are the same.
+// Does the same as saving, which already applies the LEDs, the only setting that the stand-in applies.
 KV_PLATFORM_API int kcfgFeObjStructSetWithoutApply(uint32_t number, KcfgInstanceIndex *index, void *value,
                                                    const char *options) {
     return structSet(__func__, number, index, value, options);

@@ -25,7 +25,7 @@ struct ConfigField {
     unsigned highest;  // of a number
 };
 
-// Bits of "FactoryResetUnpurgedList": what a partial reset keeps.
+// Bits of "FactoryResetUnpurgedList": objects that a partial reset keeps.
 enum : unsigned {
     kKeepAccounts = 1,
     kKeepMesh = 2,  // needed to join the mesh again: the radios' country and the key of the password sync

@@ -25,7 +25,7 @@ constexpr int kDepthLimit = 16;       // levels of JSON
 constexpr const char *kDeviceConfigPath = "/tmp/.kv1905_conf";
 constexpr int kStyle = JSON_C_TO_STRING_PRETTY | JSON_C_TO_STRING_SPACED | JSON_C_TO_STRING_NOSLASHESCAPE;
 
-// Seen from the directory of the library or the command: of a build tree, libexec/kv1905, lib/TRIPLET/kv1905.
+// Relative to the directory of the library or the command: of a build tree, libexec/kv1905, lib/TRIPLET/kv1905.
 constexpr const char *kDefaultsNearby[] = {"../share/kv1905/kcfg_defaults.json",
                                            "../../share/kv1905/kcfg_defaults.json",
                                            "../../../share/kv1905/kcfg_defaults.json"};
@@ -122,7 +122,7 @@ JsonPtr readDocument(const std::string &path) {
     }
 }
 
-// Factory defaults must be whole, because everything else falls back on them.
+// Factory defaults must be complete, because every missing value falls back to them.
 JsonPtr readDefaults() {
     const std::string path = defaultsPath();
     try {

@@ -22,7 +22,7 @@ class ConfigStore {
   public:
     enum class Access { Read, Change };
 
-    // Access::Change keeps other writers away until the store is destroyed.
+    // Access::Change excludes other writers until the store is destroyed.
     ConfigStore(Access access, Report report);
 
     size_t count(const ConfigObject &object) const;

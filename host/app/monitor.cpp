@@ -20,7 +20,7 @@ constexpr Duration kLookEvery{1000};  // at the data model
 
 // AL MACs of a link's devices; the second one is empty for a device.
 using Ends = std::pair<std::string, std::string>;
-// Devices or links: how people call them.
+// Descriptions of devices or links for people.
 using Parts = std::map<Ends, std::string>;
 
 struct Picture {

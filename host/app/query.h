@@ -1,4 +1,4 @@
-// Commands that end with a vendor message: what it contains, as a table or as JSON.
+// Commands that end with a vendor message, whose contents they print as a table or as JSON.
 #pragma once
 
 #include <string>

@@ -159,8 +159,9 @@ struct ToolCommand {
     const char *example;  // arguments
     std::span<const Argument> arguments;
     Action action;
-    uint32_t code = 0;            // posted to the daemon by Action::Run
-    const char *entry = nullptr;  // symbol in the plug-in; null: the buffer consists of the arguments, all MAC addresses
+    uint32_t code = 0;  // posted to the daemon by Action::Run
+    const char *entry =
+        nullptr;  // symbol in the plug-in; null: the buffer consists of the arguments, all MAC addresses
     Completion completion = Completion::Accepted;
     const char *permission = nullptr;        // the device's field in the JSON file: whether it allows this
     std::span<const Meaning> meanings = {};  // of results beyond the common ones
@@ -217,8 +218,7 @@ struct Note {
     const char *text;
 };
 inline constexpr Note kNotes[] = {
-    {"show",
-     "Prints the age of the data. Ends with status 6 when no daemon runs, unless --file names a file to show."},
+    {"show", "Prints the age of the data. Ends with status 6 when no daemon runs, unless --file names a file to show."},
     {"power",
      "INTERFACE 00:00:00:00:00:00 means every interface of the MEDIA-TYPE, which is then required.\n"
      "Agents of this build acknowledge the request, but switch no radio."},
@@ -235,7 +235,7 @@ inline constexpr Note kNotes[] = {
     {"post", "Interfaces of one power request are answered one by one: the last result counts."},
 };
 
-// Words after such a command's name may look like options of the tool.
+// Returns whether the words after the command's name may look like options of the tool.
 inline bool isRaw(const ToolCommand &command) {
     return command.code == KV_CMD_COMMAND || command.action == Action::View || command.action == Action::Completion;
 }

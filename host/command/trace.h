@@ -13,7 +13,7 @@ namespace kv1905d {
 // peer: the other device's AL MAC, or a word for many.
 std::string traceLine(Direction direction, std::string_view peer, uint16_t msgId, const VendorMessage &message);
 
-// Prints the line with the time of day on standard output, at once.
+// Prints the line with the time of day on standard output, without buffering.
 void printTrace(const std::string &line);
 
 }  // namespace kv1905d

@@ -69,7 +69,7 @@ Reply handlePost(ByteView message, const CommandActions &actions) {
     if (!actions.run) return {Verdict::NoPlugin};
     const CommandRow *row = findCommandRow(post->code);
     if (row != nullptr && post->buffer.size() < row->size) return {Verdict::ShortBuffer, row->size};
-    // Longer than any post: a text is terminated, and a code without a row reads zeros past its end.
+    // Exceeds any post: a text is terminated, and a code without a row reads zeros past its end.
     alignas(std::max_align_t) std::array<uint8_t, kMaxCommandSize + alignof(std::max_align_t)> copy{};
     std::copy(post->buffer.begin(), post->buffer.end(), copy.begin());
     const Verdict verdict = row == nullptr ? Verdict::Accepted : verdictOn(*row, post->buffer, actions);

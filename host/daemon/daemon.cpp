@@ -269,7 +269,7 @@ void Daemon::checkLinks() {
         attempt([this, port] { checkLink(port); });
 }
 
-// Reading them costs five files, and any device may request them.
+// Caches the statistics: reading them takes five files, and any device may request them.
 const LinkStatistics &Daemon::linkStatistics(size_t port) {
     PortSocket &socket = ports_[port];
     const TimePoint now = EventLoop::now();

@@ -89,7 +89,7 @@ void enlargeBuffers(int fd) {
     }
 }
 
-// Protocol 0: nothing arrives before bindTo names one, so no frame slips past a filter that is not there yet.
+// Opens with protocol 0: nothing arrives before bindTo sets one, so no frame bypasses the filter.
 FileDescriptor openPacketSocket(const std::string &interface, int *index) {
     *index = interfaceIndex(interface);
     if (*index == 0) throw failureOf(interface, "look up");

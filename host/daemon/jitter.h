@@ -1,4 +1,4 @@
-// Random durations: many devices must not act in step.
+// Random durations, so that many devices do not act at the same time.
 #pragma once
 
 #include <random>

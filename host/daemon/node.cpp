@@ -348,7 +348,7 @@ void Node::linksChanged(TimePoint now) {
     notifySoon(now);
 }
 
-// Several changes within the spacing make one notification.
+// Combines several changes within the spacing into one notification.
 void Node::notifySoon(TimePoint now) {
     notificationDue_ = std::min(notificationDue_, std::max(now, earliestNotification_));
 }

@@ -57,7 +57,7 @@ class SettingsGuard {
     // Charges the time that the plug-in spent on the message that was admitted last.
     void charge(Duration used, TimePoint now);
 
-    // Notes a message to one other device, whose result is admitted when it is a command.
+    // Records a message to one other device. If it is a command, its result is admitted.
     void sent(const MacAddress &alMac, uint16_t msgId, const VendorMessage &message, TimePoint now);
 
     // Messages refused since the start.

@@ -1,4 +1,4 @@
-// Points in time and durations. Points are always passed in, so that tests decide what time it is.
+// Points in time and durations. Callers pass the current time, so that tests control it.
 #pragma once
 
 #include <chrono>

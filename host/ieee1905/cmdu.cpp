@@ -83,7 +83,7 @@ class FrameCutter {
         append(encoded, tlv);
         ByteView rest = encoded;
         while (rest.size() > kMaxBody) {
-            // Leave no tail shorter than an end of message: receivers drop such frames.
+            // Leaves no tail shorter than an end of message: receivers drop such frames.
             const size_t tail = rest.size() - kMaxBody;
             const size_t part = tail < kTlvHeaderSize ? kMaxBody - kTlvHeaderSize : kMaxBody;
             append(frames_.back(), rest.first(part));

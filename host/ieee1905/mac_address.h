@@ -26,7 +26,7 @@ struct MacAddress {
         return mac;
     }
 
-    // Lower-case hex digits and colons.
+    // Writes lower-case hex digits and colons.
     std::array<char, 17> characters() const {
         constexpr char digits[] = "0123456789abcdef";
         std::array<char, 17> out;

@@ -1,4 +1,4 @@
-// Puts the fragments of a message together again; bounded in messages, bytes and time.
+// Reassembles fragmented messages; bounded in messages, bytes and time.
 #pragma once
 
 #include <map>

@@ -10,7 +10,7 @@
 
 namespace kv1905d {
 
-// Bounds of what one device may report; more is refused.
+// Limits on what one device may report; more is refused.
 inline constexpr size_t kMaxInterfaces = 64;
 inline constexpr size_t kMaxNeighbours = 256;
 
@@ -57,7 +57,7 @@ std::optional<VendorSpecific> parseVendorSpecific(ByteView value);
 Tlv macTlv(TlvType type, const MacAddress &mac);
 Tlv deviceInformationTlv(const DeviceInformation &device);
 Tlv ieee1905NeighboursTlv(const Ieee1905Neighbours &neighbours);
-// Texts are cut to 64 bytes.
+// Cuts the texts to 64 bytes.
 Tlv deviceIdentificationTlv(std::string_view name, std::string_view manufacturer, std::string_view model);
 
 // The contents of a topology response.

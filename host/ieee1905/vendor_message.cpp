@@ -143,7 +143,7 @@ void password(Payload &in) {
     in.take(256);  // scrambled
 }
 
-// Three digits, then as many characters; a NUL ends the text.
+// Reads three digits and as many characters; a NUL ends the text.
 void stationRecords(Payload &in) {
     const ByteView whole = in.take(in.number(2, 1300));
     Payload records(whole.first(static_cast<size_t>(std::find(whole.begin(), whole.end(), 0) - whole.begin())));

@@ -20,7 +20,7 @@ enum class Admission {
     Unknown         // not in the table: a type of the vendor's or Intel's set
 };
 
-// Texts are printable ASCII without an end of line, whatever the message holds.
+// Texts are always printable ASCII without an end of line.
 struct VendorMessage {
     std::string name{};      // of the message type, or words for an unknown one
     bool isForeign = false;  // of an OUI that the plug-in does not handle

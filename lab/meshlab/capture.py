@@ -37,7 +37,7 @@ def open_tap(interface):
         tap.setsockopt(socket.SOL_SOCKET, SO_RCVBUFFORCE, RECEIVE_BUFFER)
     except PermissionError:  # inside a user namespace the system-wide limit holds
         tap.setsockopt(socket.SOL_SOCKET, socket.SO_RCVBUF, RECEIVE_BUFFER)
-    # Bound last: nothing arrives before the filter is in place.
+    # Binds last: nothing arrives before the filter is in place.
     tap.bind((interface, ETH_P_ALL))
     return tap
 

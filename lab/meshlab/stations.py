@@ -26,7 +26,7 @@ class Band:
 
 OFDM = (6000, 9000, 12000, 18000, 24000, 36000, 48000, 54000)
 
-# Two spatial streams from 11n on; 20 MHz at 2.4 GHz, at 5 GHz 40 (11n) and 80.
+# Assumes two spatial streams from 11n on; 20 MHz at 2.4 GHz, at 5 GHz 40 (11n) and 80.
 BANDS = (
     Band("/tmp/assoc_list.24g", "wl0", -92, (
         Standard(0x0001, 1, (1000, 2000, 5500, 11000)),
@@ -113,7 +113,7 @@ class StationFiles:
 class Population:
     """Stations of several devices. The same seed and calls produce the same stations."""
 
-    # Chances per second, of a station and of a vacant place.
+    # Probabilities per second, of a station and of a vacant place.
     LEAVES, ROAMS, RETURNS = 0.005, 0.01, 0.2
 
     def __init__(self, devices, seed):

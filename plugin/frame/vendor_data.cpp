@@ -32,7 +32,7 @@ bool hasChanged(const char *path, uint32_t &loadedAt) {
     return changed;
 }
 
-// isFirst: loads both files whatever their times, which may be 0 on a read-only image.
+// isFirst: loads both files regardless of their times, which may be 0 on a read-only image.
 void loadFiles(KvDevVendorData *dev, bool isController, bool isFirst) {
     if (hasChanged(kDeviceConfigPath, dev->confFileMtime) || isFirst) {
         LOG_DEVICE(KV_LOG_DEBUG, "initialize KOVAN device configuration\n");

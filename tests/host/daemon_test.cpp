@@ -252,7 +252,7 @@ TEST(Daemon, ReopensAReplacedInterface) {
     EXPECT_EQ(postCommand(usualSocketPath(), {kCommandRssi, rssi}, kDaemonPatience).verdict, Verdict::UnknownStation);
     EXPECT_TRUE(isSent("02005E0A0102 0000 0000 0000 A6 00 64 0000"));
 
-    // A lost link removes its neighbours; a new link is announced on at once.
+    // A lost link removes its neighbours; the device announces itself on a new link at once.
     const Message discovery{kTopologyDiscovery, 2, false, {macTlv(kTlvAlMac, mac(2)), macTlv(kTlvMacAddress, mac(2))}};
     await("/kv1905/DeviceList/0/NeighborList/0/ID", mac(2).text(), &discovery);
     EXPECT_EQ(std::system("ip link set cable0 down"), 0);

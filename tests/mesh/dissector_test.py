@@ -216,7 +216,7 @@ class Frames(unittest.TestCase):
         for (kind, what, expected, _), row in zip(cases, dissect_frames([frame for *_, frame in cases])):
             self.assertIn(expected, notes(row), f"type {kind}, {what}")
 
-    # The last frame of a message shows all of it, whatever the order of its frames.
+    # The last frame of a message shows all of it, in any order of frames.
     def test_fragments_are_shown_in_the_last_frame(self):
         messages = (CONF_RESPONSE, SAMPLES["CONF_RESP"]), (POWER_REQUEST, TO + b"\0\2")
         whole = b"".join(tlv(TLV_VENDOR, vendor_message(SENDER, *message)) for message in messages) + END

@@ -6,7 +6,7 @@
 
 namespace kvtest {
 
-// Writes a whole executable file. Its modification time is by turns before and after those of all earlier calls.
+// Writes a whole executable file. Its modification time is alternately before and after those of all earlier calls.
 void writeFile(const std::string &path, const std::string &text);
 std::string readFile(const std::string &path);
 bool exists(const std::string &path);

@@ -58,8 +58,7 @@ class FakeHost {
     // Passes a TLV value to the plug-in in a block of exactly its size, so that a read past it is caught.
     void receive(const Mac &source, const Bytes &value, uint16_t msgId, bool hasLength = true);
 
-    // Passes an operator command to the plug-in, in a block of its own size at an odd address: no alignment is
-    // guaranteed.
+    // Passes an operator command to the plug-in, in a separate block at an odd address: no alignment is guaranteed.
     void command(uint32_t code, const Bytes &buffer);
 
     std::map<Mac, std::unique_ptr<KvDevVendorData>> devices;

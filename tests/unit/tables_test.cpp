@@ -1,4 +1,4 @@
-// Tables at their limits: stations of another device, queries that wait for an answer. tests/scenarios has the rest.
+// Tables at their limits: stations of another device, unanswered queries. tests/scenarios has the rest.
 #include <gtest/gtest.h>
 #include <linux/seccomp.h>
 #include <sys/prctl.h>

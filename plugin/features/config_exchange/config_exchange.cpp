@@ -225,7 +225,7 @@ int sendConfResp(const KvRecvVendTlv *source, uint16_t msgId, uint8_t mcast) {
         LOG_DB(KV_LOG_WARNING, "device config NULL when handle config query msgId %04x\n", msgId);
         return KV_RET_ERR;
     }
-    // 34 KB: too much for the stack of a host that may be a small thread.
+    // Allocates 34 KB on the heap: too much for the stack of a small host thread.
     const auto response = allocateRecord<KvConfRespData>();
     if (response == nullptr) return failedToRespond(msgId, mcast == 1);
     fillResponse(*response, *dev);

@@ -22,7 +22,7 @@ struct FWalmacHead {
     FWalmacEntry *first;  // the oldest
 };
 
-// Exists from the first addition on.
+// Allocated by the first addition.
 extern FWalmacHead *FWalmacDataHead;
 
 // status: FW_STATE_*; only 4 and 5 are listed. Returns KV_RET_ERR without memory, and for another status, a duplicate
@@ -36,7 +36,7 @@ FWalmacEntry *findFWupgradealmac(const uint8_t *alMac);
 // Mirrors the list after waiting: seconds. An empty list removes the file.
 void writeKvFWupgradeFile(unsigned wait = 1);
 
-// Empties the list as at start; the file stays.
+// Empties the list; the file stays.
 void clearFWupgradeList();
 
 }  // namespace kv

@@ -72,7 +72,7 @@ int handleWifiStateReqMsg(const KvRecvVendTlv *source, uint16_t msgId) {
 
 int handleWifiStateRespMsg(const KvRecvVendTlv *source, uint16_t msgId, KvVendMsg *msg) {
     LOG_MSG(KV_LOG_NOTICE, "received VEND_MSG_TYPE_WIFI_STATE_RESP msgId %04x\n", msgId);
-    // Owns the entries of the view from here on, whatever the outcome.
+    // Owns the entries of the view from here on.
     const OwnedStations stations(static_cast<WIFINeighborList *>(msg->payload));
     msg->payload = nullptr;
     uint8_t alMac[KV_MAC_LEN] = {};
