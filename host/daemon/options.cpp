@@ -205,8 +205,8 @@ std::optional<Options> parseOptions(int argc, const char *const *argv) {
         std::printf(
             "Usage: kv1905d --interface IFNAME [OPTION...]\n"
             "Development host for the kv1905 plug-in: one IEEE 1905.1 device per process.\n\nOptions:\n%s\n"
-            "Exit status: 0 after SIGTERM or SIGINT, 1 when an interface, a file or the plug-in failed, 2 for a bad "
-            "option\n",
+            "Exit status:\n  0  ended by SIGTERM or SIGINT\n  1  an interface, a file or the plug-in failed\n"
+            "  2  bad option\n",
             support::optionHelp(rows).c_str());
     }
     if (given.wantsVersion) std::puts("kv1905d " KV1905_VERSION);
