@@ -1,14 +1,20 @@
 #!/bin/bash
-# plugin_binary.sh LIBRARY HEADER: the built plug-in exports exactly the names that HEADER declares with KVMAP1905_API (<).
-# It needs only libc, json-c and the platform library, not the C++ runtime, and on a 64-bit machine fopen and time by
-# these names. With musl, libc has another name and each library exports _init and _fini.
+# plugin_binary.sh LIBRARY HEADERS MAJOR: the built plug-in exports exactly the names that kvMAP1905.h declares with
+# KVMAP1905_API (<). It has its own name, and needs only libc, json-c and the platform library, not the C++ runtime, and
+# on a 64-bit machine fopen and time by these names. With musl, libc has another name and each library exports _init and
+# _fini.
 set -eu
-library=$1 header=$2
+library=$1 headers=$2 major=$3
 export LC_ALL=C
-diff <(grep -v '^#' "$header" | tr '\n' ' ' | grep -o 'KVMAP1905_API [^;([]*' | grep -o '[A-Za-z0-9_]*$' | sort) \
-    <(nm -D --defined-only "$library" | awk '{print $3}' | grep -vx '_init\|_fini' | sort)
-diff <(printf '%s\n' libc.so.6 libjson-c.so.5 libkvplatform.so) \
-    <(readelf -d "$library" | sed -n 's/.*(NEEDED).*\[\(.*\)\]/\1/p' | sed 's/^libc\.so$/&.6/' | sort)
+names=$(nm -D --defined-only "$library" | awk '{print $3}' | grep -vx '_init\|_fini' | sort)
+diff <(grep -v '^#' "$headers/kvMAP1905.h" | tr '\n' ' ' | grep -o 'KVMAP1905_API [^;([]*' |
+    grep -o '[A-Za-z0-9_]*$' | sort) <(echo "$names")
+diff <(printf '%s\n' libc.so.6 libjson-c.so.5 libkvMAP1905.so libkvplatform.so) \
+    <(readelf -d "$library" | sed -n 's/.*(\(NEEDED\|SONAME\)).*\[\(.*\)\]/\2/p' | sed 's/^libc\.so$/&.6/' | sort)
+# The major version with a sum of exported names and asserted layouts: neither changes alone. This cannot show a new sum
+# for an old version, nor changed parameters, constants or meanings.
+abi="$major $({ echo "$names" && sed -n '/^K[A-Z]*_LAYOUT(/,/;/p' "$headers"/*.h | tr -d '[:space:]'; } | cksum)"
+[[ $abi == "1 3550501289 7530" ]] || { echo "major version, exports and layouts change together: $abi" >&2 && exit 1; }
 if readelf -h "$library" | grep ELF64 >/dev/null; then
     ! nm -D --undefined-only "$library" | grep '64@'
 fi
