@@ -1,10 +1,16 @@
 # Runs in cpack between installation and packaging: adds what Debian requires in a package, and compresses pages.
+file(STRINGS ${CMAKE_CURRENT_LIST_DIR}/../CHANGELOG.md release REGEX "^## \\[${CPACK_PACKAGE_VERSION}\\] - ")
+if(NOT release MATCHES " - ([-0-9]+)$")
+  message(FATAL_ERROR "CHANGELOG.md has no date for ${CPACK_PACKAGE_VERSION}")
+endif()
+execute_process(COMMAND date -R -u -d ${CMAKE_MATCH_1} OUTPUT_VARIABLE date OUTPUT_STRIP_TRAILING_WHITESPACE
+                COMMAND_ERROR_IS_FATAL ANY)
 foreach(component IN LISTS CPACK_COMPONENTS_ALL)
   string(TOUPPER ${component} upper)
   set(root ${CPACK_TEMPORARY_DIRECTORY}/${component}/usr)
   set(documents ${root}/share/doc/${CPACK_DEBIAN_${upper}_PACKAGE_NAME})
   configure_file(${CMAKE_CURRENT_LIST_DIR}/copyright ${documents}/copyright COPYONLY)
-  configure_file(${CMAKE_CURRENT_LIST_DIR}/changelog ${documents}/changelog COPYONLY)
+  configure_file(${CMAKE_CURRENT_LIST_DIR}/changelog.in ${documents}/changelog @ONLY)
   if(EXISTS ${CMAKE_CURRENT_LIST_DIR}/${component}/lintian-overrides)
     configure_file(${CMAKE_CURRENT_LIST_DIR}/${component}/lintian-overrides
                    ${root}/share/lintian/overrides/${CPACK_DEBIAN_${upper}_PACKAGE_NAME} COPYONLY)

@@ -34,10 +34,10 @@ testInstall() {
 }
 
 testDebian() {
-    local packages=$build/packages asRoot=(sudo -n)
+    local packages=$build/packages asRoot=(sudo -n) command
     rm -rf "$packages"
-    quietly cpack --config "$build/CPackConfig.cmake"
-    [[ $(dpkg-parsechangelog -l "$source/packaging/changelog" -S Version) == "$version" ]] || fail "changelog: no $version"
+    read -ra command < <(sed -n 's/^    \(cpack .*[^ ]\) *#.*/\1/p' "$source/README.md")
+    quietly "${command[@]/build\/release/$build}"
     lintian --allow-root --fail-on error,warning "$packages"/*.deb || fail "lintian complains"
     ((EUID != 0)) || asRoot=()
     "${asRoot[@]}" true 2>/dev/null || { echo "packaging_test: this needs root, or sudo without a password" >&2; exit 77; }
@@ -73,6 +73,13 @@ testPackages() {
     quietly cc -Wall -Wextra -Werror -shared -fPIC $examples/minimal_platform.c "${options[@]}" -o /tmp/libkvplatform.so
     LD_LIBRARY_PATH=/tmp quietly /tmp/example "$plugin"
     quietly dpkg -i /tmp/input/kv1905-host*.deb
+    { printf 'KV1905_VERSION\nKV1905_VERSION_MAJOR.KV1905_VERSION_MINOR.KV1905_VERSION_PATCH\n' |
+        cc -E -P "${options[@]}" -include kv1905/version.h - | tr -d '" '
+      pkg-config --modversion kv1905
+      dpkg-query -W -f '${Version}\n' "${names[@]}"
+      for program in kv1905d kv1905App kv1905-view; do $program --version | cut -d' ' -f2; done
+    } >"$log"
+    [[ $(sort -u "$log") == "$version" ]] || fail "not all versions are $version: $(cat "$log")"
     quietly /tmp/example "$plugin"
     tshark -G protocols 2>"$log" | grep -qw kv1905 || fail "tshark does not find the dissector: $(cat "$log")"
     testService /usr/lib/systemd/system/kv1905d.service
