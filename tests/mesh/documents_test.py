@@ -1,4 +1,4 @@
-"""The commands of the documents: the mesh of the README is run, the files and presets of all commands exist."""
+"""The commands of the documents: those of the README are run, the files and presets of all exist."""
 
 import json
 import os
@@ -9,6 +9,15 @@ import unittest
 from pathlib import Path
 
 from lab import BUILD, ROOT, poll, run
+
+# Of the README, by their first words, with the reason.
+NOT_RUN = {
+    "./demo": "it builds for two minutes",
+    "./check": "it runs this test",
+    "cmake --preset release": "it changes the build under test",
+    "cmake --preset arm": "it builds for minutes, as check arm does",
+    "cpack": "packaging_test.sh runs this line",
+}
 
 
 def commands(document):
@@ -28,15 +37,20 @@ class Documents(unittest.TestCase):
                 found = any((Path(place) / path).exists() for place in (ROOT, BUILD))
                 self.assertTrue(found or "/" not in word or word[0] in "/$>", f"{word}: {command}")
 
-    def test_the_mesh_of_the_readme_runs_as_written(self):
+    def test_the_commands_of_the_readme_run_as_written(self):
         mesh = f"lab/mesh --name readme-{os.getpid()}"
         self.addCleanup(run, "sh", "-c", f"{mesh} down", cwd=ROOT)
+        left_out = {words for words in NOT_RUN for command in commands("README.md") if command.startswith(words)}
+        self.assertEqual(left_out, set(NOT_RUN))
         with tempfile.TemporaryDirectory() as directory:
             for command in commands("README.md"):
-                command = command.replace("/tmp/", f"{directory}/").replace("mesh up", f"mesh up --build {BUILD}")
-                command = command.replace("lab/mesh", mesh)
-                if command.startswith((mesh, "tshark")):  # agents are known after some seconds
-                    poll(lambda: run("sh", "-c", command, cwd=ROOT).returncode == 0, 20, command)
+                if command.startswith(tuple(NOT_RUN)):
+                    continue
+                for written, run_as in (("/tmp/", f"{directory}/"), ("build/release", BUILD),
+                                        ("mesh up", f"mesh up --build {BUILD}"), ("lab/mesh", mesh)):
+                    command = command.replace(written, run_as)
+                # Agents are known after some seconds.
+                poll(lambda: run("sh", "-c", command, cwd=ROOT).returncode == 0, 20, command)
 
 
 if __name__ == "__main__":
