@@ -1,9 +1,10 @@
 """Operator commands in a mesh: output of the tool, actions of the device, and their order."""
 
 import json
+import os
 import unittest
 
-from lab import ROOT, Capture, Mesh, MeshTest, poll, run
+from lab import BUILD, ROOT, Capture, Mesh, MeshTest, poll, run
 
 SUCCESS, REFUSED = 0, 3
 
@@ -19,8 +20,21 @@ class Operator(MeshTest):
             self.check_resets()
             self.check_reboots()
         capture.check(2, 3, 4, 5, 6, 7, 20, 21, 22, 23, 25, 26, 27, 32, 33, 35)
+        self.check_scenario(capture)
+
+    def check_scenario(self, capture):
+        """The captured steps have the same outcomes in the plug-in's tests, in a device with these interfaces."""
         steps = run(ROOT / "tools" / "capture-to-scenario", capture.path, "--as", self.far).stdout
         self.assertIn(" LED_CTRL_REQ local 00 => LED_CTRL_RESP 00, *\n", steps)
+        port, radio24, radio5 = (self.far.replace(":", "")[:-2] + end for end in ("10", "20", "21"))
+        title, *lines = steps.splitlines()
+        scenario = [title, f"interfaces {port} 1 {radio24} 0x103 {radio5} 0x105", "file conf ''",
+                    *(line for line in lines if "CONF_QUERY" not in line)]  # the answer has the device's uptime
+        played = run(ROOT / "lab" / "room", "--net", "--bin", f"{BUILD}/bin", "--", "sh", "-ec",
+                     'cp -r "$0" /tmp/played; cat >/tmp/played/captured.txt; mount --bind /tmp/played "$0"; '
+                     "tests/plugin_tests --gtest_filter=Scenarios.Out*", os.path.relpath(ROOT / "tests/scenarios", BUILD),
+                     cwd=BUILD, input="\n".join(scenario))
+        self.assertEqual(played.returncode, 0, played.stdout)
 
     def led(self):
         """Returns the LED state of the configuration service and of the plug-in's file."""
