@@ -151,7 +151,3 @@ class View(unittest.TestCase):
         first, last = (int(re.search(r"KV-(\d+)-", text)[1]) for text in (dom.by_id("data"), dom.devices[0]))
         self.assertGreater(last, first, "the drawn data is newer than the data that the page was delivered with")
         self.assertIn("has not written", dom.by_id("notice"), "its time stamp did not change for a minute")
-
-
-if __name__ == "__main__":
-    unittest.main()

@@ -223,8 +223,3 @@ class Frames(unittest.TestCase):
         rows = dissect_frames([ethernet(AGENT, SENDER, cmdu(VENDOR_SPECIFIC, 1, *fragment))
                                for fragment in ((whole[20:], 1, FLAG_LAST), (whole[:20], 0, 0))])
         self.assertTrue(rows[1]["_ws.col.Info"].startswith("CONF_RESP 3 attributes, INTF_PWR_CTRL_REQ"), rows)
-
-
-
-if __name__ == "__main__":
-    unittest.main()

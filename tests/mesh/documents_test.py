@@ -51,7 +51,3 @@ class Documents(unittest.TestCase):
                     command = command.replace(written, run_as)
                 # Agents are known after some seconds.
                 poll(lambda: run("sh", "-c", command, cwd=ROOT).returncode == 0, 20, command)
-
-
-if __name__ == "__main__":
-    unittest.main()

@@ -4,7 +4,6 @@ import json
 import re
 import subprocess
 import sys
-import unittest
 from pathlib import Path
 
 from lab import ROOT, Mesh, MeshTest, poll, secret_file
@@ -131,7 +130,3 @@ class Hostile(MeshTest):
             if all(levels[-1][device] <= levels[-2][device] + MEMORY_MARGIN for device in OTHERS):
                 return
         self.fail(f"memory grows with every flood: {levels}")
-
-
-if __name__ == "__main__":
-    unittest.main()

@@ -4,7 +4,6 @@ import os
 import re
 import signal
 import time
-import unittest
 from collections import Counter
 from pathlib import Path
 
@@ -181,7 +180,3 @@ class Lab(MeshTest):
         def hops():
             return {device["ModelName"]: device["Hops"] for device in self.mesh.model()["kv1905"]["DeviceList"]}
         poll(lambda: hops() == wanted, 30, f"{wanted} at the controller")
-
-
-if __name__ == "__main__":
-    unittest.main()

@@ -2,7 +2,6 @@
 
 import json
 import os
-import unittest
 
 from lab import BUILD, ROOT, Capture, Mesh, MeshTest, poll, run
 
@@ -30,10 +29,10 @@ class Operator(MeshTest):
         title, *lines = steps.splitlines()
         scenario = [title, f"interfaces {port} 1 {radio24} 0x103 {radio5} 0x105", "file conf ''",
                     *(line for line in lines if "CONF_QUERY" not in line)]  # the answer has the device's uptime
-        played = run(ROOT / "lab" / "room", "--net", "--bin", f"{BUILD}/bin", "--", "sh", "-ec",
-                     'cp -r "$0" /tmp/played; cat >/tmp/played/captured.txt; mount --bind /tmp/played "$0"; '
-                     "tests/plugin_tests --gtest_filter=Scenarios.Out*", os.path.relpath(ROOT / "tests/scenarios", BUILD),
-                     cwd=BUILD, input="\n".join(scenario))
+        script = ('cp -r "$0" /tmp/played; cat >/tmp/played/captured.txt; mount --bind /tmp/played "$0"; '
+                  "tests/plugin_tests --gtest_filter=Scenarios.Out*")
+        played = run(ROOT / "lab" / "room", "--net", "--bin", f"{BUILD}/bin", "--", "sh", "-ec", script,
+                     os.path.relpath(ROOT / "tests/scenarios", BUILD), cwd=BUILD, input="\n".join(scenario))
         self.assertEqual(played.returncode, 0, played.stdout)
 
     def led(self):
@@ -74,7 +73,3 @@ class Operator(MeshTest):
             self.app(*words)
             poll(lambda: self.mesh.daemon("agent2")["pid"] not in (before, None), 10, "the restart")
             poll(lambda: (self.mesh.device_in("agent2") or {}).get("ModelName") == name, 20, "the new configuration")
-
-
-if __name__ == "__main__":
-    unittest.main()

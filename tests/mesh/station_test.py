@@ -1,7 +1,6 @@
 """Wi-Fi stations: the lists of a device's driver reach the tables of all devices and leave them in time."""
 
 import json
-import unittest
 
 import jsonschema
 from lab import ROOT, Capture, Mesh, MeshTest, poll
@@ -82,7 +81,3 @@ class Stations(MeshTest):
         self.assertEqual(shown, {(line[0], line[2], line[3], line[6], line[7]) for line in lines})
         signals = capture.fields("kv1905.intel.rssi", *(f"kv1905.intel.{name}" for name in ("type", "station", "rssi")))
         self.assertIn(("0x6a", self.notified[0], self.notified[2]), signals)
-
-
-if __name__ == "__main__":
-    unittest.main()
