@@ -10,7 +10,7 @@ from pathlib import Path
 
 from lab import BUILD, ROOT, poll, run
 
-# Of the README, by their first words, with the reason.
+# Lists the README's commands that are not run, by their first words, with the reason.
 NOT_RUN = {
     "./demo": "it builds for two minutes",
     "./check": "it runs this test",
