@@ -136,7 +136,7 @@ int kcfgFeObjJsonSetWithoutApply(uint32_t number, KcfgInstanceIndex *index, stru
  */
 int kcfgFeReqSend(uint32_t request, const void *payload, uint32_t length);
 
-#define KCFG_LAYOUT(condition) static_assert(condition, "a changed layout needs a new major version")
+#define KCFG_LAYOUT(condition) static_assert(condition, "not the layout of major version 1")
 KCFG_LAYOUT(offsetof(KcfgInstanceIndex, instance) == 1 && sizeof(KcfgInstanceIndex) == 7);
 KCFG_LAYOUT(offsetof(RdmNatIntfSetting, password) == 256 && sizeof(RdmNatIntfSetting) == 512);
 KCFG_LAYOUT(sizeof(RdmLedCtrl) == 1 && sizeof(RdmSyncKeySource) == 257);

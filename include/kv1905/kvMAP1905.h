@@ -338,7 +338,7 @@ enum {
 };
 
 /** The layouts are fixed for a major version: hosts that were built earlier rely on them. */
-#define KV_LAYOUT(condition) static_assert(condition, "a changed layout needs a new major version")
+#define KV_LAYOUT(condition) static_assert(condition, "not the layout of major version 1")
 #define KV_LP(on64, on32) (sizeof(void *) == 8 ? (size_t)(on64) : (size_t)(on32))
 KV_LAYOUT(offsetof(KvRecvVendTlv, value) == 8 && sizeof(KvRecvVendTlv) == KV_LP(16, 12));
 KV_LAYOUT(offsetof(KvVendMsgDest, buffer) == 8 && offsetof(KvVendMsgDest, length) == KV_LP(16, 12) &&
