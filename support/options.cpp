@@ -51,7 +51,7 @@ std::optional<std::string> OptionReader::nextWord() {
     return optind < argc_ ? std::optional<std::string>(argv_[optind++]) : std::nullopt;
 }
 
-// A value that may be missing is the next word if that begins with a digit.
+// Takes the next word as an optional value if it begins with a digit.
 void OptionReader::set(OptionRow &row) {
     std::string value = optarg == nullptr ? "" : optarg;
     const char *next = mayLackValue(row) && optarg == nullptr && optind < argc_ ? argv_[optind] : nullptr;

@@ -12,14 +12,14 @@ namespace support {
 
 struct OptionRow {
     const char *name;
-    const char *value;  // that follows, in [] when it may be missing; null for a flag
+    const char *value;  // its name in help, in [] if optional; null for a flag
     const char *help;
     std::function<void(const std::string &value)> set;  // throws BadOption
     char letter = 0;                                    // short form; 0: none
     bool isGiven = false;                               // on the command line
 };
 
-// One line that names the option and the value at fault.
+// One line with the option and the invalid value.
 struct BadOption : std::runtime_error {
     using std::runtime_error::runtime_error;
 };
@@ -34,10 +34,10 @@ class OptionReader {
     // `program` is named in errors. The rows must outlive the reader.
     OptionReader(const char *program, int argc, const char *const *argv, std::span<OptionRow> rows);
 
-    // Sets the options up to the next other word and returns that word, nothing at the end. Throws BadOption.
+    // Sets all options before the next other word and returns that word; nothing at the end. Throws BadOption.
     std::optional<std::string> nextWord();
 
-    // The words not read yet, options included; none is left.
+    // Returns all remaining words, options included.
     std::vector<std::string> rest();
 
   private:
@@ -49,10 +49,10 @@ class OptionReader {
     std::span<OptionRow> rows_;
 };
 
-// "--name VALUE", after the short form if there is one.
+// Returns "-n, --name VALUE", without the first part if there is no short form.
 std::string synopsis(const OptionRow &row);
 
-// Two columns, a line for each option, as --help prints them.
+// Returns the table that --help prints: a line for each option, in two columns.
 std::string optionHelp(std::span<const OptionRow> rows);
 
 }  // namespace support

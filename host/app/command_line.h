@@ -18,7 +18,7 @@ struct CommandLine {
     const ToolCommand *command = nullptr;
     std::vector<std::string> arguments;  // as typed
     std::string dataModel = kDefaultDataModel;
-    std::string file;  // that show reads instead; empty: none
+    std::string file;  // read by show instead of dataModel; empty: none
     bool json = false;
     bool wantsHelp = false;
     bool wantsVersion = false;
@@ -28,7 +28,7 @@ struct CommandLine {
 
 std::vector<support::OptionRow> optionRows(CommandLine &line);
 
-// By name or number. Throws Failure with a hint.
+// Finds a command by name or number. Throws Failure with a hint.
 const ToolCommand &commandNamed(const std::string &name);
 
 // The command is null when the line has none, allowed only with --help and --version. Throws Failure and BadOption.

@@ -91,7 +91,7 @@ std::set<std::string> valuesOf(const Argument &argument, std::span<const std::st
     return values;
 }
 
-// Whether the value of that option is the next word.
+// Returns whether the next word is the value of this option.
 bool isBeforeValue(const std::string &word) {
     const auto isIt = [&](const support::OptionRow &row) {
         return row.value != nullptr && row.value[0] != '[' && word == std::string("--") + row.name;
@@ -115,7 +115,7 @@ std::set<std::string> following(const ToolCommand &command, std::span<const std:
     return values;
 }
 
-// Those that begin so, one a line.
+// Returns the words that begin with `start`, one a line.
 std::string linesOf(const std::set<std::string> &words, const std::string &start) {
     std::string text;
     for (const std::string &word : words)

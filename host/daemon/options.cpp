@@ -20,7 +20,7 @@ using support::BadOption;
 constexpr unsigned kLongestInterval = 86400;  // seconds
 constexpr size_t kMaxConfigSize = 65536;
 
-// Besides the options themselves, what needs another option to become one.
+// Adds values that check() turns into options, and options that end the program.
 struct GivenOptions : Options {
     std::optional<MacAddress> givenMac;
     bool noPlugin = false;
@@ -95,7 +95,7 @@ void parseInterface(const std::string &text, Options &options) {
     options.mediaTypes.push_back(*mediaType);
 }
 
-// Rows of `given`, which must outlive them. The last three make no sense in a configuration file.
+// Returns rows that write to `given`, which must outlive them. A configuration file may not contain the last three.
 std::vector<support::OptionRow> optionRows(GivenOptions &given) {
     using support::raise, support::store;
     using Text = const std::string &;
