@@ -114,11 +114,12 @@ TEST(OtherStacks, ResponsesContainAllTlvs) {
     };
     host.config.name = "gateway";
     host.start(kStart);
+    std::fill_n(host.node->topology().local().vendor.data()->modelName, 65, 'w');  // the TLV has room for 64
     host.receive(1, kDiscovery);
     const std::string link = "02005E000100 02005E000200 02005E000111 02005E000210 0001";
     const std::string sent = "09 0029" + link + "00 00000001 00000007 0065 0064 0065",
                       received = "0A 0023" + link + "00000002 00000009 FF";
-    std::string model = "15 00C0" + std::string(2 * 192, '0');
+    std::string model = "15 00C0" + std::string(2 * 128, '0') + std::string(2 * 64, '7');
     model.replace(7, 14, "67617465776179");
     const std::pair<std::string, std::string> rows[] = {
         {"0005 BEEF 00 80 08 0002 00 02", "0006 BEEF 00 80" + sent + received},
