@@ -49,7 +49,7 @@ TEST_F(MultiAp, WritesExtension) {
 }
 
 TEST_F(MultiAp, ParsesExtensionWithAndWithoutLength) {
-    nvram = {{"wl0_nband", "1"}, {"wl0_extattr", "119"}};
+    nvram = {{"wl0_nband", "1"}, {"wl0_extattr", "0119"}};
     const std::string all = "01 01 40 02 01 01 03 02 12 34 04 02 00 02";
     const struct {
         std::string data;
@@ -124,7 +124,7 @@ TEST_F(MultiAp, LogsFieldsAndErrors) {
 
 TEST_F(MultiAp, VirtualBssBelongsToPrecedingMainBss) {
     nvram = {
-        {"wl0_nband", "2"}, {"wl1_nband", "1"}, {"wl1.2_extattr", "9"}, {"wl0.2_extattr", "265"}, {"wl1_extattr", "3"}};
+        {"wl0_nband", "2"}, {"wl1_nband", "1"}, {"wl1.2_extattr", "9"}, {"wl0.2_extattr", "266"}, {"wl1_extattr", "3"}};
     constexpr uint8_t kAsBefore = 4;
     const auto extAttributeOf = [](uint8_t bandIndex) {
         const uint8_t elements[] = {1, 1, bandIndex};
@@ -134,8 +134,8 @@ TEST_F(MultiAp, VirtualBssBelongsToPrecedingMainBss) {
         return bss.ExtAttribute;
     };
     const std::pair<uint8_t, uint8_t> steps[] = {
-        {0x02, 9}, {0x40, 3},         {0x42, 9},         {0x82, 9},         {0x80, kAsBefore},
-        {0x02, 9}, {0x20, kAsBefore}, {0x00, kAsBefore}, {0x60, kAsBefore}, {0x43, kAsBefore}};
+        {0x02, 10}, {0x40, 3},         {0x42, 9},         {0x82, 9},         {0x80, kAsBefore},
+        {0x02, 10}, {0x20, kAsBefore}, {0x00, kAsBefore}, {0x60, kAsBefore}, {0x43, kAsBefore}};
     for (const auto &[bandIndex, extAttribute] : steps)
         EXPECT_EQ(extAttributeOf(bandIndex), extAttribute) << int{bandIndex};
     nvram = {{"wl0_nband", "1"}, {"wl1_nband", "1"}, {"wl0_extattr", "6"}, {"wl1_extattr", "7"}};
