@@ -51,11 +51,11 @@ std::optional<std::string> OptionReader::nextWord() {
     return optind < argc_ ? std::optional<std::string>(argv_[optind++]) : std::nullopt;
 }
 
-// Takes the next word as an optional value if it begins with a digit.
+// Takes the next word as an optional value if it is a number.
 void OptionReader::set(OptionRow &row) {
     std::string value = optarg == nullptr ? "" : optarg;
-    const char *next = mayLackValue(row) && optarg == nullptr && optind < argc_ ? argv_[optind] : nullptr;
-    if (next != nullptr && *next >= '0' && *next <= '9') value = argv_[optind++];
+    const std::string next = mayLackValue(row) && optarg == nullptr && optind < argc_ ? argv_[optind] : "";
+    if (!next.empty() && next.find_first_not_of("0123456789") == std::string::npos) value = argv_[optind++];
     row.set(value);
     row.isGiven = true;
 }

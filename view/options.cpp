@@ -16,7 +16,7 @@ using support::BadOption;
 void printHelp(std::span<const support::OptionRow> rows) {
     std::printf(
         "Usage: kv1905-view [OPTION...]\n"
-        "The network that kv1905d knows, as a web page: written out, or served to browsers of this machine.\n\n"
+        "Draws the network that kv1905d reports as a web page, for a file or for browsers of this machine.\n\n"
         "Options:\n%s\nExit status:\n",
         support::optionHelp(rows).c_str());
     for (const Status status :

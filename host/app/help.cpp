@@ -49,7 +49,7 @@ std::string roffEntry(const std::string &term, const std::string &text) {
 
 constexpr const char *kFiles[][2] = {
     {"/tmp/1905ReturnValue", "Where the daemon leaves an agent's result."},
-    {"/tmp/kv1905_datamodel.json", "The network as the daemon knows it; see --data-model."},
+    {"/tmp/kv1905_datamodel.json", "The network as last reported to the daemon; see --data-model."},
     {"/run/kv1905d.sock", "The daemon's socket for commands, or the same name in /tmp; see --socket."},
 };
 constexpr const char *kLogLevel[] = {

@@ -23,7 +23,6 @@ constexpr size_t kMaxConfigSize = 65536;
 // Adds values that check() turns into options, and options that end the program.
 struct GivenOptions : Options {
     std::optional<MacAddress> givenMac;
-    bool noPlugin = false;
     std::string config;
     bool wantsHelp = false;
     bool wantsVersion = false;
@@ -57,6 +56,11 @@ unsigned parseInterval(const char *option, const std::string &text) {
     if (seconds && *seconds >= 1 && *seconds <= kLongestInterval) return *seconds;
     throw BadOption(option + (" must be a number from 1 to " + std::to_string(kLongestInterval)) + ", not '" + text +
                     "'");
+}
+
+std::string parsePlugin(const std::string &text) {
+    if (text.empty()) throw BadOption("--plugin: the name is empty; --no-plugin runs without");
+    return text;
 }
 
 SettingsFrom parseSettingsFrom(const std::string &text) {
@@ -110,8 +114,9 @@ std::vector<support::OptionRow> optionRows(GivenOptions &given) {
          "Wi-Fi interface to announce, e.g. wl0,02:00:00:00:00:01,0x0103; may be repeated",
          [&given](Text value) { given.radios.push_back(parseRadio(value)); }},
         {"plugin", "FILE", "Plug-in; a name without slash is found next to the program [libkvMAP1905.so]",
-         store(given.plugin)},
-        {"no-plugin", nullptr, "Run without a plug-in, as an ordinary member of the network", raise(given.noPlugin)},
+         [&given](Text value) { given.plugin = parsePlugin(value); }},
+        {"no-plugin", nullptr, "Run without a plug-in, as an ordinary member of the network",
+         [&given](Text) { given.plugin.clear(); }},
         {"data-model", "FILE", "JSON file that shows the network [/tmp/kv1905_datamodel.json]", store(given.dataModel)},
         {"socket", "FILE", "Socket for operator commands [/run/kv1905d.sock, or in /tmp if /run is not writable]",
          store(given.socket)},
@@ -134,6 +139,12 @@ std::string trimmed(std::string_view text) {
     return std::string(text.substr(first, text.find_last_not_of(" \t\r") + 1 - first));
 }
 
+// Returns the name of what an option sets: no-plugin is a value of plugin.
+std::string_view settingOf(const support::OptionRow &row) {
+    const std::string_view name = row.name;
+    return name.substr(name.starts_with("no-") ? 3 : 0);
+}
+
 // Sets the option of a line NAME = VALUE, or NAME for one without value, unless the command line has it.
 void setFromLine(const std::string &line, std::span<support::OptionRow> rows) {
     const size_t equals = line.find('=');
@@ -143,7 +154,10 @@ void setFromLine(const std::string &line, std::span<support::OptionRow> rows) {
     if (row == rows.end()) throw BadOption("unknown option '" + name + "'");
     if ((row->value == nullptr) != (equals == std::string::npos))
         throw BadOption(name + (row->value == nullptr ? " has no value" : ": a value is missing"));
-    if (!row->isGiven) row->set(value);
+    const auto decides = [&](const support::OptionRow &each) {
+        return each.isGiven && settingOf(each) == settingOf(*row);
+    };
+    if (std::none_of(rows.begin(), rows.end(), decides)) row->set(value);
 }
 
 std::string readConfigFile(const std::string &path) try {
@@ -182,11 +196,8 @@ Options check(const GivenOptions &given) {
         throw BadOption("--bridge " + given.bridge + ": no such interface");
     if (given.dataModel.empty()) throw BadOption("--data-model: the file name is empty");
     if (given.socket.empty()) throw BadOption("--socket: the file name is empty");
-    if (!given.noPlugin && given.plugin.empty())
-        throw BadOption("--plugin: the name is empty; --no-plugin runs without");
     options.alMac = given.givenMac.value_or(*interfaceMac(options.interfaces.front()));
     if (!given.givenMac) options.alMac.bytes[0] |= 0x02;
-    if (given.noPlugin) options.plugin.clear();
     refuseRepeats("--interface ", options.interfaces, [](const std::string &name) { return name; });
     refuseRepeats("--radio ", options.radios, [](const Radio &radio) { return radio.name; });
     refuseRepeats("--radio ", options.radios, [](const Radio &radio) { return radio.facts.mac.text(); });

@@ -37,9 +37,10 @@ TEST(Options, AcceptsValuesAndReportsBadOnes) {
         EXPECT_CONTAINS(value, text);
     }
     constexpr const char *kFile = "/tmp/kv1905d.conf";
-    std::ofstream(kFile) << "# comment\nquery-interval = 30\ndiscovery-interval=10\ntrace\n";
-    const auto merged = daemonOptions({"--discovery-interval", "20", "--config", kFile});
+    std::ofstream(kFile) << "# comment\nquery-interval = 30\ndiscovery-interval=10\ntrace\nno-plugin\n";
+    const auto merged = daemonOptions({"--discovery-interval", "20", "--plugin", "own.so", "--config", kFile});
     EXPECT_TRUE(merged->trace && merged->queryInterval == 30 && merged->discoveryInterval == 20);
+    EXPECT_EQ(merged->plugin, "own.so");
     std::ofstream(kFile) << "\nbridges = br0\n";
     const std::string text = resultOf([&] { daemonOptions({"--config", kFile}); }).meaning;
     EXPECT_CONTAINS("kv1905d.conf:2: unknown option 'bridges'", text);

@@ -43,8 +43,9 @@ TEST(Trace, DescribesEachMessageAndMissingBytes) {
         if (expected.empty()) expected = payload.size() == 1 ? "7 (not this device's AL MAC)" : target;
         const std::string whole = vendorLine(sample.type, payload, payload.size());
         EXPECT_TRUE(whole.ends_with("0x1001: " + expected)) << whole;
-        for (const size_t length : {payload.size() - 1, payload.size()}) {
-            const std::string cut = vendorLine(sample.type, prefix(payload, payload.size() - 1), length);
+        const size_t required = payload.size() - sample.optional;
+        for (const size_t length : {required - 1, required}) {
+            const std::string cut = vendorLine(sample.type, prefix(payload, required - 1), length);
             EXPECT_TRUE(cut.ends_with(": malformed: 1 byte too short")) << cut;
         }
     }

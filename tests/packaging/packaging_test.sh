@@ -149,7 +149,7 @@ SH
     [[ -z $(start) ]] || fail "OpenWrt starts the daemon before it is enabled"
     sed -i "s/enabled '0'/enabled '1'/" "$image/etc/config/kv1905"
     read -ra words <<<"$(start | tr '\n' ' ')"
-    [[ ${words[*]} == "/usr/bin/kv1905d --interface lan1 --interface lan2 --bridge br-lan --settings-from controller" ]] ||
+    [[ ${words[*]} == "/usr/bin/kv1905d --interface lan1 --interface lan2 --radio wl0,02:00:00:00:00:01,0x0103 --bridge br-lan --settings-from controller" ]] ||
         fail "OpenWrt starts ${words[*]}"
     "$source/lab/room" --net -- "$build/bin/kv1905d" "${words[@]:1}" >"$log" 2>&1 || true
     grep -q 'lan1: no such interface' "$log" || fail "the daemon does not understand its options: $(cat "$log")"

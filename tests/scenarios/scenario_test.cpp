@@ -7,6 +7,8 @@
 #include <memory>
 #include <set>
 
+#include "features/wifi_clients/station_list.h"
+#include "protocol/message_row.h"
 #include "scenarios/scripted_device.h"
 #include "support/sample_messages.h"
 
@@ -162,11 +164,34 @@ TEST(Scenarios, ShorterMessagesAreMalformed) {
         notes.clear();
         for (size_t length = 0; length < whole.size(); ++length)
             device.host.receive(kAgent, head(whole, length), 1);
-        for (size_t length = 0; length < payload.size(); ++length)
+        const size_t required = payload.size() - sample.optional;
+        for (size_t length = 0; length < required; ++length)
             device.host.receive(kAgent, message(kAgent, sample.type, head(payload, length)), 1);
-        const size_t count = whole.size() + payload.size();
+        const size_t count = whole.size() + required;
         EXPECT_EQ(logCount(3, "failed to parse the vendor specific TLV"), count) << "type " << sample.type;
         EXPECT_TRUE(device.host.sent.empty()) << "type " << sample.type;
         EXPECT_EQ(device.observe(), before) << "type " << sample.type;
+    }
+}
+
+// Trace, dissector and documentation are compared with the samples: one without a new field would hide it from them.
+TEST(Scenarios, SamplesHaveEachFieldThatIsEncoded) {
+    ScriptedDevice device;
+    for (const SampleMessage &sample : kSampleMessages) {
+        const Bytes payload = fromHex(sample.payload);
+        KvVendMsg msg = {};
+        msg.payloadLen = static_cast<uint16_t>(payload.size());
+        const kv::MessageRow &row = *kv::findMessageRow(sample.type);
+        kv::ByteReader reader(payload.data(), payload.size());
+        if (row.decode(reader, msg) == 0 || msg.payload == nullptr) continue;
+        Bytes buffer(payload.size());
+        kv::ByteWriter fits(buffer.data(), buffer.size()), isShort(buffer.data(), buffer.size() - 1);
+        row.encode(msg, fits);
+        row.encode(msg, isShort);
+        EXPECT_TRUE(fits.ok() && !isShort.ok()) << "type " << sample.type << " is encoded with another length";
+        if (sample.type == VEND_MSG_TYPE_WIFI_STATE_RESP)
+            kv::freewifiMsgData(static_cast<WIFINeighborList *>(msg.payload));
+        else
+            std::free(msg.payload);
     }
 }

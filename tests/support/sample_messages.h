@@ -11,6 +11,7 @@ namespace kvtest {
 struct SampleMessage {
     uint16_t type;
     const char *payload;  // hexadecimal, white space is ignored
+    size_t optional = 0;  // bytes at its end that may be missing
 };
 
 #define ZEROS_50 "0000000000000000000000000000000000000000000000000000000000000000000000000000000000000000000000000000"
