@@ -109,7 +109,7 @@ TEST(App, ReportsErrorsWithAHint) {
         {"reboot root", "reboot: /tmp/kv1905d.sock: connect: No such file or directory; is kv1905d running?", 6},
         {"--socket " + std::string(200, 's') + " reboot root", "File name too long", 1},
         {isRoot ? "--socket /tmp/foreign.sock reboot root" : "--version",
-         isRoot ? "of user 65534, who is neither root nor this user: Operation not permitted" : "kv1905App 1",
+         isRoot ? "of user 65534, who is neither root nor this user: Operation not permitted" : "kv1905App ",
          isRoot ? 7 : 0},
         {"view --serve --port 65536", "65535", 2},
         {"view --serve --output f", "excludes", 2},
