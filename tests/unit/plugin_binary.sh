@@ -1,8 +1,8 @@
 #!/bin/bash
 # plugin_binary.sh LIBRARY HEADERS MAJOR: the built plug-in exports exactly the names that kvMAP1905.h declares with
-# KVMAP1905_API (<) and kv1905_load.h lists. It has its own name, and needs only libc, json-c and the platform library, not the C++ runtime, and
-# on a 64-bit machine fopen and time by these names. With musl, libc has another name and each library exports _init and
-# _fini.
+# KVMAP1905_API (<) and that kv1905_load.h lists. It has the name that hosts load, and needs only libc, json-c and the
+# platform library, not the C++ runtime, and on a 64-bit machine fopen and time by these names. With musl, libc has
+# another name and each library exports _init and _fini.
 set -eu
 library=$1 headers=$2 major=$3
 export LC_ALL=C
