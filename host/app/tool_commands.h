@@ -159,9 +159,8 @@ struct ToolCommand {
     const char *example;  // arguments
     std::span<const Argument> arguments;
     Action action;
-    uint32_t code = 0;  // posted to the daemon by Action::Run
-    const char *entry =
-        nullptr;  // symbol in the plug-in; null: the buffer consists of the arguments, all MAC addresses
+    uint32_t code = 0;            // posted to the daemon by Action::Run
+    const char *entry = nullptr;  // symbol in the plug-in; null: the buffer is the arguments, all MAC addresses
     Completion completion = Completion::Accepted;
     const char *permission = nullptr;        // the device's field in the JSON file: whether it allows this
     std::span<const Meaning> meanings = {};  // of results beyond the common ones
@@ -169,7 +168,7 @@ struct ToolCommand {
 };
 
 inline constexpr ToolCommand kToolCommands[] = {
-    {"show", "", "Show the network as known to this device's daemon; the controller's knows most", "devices",
+    {"show", "", "Show the network as reported to this device; most complete on the controller", "devices",
      kShowArguments, Action::Show},
     {"monitor", "", "Print vendor messages and changes of the network as they happen", "", kNoArguments,
      Action::Monitor},
